@@ -1,0 +1,53 @@
+# How the folders of this repository may see each other.
+#
+# A folder's headers are included as "folder/header.h". Each folder has an
+# include root of its own, a directory in the build tree that holds nothing but
+# a link to that folder. A target sees exactly the folders that it names, so an
+# include that crosses a border the design forbids does not compile.
+
+add_library(qx_flags INTERFACE)
+target_compile_options(qx_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Wcast-align
+  -Woverloaded-virtual -Wformat=2 -Wundef -Wimplicit-fallthrough
+  $<$<COMPILE_LANGUAGE:CXX>:-Wextra-semi>)
+# Assertions stay on in every build type: a null shared pointer must stop the
+# process with a message, not run on.
+target_compile_options(qx_flags INTERFACE -UNDEBUG)
+# Symbols of the framework's templates must be ordinary weak symbols: unique
+# ones would pin the plug-in library in memory for ever.
+target_compile_options(qx_flags INTERFACE
+  $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-fno-gnu-unique>)
+
+# qx_headers(FOLDER): target FOLDER_headers, which makes "FOLDER/..." includable.
+function(qx_headers folder)
+  set(root ${CMAKE_BINARY_DIR}/roots/${folder})
+  file(MAKE_DIRECTORY ${root})
+  file(CREATE_LINK ${CMAKE_SOURCE_DIR}/${folder} ${root}/${folder} SYMBOLIC)
+  add_library(${folder}_headers INTERFACE)
+  target_include_directories(${folder}_headers INTERFACE ${root})
+endfunction()
+
+# qx_library_part(FOLDER SEES folders... SOURCES files...): an object library that
+# becomes part of libqxlinmigrate.so; everything hidden unless marked exported.
+function(qx_library_part folder)
+  cmake_parse_arguments(PART "" "" "SEES;SOURCES" ${ARGN})
+  qx_headers(${folder})
+  add_library(${folder} OBJECT ${PART_SOURCES})
+  target_link_libraries(${folder} PRIVATE qx_flags)
+  target_link_libraries(${folder} PUBLIC ${folder}_headers)
+  foreach(seen IN LISTS PART_SEES)
+    target_link_libraries(${folder} PUBLIC ${seen}_headers)
+  endforeach()
+  set_target_properties(${folder} PROPERTIES
+    CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+endfunction()
+
+# qx_test(NAME SOURCES files... LINKS targets...): one GoogleTest program.
+function(qx_test name)
+  cmake_parse_arguments(TEST "" "" "SOURCES;LINKS" ${ARGN})
+  add_executable(${name} ${TEST_SOURCES})
+  target_link_libraries(${name} PRIVATE qx_flags ${TEST_LINKS} GTest::gtest GTest::gmock GTest::gtest_main)
+  set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT 300)
+endfunction()
