@@ -13,9 +13,9 @@ typedef struct qxnet_filter qxnet_filter_t;
 /* One address of one interface. */
 typedef struct qxnet_address {
   struct qxnet_address* next;
-  int family;       /* AF_INET or AF_INET6 */
-  char text[64];    /* numeric address, no prefix */
-  unsigned prefix;  /* prefix length in bits */
+  int family;      /* AF_INET or AF_INET6 */
+  char text[64];   /* numeric address, no prefix */
+  unsigned prefix; /* prefix length in bits */
 } qxnet_address_t;
 
 /* One interface. */

@@ -1,0 +1,46 @@
+// The controller of one migration.
+#ifndef QX_FRAMEWORK_HAUL_CONTROL_H
+#define QX_FRAMEWORK_HAUL_CONTROL_H
+
+#include <boost/smart_ptr/shared_ptr.hpp>
+#include <string>
+
+#include "framework/channel.h"
+#include "framework/haul.h"
+
+namespace QXL {
+
+// Base of controllers. The framework calls execute; the plug-in's class says how
+// the two ends are made and in which order their stages run.
+class QXL_API QXLHaulControl : public virtual QXLRequest {
+ public:
+  explicit QXLHaulControl(const boost::intrusive_ptr<QXLAccessProviderPrototype>& access);
+  ~QXLHaulControl() override;
+
+  virtual boost::intrusive_ptr<QXLHaulSerializerPrototype> createSerializer() = 0;
+  virtual boost::intrusive_ptr<QXLHaulDeserializerPrototype> createDeserializer() = 0;
+  // Runs the stages. Returns 0, or -1 with the reason in the context.
+  virtual int process() = 0;
+
+  // Makes both ends, initialises them with the parameters, makes the connector,
+  // calls process, and finishes both ends whatever happened: the deserializer
+  // first when process failed, so that nothing is written while it rolls back.
+  // Returns 0 or non-zero with the reason in the context.
+  int execute(const boost::shared_ptr<QXLConnectionInfo>& connection,
+              const boost::shared_ptr<QXLHaulSerializerBaseParams>& params);
+
+ protected:
+  boost::intrusive_ptr<QXLHaulSerializerPrototype> m_serializer;
+  boost::intrusive_ptr<QXLHaulDeserializerPrototype> m_deserializer;
+  boost::shared_ptr<QXLConnectionInfo> m_connectionInfo;
+  boost::shared_ptr<QXLChannelSettings> m_channelSettings;
+  boost::shared_ptr<QXLHaulConnector> m_connector;
+
+ private:
+  int prepareEnds(const boost::shared_ptr<QXLHaulSerializerBaseParams>& params);
+  int finishEnds();
+};
+
+}  // namespace QXL
+
+#endif
