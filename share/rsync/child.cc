@@ -1,0 +1,154 @@
+#include "share/rsync/child.h"
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <ctime>
+
+#include "share/rsync/descriptor.h"
+#include "share/rsync/failure.h"
+#include "share/rsync/stock.h"
+
+namespace qxrsync {
+
+namespace {
+
+constexpr std::array<int, 4> heldSignals = {SIGCHLD, SIGHUP, SIGINT, SIGTERM};
+
+// In the child, after fork: only async-signal-safe calls. Ends with errno in
+// the report pipe if exec fails.
+[[noreturn]] void runStock(const char* path, char* const* argv, const Child::Setup& setup,
+                           const SignalsHeld& signals, pid_t parent, int report) {
+  bool ready = ::prctl(PR_SET_PDEATHSIG, setup.deathSignal) == 0;
+  if (::getppid() != parent) ::_exit(exitSystem);  // died before it could be asked
+  if (setup.standardOutput >= 0) ready = ready && ::dup2(setup.standardOutput, 1) == 1;
+  if (setup.inherited >= 0) ready = ready && ::fcntl(setup.inherited, F_SETFD, 0) == 0;
+  if (ready) {
+    signals.release();
+    struct sigaction action {};
+    action.sa_handler = SIG_DFL;
+    ::sigaction(SIGPIPE, &action, nullptr);
+    ::execv(path, argv);
+  }
+  const int error = errno;
+  if (::write(report, &error, sizeof error) < 0) ::_exit(exitSystem);
+  ::_exit(exitSystem);
+}
+
+}  // namespace
+
+ArgumentVector::ArgumentVector(std::string program, const std::vector<std::string>& arguments) {
+  words_.push_back(std::move(program));
+  words_.insert(words_.end(), arguments.begin(), arguments.end());
+  for (std::string& word : words_) pointers_.push_back(word.data());
+  pointers_.push_back(nullptr);
+}
+
+SignalsHeld::SignalsHeld() {
+  struct sigaction action {};
+  action.sa_handler = SIG_DFL;  // an inherited "ignore" would make the child unwaitable
+  ::sigaction(SIGCHLD, &action, &childBefore_);
+  ::sigemptyset(&held_);
+  for (const int number : heldSignals) ::sigaddset(&held_, number);
+  ::sigprocmask(SIG_BLOCK, &held_, &before_);
+}
+
+SignalsHeld::~SignalsHeld() { release(); }
+
+void SignalsHeld::release() const {
+  ::sigaction(SIGCHLD, &childBefore_, nullptr);
+  ::sigprocmask(SIG_SETMASK, &before_, nullptr);
+}
+
+std::optional<int> SignalsHeld::next(std::chrono::milliseconds span) const {
+  const timespec wait{static_cast<time_t>(span.count() / 1000),
+                      static_cast<long>(span.count() % 1000) * 1000000L};
+  const int number = ::sigtimedwait(&held_, nullptr, &wait);
+  return number > 0 ? std::optional<int>(number) : std::nullopt;
+}
+
+std::optional<int> SignalsHeld::next() const {
+  const int number = ::sigwaitinfo(&held_, nullptr);
+  return number > 0 ? std::optional<int>(number) : std::nullopt;
+}
+
+void ignoreBrokenPipes() {
+  struct sigaction action {};
+  action.sa_handler = SIG_IGN;
+  ::sigaction(SIGPIPE, &action, nullptr);
+}
+
+Child::Child(const Setup& setup, const SignalsHeld& signals) {
+  const std::string path = stockPath();
+  const ArgumentVector argv(path, setup.arguments);
+  DescriptorPair report = makePipe();
+
+  const pid_t parent = ::getpid();
+  pid_ = ::fork();
+  if (pid_ < 0) throw systemFailure(exitSystem, "cannot fork");
+  if (pid_ == 0) runStock(path.c_str(), argv.data(), setup, signals, parent, report.second.get());
+
+  report.second.close();
+  int error = 0;
+  ssize_t count = 0;
+  do {
+    count = ::read(report.first.get(), &error, sizeof error);
+  } while (count < 0 && errno == EINTR);
+  if (count == 0) return;  // closed by exec
+
+  ::waitpid(pid_, nullptr, 0);
+  errno = error;
+  throw systemFailure(exitSystem, "cannot run " + path);
+}
+
+Child::~Child() {
+  if (pid_ <= 0 || status_) return;
+  ::kill(pid_, SIGKILL);
+  while (::waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+  }
+}
+
+std::optional<int> Child::ended() {
+  int status = 0;
+  if (!status_ && ::waitpid(pid_, &status, WNOHANG) == pid_) status_ = status;
+  return status_;
+}
+
+void Child::signal(int number) const {
+  if (!status_) ::kill(pid_, number);
+}
+
+int exitLike(int waitStatus) {
+  if (WIFEXITED(waitStatus)) {
+    const int status = WEXITSTATUS(waitStatus);
+    return status == exitVanished ? exitPartial : status;
+  }
+  const int number = WTERMSIG(waitStatus);
+  const rlimit none{0, 0};
+  ::setrlimit(RLIMIT_CORE, &none);  // one core file, stock rsync's, is enough
+  struct sigaction action {};
+  action.sa_handler = SIG_DFL;
+  ::sigaction(number, &action, nullptr);
+  sigset_t only;
+  ::sigemptyset(&only);
+  ::sigaddset(&only, number);
+  ::sigprocmask(SIG_UNBLOCK, &only, nullptr);
+  ::raise(number);
+  return 128 + number;
+}
+
+int supervise(Child& child, const SignalsHeld& signals) {
+  std::optional<int> status;
+  while (!(status = child.ended())) {
+    const std::optional<int> signal = signals.next();
+    if (signal && *signal != SIGCHLD) child.signal(*signal);
+  }
+  return exitLike(*status);
+}
+
+}  // namespace qxrsync

@@ -1,0 +1,89 @@
+#ifndef QX_SHARE_RSYNC_CHILD_H
+#define QX_SHARE_RSYNC_CHILD_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <csignal>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qxrsync {
+
+/// A program and its arguments in the form that execv wants.
+class ArgumentVector {
+ public:
+  ArgumentVector(std::string program, const std::vector<std::string>& arguments);
+  char* const* data() const { return pointers_.data(); }
+
+ private:
+  std::vector<std::string> words_;
+  std::vector<char*> pointers_;
+};
+
+/// While it lives, the signals that end or stop a run (SIGCHLD, SIGHUP, SIGINT,
+/// SIGTERM) are blocked, to be taken one by one. There is one in a process, made
+/// just before the child: until then these signals end the program.
+class SignalsHeld {
+ public:
+  SignalsHeld();
+  ~SignalsHeld();
+  SignalsHeld(const SignalsHeld&) = delete;
+  SignalsHeld& operator=(const SignalsHeld&) = delete;
+
+  /// The next signal, or nothing when span is over.
+  std::optional<int> next(std::chrono::milliseconds span) const;
+  std::optional<int> next() const;  // waits as long as it takes
+
+  /// Undoes everything, in a child between fork and exec.
+  void release() const;
+
+ private:
+  sigset_t held_;
+  sigset_t before_;
+  struct sigaction childBefore_;
+};
+
+/// Makes writing to a closed channel an error instead of a death by SIGPIPE. The
+/// children have the default again.
+void ignoreBrokenPipes();
+
+/// One running stock rsync. It is told to end when this process dies, however
+/// that happens.
+class Child {
+ public:
+  struct Setup {
+    std::vector<std::string> arguments;  // for stock rsync
+    int standardOutput = -1;             // becomes descriptor 1; -1: as this process's
+    int inherited = -1;                  // stays open across exec; -1: none
+    int deathSignal = SIGTERM;           // sent to it when this process dies
+  };
+
+  /// Throws Failure if there is no stock rsync or it cannot be run.
+  Child(const Setup& setup, const SignalsHeld& signals);
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+  /// A child that still runs is killed and waited for.
+  ~Child();
+
+  /// The wait status, once the child has ended.
+  std::optional<int> ended();
+  void signal(int number) const;
+
+ private:
+  pid_t pid_ = -1;
+  std::optional<int> status_;
+};
+
+/// The exit status for a wait status, where vanished files (24) count as a
+/// partial transfer (23): on a live system files vanish all the time. A death
+/// by a signal is repeated by this process, so then it does not return.
+int exitLike(int waitStatus);
+
+/// Waits for the child, passing on signals meanwhile; then exitLike.
+int supervise(Child& child, const SignalsHeld& signals);
+
+}  // namespace qxrsync
+
+#endif  // QX_SHARE_RSYNC_CHILD_H

@@ -1,0 +1,33 @@
+#ifndef QX_SHARE_RSYNC_FAILURE_H
+#define QX_SHARE_RSYNC_FAILURE_H
+
+#include <stdexcept>
+#include <string>
+
+namespace qxrsync {
+
+// Exit statuses this program chooses itself; the numbers are stock rsync's, so
+// that a caller needs one table only.
+inline constexpr int exitSyntax = 1;     // bad options
+inline constexpr int exitProtocol = 12;  // the channel or its other end is no good
+inline constexpr int exitSystem = 14;    // a process or descriptor could not be made
+inline constexpr int exitPartial = 23;   // some files were not carried over
+inline constexpr int exitVanished = 24;  // stock rsync's own status for vanished files
+
+/// The run cannot go on: what() is one line for standard error without the
+/// program's name, status() what the process exits with.
+class Failure : public std::runtime_error {
+ public:
+  Failure(int status, const std::string& text) : std::runtime_error(text), status_(status) {}
+  int status() const { return status_; }
+
+ private:
+  int status_;
+};
+
+/// A Failure that ends with the text of errno, taken at the time of the call.
+Failure systemFailure(int status, const std::string& what);
+
+}  // namespace qxrsync
+
+#endif  // QX_SHARE_RSYNC_FAILURE_H

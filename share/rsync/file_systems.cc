@@ -1,0 +1,139 @@
+#include "share/rsync/file_systems.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <set>
+#include <sstream>
+
+#include "share/rsync/descriptor.h"
+
+namespace qxrsync {
+
+namespace {
+
+constexpr const char* accessList = "system.posix_acl_access";
+
+// user::rw- user:0:r-- group::r-- mask::r-- other::--- in the kernel's form:
+// a 32-bit version, then 16-bit tag, 16-bit permissions, 32-bit id each, all
+// little-endian. A list of only the three basic entries would not do: it is
+// turned into mode bits without being stored.
+constexpr std::array<unsigned char, 44> sampleAccessList = {
+    2,    0, 0, 0,                          //
+    0x01, 0, 6, 0, 0xff, 0xff, 0xff, 0xff,  //
+    0x02, 0, 4, 0, 0,    0,    0,    0,     //
+    0x04, 0, 4, 0, 0xff, 0xff, 0xff, 0xff,  //
+    0x10, 0, 4, 0, 0xff, 0xff, 0xff, 0xff,  //
+    0x20, 0, 0, 0, 0xff, 0xff, 0xff, 0xff};
+
+Descriptor scratchFile(const std::string& directory) {
+  Descriptor file(::open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+  if (file.open()) return file;
+  std::string name = directory + "/.rsync-probe.XXXXXX";
+  file = Descriptor(::mkostemp(name.data(), O_CLOEXEC));
+  if (file.open()) ::unlink(name.c_str());
+  return file;
+}
+
+std::string existingDirectory(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  struct stat status {};
+  if (path.empty() || ::stat(path.c_str(), &status) == 0) return path;
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// Blanks and the like stand as \040 in mountinfo.
+std::string unescape(const std::string& text) {
+  std::string plain;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\\' && i + 3 < text.size()) {
+      plain += static_cast<char>((text[i + 1] - '0') * 64 + (text[i + 2] - '0') * 8 +
+                                 (text[i + 3] - '0'));
+      i += 3;
+    } else {
+      plain += text[i];
+    }
+  }
+  return plain;
+}
+
+std::string readAll(const char* path) {
+  std::string text;
+  const Descriptor file(::open(path, O_RDONLY | O_CLOEXEC));
+  std::array<char, 4096> buffer{};
+  while (file.open()) {
+    const ssize_t count = ::read(file.get(), buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) break;
+    text.append(buffer.data(), static_cast<size_t>(count));
+  }
+  return text;
+}
+
+}  // namespace
+
+Offer probeByReading(const std::string& directory) {
+  Offer offer;
+  offer.xattrs = ::listxattr(directory.c_str(), nullptr, 0) >= 0;
+  // A file without a list answers ENODATA, a file system without lists EOPNOTSUPP.
+  offer.acls = ::getxattr(directory.c_str(), accessList, nullptr, 0) >= 0 || errno == ENODATA;
+  return offer;
+}
+
+Offer probeByWriting(const std::string& directory) {
+  Offer offer;
+  const std::string place = existingDirectory(directory);
+  if (place.empty()) return offer;
+  const Descriptor file = scratchFile(place);
+  if (!file.open()) return offer;
+
+  const auto holds = [&](const char* name) {
+    return ::fsetxattr(file.get(), name, "1", 1, 0) == 0 && ::fremovexattr(file.get(), name) == 0;
+  };
+  offer.xattrs = holds("user.rsync.probe") || holds("trusted.rsync.probe");
+  offer.acls = ::fsetxattr(file.get(), accessList, sampleAccessList.data(), sampleAccessList.size(),
+                           0) == 0 &&
+               ::fremovexattr(file.get(), accessList) == 0;
+  return offer;
+}
+
+std::vector<std::string> localMountPoints(const std::string& mountinfo) {
+  std::vector<std::string> points;
+  std::set<std::string> devicesSeen;
+  std::istringstream lines(mountinfo);
+  for (std::string line; std::getline(lines, line);) {
+    // ID PARENT MAJOR:MINOR ROOT MOUNTPOINT OPTIONS [FIELD...] - TYPE SOURCE OPTIONS
+    std::istringstream fields(line);
+    std::string skip, device, point, word, type, source;
+    fields >> skip >> skip >> device >> skip >> point >> skip;
+    while (fields >> word && word != "-") {
+    }
+    fields >> type >> source;
+    if (!fields) continue;
+    const bool blockDevice = source.rfind("/dev/", 0) == 0;
+    const bool wanted = blockDevice || point == "/";
+    if (wanted && devicesSeen.insert(device).second) points.push_back(unescape(point));
+  }
+  return points;
+}
+
+std::uint64_t usedBytesBelow(const std::string& directory) {
+  if (directory != "/") return 0;
+  std::uint64_t sum = 0;
+  for (const std::string& point : localMountPoints(readAll("/proc/self/mountinfo"))) {
+    struct statvfs status {};
+    if (::statvfs(point.c_str(), &status) == 0)
+      sum += static_cast<std::uint64_t>(status.f_blocks - status.f_bfree) * status.f_frsize;
+  }
+  return sum;
+}
+
+}  // namespace qxrsync

@@ -1,0 +1,127 @@
+#include "share/rsync/options.h"
+
+#include <charconv>
+#include <string_view>
+
+#include "share/rsync/failure.h"
+
+namespace qxrsync {
+
+namespace {
+
+using Arguments = std::vector<std::string>;
+
+int descriptorNumber(const char* option, const std::string& text) {
+  int value = -1;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc() || stop != end || value < 0)
+    throw Failure(exitSyntax,
+                  "the value '" + text + "' of " + option + " is not a file descriptor number");
+  return value;
+}
+
+// The value of "option=VALUE", or of "option VALUE" with index moved on to it.
+std::optional<std::string> valueOf(const Arguments& arguments, size_t& index,
+                                   std::string_view option) {
+  const std::string& here = arguments[index];
+  if (here.compare(0, option.size(), option) != 0) return std::nullopt;
+  if (here.size() > option.size()) {
+    if (here[option.size()] != '=') return std::nullopt;
+    return here.substr(option.size() + 1);
+  }
+  if (index + 1 == arguments.size())
+    throw Failure(exitSyntax, std::string(option) + " needs a file descriptor number");
+  return arguments[++index];
+}
+
+// A bunch of short options as a stock client writes it: "-lHogDtpre.iLsfxCIvu".
+std::string capabilitiesIn(const std::string& argument) {
+  if (argument.size() < 2 || argument[0] != '-' || argument[1] == '-') return {};
+  const size_t letter = argument.find('e');
+  if (letter == std::string::npos || letter + 1 == argument.size()) return {};
+  std::string found = argument.substr(letter + 1);
+  const bool known = found[0] == '.' || (found[0] >= '0' && found[0] <= '9');
+  return known ? found : std::string();
+}
+
+std::string capabilitiesAmong(const Arguments& arguments) {
+  for (const std::string& argument : arguments) {
+    std::string found = capabilitiesIn(argument);
+    if (!found.empty()) return found;
+  }
+  return {};
+}
+
+Options parseServer(const Arguments& arguments) {
+  Options options;
+  options.arguments = arguments;
+  const bool sender = arguments.size() > 2 && arguments[1] == "--sender";
+  if (sender && capabilitiesAmong(arguments).empty()) {
+    options.mode = Mode::Server;
+    options.served = arguments.back();
+  }
+  return options;
+}
+
+Options parseJoiner(const Arguments& arguments) {
+  Options options;
+  options.mode = Mode::Joiner;
+  if (arguments.size() < 2) throw Failure(exitSyntax, std::string(joinOption) + " needs a number");
+  options.handoverFd = descriptorNumber(joinOption, arguments[1]);
+  options.capabilities = capabilitiesAmong(arguments);
+  return options;
+}
+
+// The argument after the remote source, leaving out options.
+std::string destinationAmong(const Arguments& arguments) {
+  bool sourceSeen = false;
+  for (const std::string& argument : arguments) {
+    if (argument.empty() || argument[0] == '-') continue;
+    if (sourceSeen) return argument;
+    sourceSeen = argument.find(':') != std::string::npos;
+  }
+  return {};
+}
+
+}  // namespace
+
+Options parseOptions(const Arguments& arguments) {
+  if (!arguments.empty() && arguments[0] == "--server") return parseServer(arguments);
+  if (!arguments.empty() && arguments[0] == joinOption) return parseJoiner(arguments);
+
+  Options options;
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    if (arguments[i] == "--") {  // only names follow
+      options.arguments.insert(options.arguments.end(), arguments.begin() + static_cast<long>(i),
+                               arguments.end());
+      break;
+    }
+    if (arguments[i] == "--progress-bar") {
+      options.progressBar = true;
+    } else if (auto in = valueOf(arguments, i, "--fdin")) {
+      options.fdIn = descriptorNumber("--fdin", *in);
+    } else if (auto out = valueOf(arguments, i, "--fdout")) {
+      options.fdOut = descriptorNumber("--fdout", *out);
+    } else {
+      options.arguments.push_back(arguments[i]);
+    }
+  }
+  if (options.fdIn.has_value() != options.fdOut.has_value())
+    throw Failure(exitSyntax, options.fdIn ? "--fdin is given without --fdout"
+                                           : "--fdout is given without --fdin");
+  if (options.fdIn || options.progressBar) options.mode = Mode::Client;
+  options.destination = destinationAmong(options.arguments);
+  return options;
+}
+
+std::string quoteForShellOption(const std::string& path) {
+  std::string quoted = "'";
+  for (const char c : path) {
+    quoted += c;
+    if (c == '\'') quoted += c;
+  }
+  return quoted + "'";
+}
+
+}  // namespace qxrsync

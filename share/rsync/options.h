@@ -1,0 +1,55 @@
+#ifndef QX_SHARE_RSYNC_OPTIONS_H
+#define QX_SHARE_RSYNC_OPTIONS_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qxrsync {
+
+/// What this run of the program is for.
+enum class Mode {
+  Untouched,  // nothing here is ours: stock rsync gets the arguments as they are
+  Client,     // --fdin and --fdout, or --progress-bar
+  Server,     // the sender at the far end of a channel
+  Joiner      // this program as the remote shell of the stock rsync it started
+};
+
+/// The command line, taken apart. arguments never hold the program's name.
+struct Options {
+  Mode mode = Mode::Untouched;
+  std::vector<std::string> arguments;  // for stock rsync, our own options removed
+
+  // Mode::Client
+  bool progressBar = false;
+  std::optional<int> fdIn;   // both or neither
+  std::optional<int> fdOut;  //
+  std::string destination;   // the local directory that is filled; empty when not found
+
+  // Mode::Server
+  std::string served;  // the path that is sent: the last argument
+
+  // Mode::Joiner
+  int handoverFd = -1;       // where the channel's descriptors are received
+  std::string capabilities;  // stock rsync's own ("." and letters), for the far end
+};
+
+/// The option that makes the program a joiner; the handover descriptor follows.
+inline constexpr const char* joinOption = "--join-channel";
+
+/// Takes apart what follows the program's name. Throws Failure (status 1) when
+/// --fdin or --fdout has no number, or one of them stands without the other.
+///
+/// A server command line that some stock client made holds that client's
+/// capabilities ("e." and letters among the short options); then it is an
+/// ordinary remote rsync that is wanted, and the mode is Untouched. Over a
+/// channel of ours the capabilities arrive in the prelude instead.
+Options parseOptions(const std::vector<std::string>& arguments);
+
+/// Quotes a path for stock rsync's --rsh value, which splits at blanks and
+/// takes a doubled quote for one quote.
+std::string quoteForShellOption(const std::string& path);
+
+}  // namespace qxrsync
+
+#endif  // QX_SHARE_RSYNC_OPTIONS_H

@@ -1,0 +1,176 @@
+#include "share/rsync/prelude.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <vector>
+
+#include "share/rsync/failure.h"
+
+namespace qxrsync {
+
+namespace {
+
+constexpr std::string_view tag = "QXRSYNC";
+constexpr std::string_view capabilitiesTag = "CAPABILITIES";
+
+std::vector<std::string_view> words(std::string_view line) {
+  std::vector<std::string_view> found;
+  while (true) {
+    const size_t blank = line.find(' ');
+    found.push_back(line.substr(0, blank));
+    if (blank == std::string_view::npos) return found;
+    line.remove_prefix(blank + 1);
+  }
+}
+
+bool parseNumber(std::string_view text, std::uint64_t& value) {
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  return error == std::errc() && stop == end;
+}
+
+// What a stranger said, fit for a message on a terminal.
+std::string printable(std::string_view text) {
+  constexpr char digits[] = "0123456789abcdef";
+  std::string shown;
+  for (const char c : text.substr(0, 60)) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte < 0x7f && c != '\\') {
+      shown += c;
+    } else {
+      shown += "\\x";
+      shown += digits[byte >> 4];
+      shown += digits[byte & 15];
+    }
+  }
+  return text.size() > 60 ? shown + "..." : shown;
+}
+
+void waitFor(int fd, short events, const Deadline& deadline) {
+  pollfd wanted{fd, events, 0};
+  while (true) {
+    const int ready = ::poll(&wanted, 1, deadline.left());
+    if (ready > 0) return;
+    if (ready == 0)
+      throw Failure(exitProtocol, "the other end of the data channel does not answer");
+    if (errno != EINTR) throw systemFailure(exitProtocol, "cannot wait for the data channel");
+  }
+}
+
+void writeLine(int fd, std::string_view line, const Deadline& deadline) {
+  while (!line.empty()) {
+    waitFor(fd, POLLOUT, deadline);
+    const ssize_t written = ::write(fd, line.data(), line.size());
+    if (written >= 0) {
+      line.remove_prefix(static_cast<size_t>(written));
+    } else if (errno == EPIPE || errno == ECONNRESET) {
+      throw Failure(exitProtocol, "the other end of the data channel is closed");
+    } else if (errno != EAGAIN && errno != EINTR) {
+      throw systemFailure(exitProtocol, "cannot write to the data channel");
+    }
+  }
+}
+
+// Byte by byte: what follows the line belongs to stock rsync.
+std::string readLine(int fd, const Deadline& deadline) {
+  std::string line;
+  while (line.size() <= preludeLineLimit) {
+    waitFor(fd, POLLIN, deadline);
+    char byte = 0;
+    const ssize_t count = ::read(fd, &byte, 1);
+    if (count == 1) {
+      if (byte == '\n') return line;
+      line += byte;
+    } else if (count == 0 || errno == ECONNRESET) {
+      throw Failure(exitProtocol,
+                    line.empty() ? "the other end of the data channel closed it before the transfer"
+                                 : "the other end of the data channel closed it after \"" +
+                                       printable(line) + "\"");
+    } else if (errno != EAGAIN && errno != EINTR) {
+      throw systemFailure(exitProtocol, "cannot read from the data channel");
+    }
+  }
+  throw Failure(exitProtocol, "the other end of the data channel does not run this program: \"" +
+                                  printable(line) + "\"");
+}
+
+Failure notUnderstood(const std::string& line) {
+  return {exitProtocol,
+          "the other end of the data channel does not run this version of this program: \"" +
+              printable(line) + "\""};
+}
+
+}  // namespace
+
+int Deadline::left() const {
+  const auto span = std::chrono::duration_cast<std::chrono::milliseconds>(
+      end_ - std::chrono::steady_clock::now());
+  return static_cast<int>(std::max<std::int64_t>(0, span.count()));
+}
+
+std::string formatOffer(const Offer& offer) {
+  std::string features;
+  if (offer.acls) features += 'A';
+  if (offer.xattrs) features += 'X';
+  if (features.empty()) features = "-";
+  return std::string(tag) + " " + std::to_string(preludeVersion) + " " + features + " " +
+         std::to_string(offer.usedBytes);
+}
+
+std::optional<Offer> parseOffer(std::string_view line) {
+  const std::vector<std::string_view> parts = words(line);
+  std::uint64_t version = 0;
+  if (parts.size() != 4 || parts[0] != tag || !parseNumber(parts[1], version) ||
+      version != preludeVersion)
+    return std::nullopt;
+  const std::string_view features = parts[2];
+  if (features != "AX" && features != "A" && features != "X" && features != "-")
+    return std::nullopt;
+  Offer offer;
+  offer.acls = features.find('A') != std::string_view::npos;
+  offer.xattrs = features.find('X') != std::string_view::npos;
+  if (!parseNumber(parts[3], offer.usedBytes)) return std::nullopt;
+  return offer;
+}
+
+std::string formatCapabilities(const std::string& capabilities) {
+  return std::string(capabilitiesTag) + " " + (capabilities.empty() ? "-" : capabilities);
+}
+
+std::optional<std::string> parseCapabilities(std::string_view line) {
+  const std::vector<std::string_view> parts = words(line);
+  if (parts.size() != 2 || parts[0] != capabilitiesTag) return std::nullopt;
+  const std::string_view word = parts[1];
+  if (word == "-") return std::string();
+  const bool plain = !word.empty() && std::all_of(word.begin(), word.end(), [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '.';
+  });
+  return plain ? std::optional<std::string>(word) : std::nullopt;
+}
+
+Offer exchangeOffers(int in, int out, const Offer& mine, const Deadline& deadline) {
+  writeLine(out, formatOffer(mine) + "\n", deadline);
+  const std::string line = readLine(in, deadline);
+  std::optional<Offer> theirs = parseOffer(line);
+  if (!theirs) throw notUnderstood(line);
+  theirs->acls = theirs->acls && mine.acls;
+  theirs->xattrs = theirs->xattrs && mine.xattrs;
+  return *theirs;
+}
+
+void sendCapabilities(int out, const std::string& capabilities, const Deadline& deadline) {
+  writeLine(out, formatCapabilities(capabilities) + "\n", deadline);
+}
+
+std::string receiveCapabilities(int in, const Deadline& deadline) {
+  const std::string line = readLine(in, deadline);
+  std::optional<std::string> capabilities = parseCapabilities(line);
+  if (!capabilities) throw notUnderstood(line);
+  return *capabilities;
+}
+
+}  // namespace qxrsync

@@ -1,0 +1,156 @@
+#include "share/rsync/pump.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace qxrsync {
+
+namespace {
+
+constexpr int pipeSize = 1 << 20;        // bytes; what an ordinary user may ask for
+constexpr size_t largestMove = 1 << 20;  // bytes in one call
+constexpr size_t bufferSize = 256 << 10;
+constexpr int movesPerTurn = 16;
+
+bool isPipe(int fd) {
+  struct stat status {};
+  return ::fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
+}  // namespace
+
+Pump::Pump(int source, int sink) : source_(source), sink_(sink), way_(Way::ThroughPipe) {
+  setNonBlocking(source, true);
+  setNonBlocking(sink, true);
+  if (isPipe(source) || isPipe(sink)) {
+    way_ = Way::Direct;
+  } else {
+    between_ = makePipe();
+    enlargePipe(between_.second.get(), pipeSize);
+  }
+}
+
+Pump::Step Pump::outcome(ssize_t count) {
+  if (count > 0) return Step::Moved;
+  if (count == 0) return Step::Ended;
+  if (errno == EAGAIN || errno == EINTR) return Step::WouldBlock;
+  return errno == EINVAL || errno == ENOSYS ? Step::Unsupported : Step::Ended;
+}
+
+Pump::Step Pump::spliceDirectly() {
+  const Step step = outcome(
+      ::splice(source_, nullptr, sink_, nullptr, largestMove, SPLICE_F_MOVE | SPLICE_F_NONBLOCK));
+  if (step == Step::Moved) movedSinceWait_ = true;
+  if (step == Step::WouldBlock) {
+    // It is not told which side was not ready. Most often the source has been
+    // emptied; but when waiting for one side did not help, it is the other.
+    waitForSink_ = !movedSinceWait_ && !waitForSink_;
+    movedSinceWait_ = false;
+  }
+  return step;
+}
+
+Pump::Step Pump::spliceThroughPipe() {
+  if (held_ == 0) {
+    const ssize_t count = ::splice(source_, nullptr, between_.second.get(), nullptr, largestMove,
+                                   SPLICE_F_MOVE | SPLICE_F_NONBLOCK);
+    const Step step = outcome(count);
+    waitForSink_ = false;
+    if (step != Step::Moved) return step;
+    held_ = static_cast<size_t>(count);
+  }
+  const ssize_t count = ::splice(between_.first.get(), nullptr, sink_, nullptr, held_,
+                                 SPLICE_F_MOVE | SPLICE_F_NONBLOCK);
+  const Step step = outcome(count);
+  waitForSink_ = true;
+  if (step == Step::Moved) held_ -= static_cast<size_t>(count);
+  return step;
+}
+
+Pump::Step Pump::copy() {
+  if (held_ == 0) {
+    waitForSink_ = false;
+    const ssize_t count = ::read(source_, buffer_.data(), buffer_.size());
+    const Step step = outcome(count);
+    if (step != Step::Moved) return step;
+    heldFrom_ = 0;
+    held_ = static_cast<size_t>(count);
+  }
+  waitForSink_ = true;
+  const ssize_t count = ::write(sink_, buffer_.data() + heldFrom_, held_);
+  const Step step = outcome(count);
+  if (step == Step::Moved) {
+    heldFrom_ += static_cast<size_t>(count);
+    held_ -= static_cast<size_t>(count);
+  }
+  return step;
+}
+
+void Pump::changeToCopying() {
+  way_ = Way::Copy;
+  buffer_.resize(std::max(bufferSize, held_));
+  heldFrom_ = 0;
+  size_t rescued = 0;
+  while (rescued < held_) {  // what the sink refused from the pipe in between
+    const ssize_t count = ::read(between_.first.get(), buffer_.data() + rescued, held_ - rescued);
+    if (count <= 0 && errno != EINTR) break;
+    if (count > 0) rescued += static_cast<size_t>(count);
+  }
+  held_ = rescued;
+}
+
+Pump::Step Pump::step() {
+  switch (way_) {
+    case Way::Direct:
+      return spliceDirectly();
+    case Way::ThroughPipe:
+      return spliceThroughPipe();
+    case Way::Copy:
+      break;
+  }
+  return copy();
+}
+
+void Pump::move() {
+  hadEnough_ = false;
+  for (int turn = 0; turn < movesPerTurn && !done_; ++turn) {
+    switch (step()) {
+      case Step::Moved:
+        break;
+      case Step::WouldBlock:
+        return;
+      case Step::Ended:
+        done_ = true;
+        return;
+      case Step::Unsupported:
+        if (way_ == Way::Copy) {
+          done_ = true;
+          return;
+        }
+        changeToCopying();
+        break;
+    }
+  }
+  hadEnough_ = !done_;
+}
+
+void Pump::addWanted(std::vector<pollfd>& wanted) const {
+  if (done_ || hadEnough_) return;
+  if (waitForSink_)
+    wanted.push_back({sink_, POLLOUT, 0});
+  else
+    wanted.push_back({source_, POLLIN, 0});
+}
+
+bool Pump::hasPending() const {
+  if (done_) return false;
+  if (held_ > 0) return true;
+  pollfd readable{source_, POLLIN, 0};
+  return ::poll(&readable, 1, 0) == 1 && (readable.revents & POLLIN) != 0;
+}
+
+}  // namespace qxrsync

@@ -1,0 +1,56 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "share/rsync/child.h"
+#include "share/rsync/descriptor.h"
+#include "share/rsync/file_systems.h"
+#include "share/rsync/prelude.h"
+#include "share/rsync/run.h"
+
+namespace qxrsync {
+
+namespace {
+
+constexpr std::chrono::seconds preludePatience{60};
+constexpr int pipeSize = 1 << 20;  // bytes
+
+// From here on only stock rsync holds the channel, so its end is the channel's.
+void letGoOfChannel() {
+  const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO})
+    if (!null.open() || ::dup2(null.get(), fd) < 0) ::close(fd);
+}
+
+}  // namespace
+
+int runServer(const Options& options) {
+  ensureStandardStreams();
+  ignoreBrokenPipes();
+  closeStrayDescriptors(-1, -1);
+  enlargePipe(STDIN_FILENO, pipeSize);
+  enlargePipe(STDOUT_FILENO, pipeSize);
+
+  Offer offer = probeByReading(options.served);
+  offer.usedBytes = usedBytesBelow(options.served);
+  const Deadline deadline(preludePatience);
+  const Offer agreed = exchangeOffers(STDIN_FILENO, STDOUT_FILENO, offer, deadline);
+  const std::string capabilities = receiveCapabilities(STDIN_FILENO, deadline);
+
+  Child::Setup setup;
+  setup.deathSignal = SIGKILL;  // it only reads, so there is nothing to tidy up
+  setup.arguments = {"--server", "--sender"};
+  if (agreed.acls) setup.arguments.emplace_back("-A");
+  if (agreed.xattrs) setup.arguments.emplace_back("-X");
+  if (!capabilities.empty()) setup.arguments.push_back("-e" + capabilities);
+  setup.arguments.insert(setup.arguments.end(), options.arguments.begin() + 2,
+                         options.arguments.end());
+
+  const SignalsHeld signals;
+  Child child(setup, signals);
+  letGoOfChannel();
+  return supervise(child, signals);
+}
+
+}  // namespace qxrsync

@@ -1,0 +1,22 @@
+#ifndef QX_SHARE_RSYNC_STOCK_H
+#define QX_SHARE_RSYNC_STOCK_H
+
+#include <string>
+#include <vector>
+
+namespace qxrsync {
+
+/// The path of this program's own executable. Throws Failure.
+std::string ownPath();
+
+/// The stock rsync to run: "rsync.stock" beside this program if there is one,
+/// so that a bundle can bring its own, else /usr/bin/rsync. Throws Failure when
+/// there is neither.
+std::string stockPath();
+
+/// Replaces this process with stock rsync. Returns never; throws Failure.
+[[noreturn]] void becomeStock(const std::vector<std::string>& arguments);
+
+}  // namespace qxrsync
+
+#endif  // QX_SHARE_RSYNC_STOCK_H
