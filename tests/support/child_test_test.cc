@@ -110,8 +110,8 @@ TEST(RunInChild, AbortWithAnotherTextIsAFailure) {
 
 TEST(FailSystemCall, OnlyThatCallFails) {
   runInChild([] {
-    failSystemCall(SYS_getppid, ENOMEM);
-    EXPECT_EQ(syscall(SYS_getppid), -1);
+    failSystemCall(SYS_getsid, ENOMEM);
+    EXPECT_EQ(syscall(SYS_getsid, 0), -1);
     EXPECT_EQ(errno, ENOMEM);
     EXPECT_GT(syscall(SYS_getpid), 0);
   });

@@ -11,8 +11,9 @@
 //     EXPECT_THAT(host.calls(), testing::ElementsAre("/usr/sbin/qxctl\tstop\t101"));
 //   });
 //
-// What is there besides: the machine's /usr (writable, but writes stay in the
-// scratch host), /bin, /lib and so on; /dev with null, zero, full, random,
+// What is there besides: the machine's /usr (an overlay, so writes stay in the
+// scratch host; links, only partly writable, when the test is not run by root),
+// /bin, /lib and so on; /dev with null, zero, full, random,
 // urandom, tty; a /proc of the child's own pid namespace; a minimal /etc
 // (passwd, group, hosts); empty /tmp, /var, /run, /root, /home, /mnt; the source
 // tree (read-only) and the build tree at their own paths. The working directory

@@ -50,18 +50,23 @@ TEST(ScratchHost, FilesOfTheMachineAreNotThere) {
   });
 }
 
+TEST(ScratchHost, LinkOfTheTestDoesNotLeadOutOfTheScratchHost) {
+  const TempTree tree;
+  ScratchHost host;
+  host.dir(tree.root()).symlink("/link", tree.root()).file("/link/written", "x");
+  host.run([&] { EXPECT_EQ(readFile(tree.path("written")), "x"); });
+  EXPECT_FALSE(fs::exists(tree.path("written")));
+}
+
 TEST(ScratchHost, WhatTheBodyWritesStaysInTheScratchHost) {
   ScratchHost host;
   host.run([] {
     std::ofstream("/usr/qxtest-of-the-scratch-host") << "x";
     std::ofstream("/etc/qxtest-of-the-scratch-host") << "x";
     EXPECT_TRUE(fs::exists("/usr/qxtest-of-the-scratch-host"));
-    EXPECT_EQ(shell("rm /usr/bin/env"), 0);
-    EXPECT_FALSE(fs::exists("/usr/bin/env"));
   });
   EXPECT_FALSE(fs::exists("/usr/qxtest-of-the-scratch-host"));
   EXPECT_FALSE(fs::exists("/etc/qxtest-of-the-scratch-host"));
-  EXPECT_TRUE(fs::exists("/usr/bin/env"));
 }
 
 TEST(ScratchHost, ProgramsOfTheMachineRun) {

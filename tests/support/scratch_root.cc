@@ -68,8 +68,12 @@ fs::path buildTree() {
   return program.parent_path();
 }
 
-// Elsewhere the overlay may not keep its notes in trusted extended attributes.
-bool inInitialUserNamespace() {
+bool isBelow(const std::string& path, const std::string& directory) {
+  return path.compare(0, directory.size() + 1, directory + "/") == 0;
+}
+
+// True when the files of the machine's root user are those of this process's.
+bool isRealRoot() {
   unsigned long inside = 0;
   unsigned long outside = 0;
   unsigned long count = 0;
@@ -77,20 +81,53 @@ bool inInitialUserNamespace() {
   return inside == 0 && outside == 0 && count == 4294967295;
 }
 
+// Links in the directory `root` + `directory` to everything that the machine has
+// in its `directory`, which is below /usr.
+void linkToMachine(const std::string& root, const std::string& directory) {
+  const fs::path machine = SCRATCH_DIR + directory;
+  for (const fs::directory_entry& entry : fs::directory_iterator(root + machine.string())) {
+    const fs::path name = entry.path().filename();
+    fs::create_symlink(machine / name, fs::path(root + directory) / name);
+  }
+}
+
 void makeUsr(const std::string& root) {
   const std::string scratch = root + SCRATCH_DIR;
-  fs::create_directories(scratch + "/usr-upper");
-  fs::create_directories(scratch + "/usr-work");
   fs::create_directory(root + "/usr");
-  mountOn(root + "/usr", "overlay", "overlay", 0,
-          "lowerdir=/usr,upperdir=" + scratch + "/usr-upper,workdir=" + scratch + "/usr-work" +
-              (inInitialUserNamespace() ? "" : ",userxattr"));
+  if (isRealRoot()) {
+    fs::create_directories(scratch + "/usr-upper");
+    fs::create_directories(scratch + "/usr-work");
+    mountOn(root + "/usr", "overlay", "overlay", 0,
+            "lowerdir=/usr,upperdir=" + scratch + "/usr-upper,workdir=" + scratch + "/usr-work");
+  } else {
+    // In an overlay the directories would belong to a user that is unknown here,
+    // and nothing could be put into them.
+    bindAt(scratch + "/usr", "/usr", true);
+    linkToMachine(root, "/usr");
+  }
   for (const std::string name : {"/bin", "/sbin", "/lib", "/lib32", "/lib64", "/libx32"}) {
     if (fs::is_symlink(name)) {
       fs::create_symlink(fs::read_symlink(name), root + name);
     } else if (fs::is_directory(name)) {
       bindAt(root + name, name, true);
     }
+  }
+}
+
+// Where /usr consists of links to the machine's: makes the directories above an
+// entry real ones, with links in them.
+void openUsrFor(const std::string& entryPath) {
+  std::string path = entryPath;
+  for (const std::string merged : {"/bin", "/sbin", "/lib"}) {
+    if (isBelow(path, merged) && fs::is_symlink(merged)) path = "/usr" + path;
+  }
+  if (!isBelow(path, "/usr")) return;
+  for (size_t end = path.find('/', 5); end != std::string::npos; end = path.find('/', end + 1)) {
+    const std::string directory = path.substr(0, end);
+    if (!fs::is_symlink(directory)) continue;
+    fs::remove(directory);
+    fs::create_directory(directory);
+    linkToMachine("", directory);
   }
 }
 
@@ -128,15 +165,11 @@ void makeBase(const std::string& root) {
   makeEntry(root, fileAt(CALL_LOG, "", 0666));
 }
 
-bool isBelow(const std::string& path, const std::string& directory) {
-  return path.compare(0, directory.size() + 1, directory + "/") == 0;
-}
-
 // A file of the test in /proc: covers the one that is there.
-void coverProcFile(const std::string& root, const TreeEntry& entry, int number) {
+void coverProcFile(const TreeEntry& entry, int number) {
   const std::string cover = std::string(SCRATCH_DIR) + "/proc-" + std::to_string(number);
-  makeEntry(root, {TreeEntry::FILE, cover, entry.text, entry.mode});
-  mountOn(root + entry.path, root + cover, nullptr, MS_BIND);
+  makeEntry("/", {TreeEntry::FILE, cover, entry.text, entry.mode});
+  mountOn(entry.path, cover, nullptr, MS_BIND);
 }
 
 void moveInto(const std::string& root) {
@@ -219,15 +252,17 @@ void enterScratchRoot(const std::string& mountPoint, const std::vector<TreeEntry
   mountOn(root + "/proc", "proc", "proc", 0);
   bindAt(root + QX_SOURCE_DIR, QX_SOURCE_DIR, true);
   bindAt(root + build.string(), build, false);
+  moveInto(root);
+  // Only now, when no link of the test's can lead out to the machine.
   int covers = 0;
   for (const TreeEntry& entry : entries) {
     if (isBelow(entry.path, "/proc")) {
-      coverProcFile(root, entry, ++covers);
+      coverProcFile(entry, ++covers);
     } else {
-      makeEntry(root, entry);
+      if (!isRealRoot()) openUsrFor(entry.path);
+      makeEntry("/", entry);
     }
   }
-  moveInto(root);
 }
 
 }  // namespace test_support
