@@ -77,6 +77,11 @@ class QXL_API QXLHaulSerializerBaseAgentPrototype
            boost::shared_ptr<QXLHaulSerializerBaseParams> params) override;
   // Sent also after a cancel; ends the session. Harmless without a session.
   int finish() override;
+  // Tells, before finish, that the migration succeeded. An agent whose session
+  // ends without that undoes what it did to its own machine's services.
+  void setSucceeded(bool succeeded) { m_succeeded = succeeded; }
+  // The road to the agent; null when there is none.
+  boost::shared_ptr<QXLRequestTransport> getTransport() const;
 
   virtual int serializeParams(const boost::shared_ptr<QXLHaulSerializerBaseParams>& params,
                               const boost::intrusive_ptr<QXLMessageIterator>& out) = 0;
@@ -102,6 +107,7 @@ class QXL_API QXLHaulSerializerBaseAgentPrototype
   QXLEID m_eid;
   std::string m_operatorName;
   std::string m_sessionId;  // empty without a session
+  bool m_succeeded = false;
   std::string m_stage;      // begun and not ended
   boost::intrusive_ptr<QXLMessageIterator> m_message;
 };

@@ -23,8 +23,7 @@ class QXL_API QXLHaulControl : public virtual QXLRequest {
   virtual int process() = 0;
 
   // Makes both ends, initialises them with the parameters, makes the connector,
-  // calls process, and finishes both ends whatever happened: the deserializer
-  // first when process failed, so that nothing is written while it rolls back.
+  // calls process, and finishes both ends whatever happened.
   // Returns 0 or non-zero with the reason in the context.
   int execute(const boost::shared_ptr<QXLConnectionInfo>& connection,
               const boost::shared_ptr<QXLHaulSerializerBaseParams>& params);
@@ -38,7 +37,7 @@ class QXL_API QXLHaulControl : public virtual QXLRequest {
 
  private:
   int prepareEnds(const boost::shared_ptr<QXLHaulSerializerBaseParams>& params);
-  int finishEnds();
+  int finishEnds(bool succeeded);
 };
 
 }  // namespace QXL

@@ -59,6 +59,8 @@ class QXL_API QXLOperatorFunctionalPrototype : public QXLOperatorPrototype {
 // Besides its table it answers "create" (makes the worker), "init" (decodes the
 // parameters and initialises the worker with them) and "finish" (ends it). A
 // stage is dispatched only to a worker that was initialised without error.
+// Services that "stopServices" stopped are started again by a "finish" that does
+// not say that the migration succeeded.
 class QXL_API QXLHaulControlOperatorPrototype : public QXLOperatorFunctionalPrototype {
  public:
   QXLHaulControlOperatorPrototype();
@@ -94,11 +96,14 @@ class QXL_API QXLHaulControlOperatorPrototype : public QXLOperatorFunctionalProt
   void create(const boost::intrusive_ptr<QXLMessageIterator>& out);
   void init(const boost::intrusive_ptr<QXLMessageIterator>& in,
             const boost::intrusive_ptr<QXLMessageIterator>& out);
-  void finish(const boost::intrusive_ptr<QXLMessageIterator>& out);
+  void finish(const boost::intrusive_ptr<QXLMessageIterator>& in,
+              const boost::intrusive_ptr<QXLMessageIterator>& out);
   void complete(int result, const boost::intrusive_ptr<QXLMessageIterator>& out);
 
   boost::intrusive_ptr<QXLHaulSerializerBasePrototype> m_serializer;
+  boost::shared_ptr<QXLHaulSerializerBaseParams> m_params;  // kept when init succeeded
   bool m_initialised = false;
+  bool m_servicesStopped = false;
 };
 
 }  // namespace QXL

@@ -67,7 +67,7 @@ class QXL_API GenExec {
   // What was collected of a stream.
   std::string getOutput(int stream) const;
 
- private:
+ protected:
   struct State;
   State* m_state;
 };

@@ -1,0 +1,70 @@
+#include "agent/channels.h"
+
+#include <fcntl.h>
+#include <sys/random.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "agent/last_error.h"
+
+namespace agent {
+
+void ChannelTable::put(const std::string& token,
+                       boost::intrusive_ptr<QXL::QXLChannelEndPrototype> end) {
+  std::lock_guard lock(mutex_);
+  ends_[token] = std::move(end);
+}
+
+boost::intrusive_ptr<QXL::QXLChannelEndPrototype> ChannelTable::take(const std::string& token) {
+  std::lock_guard lock(mutex_);
+  const auto found = ends_.find(token);
+  if (found == ends_.end()) return nullptr;
+  boost::intrusive_ptr<QXL::QXLChannelEndPrototype> end = std::move(found->second);
+  ends_.erase(found);
+  return end;
+}
+
+ChannelPair makeChannelPair(int pipeBytes) {
+  int forth[2];
+  int back[2];
+  if (pipe2(forth, O_CLOEXEC) != 0) {
+    failErrno("a data channel could not be made");
+    return {};
+  }
+  UniqueFd forthRead(forth[0]), forthWrite(forth[1]);
+  if (pipe2(back, O_CLOEXEC) != 0) {
+    failErrno("a data channel could not be made");
+    return {};
+  }
+  UniqueFd backRead(back[0]), backWrite(back[1]);
+  if (pipeBytes > 0) {
+    fcntl(forthWrite.get(), F_SETPIPE_SZ, pipeBytes);
+    fcntl(backWrite.get(), F_SETPIPE_SZ, pipeBytes);
+  }
+  ChannelPair pair;
+  pair.first.reset(new LocalChannelEnd(std::move(backRead), std::move(forthWrite)));
+  pair.second.reset(new LocalChannelEnd(std::move(forthRead), std::move(backWrite)));
+  return pair;
+}
+
+std::string newToken() {
+  unsigned char bytes[16];
+  for (size_t filled = 0; filled < sizeof bytes;) {
+    const ssize_t count = getrandom(bytes + filled, sizeof bytes - filled, 0);
+    if (count < 0) {
+      if (errno == EINTR) continue;
+      throw std::system_error(errno, std::generic_category(), "getrandom");
+    }
+    filled += static_cast<size_t>(count);
+  }
+  static const char digits[] = "0123456789abcdef";
+  std::string token;
+  for (const unsigned char byte : bytes) {
+    token += digits[byte >> 4];
+    token += digits[byte & 15];
+  }
+  return token;
+}
+
+}  // namespace agent

@@ -1,0 +1,58 @@
+// One child process.
+#ifndef QX_AGENT_CHILD_H
+#define QX_AGENT_CHILD_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "agent/unique_fd.h"
+
+namespace agent {
+
+// How to start a program.
+struct ChildOptions {
+  // Descriptors for standard input, output and error; -1 for /dev/null.
+  int streams[3] = {-1, -1, -1};
+  // Kill the program (SIGKILL) when the thread that started it dies.
+  bool dieWithParent = false;
+};
+
+// Owns a process in a process group of its own; kills the group and reaps the
+// process when it goes.
+class Child {
+ public:
+  Child() = default;
+  ~Child();
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+  // Starts argv[0], a path, with the caller's environment and every descriptor
+  // that is not close-on-exec. Returns 0 or an errno value; nothing runs then.
+  int start(const std::vector<std::string>& argv, const ChildOptions& options);
+
+  bool started() const { return pid_ > 0; }
+  pid_t pid() const { return pid_; }
+
+  // True once the process has ended; then status() is its wait status.
+  bool poll();
+  int status() const { return status_; }
+
+  // Readable when the process has ended, for poll(2); -1 where the kernel has no
+  // process descriptors (before 5.3), and poll() must be asked now and then.
+  int fd() const { return pidfd_.get(); }
+
+  // Sends a signal to the whole group.
+  void signalGroup(int signal) const;
+
+ private:
+  pid_t pid_ = 0;
+  bool ended_ = false;
+  int status_ = 0;
+  UniqueFd pidfd_;
+};
+
+}  // namespace agent
+
+#endif

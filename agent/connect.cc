@@ -1,0 +1,58 @@
+#include "agent/connect.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+#include "agent/last_error.h"
+#include "agent/local_transport.h"
+#include "agent/remote_transport.h"
+#include "framework/errors.h"
+
+namespace agent {
+
+namespace {
+
+UniqueFd connectUnix(const std::string& path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  if (path.empty() || path.size() >= sizeof address.sun_path) {
+    fail("'" + path + "' cannot be the path of a socket: it must have 1 to " +
+         std::to_string(sizeof address.sun_path - 1) + " bytes");
+    return UniqueFd();
+  }
+  memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!fd || connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    failErrno("cannot connect to the agent at unix:" + path);
+    return UniqueFd();
+  }
+  return fd;
+}
+
+}  // namespace
+
+boost::shared_ptr<QXL::QXLRequestTransport> connect(const std::string& address,
+                                                    QXL::QXLProgressHandlerPrototype*) {
+  try {
+    if (address == "local")
+      return boost::shared_ptr<QXL::QXLRequestTransport>(new LocalTransport());
+    if (address.compare(0, 5, "unix:") == 0) {
+      UniqueFd fd = connectUnix(address.substr(5));
+      if (!fd) return nullptr;
+      UniqueFd second(fcntl(fd.get(), F_DUPFD_CLOEXEC, 3));
+      return boost::shared_ptr<QXL::QXLRequestTransport>(
+          new RemoteTransport(std::move(fd), std::move(second), address));
+    }
+    fail("'" + address + "' is no address of an agent: use unix:PATH or local");
+  } catch (const std::exception& problem) {
+    fail(problem.what());
+  }
+  return nullptr;
+}
+
+}  // namespace agent

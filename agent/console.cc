@@ -1,0 +1,88 @@
+#include "agent/console.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace agent {
+
+namespace {
+
+struct StageText {
+  const char* name;
+  const char* text;
+};
+
+// What a stage does, for people.
+constexpr StageText stageTexts[] = {
+    {"create", "open a session"},
+    {"init", "check the parameters"},
+    {"lockVPS", "lock the container id"},
+    {"createDstSrv", "create the container"},
+    {"getUsageDiskSpace", "measure the server's files"},
+    {"getFreeDiskSpace", "measure the node's disk"},
+    {"dumpQuota", "read the server's disk quotas"},
+    {"startRSyncServer", "serve the files, first copy"},
+    {"rSync", "copy the files, services running"},
+    {"waitRSyncServer", "end the first copy"},
+    {"stopServices", "stop the services"},
+    {"startRSyncServer2", "serve the files, second copy"},
+    {"rSync2", "copy what has changed"},
+    {"waitRSyncServer2", "end the second copy"},
+    {"restoreQuota", "set the container's disk quotas"},
+    {"tuneDstSrv", "adapt the copy to a container"},
+    {"finish", "finish"},
+};
+
+const char* textOf(const std::string& stage) {
+  for (const StageText& known : stageTexts) {
+    if (stage == known.name) return known.text;
+  }
+  return "";
+}
+
+}  // namespace
+
+Console::Console(bool quiet) : quiet_(quiet), terminal_(isatty(STDOUT_FILENO) != 0) {}
+
+void Console::stageBegins(const std::string& stage) {
+  stage_ = stage;
+  if (quiet_ || !terminal_) return;
+  printf("%-18s %s ...", stage.c_str(), textOf(stage));
+  shown_ = true;
+  fflush(stdout);
+}
+
+void Console::stageEnds(const std::string& stage, int result, double seconds) {
+  if (quiet_) return;
+  clear();
+  printf("%-18s %-34s %8.1f s  %s\n", stage.c_str(), textOf(stage), seconds,
+         result == 0 ? "done" : "FAILED");
+  fflush(stdout);
+}
+
+void Console::line(const std::string& text) {
+  if (quiet_) return;
+  clear();
+  printf("  %s\n", text.c_str());
+  fflush(stdout);
+}
+
+void Console::percent(const std::string& description, int percent) {
+  if (quiet_) return;
+  if (!terminal_) {
+    printf("  %s: %d%%\n", description.c_str(), percent);
+  } else {
+    clear();
+    printf("%-18s %s: %d%%", stage_.c_str(), description.c_str(), percent);
+    shown_ = true;
+  }
+  fflush(stdout);
+}
+
+void Console::clear() {
+  if (shown_) printf("\r\033[K");
+  shown_ = false;
+}
+
+}  // namespace agent

@@ -1,0 +1,58 @@
+// qxagent: the agent of a server that is to be migrated.
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <string>
+
+#include "agent/log_level.h"
+#include "agent/plugin.h"
+#include "agent/server.h"
+#include "agent/signals.h"
+#include "agent/version.h"
+
+namespace {
+
+int serve(const std::string& address, const std::string& library, int verbosity) {
+  if (address.compare(0, 5, "unix:") != 0) {
+    throw std::runtime_error("--listen '" + address +
+                             "' is no address to listen on: use unix:PATH");
+  }
+  agent::setLogLevel(1 + verbosity);
+  const int stopFd = agent::catchStopSignals();
+  const agent::Plugin plugin(library.empty() ? agent::Plugin::defaultPath() : library);
+  agent::Server server(address.substr(5));
+  server.run(stopFd);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("The host agent: lets a container host copy this server into a container.");
+  app.set_version_flag("--version", std::string("qxagent ") + agent::version);
+  app.require_subcommand(1);
+  app.footer(
+      "Exit status: 0 when stopped by SIGTERM, SIGINT or SIGHUP, 1 when it cannot serve,\n"
+      "2 for a wrong command line.");
+  CLI::App* serveCommand = app.add_subcommand("serve", "Serve until stopped by a signal");
+  std::string listen;
+  std::string library;
+  int verbosity = 0;
+  serveCommand->add_option("--listen", listen, "Where to listen: unix:PATH of a socket to make")
+      ->required();
+  serveCommand->add_option("--library", library,
+                           "The plug-in (default: libqxlinmigrate.so beside this program, in\n"
+                           "../lib, /usr/local/lib or /usr/lib)");
+  serveCommand->add_flag("-v,--verbose", verbosity, "Log more to standard error; may be repeated");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& problem) {
+    return app.exit(problem) == 0 ? 0 : 2;
+  }
+  try {
+    return serve(listen, library, verbosity);
+  } catch (const std::exception& problem) {
+    fprintf(stderr, "qxagent: %s\n", problem.what());
+    return 1;
+  }
+}
