@@ -1,0 +1,123 @@
+#include "node/engine.h"
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "node/error.h"
+#include "node/file.h"
+#include "node/mounts.h"
+#include "node/paths.h"
+#include "node/private_area.h"
+#include "node/state.h"
+#include "node/users.h"
+
+namespace node {
+namespace {
+
+void refuseRunning(const Container& container, const char* action) {
+  if (const std::optional<pid_t> init = runningInit(container.id)) {
+    fail(ExitCode::kBusy, "container %u is running (its init is process %d): stop it before you %s",
+         container.id, *init, action);
+  }
+}
+
+bool isSameDirectory(const std::string& a, const std::string& b) {
+  struct stat first, second;
+  return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 &&
+         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+void requireTree(const Container& container) {
+  if (!isDirectory(container.privateArea)) {
+    fail(ExitCode::kNotFound, "container %u has no private area: there is no directory %s",
+         container.id, container.privateArea.c_str());
+  }
+  if (!isDirectory(container.tree())) {
+    fail(ExitCode::kNotFound,
+         "private area %s of container %u has no directory '%s': mkqxfs makes private areas",
+         container.privateArea.c_str(), container.id, kTreeName);
+  }
+}
+
+[[noreturn]] void failBusy(const Container& container) {
+  const std::vector<std::string> below = mountsBelow(mountPoints(), container.root);
+  std::string user = below.empty() ? findUser(container.root) : "the mount " + below.front();
+  if (user.empty()) user = "a process that could not be found";
+  fail(ExitCode::kBusy, "cannot unmount %s of container %u: it is used by %s",
+       container.root.c_str(), container.id, user.c_str());
+}
+
+}  // namespace
+
+void createContainer(const Container& container) {
+  const std::string name = container.var("OSTEMPLATE");
+  if (name.empty()) {
+    fail(ExitCode::kBadConfig,
+         "%s names no OS template: set OSTEMPLATE, or make an empty private area with "
+         "'mkqxfs %s'",
+         configPath(container.id).c_str(), container.privateArea.c_str());
+  }
+  makePrivateAreaFromTemplate(container.privateArea, name);
+  if (isSystemTree(container.tree())) registerContainer(container);
+}
+
+Outcome mountContainer(const Container& container) {
+  requireTree(container);
+  if (isMounted(container)) {
+    if (isSameDirectory(container.root, container.tree())) return Outcome::kAlready;
+    fail(ExitCode::kBusy, "something other than %s is mounted on %s", container.tree().c_str(),
+         container.root.c_str());
+  }
+  makeDirectories(container.root);
+  if (!listDirectory(container.root).empty()) {
+    fail(ExitCode::kExists, "%s is not empty: mounting container %u would hide what is there",
+         container.root.c_str(), container.id);
+  }
+  if (mount(container.tree().c_str(), container.root.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+    failErrno("cannot mount %s on %s", container.tree().c_str(), container.root.c_str());
+  }
+  return Outcome::kDone;
+}
+
+void umountContainer(const Container& container) {
+  refuseRunning(container, "unmount it");
+  if (!isMounted(container)) {
+    fail(ExitCode::kNotMounted, "container %u is not mounted", container.id);
+  }
+  // More than one mount can lie on the root when it was mounted by hand.
+  do {
+    if (umount(container.root.c_str()) != 0) {
+      if (errno == EBUSY) failBusy(container);
+      failErrno("cannot unmount %s", container.root.c_str());
+    }
+  } while (isMounted(container));
+}
+
+Outcome convertContainer(const Container& container) {
+  requireTree(container);
+  return registerContainer(container) ? Outcome::kDone : Outcome::kAlready;
+}
+
+void destroyContainer(const Container& container) {
+  if (!container.configured && !exists(container.privateArea)) {
+    fail(ExitCode::kNotFound, "container %u does not exist: there is neither %s nor %s",
+         container.id, configPath(container.id).c_str(), container.privateArea.c_str());
+  }
+  refuseRunning(container, "destroy it");
+  if (isMounted(container)) umountContainer(container);
+  if (exists(container.privateArea)) removePrivateArea(container.privateArea);
+  // Only the empty mount point goes: files that someone put below it stay.
+  if (rmdir(container.root.c_str()) != 0 && errno != ENOENT && errno != ENOTEMPTY &&
+      errno != EEXIST) {
+    failErrno("cannot remove %s", container.root.c_str());
+  }
+  const std::string config = configPath(container.id);
+  if (unlink(config.c_str()) != 0 && errno != ENOENT) {
+    failErrno("cannot remove %s", config.c_str());
+  }
+}
+
+}  // namespace node

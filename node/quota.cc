@@ -1,0 +1,144 @@
+#include "node/quota.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <cerrno>
+#include <limits>
+
+#include "node/error.h"
+#include "node/file.h"
+#include "node/paths.h"
+#include "node/text.h"
+
+namespace node {
+namespace {
+
+uint64_t parseNumber(const std::string& text, uint64_t max = std::numeric_limits<uint64_t>::max()) {
+  const std::optional<uint64_t> value = parseDecimal(text);
+  if (!value || *value > max) {
+    fail(ExitCode::kUsage, "invalid number '%s'", text.c_str());
+  }
+  return *value;
+}
+
+QuotaKind parseKind(const std::string& option) {
+  if (option.ends_with('u')) return QuotaKind::kUser;
+  if (option.ends_with('g')) return QuotaKind::kGroup;
+  fail(ExitCode::kUsage, "invalid option '%s'", option.c_str());
+}
+
+QuotaTable readTable(const std::string& path) {
+  const std::optional<std::string> text = readFile(path);
+  if (!text && errno == ENOENT) return {};
+  if (!text) failErrno("cannot read %s", path.c_str());
+  try {
+    return parseQuotaTable(*text);
+  } catch (const Error& error) {
+    fail(error.code(), "%s: %s", path.c_str(), error.what());
+  }
+}
+
+bool isOff(const Container& container) {
+  const std::string value = container.var("DISK_QUOTA");
+  return value == "no" || value == "NO" || value == "off";
+}
+
+/// Returns with whatever `change` did to the table stored.
+template <class Change>
+void changeTable(const Container& container, Change change) {
+  // The lock is on the directory: the file itself is replaced by every change.
+  const Fd lock(open(container.privateArea.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!lock || flock(lock.get(), LOCK_EX) != 0) {
+    failErrno("cannot lock %s", container.privateArea.c_str());
+  }
+  const std::string path = container.inPrivateArea(kQuotaFile);
+  const QuotaTable before = readTable(path);
+  QuotaTable after = before;
+  change(after);
+  if (!(after == before)) replaceFile(path, formatQuotaTable(after), 0600);
+}
+
+}  // namespace
+
+std::string quotaUsage() {
+  return "Usage: qxquota stat ID [-t]\n"
+         "       qxquota setlimit2 ID -u|-g NUMBER BSOFT BHARD ISOFT IHARD\n"
+         "       qxquota setlimit2 ID -tu|-tg BGRACE IGRACE\n"
+         "Shows and sets the disk limits of a container's users and groups.\n"
+         "\n"
+         "  stat       exits with 0 or 10 when quotas are on, 6 when they are off;\n"
+         "             -t prints the grace times and the limits\n"
+         "  setlimit2  sets the limits of user (-u) or group (-g) NUMBER, in blocks of\n"
+         "             1024 bytes and in inodes, 0 for none; with -tu or -tg the time in\n"
+         "             seconds for which users or groups may exceed their soft limits\n"
+         "\n"
+         "Exit codes: 0 done, or quotas are on and enforced; 2 wrong command line;\n"
+         "6 quotas are off (DISK_QUOTA=no in the container's configuration); 10 quotas are\n"
+         "on, limits are kept with the container but not enforced; 11 failure.\n";
+}
+
+QuotaCommand parseQuotaCommand(const std::vector<std::string>& arguments) {
+  if (arguments.size() < 2) fail(ExitCode::kUsage, "a command and a container id are expected");
+  QuotaCommand command;
+  command.id = parseCtid(arguments[1]);
+  const size_t count = arguments.size();
+  if (arguments[0] == "stat") {
+    const bool table = count == 3 && arguments[2] == "-t";
+    if (count > 2 && !table) fail(ExitCode::kUsage, "invalid arguments of stat");
+    command.what = QuotaStat{table};
+  } else if (arguments[0] == "setlimit2") {
+    const std::string option = count > 2 ? arguments[2] : "";
+    if ((option == "-u" || option == "-g") && count == 8) {
+      const auto object =
+          static_cast<uint32_t>(parseNumber(arguments[3], std::numeric_limits<uint32_t>::max()));
+      command.what = QuotaSetLimits{parseKind(option),         object,
+                                    parseNumber(arguments[4]), parseNumber(arguments[5]),
+                                    parseNumber(arguments[6]), parseNumber(arguments[7])};
+    } else if ((option == "-tu" || option == "-tg") && count == 5) {
+      command.what =
+          QuotaSetGrace{parseKind(option), {parseNumber(arguments[3]), parseNumber(arguments[4])}};
+    } else {
+      fail(ExitCode::kUsage, "invalid arguments of setlimit2");
+    }
+  } else {
+    fail(ExitCode::kUsage, "unknown command '%s'", arguments[0].c_str());
+  }
+  return command;
+}
+
+QuotaExit runQuotaCommand(const QuotaCommand& command, std::string& output) {
+  const Container container = loadContainer(command.id);
+  if (!isDirectory(container.privateArea)) {
+    fail(ExitCode::kNotFound, "container %u has no private area: there is no directory %s",
+         container.id, container.privateArea.c_str());
+  }
+  if (const auto* stat = std::get_if<QuotaStat>(&command.what)) {
+    if (isOff(container)) return QuotaExit::kOff;
+    if (stat->table) {
+      output = formatQuotaTable(readTable(container.inPrivateArea(kQuotaFile)));
+    }
+    return QuotaExit::kKept;
+  }
+  if (isOff(container)) {
+    fail(ExitCode::kFailed, "disk quotas of container %u are off: DISK_QUOTA is 'no'",
+         container.id);
+  }
+  changeTable(container, [&](QuotaTable& table) {
+    if (const auto* grace = std::get_if<QuotaSetGrace>(&command.what)) {
+      table.of(grace->kind).grace = grace->grace;
+      return;
+    }
+    const auto& limits = std::get<QuotaSetLimits>(command.what);
+    auto& objects = table.of(limits.kind).objects;
+    QuotaObject& object = objects[limits.object];
+    object.blocks.soft = limits.blockSoft;
+    object.blocks.hard = limits.blockHard;
+    object.inodes.soft = limits.inodeSoft;
+    object.inodes.hard = limits.inodeHard;
+    if (!object.limited()) objects.erase(limits.object);
+  });
+  return QuotaExit::kOk;
+}
+
+}  // namespace node

@@ -1,0 +1,61 @@
+// qxquota: the disk limits of a container's users and groups.
+#ifndef QX_NODE_QUOTA_H
+#define QX_NODE_QUOTA_H
+
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "node/container.h"
+#include "node/quota_table.h"
+
+namespace node {
+
+/// Exit codes of qxquota. 0, 6, 9 and 10 are answers of "stat": its callers
+/// read 0 and 10 as on, 6 and 9 as off. So no failure may have one of them.
+enum class QuotaExit {
+  kOk = 0,
+  kUsage = 2,
+  kOff = 6,
+  kKept = 10,
+  kFailed = 11,
+};
+
+struct QuotaStat {
+  bool table = false;  ///< -t: print the table too
+};
+struct QuotaSetLimits {
+  QuotaKind kind;
+  uint32_t object;
+  uint64_t blockSoft, blockHard, inodeSoft, inodeHard;
+};
+struct QuotaSetGrace {
+  QuotaKind kind;
+  QuotaGrace grace;
+};
+struct QuotaCommand {
+  unsigned id = 0;
+  std::variant<QuotaStat, QuotaSetLimits, QuotaSetGrace> what;
+};
+
+/// Understands the arguments after the program's name. Throws Error (kUsage).
+QuotaCommand parseQuotaCommand(const std::vector<std::string>& arguments);
+
+/// The usage text.
+std::string quotaUsage();
+
+/// Carries the command out. `output` receives what is to be printed. Throws
+/// Error when the container does not exist or its table cannot be read or
+/// written. Limits are replaced at once; two processes that set limits of one
+/// container wait for each other.
+///
+/// Quotas are on unless the container's configuration (or the host's settings)
+/// says DISK_QUOTA=no. QUOTAUGIDLIMIT=0 does not turn them off: every server
+/// without quotas is measured to have it, and its migration must still be able
+/// to set grace times on an empty table. Since the limits are kept and not yet
+/// enforced, a quota that is on answers kKept.
+QuotaExit runQuotaCommand(const QuotaCommand& command, std::string& output);
+
+}  // namespace node
+
+#endif

@@ -1,0 +1,101 @@
+#include "node/report.h"
+
+#include <nlohmann/json.hpp>
+
+#include "node/state.h"
+#include "node/text.h"
+
+namespace node {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+/// What is worth showing of a configuration.
+constexpr std::array<std::pair<const char*, const char*>, 4> kShownVariables{
+    {{"HOSTNAME", "hostname"},
+     {"IP_ADDRESS", "addresses"},
+     {"DISTRIBUTION", "distribution"},
+     {"OSTEMPLATE", "ostemplate"}}};
+
+Json toJson(const StatusReport& report) {
+  Json json{{"ctid", report.container.id},
+            {"exists", report.exists},
+            {"mounted", report.mounted},
+            {"running", report.running},
+            {"registered", report.registered.has_value()}};
+  if (report.registered) {
+    json["registered_at"] = report.registered->time;
+    json["registered_from"] = report.registered->source;
+  }
+  json["root"] = report.container.root;
+  json["private"] = report.container.privateArea;
+  for (const auto& [variable, key] : kShownVariables) {
+    const std::string value = report.container.var(variable);
+    if (!value.empty()) json[key] = value;
+  }
+  return json;
+}
+
+/// Files hold any bytes, JSON holds UTF-8: other bytes are replaced.
+std::string dump(const Json& json) {
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace
+
+StatusReport reportOn(const Container& container) {
+  StatusReport report;
+  report.container = container;
+  report.exists = container.configured && hasPrivateArea(container);
+  report.mounted = isMounted(container);
+  report.running = runningInit(container.id).has_value();
+  report.registered = registration(container);
+  return report;
+}
+
+std::string statusText(const StatusReport& report) {
+  std::string text = textf(
+      "container %u: %s, %s, %s", report.container.id, report.exists ? "exists" : "does not exist",
+      report.mounted ? "mounted" : "not mounted", report.running ? "running" : "stopped");
+  if (report.registered) {
+    text += textf(", registered %s from %s\n", report.registered->time.c_str(),
+                  report.registered->source.c_str());
+  } else {
+    text += ", not registered\n";
+  }
+  text += textf("  root          %s\n  private area  %s\n", report.container.root.c_str(),
+                report.container.privateArea.c_str());
+  for (const auto& [variable, key] : kShownVariables) {
+    const std::string value = report.container.var(variable);
+    if (!value.empty()) text += textf("  %-13s %s\n", key, value.c_str());
+  }
+  return text;
+}
+
+std::string statusJson(const StatusReport& report) { return dump(toJson(report)); }
+
+std::string listText(const std::vector<StatusReport>& reports) {
+  std::string text = textf("%10s  %-8s  %-10s  %-20s  %s\n", "CTID", "STATE", "REGISTERED",
+                           "ADDRESSES", "HOSTNAME");
+  for (const StatusReport& report : reports) {
+    const char* state = report.running   ? "running"
+                        : report.mounted ? "mounted"
+                        : report.exists  ? "stopped"
+                                         : "no files";
+    std::string line =
+        textf("%10u  %-8s  %-10s  %-20s  %s", report.container.id, state,
+              report.registered ? "yes" : "no", report.container.var("IP_ADDRESS").c_str(),
+              report.container.var("HOSTNAME").c_str());
+    line.erase(line.find_last_not_of(' ') + 1);
+    text += line + "\n";
+  }
+  return text;
+}
+
+std::string listJson(const std::vector<StatusReport>& reports) {
+  Json json = Json::array();
+  for (const StatusReport& report : reports) json.push_back(toJson(report));
+  return dump(json);
+}
+
+}  // namespace node

@@ -1,0 +1,36 @@
+// What "qxctl status" and "qxctl list" say.
+#ifndef QX_NODE_REPORT_H
+#define QX_NODE_REPORT_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "node/container.h"
+#include "node/private_area.h"
+
+namespace node {
+
+struct StatusReport {
+  Container container;
+  bool exists = false;  ///< both private area and configuration file are there
+  bool mounted = false;
+  bool running = false;
+  std::optional<Registration> registered;
+};
+
+/// Finds out the state of a container, also of one that does not exist.
+StatusReport reportOn(const Container& container);
+
+/// One line: "container ID: exists, not mounted, stopped, registered TIME from
+/// SOURCE", and lines with the places and what the configuration says.
+std::string statusText(const StatusReport& report);
+std::string statusJson(const StatusReport& report);
+
+/// A table with a title line.
+std::string listText(const std::vector<StatusReport>& reports);
+std::string listJson(const std::vector<StatusReport>& reports);
+
+}  // namespace node
+
+#endif

@@ -1,0 +1,168 @@
+#include "node/runscript.h"
+
+#include <fcntl.h>
+#include <linux/sched.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+
+#include "node/error.h"
+#include "node/file.h"
+#include "node/sandbox.h"
+#include "node/state.h"
+#include "node/text.h"
+
+namespace node {
+namespace {
+
+/// What the child needs, made before the fork.
+struct Plan {
+  std::string tree;
+  std::string hostname;
+  std::string script;
+  std::vector<std::string> command;
+  std::vector<std::string> environment;
+};
+
+std::vector<char*> pointers(const std::vector<std::string>& texts) {
+  std::vector<char*> result;
+  for (const std::string& text : texts) result.push_back(const_cast<char*>(text.c_str()));
+  result.push_back(nullptr);
+  return result;
+}
+
+int exitStatus(int status) {
+  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+/// The script's own process.
+[[noreturn]] void execScript(const Plan& plan, int errorPipe) {
+  const std::vector<char*> argv = pointers(plan.command);
+  const std::vector<char*> environment = pointers(plan.environment);
+  // Without a controlling terminal nothing in there can type for the user.
+  setsid();
+  const int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  if (input >= 0) dup2(input, STDIN_FILENO);
+  execve(argv[0], argv.data(), environment.data());
+  const std::string text = textf("cannot run %s in the container: %s", argv[0], strerror(errno));
+  writeAll(errorPipe, text);
+  _exit(1);
+}
+
+/// The first process of the pid namespace: sets the place up, starts the
+/// script, collects orphans, and takes everybody along when it ends.
+[[noreturn]] void runFirstProcess(const Plan& plan, int parent, int errorPipe) {
+  try {
+    // When the parent dies, so does this process, and with it the namespace.
+    // It may have died before this call: its descriptor is readable then.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    pollfd gone{parent, POLLIN, 0};
+    if (poll(&gone, 1, 0) != 0) _exit(1);
+    enterSandbox(plan.tree, plan.hostname, plan.script);
+    closeAllBut(errorPipe);
+    const pid_t child = fork();
+    if (child < 0) failErrno("cannot make a process for the script");
+    if (child == 0) execScript(plan, errorPipe);
+    close(errorPipe);
+    int status = 0;
+    for (;;) {
+      const pid_t ended = wait(&status);
+      if (ended == child) _exit(exitStatus(status));
+      if (ended < 0 && errno != EINTR) _exit(1);
+    }
+  } catch (const std::exception& error) {
+    writeAll(errorPipe, error.what());
+    _exit(1);
+  }
+}
+
+std::string readAll(int fd) {
+  std::string text;
+  char buffer[1024];
+  for (;;) {
+    const ssize_t got = read(fd, buffer, sizeof buffer);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return text;
+    text.append(buffer, static_cast<size_t>(got));
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> scriptInterpreter(const std::string& script) {
+  if (!script.starts_with("#!")) return {"/bin/sh"};
+  std::string line = script.substr(2, script.find('\n') - 2);
+  const size_t start = line.find_first_not_of(" \t");
+  if (start == line.npos || line[start] != '/') {
+    fail(ExitCode::kFailed, "the script's first line names no absolute path of an interpreter");
+  }
+  line = line.substr(start, line.find_last_not_of(" \t\r") + 1 - start);
+  const size_t blank = line.find_first_of(" \t");
+  if (blank == line.npos) return {line};
+  return {line.substr(0, blank), line.substr(line.find_first_not_of(" \t", blank))};
+}
+
+std::vector<std::string> scriptEnvironment(const Container& container) {
+  std::vector<std::string> environment{
+      "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/root",
+      textf("VEID=%u", container.id)};
+  for (const char* name :
+       {"HOSTNAME", "IP_ADDRESS", "NETIF", "NAMESERVER", "SEARCHDOMAIN", "DISTRIBUTION"}) {
+    const std::string value = container.var(name);
+    if (!value.empty()) environment.push_back(std::string(name) + "=" + value);
+  }
+  return environment;
+}
+
+int runScript(const Container& container, const std::string& scriptPath) {
+  if (const std::optional<pid_t> init = runningInit(container.id)) {
+    fail(ExitCode::kBusy, "container %u is running (its init is process %d): stop it first",
+         container.id, *init);
+  }
+  Plan plan;
+  const std::optional<std::string> script = readFile(scriptPath);
+  if (!script) {
+    fail(ExitCode::kNotFound, "cannot read the script %s: %s", scriptPath.c_str(), strerror(errno));
+  }
+  plan.tree = container.tree();
+  if (!isDirectory(plan.tree)) {
+    fail(ExitCode::kNotFound, "container %u has no file tree: there is no directory %s",
+         container.id, plan.tree.c_str());
+  }
+  plan.script = *script;
+  plan.hostname = container.var("HOSTNAME");
+  plan.command = scriptInterpreter(*script);
+  plan.command.push_back(kScriptInSandbox);
+  plan.environment = scriptEnvironment(container);
+
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) failErrno("cannot make a pipe");
+  const Fd readEnd(ends[0]);
+  Fd writeEnd(ends[1]);
+  const Fd self(static_cast<int>(syscall(SYS_pidfd_open, getpid(), 0)));
+  if (!self) failErrno("cannot open a descriptor of this process");
+  // The child may do more than async-signal-safe calls: the tools have one thread.
+  clone_args arguments{};
+  arguments.flags = CLONE_NEWPID;
+  arguments.exit_signal = SIGCHLD;
+  const auto child = static_cast<pid_t>(syscall(SYS_clone3, &arguments, sizeof arguments));
+  if (child < 0) failErrno("cannot make a process in a pid namespace for the script");
+  if (child == 0) runFirstProcess(plan, self.get(), writeEnd.get());
+  writeEnd.reset();
+  const std::string error = readAll(readEnd.get());
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) failErrno("cannot wait for the script");
+  }
+  if (!error.empty()) fail(ExitCode::kFailed, "%s", error.c_str());
+  return exitStatus(status);
+}
+
+}  // namespace node

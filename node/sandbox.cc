@@ -1,0 +1,159 @@
+#include "node/sandbox.h"
+
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <vector>
+
+#include "node/error.h"
+#include "node/fd.h"
+#include "node/file.h"
+#include "node/text.h"
+
+namespace node {
+namespace {
+
+constexpr std::array kDevices{"null", "zero", "full", "random", "urandom", "tty"};
+
+/// Loading modules, raw memory and disks, mounting, device files, the clock,
+/// rebooting, the kernel log, tracing, security policies, files by their handle:
+/// none of them stays inside a namespace, and no script that edits files needs them.
+constexpr std::array kDroppedCapabilities{
+    CAP_SYS_MODULE,    CAP_SYS_RAWIO,   CAP_SYS_ADMIN,      CAP_MKNOD,         CAP_SYS_TIME,
+    CAP_SYS_BOOT,      CAP_SYSLOG,      CAP_SYS_PTRACE,     CAP_MAC_ADMIN,     CAP_MAC_OVERRIDE,
+    CAP_AUDIT_CONTROL, CAP_AUDIT_WRITE, CAP_WAKE_ALARM,     CAP_BLOCK_SUSPEND, CAP_SYS_RESOURCE,
+    CAP_SYS_NICE,      CAP_SYS_PACCT,   CAP_DAC_READ_SEARCH};
+
+/// The mount flags that a file system has now, in mount's terms: a remount must
+/// repeat those that were not its own to take away.
+unsigned long currentFlags(const char* path) {
+  struct statvfs vfs;
+  if (statvfs(path, &vfs) != 0) failErrno("cannot read the mount flags of %s", path);
+  unsigned long flags = 0;
+  static constexpr std::array<std::pair<unsigned long, unsigned long>, 6> kPairs{
+      {{ST_RDONLY, MS_RDONLY},
+       {ST_NOSUID, MS_NOSUID},
+       {ST_NOEXEC, MS_NOEXEC},
+       {ST_NOATIME, MS_NOATIME},
+       {ST_NODIRATIME, MS_NODIRATIME},
+       {ST_RELATIME, MS_RELATIME}}};
+  for (const auto& [shown, given] : kPairs) {
+    if (vfs.f_flag & shown) flags |= given;
+  }
+  return flags;
+}
+
+void makeDirectory(const char* path) {
+  if (mkdir(path, 0755) != 0 && errno != EEXIST) failErrno("cannot create directory %s", path);
+}
+
+/// Makes the tree the root directory. The old root stays mounted beneath; its
+/// descriptor is returned.
+Fd changeRoot(const std::string& tree) {
+  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    failErrno("cannot make the mounts private");
+  }
+  const char* path = tree.c_str();
+  if (mount(path, path, nullptr, MS_BIND, nullptr) != 0) failErrno("cannot bind %s", path);
+  if (mount("none", path, nullptr, MS_BIND | MS_REMOUNT | MS_NODEV | currentFlags(path), nullptr) !=
+      0) {
+    failErrno("cannot disable the device files of %s", path);
+  }
+  Fd oldRoot(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!oldRoot) failErrno("cannot open the root directory");
+  if (chdir(path) != 0) failErrno("cannot enter %s", path);
+  if (syscall(SYS_pivot_root, ".", ".") != 0) failErrno("cannot make %s the root", path);
+  return oldRoot;
+}
+
+void mountProc() {
+  makeDirectory("/proc");
+  if (mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_RDONLY, nullptr) != 0) {
+    failErrno("cannot mount /proc for the script");
+  }
+}
+
+void makeFile(const std::string& path, const std::string& content, mode_t mode) {
+  const Fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+  if (!fd || !writeAll(fd.get(), content)) failErrno("cannot write %s", path.c_str());
+}
+
+/// Fills /dev. Device files are bound from the host's, since making them anew
+/// is not allowed in every user namespace.
+void mountDev(const std::vector<Fd>& devices, const std::string& script) {
+  makeDirectory("/dev");
+  if (mount("qx-dev", "/dev", "tmpfs", MS_NOSUID | MS_NOEXEC, "mode=0755,size=16m") != 0) {
+    failErrno("cannot mount /dev for the script");
+  }
+  for (size_t i = 0; i < kDevices.size(); ++i) {
+    if (!devices[i]) continue;
+    const std::string path = std::string("/dev/") + kDevices[i];
+    makeFile(path, "", 0666);
+    const std::string source = textf("/proc/self/fd/%d", devices[i].get());
+    if (mount(source.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+      failErrno("cannot provide %s for the script", path.c_str());
+    }
+  }
+  for (const auto& [name, target] :
+       std::array<std::pair<const char*, const char*>, 4>{{{"/dev/fd", "/proc/self/fd"},
+                                                           {"/dev/stdin", "/proc/self/fd/0"},
+                                                           {"/dev/stdout", "/proc/self/fd/1"},
+                                                           {"/dev/stderr", "/proc/self/fd/2"}}}) {
+    if (symlink(target, name) != 0) failErrno("cannot create %s", name);
+  }
+  makeFile(kScriptInSandbox, script, 0500);
+}
+
+void leaveOldRoot(Fd oldRoot) {
+  if (fchdir(oldRoot.get()) != 0 || umount2(".", MNT_DETACH) != 0 || chdir("/") != 0) {
+    failErrno("cannot leave the host's root");
+  }
+}
+
+}  // namespace
+
+void enterSandbox(const std::string& tree, const std::string& hostname, const std::string& script) {
+  if (unshare(CLONE_NEWNS | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWNET) != 0) {
+    failErrno("cannot make namespaces for the script");
+  }
+  if (!hostname.empty() && sethostname(hostname.data(), hostname.size()) != 0) {
+    failErrno("cannot set the host name '%s'", hostname.c_str());
+  }
+  umask(022);
+  Fd oldRoot = changeRoot(tree);
+  // The old root's tree is still there beneath: the devices come from it.
+  std::vector<Fd> devices;
+  for (const char* name : kDevices) {
+    devices.emplace_back(openat(oldRoot.get(), textf("dev/%s", name).c_str(), O_PATH | O_CLOEXEC));
+    // A host that is itself a container may lack some.
+    if (!devices.back() && errno != ENOENT) failErrno("cannot open the host's /dev/%s", name);
+  }
+  mountProc();
+  mountDev(devices, script);
+  devices.clear();
+  leaveOldRoot(std::move(oldRoot));
+  for (const int capability : kDroppedCapabilities) {
+    if (prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) != 0) {
+      failErrno("cannot drop capability %d", capability);
+    }
+  }
+}
+
+void closeAllBut(int kept) {
+  const unsigned first = STDERR_FILENO + 1;
+  const auto number = static_cast<unsigned>(kept);
+  if (number > first) syscall(SYS_close_range, first, number - 1, 0);
+  syscall(SYS_close_range, number + 1, UINT_MAX, 0);
+}
+
+}  // namespace node

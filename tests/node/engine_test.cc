@@ -1,0 +1,206 @@
+#include "node/engine.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include "node/error.h"
+#include "node/file.h"
+#include "node/private_area.h"
+#include "node/state.h"
+#include "node/text.h"
+#include "support/scratch_host.h"
+
+namespace {
+
+using node::Error;
+using node::ExitCode;
+using node::Outcome;
+using test_support::ScratchHost;
+using testing::HasSubstr;
+
+constexpr char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
+constexpr char kRoot[] = "/var/lib/qx/root/101";
+constexpr char kArea[] = "/var/lib/qx/private/101";
+
+ScratchHost hostWithContainer(const std::string& config = "") {
+  ScratchHost host;
+  host.file(kConf, config).file("/var/lib/qx/private/101/fs/etc/motd", "hello");
+  host.file("/var/lib/qx/private/101/fs/bin/sh", "", 0755);
+  return host;
+}
+
+ExitCode codeOf(const std::function<void()>& action, std::string* text = nullptr) {
+  try {
+    action();
+  } catch (const Error& error) {
+    if (text != nullptr) *text = error.what();
+    return error.code();
+  }
+  return ExitCode::kOk;
+}
+
+void pretendRunning() {
+  node::makeDirectories("/run/qx");
+  const auto stat = node::readFile(node::textf("/proc/%d/stat", getpid()));
+  node::replaceFile("/run/qx/101.init",
+                    node::textf("%d %llu\n", getpid(), node::parseStartTime(*stat).value()), 0644);
+}
+
+TEST(Mount, ShowsTheTreeAtTheRootAndUmountHidesIt) {
+  hostWithContainer().run([] {
+    const node::Container container = node::loadContainer(101);
+    EXPECT_EQ(node::mountContainer(container), Outcome::kDone);
+    EXPECT_EQ(test_support::readFile(std::string(kRoot) + "/etc/motd"), "hello");
+    EXPECT_FALSE(node::exists(std::string(kRoot) + "/.ostemplate"));
+    EXPECT_EQ(node::mountContainer(container), Outcome::kAlready);
+    node::umountContainer(container);
+    EXPECT_FALSE(node::isMounted(container));
+    EXPECT_FALSE(node::exists(std::string(kRoot) + "/etc/motd"));
+    EXPECT_EQ(codeOf([&] { node::umountContainer(container); }), ExitCode::kNotMounted);
+  });
+}
+
+TEST(Mount, WithoutATreeSaysWhatIsMissing) {
+  ScratchHost().file(kConf, "").run([] {
+    std::string text;
+    EXPECT_EQ(codeOf([] { node::mountContainer(node::loadContainer(101)); }, &text),
+              ExitCode::kNotFound);
+    EXPECT_THAT(text, HasSubstr("there is no directory /var/lib/qx/private/101"));
+  });
+  ScratchHost().file(kConf, "").dir(kArea).run([] {
+    std::string text;
+    EXPECT_EQ(codeOf([] { node::mountContainer(node::loadContainer(101)); }, &text),
+              ExitCode::kNotFound);
+    EXPECT_THAT(text, HasSubstr("mkqxfs"));
+  });
+}
+
+TEST(Mount, RootWithFilesOrAForeignMountIsRefused) {
+  hostWithContainer().file("/var/lib/qx/root/101/file", "").run([] {
+    EXPECT_EQ(codeOf([] { node::mountContainer(node::loadContainer(101)); }), ExitCode::kExists);
+  });
+  hostWithContainer().dir(kRoot).dir("/data").run([] {
+    ASSERT_EQ(mount("/data", kRoot, nullptr, MS_BIND, nullptr), 0);
+    EXPECT_EQ(codeOf([] { node::mountContainer(node::loadContainer(101)); }), ExitCode::kBusy);
+  });
+}
+
+TEST(Umount, BusyRootNamesItsUser) {
+  hostWithContainer().run([] {
+    const node::Container container = node::loadContainer(101);
+    node::mountContainer(container);
+    {
+      const node::Fd open(::open((std::string(kRoot) + "/etc/motd").c_str(), O_RDONLY));
+      std::string text;
+      EXPECT_EQ(codeOf([&] { node::umountContainer(container); }, &text), ExitCode::kBusy);
+      EXPECT_THAT(text, HasSubstr(node::textf("process %d (", getpid())));
+      EXPECT_TRUE(node::isMounted(container));
+    }
+    ASSERT_EQ(mount("none", (std::string(kRoot) + "/bin").c_str(), "tmpfs", 0, nullptr), 0);
+    std::string text;
+    EXPECT_EQ(codeOf([&] { node::umountContainer(container); }, &text), ExitCode::kBusy);
+    EXPECT_THAT(text, HasSubstr("the mount /var/lib/qx/root/101/bin"));
+  });
+}
+
+TEST(Umount, UndoesEveryMountOnTheRoot) {
+  hostWithContainer().run([] {
+    const node::Container container = node::loadContainer(101);
+    node::mountContainer(container);
+    ASSERT_EQ(mount(container.tree().c_str(), kRoot, nullptr, MS_BIND, nullptr), 0);
+    node::umountContainer(container);
+    EXPECT_FALSE(node::isMounted(container));
+  });
+}
+
+TEST(RunningContainer, IsNeitherUnmountedNorDestroyed) {
+  hostWithContainer().dir("/run/qx").run([] {
+    const node::Container container = node::loadContainer(101);
+    node::mountContainer(container);
+    pretendRunning();
+    EXPECT_EQ(codeOf([&] { node::umountContainer(container); }), ExitCode::kBusy);
+    EXPECT_EQ(codeOf([&] { node::destroyContainer(container); }), ExitCode::kBusy);
+    EXPECT_TRUE(node::exists(kConf));
+    EXPECT_TRUE(node::isMounted(container));
+  });
+}
+
+TEST(Create, TakesTheTemplateOfTheConfigurationAndRegistersASystem) {
+  ScratchHost()
+      .file(kConf, "OSTEMPLATE=\".tiny\"\n")
+      .file("/var/lib/qx/template/tiny/bin/sh", "", 0755)
+      .run([] {
+        const node::Container container = node::loadContainer(101);
+        node::createContainer(container);
+        EXPECT_TRUE(node::exists("/var/lib/qx/private/101/fs/bin/sh"));
+        ASSERT_TRUE(node::registration(container));
+        EXPECT_EQ(node::registration(container)->source, "template .tiny");
+        EXPECT_EQ(codeOf([&] { node::createContainer(container); }), ExitCode::kExists);
+      });
+}
+
+TEST(Create, BaseTemplateIsNotRegisteredUntilItIsConverted) {
+  ScratchHost().file(kConf, "OSTEMPLATE=base\n").dir("/var/lib/qx/template/base/etc").run([] {
+    const node::Container container = node::loadContainer(101);
+    node::createContainer(container);
+    EXPECT_FALSE(node::registration(container));
+    EXPECT_EQ(codeOf([&] { node::convertContainer(container); }), ExitCode::kNotFound);
+    node::makeDirectories("/var/lib/qx/private/101/fs/bin");
+    node::replaceFile("/var/lib/qx/private/101/fs/bin/sh", "", 0755);
+    EXPECT_EQ(node::convertContainer(container), Outcome::kDone);
+    EXPECT_EQ(node::convertContainer(container), Outcome::kAlready);
+  });
+}
+
+TEST(Create, WithoutATemplateNameIsRefused) {
+  ScratchHost().file(kConf, "").run([] {
+    EXPECT_EQ(codeOf([] { node::createContainer(node::loadContainer(101)); }),
+              ExitCode::kBadConfig);
+  });
+}
+
+TEST(Destroy, RemovesAMountedContainerWithoutATrace) {
+  hostWithContainer().run([] {
+    const node::Container container = node::loadContainer(101);
+    node::mountContainer(container);
+    node::destroyContainer(container);
+    for (const char* path : {kConf, kRoot, kArea}) EXPECT_FALSE(node::exists(path)) << path;
+    EXPECT_EQ(codeOf([&] { node::destroyContainer(node::findContainer(101)); }),
+              ExitCode::kNotFound);
+  });
+}
+
+TEST(Destroy, BusyContainerIsKeptWhole) {
+  hostWithContainer().run([] {
+    const node::Container container = node::loadContainer(101);
+    node::mountContainer(container);
+    const node::Fd open(::open((std::string(kRoot) + "/etc").c_str(), O_RDONLY));
+    EXPECT_EQ(codeOf([&] { node::destroyContainer(container); }), ExitCode::kBusy);
+    EXPECT_TRUE(node::exists(kConf));
+    EXPECT_TRUE(node::exists("/var/lib/qx/private/101/fs/etc/motd"));
+  });
+}
+
+TEST(Destroy, ConfigurationOrPrivateAreaAloneIsEnough) {
+  ScratchHost().file(kConf, "").run([] {
+    node::destroyContainer(node::findContainer(101));
+    EXPECT_FALSE(node::exists(kConf));
+  });
+  ScratchHost().file("/var/lib/qx/private/101/fs/x", "").run([] {
+    node::destroyContainer(node::findContainer(101));
+    EXPECT_FALSE(node::exists(kArea));
+  });
+}
+
+TEST(Destroy, FilesBelowTheUnmountedRootAreNotTouched) {
+  hostWithContainer().file("/var/lib/qx/root/101/note", "mine").run([] {
+    node::destroyContainer(node::loadContainer(101));
+    EXPECT_EQ(test_support::readFile("/var/lib/qx/root/101/note"), "mine");
+    EXPECT_FALSE(node::exists(kArea));
+  });
+}
+
+}  // namespace

@@ -1,0 +1,194 @@
+// The tools as programs: command lines, exit codes, what they print.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "node/file.h"
+#include "node/text.h"
+#include "node_test/system_tree.h"
+#include "support/scratch_host.h"
+
+namespace {
+
+using node_test::runTool;
+using node_test::ToolResult;
+using test_support::ScratchHost;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
+
+template <class... Arguments>
+ToolResult qxctl(const Arguments&... arguments) {
+  return runTool({node_test::toolPath("qxctl"), arguments...});
+}
+template <class... Arguments>
+ToolResult tool(const char* name, const Arguments&... arguments) {
+  return runTool({node_test::toolPath(name), arguments...});
+}
+
+TEST(Qxctl, LifeOfAContainerAsAMigrationLeadsIt) {
+  ScratchHost().file(kConf, "DISTRIBUTION=\"debian-12\"\n").file("/s", "exit 7\n").run([] {
+    EXPECT_EQ(tool("mkqxfs", "/var/lib/qx/private/101").status, 0);
+    EXPECT_EQ(qxctl("--skiplock", "mount", "101").status, 0);
+    node_test::makeSystemTree("/var/lib/qx/root/101");
+    EXPECT_EQ(qxctl("--skiplock", "runscript", "101", "/s").status, 7);
+    EXPECT_EQ(qxctl("--skiplock", "umount", "101").status, 0);
+    EXPECT_EQ(qxctl("--skiplock", "umount", "101").status, 16);
+    EXPECT_EQ(qxctl("--skiplock", "convert", "101").status, 0);
+    EXPECT_EQ(qxctl("--skiplock", "convert", "101").status, 0);
+    EXPECT_EQ(qxctl("status", "101").status, 0);
+    EXPECT_EQ(qxctl("--skiplock", "destroy", "101").status, 0);
+    EXPECT_EQ(qxctl("status", "101").status, 14);
+    EXPECT_EQ(qxctl("--skiplock", "destroy", "101").status, 14);
+  });
+}
+
+TEST(Qxctl, HonoursTheLockUnlessToldToSkipIt) {
+  ScratchHost().file(kConf, "").dir("/var/lib/qx/private/101/fs").dir("/var/lock/qx").run([] {
+    node::replaceFile("/var/lock/qx/101.lck", node::textf("%d\nmigrating\n", getpid()), 0644);
+    const ToolResult refused = qxctl("mount", "101");
+    EXPECT_EQ(refused.status, 9);
+    EXPECT_EQ(refused.err, node::textf("qxctl: container 101 is locked by process %d "
+                                       "(migrating)\n",
+                                       getpid()));
+    EXPECT_EQ(qxctl("--skiplock", "mount", "101").status, 0);
+    EXPECT_EQ(qxctl("status", "101").status, 0) << "looking needs no lock";
+    EXPECT_TRUE(node::exists("/var/lock/qx/101.lck"));
+  });
+}
+
+TEST(Qxctl, LocksWithoutBeingToldAndUnlocksAfterwards) {
+  ScratchHost().file(kConf, "").dir("/var/lib/qx/private/101/fs").run([] {
+    EXPECT_EQ(qxctl("mount", "101").status, 0);
+    EXPECT_EQ(qxctl("destroy", "101").status, 0);
+    EXPECT_THAT(node::listDirectory("/var/lock/qx"), IsEmpty());
+  });
+}
+
+TEST(Qxctl, WrongCommandLinesExitWithTwo) {
+  ScratchHost().run([] {
+    EXPECT_EQ(qxctl().status, 2);
+    EXPECT_EQ(qxctl("nonsense", "101").status, 2);
+    EXPECT_EQ(qxctl("mount").status, 2);
+    EXPECT_EQ(qxctl("mount", "101", "102").status, 2);
+    EXPECT_EQ(qxctl("runscript", "101").status, 2);
+    const ToolResult id = qxctl("mount", "x1");
+    EXPECT_EQ(id.status, 2);
+    EXPECT_EQ(id.err,
+              "qxctl: invalid container id 'x1': a number from 1 to 2147483644 is expected\n");
+  });
+}
+
+TEST(Qxctl, HelpTellsCommandsAndExitCodes) {
+  ScratchHost().run([] {
+    const ToolResult help = qxctl("--help");
+    EXPECT_EQ(help.status, 0);
+    for (const char* text : {"create", "runscript", "--skiplock", "another process holds",
+                             "/etc/sysconfig/qx-scripts/ID.conf", "  16  the container is not"}) {
+      EXPECT_THAT(help.out, HasSubstr(text));
+    }
+    for (const char* name : {"mkqxfs", "qxpkg", "qxquota"}) {
+      EXPECT_EQ(tool(name, "--help").status, 0);
+      EXPECT_THAT(tool(name, "--help").out, HasSubstr("Usage: "));
+    }
+  });
+}
+
+TEST(Qxctl, StatusAndListSpeakJson) {
+  ScratchHost()
+      .file(kConf, "HOSTNAME=\"web\"\n")
+      .file("/etc/sysconfig/qx-scripts/7.conf", "HOSTNAME=\"b\xff\"\n")
+      .file("/var/lib/qx/private/101/fs/bin/sh", "", 0755)
+      .run([] {
+        qxctl("mount", "101");
+        qxctl("convert", "101");
+        const auto status = nlohmann::json::parse(qxctl("status", "101", "--json").out);
+        EXPECT_EQ(status["ctid"], 101);
+        EXPECT_EQ(status["exists"], true);
+        EXPECT_EQ(status["mounted"], true);
+        EXPECT_EQ(status["running"], false);
+        EXPECT_EQ(status["registered"], true);
+        EXPECT_EQ(status["registered_from"], "files");
+        EXPECT_EQ(status["root"], "/var/lib/qx/root/101");
+        EXPECT_EQ(status["hostname"], "web");
+        const auto all = nlohmann::json::parse(qxctl("list", "-a", "--json").out);
+        ASSERT_EQ(all.size(), 2u);
+        EXPECT_EQ(all[0]["ctid"], 7);
+        EXPECT_EQ(all[0]["exists"], false);
+        EXPECT_EQ(nlohmann::json::parse(qxctl("list", "--json").out).size(), 1u);
+      });
+}
+
+TEST(Qxctl, ListShowsTheOthersWhenOneFileIsMalformed) {
+  ScratchHost()
+      .file(kConf, "HOSTNAME=web\n")
+      .file("/etc/qx/x", "")
+      .file("/etc/sysconfig/qx-scripts/7.conf", "A=(\n")
+      .run([] {
+        const ToolResult list = qxctl("list", "-a");
+        EXPECT_EQ(list.status, 3);
+        EXPECT_THAT(list.out,
+                    HasSubstr("       101  no files  no                                web\n"));
+        EXPECT_THAT(list.err, HasSubstr("7.conf: line 1: "));
+      });
+}
+
+TEST(Qxctl, MakesTheSecondNameOfTheConfigurationDirectory) {
+  ScratchHost().run([] {
+    EXPECT_EQ(qxctl("list").status, 0);
+    EXPECT_TRUE(node::isDirectory("/etc/qx/conf"));
+  });
+}
+
+TEST(Qxctl, CreateFromATemplateAndPackageSync) {
+  ScratchHost().file(kConf, "OSTEMPLATE=\".base\"\n").dir("/var/lib/qx/template/base/etc").run([] {
+    EXPECT_EQ(tool("qxpkg", "sync_qxpackages", "101").status, 14);
+    EXPECT_EQ(qxctl("create", "101").status, 0);
+    EXPECT_EQ(qxctl("create", "101").status, 15);
+    const ToolResult sync = tool("qxpkg", "sync_qxpackages", "101");
+    EXPECT_EQ(sync.status, 0);
+    EXPECT_THAT(sync.out, HasSubstr("nothing to synchronise"));
+    EXPECT_EQ(tool("qxpkg", "sync_qxpackages").status, 2);
+    EXPECT_EQ(tool("qxpkg", "sync_qxpackages", "102").status, 14);
+  });
+}
+
+TEST(Mkqxfs, RefusesDangerousAndFilledPlaces) {
+  ScratchHost().file("/vz/101/x", "").run([] {
+    EXPECT_EQ(tool("mkqxfs", "/").status, 3);
+    EXPECT_EQ(tool("mkqxfs", "/etc/new").status, 3);
+    EXPECT_EQ(tool("mkqxfs", "relative").status, 3);
+    EXPECT_EQ(tool("mkqxfs", "").status, 3);
+    EXPECT_EQ(tool("mkqxfs").status, 2);
+    EXPECT_EQ(tool("mkqxfs", "/vz/101").status, 15);
+    EXPECT_EQ(tool("mkqxfs", "/vz/102/").status, 0);
+    EXPECT_THAT(node::listDirectory("/vz/102"), ElementsAre("fs"));
+  });
+}
+
+TEST(Qxquota, ExitCodesAreWhatCallersTest) {
+  ScratchHost()
+      .file(kConf, "")
+      .dir("/var/lib/qx/private/101/fs")
+      .file("/etc/sysconfig/qx-scripts/102.conf", "DISK_QUOTA=no\n")
+      .dir("/var/lib/qx/private/102/fs")
+      .run([] {
+        EXPECT_EQ(tool("qxquota", "stat", "101").status, 10);
+        EXPECT_EQ(tool("qxquota", "stat", "102").status, 6);
+        EXPECT_EQ(tool("qxquota", "stat", "103").status, 11);
+        EXPECT_EQ(tool("qxquota", "setlimit2", "101", "-u", "5", "1", "2", "3", "4").status, 0);
+        EXPECT_EQ(tool("qxquota", "setlimit2", "101", "-tg", "5", "6").status, 0);
+        EXPECT_EQ(tool("qxquota", "setlimit2", "102", "-tg", "5", "6").status, 11);
+        EXPECT_EQ(tool("qxquota", "setlimit2", "101", "-u", "5").status, 2);
+        const ToolResult table = tool("qxquota", "stat", "101", "-t");
+        EXPECT_EQ(table.status, 10);
+        EXPECT_THAT(table.out, HasSubstr("group 5 6\n"));
+        EXPECT_THAT(table.out, HasSubstr("user 5 0 1 2 0 0 3 4 0\n"));
+      });
+}
+
+}  // namespace
