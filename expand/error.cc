@@ -37,7 +37,10 @@ Error::Error(Code code, const char* format, ...) : code_(code) {
 const char* Error::what() const noexcept {
   const DomainRow* row = domains_;
   while (row->number != 0 && row->number != domain_) ++row;
-  std::snprintf(what_, sizeof(what_), "[%s] %s. %s", row->name, description_, message_);
+  // Cutting a long message is no failure; only what cannot be written at all is.
+  if (std::snprintf(what_, sizeof(what_), "[%s] %s. %s", row->name, description_, message_) < 0) {
+    what_[0] = '\0';
+  }
   return what_;
 }
 
