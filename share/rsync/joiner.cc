@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <vector>
+#include <iterator>
 
 #include "share/rsync/child.h"
 #include "share/rsync/handover.h"
@@ -28,20 +28,22 @@ void enlargeSendBuffer(int socket) {
 
 // Until the direction towards stock rsync is done. False: the client died.
 bool joinBoth(Pump& toStock, Pump& fromStock, Channel& channel, int client) {
+  bool stockReady = true;
+  bool channelReady = true;
   while (true) {
-    fromStock.move();
+    if (channelReady) fromStock.move();
     // A half-close is passed on; the other direction goes on.
     if (fromStock.done()) channel.out.endWriting();
-    toStock.move();
+    if (stockReady) toStock.move();
     if (toStock.done()) return true;
 
-    std::vector<pollfd> wanted{{client, 0, 0}, {STDOUT_FILENO, 0, 0}};
-    toStock.addWanted(wanted);
-    fromStock.addWanted(wanted);
+    pollfd polled[] = {{client, 0, 0}, {STDOUT_FILENO, 0, 0}, toStock.wanted(), fromStock.wanted()};
     const bool again = toStock.hadEnough() || fromStock.hadEnough();
-    ::poll(wanted.data(), wanted.size(), again ? 0 : -1);
-    if (gone(wanted[0])) return false;
-    if (gone(wanted[1])) return true;
+    ::poll(polled, std::size(polled), again ? 0 : -1);
+    if (gone(polled[0])) return false;
+    if (gone(polled[1])) return true;
+    stockReady = toStock.hadEnough() || polled[2].revents != 0;
+    channelReady = fromStock.hadEnough() || polled[3].revents != 0;
   }
 }
 
@@ -49,12 +51,9 @@ bool joinBoth(Pump& toStock, Pump& fromStock, Channel& channel, int client) {
 void passOnTheRest(Pump& fromStock, int client) {
   while (fromStock.hasPending()) {
     fromStock.move();
-    std::vector<pollfd> wanted{{client, 0, 0}};
-    fromStock.addWanted(wanted);
-    if (wanted.size() > 1 && (wanted[1].events & POLLOUT) != 0) {
-      ::poll(wanted.data(), wanted.size(), -1);
-      if (gone(wanted[0])) return;
-    }
+    pollfd polled[] = {{client, 0, 0}, fromStock.wanted()};
+    if ((polled[1].events & POLLOUT) != 0) ::poll(polled, std::size(polled), -1);
+    if (gone(polled[0])) return;
   }
 }
 

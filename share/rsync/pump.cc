@@ -138,12 +138,9 @@ void Pump::move() {
   hadEnough_ = !done_;
 }
 
-void Pump::addWanted(std::vector<pollfd>& wanted) const {
-  if (done_ || hadEnough_) return;
-  if (waitForSink_)
-    wanted.push_back({sink_, POLLOUT, 0});
-  else
-    wanted.push_back({source_, POLLIN, 0});
+pollfd Pump::wanted() const {
+  if (done_ || hadEnough_) return {-1, 0, 0};
+  return waitForSink_ ? pollfd{sink_, POLLOUT, 0} : pollfd{source_, POLLIN, 0};
 }
 
 bool Pump::hasPending() const {

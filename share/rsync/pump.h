@@ -32,9 +32,10 @@ class Pump {
   /// sink takes no more.
   bool done() const { return done_; }
 
-  /// Adds what to wait for before move() can do something again: nothing if
-  /// done or if move() stopped only because it had its turn.
-  void addWanted(std::vector<pollfd>& wanted) const;
+  /// What to wait for before move() can do something again: one side and its
+  /// event. No descriptor (-1, which poll passes over) when there is nothing to
+  /// wait for: done, or stopped only because it had its turn.
+  pollfd wanted() const;
   bool hadEnough() const { return hadEnough_; }
 
   /// Bytes are at hand: read from the source and not yet passed on, or waiting
