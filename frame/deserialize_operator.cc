@@ -1,0 +1,102 @@
+#include "frame/deserialize_operator.h"
+
+#include "frame/params_transport.h"
+#include "frame/plugin.h"
+#include "framework/errors.h"
+#include "framework/functionality.h"
+
+namespace {
+
+typedef QXL::QXLOperatorFunctionalPrototype::QXLOpHandler Handler;
+
+struct Row {
+  const char* stage;
+  Handler handler;
+};
+
+}  // namespace
+
+QXLinMigrateP2VDeserializeOperator::QXLinMigrateP2VDeserializeOperator() {
+  typedef QXLinMigrateP2VDeserializeOperator Self;
+  const Row table[] = {
+      {"lockVPS", static_cast<Handler>(&Self::lockVPS)},
+      {"createDstSrv", static_cast<Handler>(&Self::createDstSrv)},
+      {"rSync", static_cast<Handler>(&Self::rSync)},
+      {"rSync2", static_cast<Handler>(&Self::rSync2)},
+      {"restoreQuota", static_cast<Handler>(&Self::restoreQuota)},
+      {"tuneDstSrv", static_cast<Handler>(&Self::tuneDstSrv)},
+      {"startDstSrv", static_cast<Handler>(&Self::startDstSrv)},
+      {"getFreeDiskSpace", static_cast<Handler>(&Self::getFreeDiskSpace)},
+      // The end of the table goes into the map as well: agents rely on finding a
+      // null handler, not a missing row, under the empty stage name.
+      {"", nullptr},
+  };
+  for (const Row& row : table) m_methods[row.stage] = QXLOpMethodInfo{row.handler, 0, 0};
+}
+
+QXLinMigrateP2VDeserializeOperator::~QXLinMigrateP2VDeserializeOperator() = default;
+
+boost::shared_ptr<QXL::QXLHaulSerializerBaseParams>
+QXLinMigrateP2VDeserializeOperator::newParams() {
+  return P2V::newParams();
+}
+
+int QXLinMigrateP2VDeserializeOperator::deserializeParams(
+    const Message& in, const boost::shared_ptr<QXL::QXLHaulSerializerBaseParams>& params) {
+  return P2V::deserializeParams(in, params);
+}
+
+int QXLinMigrateP2VDeserializeOperator::serializeParams(
+    const boost::shared_ptr<QXL::QXLHaulSerializerBaseParams>& params, const Message& out) {
+  return P2V::serializeParams(params, out);
+}
+
+boost::intrusive_ptr<QXL::QXLHaulSerializerBasePrototype>
+QXLinMigrateP2VDeserializeOperator::createSerializer() {
+  const auto access = QXL::QXLOpSyncAccessPrototype::createInstance("", this);
+  return QXL::QXLFunctionality<QXL::QXLHaulControlFactory>::m_kit.getMigrateP2VDeserializerLocal(
+      access, P2V::kImplementation);
+}
+
+boost::intrusive_ptr<QXLinMigrateP2VDeserializer>
+QXLinMigrateP2VDeserializeOperator::getSerializer() const {
+  return boost::dynamic_pointer_cast<QXLinMigrateP2VDeserializer>(getHeldSerializer());
+}
+
+void QXLinMigrateP2VDeserializeOperator::lockVPS(const Message&, const Message&) {
+  getSerializer()->lockVPS();
+}
+
+void QXLinMigrateP2VDeserializeOperator::createDstSrv(const Message&, const Message&) {
+  getSerializer()->createDstSrv();
+}
+
+void QXLinMigrateP2VDeserializeOperator::rSync(const Message& in, const Message& out) {
+  if (const auto handle = getPhysHandle(in, out)) getSerializer()->rSync(handle);
+}
+
+void QXLinMigrateP2VDeserializeOperator::rSync2(const Message& in, const Message& out) {
+  if (const auto handle = getPhysHandle(in, out)) getSerializer()->rSync2(handle);
+}
+
+void QXLinMigrateP2VDeserializeOperator::restoreQuota(const Message& in, const Message& out) {
+  std::string text;
+  if (in->getValueBase64(text, P2V::kQuotaField) != 0) {
+    QXL::addError(out, QXL::QXLErrors, P2V::kBadRequest, "param required");
+    return;
+  }
+  getSerializer()->restoreQuota(text);
+}
+
+void QXLinMigrateP2VDeserializeOperator::tuneDstSrv(const Message&, const Message&) {
+  getSerializer()->tuneDstSrv();
+}
+
+void QXLinMigrateP2VDeserializeOperator::startDstSrv(const Message&, const Message&) {
+  getSerializer()->startDstSrv();
+}
+
+void QXLinMigrateP2VDeserializeOperator::getFreeDiskSpace(const Message&, const Message&) {
+  long long bytes = 0;
+  getSerializer()->getFreeDiskSpace(&bytes);
+}
