@@ -1,0 +1,31 @@
+#include "migrate/progress.h"
+
+#include <cstdio>
+
+namespace P2V {
+
+namespace {
+
+constexpr std::time_t kQuietSeconds = 20;
+
+}  // namespace
+
+std::optional<int> scanProgressLine(const char* line) {
+  int percent = 0;
+  int position = 0;
+  // The position is only set when the text up to "|" was found as well.
+  if (std::sscanf(line, "%*s%d%% |%n", &percent, &position) != 1 || position == 0) return {};
+  return percent;
+}
+
+std::optional<int> ProgressThrottle::accept(const char* line, std::time_t now) {
+  if (m_lastTime <= now && now < m_lastTime + kQuietSeconds) return {};
+  const std::optional<int> percent = scanProgressLine(line);
+  if (!percent || *percent == m_lastPercent) return {};
+  m_lastPercent = *percent;
+  m_lastTime = now;
+  if (*percent == 0) return {};
+  return percent;
+}
+
+}  // namespace P2V

@@ -1,0 +1,51 @@
+#include "migrate/stage.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+#include "frame/plugin.h"
+#include "framework/access.h"
+
+namespace P2V {
+
+bool Stage::begin() {
+  m_request.beginCommand();
+  return QXL::QXLAccessChecker::accessCheck(QXL::QXLAccessChecker::getClientContext(),
+                                            QXL::QXLConfiguration::getLocalEID(),
+                                            kMigrateRight) == 0;
+}
+
+int Stage::refuse() { return m_request.endCommand({kAccessDenied, ""}); }
+
+int Stage::fail(const char* format, ...) {
+  va_list arguments, again;
+  va_start(arguments, format);
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
+  std::vsnprintf(text.data(), text.size() + 1, format, again);
+  va_end(again);
+  va_end(arguments);
+  context()->setLastError(-1, text);
+  return end();
+}
+
+int Stage::end() { return m_request.endCommand({0, ""}); }
+
+int Stage::succeed(const QXL::QXLWriterPrototype& answer) {
+  return m_request.endCommandWithAnswer(answer);
+}
+
+ParamsPtr p2vParams(const boost::shared_ptr<QXL::QXLHaulSerializerBaseParams>& params) {
+  return boost::dynamic_pointer_cast<QXA::QXAMigrateP2VSerializerParams>(params);
+}
+
+unsigned int containerId(const QXL::QXLHaulSerializerBaseParams& params) {
+  return static_cast<unsigned int>(params.ctid);
+}
+
+std::string containerIdText(const QXL::QXLHaulSerializerBaseParams& params) {
+  return std::to_string(containerId(params));
+}
+
+}  // namespace P2V
