@@ -1,0 +1,46 @@
+#include "quota/command.h"
+
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+
+#include <cerrno>
+
+#include "last_error.h"
+#include "support/child_test.h"
+#include "support/failing_call.h"
+
+using namespace QuotaMgmt;
+using namespace test_support;
+
+TEST(QuotaCommand, LongTextIsFormattedWhole) {
+  const std::string word(10000, 'w');
+  EXPECT_EQ(formatted("<%s>", word.c_str()), "<" + word + ">");
+  EXPECT_EQ(formatted("%s", ""), "");
+}
+
+TEST(QuotaCommand, OutputIsAppended) {
+  std::string output = "before ";
+  EXPECT_EQ(runChecked("printf after", &output), 0);
+  EXPECT_EQ(output, "before after");
+}
+
+TEST(QuotaCommand, FailureIsRecordedWithCommandAndErrorOutput) {
+  std::string output = "kept";
+  EXPECT_EQ(runChecked("echo lost; echo why >&2; exit 3", &output), -1);
+  EXPECT_EQ(lastError(), "Error running 'echo lost; echo why >&2; exit 3':\nwhy\n");
+  EXPECT_EQ(output, "kept");
+}
+
+TEST(QuotaCommand, CommandEndedByASignalIsAFailure) {
+  EXPECT_EQ(runChecked("kill -KILL $$", nullptr), -1);
+  EXPECT_EQ(lastError(), "Error running 'kill -KILL $$':\n");
+}
+
+TEST(QuotaCommand, RunnerThatCannotForkIsRecordedAndNothingIsThrown) {
+  runInChild([] {
+    failSystemCall(SYS_clone, ENOMEM);
+    CommandResult result;
+    EXPECT_EQ(runCommand("true", result), -1);
+    EXPECT_EQ(lastError(), "[Caller] Generic error. Fork returned: Cannot allocate memory");
+  });
+}
