@@ -1,0 +1,54 @@
+# What a command on the node can do with servers.
+# shellcheck shell=bash
+
+command_exec() {
+  server_check "${1:-}"
+  [ $# -gt 1 ] || die "exec: no command given"
+  server_exec "$@"
+}
+
+command_root() {
+  server_check "${1:-}"
+  printf '%s\n' "$(server_root "$1")"
+}
+
+command_address() {
+  server_check "${1:-}"
+  printf '%s\n' "$(server_address "$1")"
+}
+
+command_put() {
+  local server=${1:-}
+  server_check "$server"
+  [ $# -ge 3 ] || die "put: give files and a directory"
+  shift
+  local target=${*: -1}
+  cp -a "${@:1:$#-1}" "$(server_root "$server")/$target"
+}
+
+command_cut() {
+  server_check "${1:-}"
+  ip link set "veth-$1" down
+}
+
+command_join() {
+  server_check "${1:-}"
+  ip link set "veth-$1" up
+}
+
+# Name, kind, mode, owner, size and times of everything that does not change by
+# itself on an idle server.
+command_files() {
+  server_check "${1:-}"
+  (cd "$(server_root "$1")" && find . -xdev \
+    \( -path ./proc -o -path ./sys -o -path ./run -o -path ./tmp -o -path ./dev \
+    -o -path ./var/log -o -path ./var/tmp -o -path ./var/lib/ticker \
+    -o -path ./var/lib/systemd \) -prune \
+    -o -type d -printf '%p %y %m %U:%G\n' \
+    -o -printf '%p %y %m %U:%G %s %T@ %l\n') | LC_ALL=C sort
+}
+
+command_processes() {
+  server_check "${1:-}"
+  server_exec "$1" ps -eo pid=,ppid=,args= </dev/null
+}

@@ -1,0 +1,123 @@
+# Servers: system containers that boot their own init and stand on the node's
+# bridge. Their roots are overlays over the cached ones.
+# shellcheck shell=bash
+
+servers_all() { (cd "$LAB_HERE/servers" && ls); }
+
+server_check() {
+  need_node
+  [ -n "${1:-}" ] || die "no server was named"
+  [ -d "$LAB_HERE/servers/$1" ] || die "there is no server '$1'"
+}
+
+server_root() { printf '%s/servers/%s/root' "$LAB_HERE" "$1"; }
+
+# The first server has 192.0.2.11.
+server_address() {
+  local server number=10
+  for server in $(servers_all); do
+    number=$((number + 1))
+    [ "$server" != "$1" ] || break
+  done
+  printf '192.0.2.%d' "$number"
+}
+
+servers_start() {
+  local server started=$SECONDS
+  for server in $(servers_all); do
+    server_make "$server"
+    server_boot "$server"
+  done
+  for server in $(servers_all); do
+    server_wait "$server"
+  done
+  [ -z "$(servers_all)" ] || say "$(servers_all | paste -sd' ') up after $((SECONDS - started)) s"
+}
+
+server_make() {
+  local server=$1 place=$LAB_HERE/servers/$1 root release
+  root=$(server_root "$server")
+  read -r release <"$place/release"
+  mount_overlay "$LAB_HERE/roots/$release" "$place" "$root"
+  echo "$server" >"$root/etc/hostname"
+  printf '127.0.0.1\tlocalhost\n%s\t%s\n192.0.2.1\tnode\n' "$(server_address "$server")" \
+    "$server" >"$root/etc/hosts"
+  install -d -m 700 "$root/root/.ssh"
+  install -m 600 "$LAB_HERE/keys/id_ed25519.pub" "$root/root/.ssh/authorized_keys"
+  ssh-keygen -A -f "$root" >/dev/null
+  sed "s/^/$server,$(server_address "$server") /; s/ root@[^ ]*\$//" \
+    "$root"/etc/ssh/ssh_host_*_key.pub >>/root/.ssh/known_hosts
+  server_config "$server" >"$place/config"
+}
+
+server_config() {
+  local server=$1
+  cat <<END
+lxc.uts.name = $server
+lxc.rootfs.path = dir:$(server_root "$server")
+lxc.init.cmd = /sbin/init
+lxc.autodev = 1
+lxc.pty.max = 256
+lxc.tty.max = 0
+lxc.console.path = none
+lxc.console.logfile = $LAB_HERE/servers/$server/console.log
+lxc.mount.auto = proc:rw sys:ro cgroup:rw
+lxc.apparmor.profile = unconfined
+lxc.cap.drop = sys_module sys_rawio sys_time mac_admin mac_override
+lxc.net.0.type = veth
+lxc.net.0.link = qxbr0
+lxc.net.0.flags = up
+lxc.net.0.name = eth0
+lxc.net.0.veth.pair = veth-$server
+lxc.net.0.ipv4.address = $(server_address "$server")/24
+lxc.net.0.ipv4.gateway = 192.0.2.1
+lxc.signal.halt = SIGRTMIN+3
+END
+}
+
+# Servers see control groups of the second generation only, whatever the machine
+# has: every init since Debian 9 can live with that, and new ones with nothing else.
+with_unified_cgroups() {
+  # shellcheck disable=SC2016
+  unshare --mount --propagation private sh -c '
+    umount -R /sys/fs/cgroup && mount -t cgroup2 cgroup2 /sys/fs/cgroup && exec "$@"' sh "$@"
+}
+
+server_boot() {
+  local place=$LAB_HERE/servers/$1
+  with_unified_cgroups lxc-start -P "$LAB_HERE/lxc" -n "$1" -f "$place/config" \
+    -o "$place/lxc.log" -l INFO -d || {
+    tail -n 20 "$place/lxc.log" >&2
+    die "server $1 does not start"
+  }
+}
+
+server_exec() {
+  local server=$1
+  shift
+  with_unified_cgroups lxc-attach -P "$LAB_HERE/lxc" -n "$server" --clear-env \
+    -v PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin -v HOME=/root \
+    -v LANG=C.UTF-8 -- "$@"
+}
+
+server_is_up() {
+  case $(server_exec "$1" systemctl is-system-running 2>/dev/null </dev/null) in
+    running | degraded) (exec 3<>"/dev/tcp/$(server_address "$1")/22") 2>/dev/null ;;
+    *) return 1 ;;
+  esac
+}
+
+server_wait() {
+  wait_for 60 server_is_up "$1" || {
+    tail -n 40 "$LAB_HERE/servers/$1/console.log" >&2 || true
+    server_exec "$1" systemctl --no-pager list-jobs >&2 </dev/null || true
+    die "server $1 did not come up in 60 seconds"
+  }
+}
+
+servers_stop() {
+  local server
+  for server in $(servers_all); do
+    lxc-stop -P "$LAB_HERE/lxc" -n "$server" --kill 2>/dev/null || true
+  done
+}
