@@ -50,6 +50,11 @@ std::string LocalTransport::handOver(const boost::intrusive_ptr<QXL::QXLChannelE
   return token;
 }
 
+void LocalTransport::disconnect() {
+  caller_.onLost("");
+  dispatcher_.end();
+}
+
 QXL::QXLEID LocalTransport::eid() const { return QXL::QXLConfiguration::getLocalEID(); }
 
 }  // namespace agent

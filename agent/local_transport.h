@@ -20,6 +20,9 @@ class LocalTransport : public QXL::QXLRequestTransport {
   std::string handOver(const boost::intrusive_ptr<QXL::QXLChannelEndPrototype>& end) override;
   QXL::QXLEID eid() const override;
 
+  // As the loss of a connection: calls end with error 410, sessions are ended.
+  void disconnect();
+
  private:
   class ToDispatcher : public FrameSink {
    public:

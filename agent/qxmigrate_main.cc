@@ -63,9 +63,12 @@ void describe(CLI::App& app, Settings& settings) {
   app.add_option("--hostname", options.hostname, "Host name of the container");
   app.add_option("--ip", options.addresses,
                  "Address of the container, ADDRESS/PREFIX, \"dhcp\", or \"auto\" for one from\n"
-                 "the host's pool; may be repeated");
-  app.add_option("--nameserver", options.nameservers, "Name server; may be repeated");
-  app.add_option("--searchdomain", options.searchDomains, "Search domain; may be repeated");
+                 "the host's pool; may be repeated")
+      ->allow_extra_args(false);
+  app.add_option("--nameserver", options.nameservers, "Name server; may be repeated")
+      ->allow_extra_args(false);
+  app.add_option("--searchdomain", options.searchDomains, "Search domain; may be repeated")
+      ->allow_extra_args(false);
   app.add_option("--ostemplate", options.osTemplate, "Make the container from this OS template");
   app.add_option("--diskspace", options.diskSpace,
                  "Disk limit, 1024-byte blocks, SOFT:HARD (default: unlimited)");
@@ -74,10 +77,12 @@ void describe(CLI::App& app, Settings& settings) {
                  "Take the container's configuration from this file (NAME=\"value\" lines);\n"
                  "the options above override it");
   app.add_option("--exclude", options.excludes,
-                 "Absolute path or pattern that is not copied; may be repeated");
+                 "Absolute path or pattern that is not copied; may be repeated")
+      ->allow_extra_args(false);
   app.add_option("--stop-service", options.services,
                  "Stop this service (a script in the server's /etc/init.d) before the second\n"
-                 "copy; it stays stopped when the migration succeeds; may be repeated");
+                 "copy; it stays stopped when the migration succeeds; may be repeated")
+      ->allow_extra_args(false);
   app.add_flag("--keep-on-failure", options.keepOnFailure,
                "When the migration fails, keep what was copied for a later attempt");
   app.add_option("--library", settings.library, "The plug-in to load");

@@ -286,12 +286,12 @@ int GenExec::execComplexBegin(const char* const* argv, int flags, int seconds, c
 
 int GenExec::execComplexGet() {
   while (m_state->chunks.empty()) {
-    if (m_state->child.poll()) {
-      m_state->pump();
+    const bool ended = m_state->child.poll();
+    if (ended) m_state->pump();
+    if (ended || !m_state->output) {
       m_state->chunks.flush();
       return !m_state->chunks.empty();
     }
-    if (!m_state->output) return 0;
     m_state->enforceLimits();
     m_state->waitForActivity();
     m_state->pump();
