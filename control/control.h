@@ -27,13 +27,15 @@ class QXLinMigrateP2VControl : public QXL::QXLHaulControl {
   // the connector must be there (the process stops on a pointer's assertion).
   int process() override;
 
+ protected:
+  // The connection to the physical server's agent; null before createSerializer.
+  boost::intrusive_ptr<QXL::QXLAccessAgentPrototype> m_accessAgent;
+
  private:
   // Selects a synchronous call, reporting to this controller's caller, for the
   // next request of an end.
   template <class End>
   End& synced(End& end);
-
-  boost::intrusive_ptr<QXL::QXLAccessAgentPrototype> m_accessAgent;
 };
 
 #endif

@@ -1,0 +1,57 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+
+#include "frame/init.h"
+#include "framework/functionality.h"
+
+namespace {
+
+// How many allocations still succeed; negative: all.
+long left = -1;
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  if (left == 0) throw std::bad_alloc();
+  if (left > 0) --left;
+  if (void* memory = std::malloc(size)) return memory;
+  throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+TEST(InitLibraryOutOfMemory, LeavesWhatWasRegisteredInOrder) {
+  const auto& kit = QXL::QXLFunctionality<QXL::QXLHaulControlFactory>::m_kit;
+  // What is registered when the allocations run out one later each time.
+  std::vector<std::string> seen;
+  bool done = false;
+  for (long allowed = 0; !done; ++allowed) {
+    bool threw = false;
+    left = allowed;
+    try {
+      initLibrary();
+      done = true;
+    } catch (const std::bad_alloc&) {
+      threw = true;
+    }
+    left = -1;
+    EXPECT_NE(threw, done);
+    std::string registered;
+    if (kit.m_controls.count("")) registered += "controller ";
+    if (kit.m_localDeserializers.count("")) registered += "local-deserializer ";
+    if (kit.m_localSerializers.count("")) registered += "local-serializer ";
+    if (kit.m_agentDeserializers.count("")) registered += "agent-deserializer ";
+    if (kit.m_agentSerializers.count("")) registered += "agent-serializer ";
+    if (seen.empty() || seen.back() != registered) seen.push_back(registered);
+    finiLibrary();
+  }
+  EXPECT_THAT(seen, testing::ElementsAre(
+                        "", "controller ", "controller local-deserializer ",
+                        "controller local-deserializer local-serializer ",
+                        "controller local-deserializer local-serializer agent-deserializer ",
+                        "controller local-deserializer local-serializer agent-deserializer "
+                        "agent-serializer "));
+}
