@@ -109,6 +109,8 @@ int runClient(const Options& options) {
                               std::to_string(setup.inherited));
     if (agreed.acls) setup.arguments.emplace_back("-A");
     if (agreed.xattrs) setup.arguments.emplace_back("-X");
+    // Or else what changes twice within a second is taken for unchanged.
+    if (keepsNanoseconds(options.destination)) setup.arguments.emplace_back("--modify-window=-1");
   }
 
   DescriptorPair progress;

@@ -105,6 +105,16 @@ Offer probeByWriting(const std::string& directory) {
   return offer;
 }
 
+bool keepsNanoseconds(const std::string& directory) {
+  const std::string place = existingDirectory(directory);
+  if (place.empty()) return false;
+  const Descriptor file = scratchFile(place);
+  const timespec times[2] = {{0, UTIME_OMIT}, {1000000000, 123456789}};
+  struct stat status {};
+  return file.open() && ::futimens(file.get(), times) == 0 && ::fstat(file.get(), &status) == 0 &&
+         status.st_mtim.tv_sec == times[1].tv_sec && status.st_mtim.tv_nsec == times[1].tv_nsec;
+}
+
 std::vector<std::string> localMountPoints(const std::string& mountinfo) {
   std::vector<std::string> points;
   std::set<std::string> devicesSeen;

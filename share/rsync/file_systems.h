@@ -19,6 +19,10 @@ Offer probeByReading(const std::string& directory);
 /// or, for root, the trusted ones are. Whatever goes wrong means "not held".
 Offer probeByWriting(const std::string& directory);
 
+/// Whether modification times in the directory (or its parent, as above) are
+/// kept to the nanosecond, found out in the same way.
+bool keepsNanoseconds(const std::string& directory);
+
 /// Bytes in use on everything below a directory, so that a sender's share can
 /// be told before all its files are listed. Only "/" is known: the sum over all
 /// mounted block devices. 0 means unknown.

@@ -56,12 +56,12 @@ class Pump {
   int source_;
   int sink_;
   Way way_;
-  DescriptorPair between_;       // Way::ThroughPipe
-  std::vector<char> buffer_;     // Way::Copy
-  size_t heldFrom_ = 0;          // first byte of buffer_ not yet written
-  size_t held_ = 0;              // bytes in between_ or buffer_
-  bool waitForSink_ = false;     // which side to wait for
-  bool movedSinceWait_ = false;  // Way::Direct
+  DescriptorPair between_;      // Way::ThroughPipe
+  std::vector<char> buffer_;    // Way::Copy
+  size_t heldFrom_ = 0;         // first byte of buffer_ not yet written
+  size_t held_ = 0;             // bytes in between_ or buffer_
+  bool waitForSink_ = false;    // which side to wait for
+  bool movedSinceWait_ = true;  // Way::Direct
   bool hadEnough_ = false;
   bool done_ = false;
 };

@@ -1,0 +1,206 @@
+// Endings that are not the good one: files that vanish, and processes that die.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "share_tests/transfer.h"
+#include "support/temp_tree.h"
+
+using test_support::dirAt;
+using test_support::fileAt;
+using test_support::readFile;
+using test_support::TempTree;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class Ending : public testing::Test {
+ protected:
+  NoProcessLeftBehind processes_;
+  TempTree tree_{dirAt("from"), dirAt("to")};
+  const std::string from_ = tree_.path("from");
+  const std::string to_ = tree_.path("to");
+};
+
+// A transfer that would take hours: one enormous file that is all hole.
+class MidTransfer : public Ending {
+ protected:
+  Transfer run_{from_ + "/", to_};
+  pid_t stockClient_ = -1;
+  pid_t stockServer_ = -1;
+  pid_t joiner_ = -1;
+
+  // Returns when the file is on its way.
+  void startEndlessTransfer(Channel channel) {
+    makeEntry(from_, fileAt("endless", "x"));
+    ASSERT_EQ(::truncate((from_ + "/endless").c_str(), 1L << 42), 0);
+    run_.start(std::move(channel));
+    stockClient_ = awaitChild(run_.client().pid(), "rsync");
+    stockServer_ = awaitChild(run_.server().pid(), "rsync");
+    bool underWay = false;
+    for (int i = 0; i < 2000 && !underWay; ++i) {
+      ::usleep(5000);
+      for (const auto& entry : fs::directory_iterator(to_))
+        underWay = underWay || entry.path().filename().string().rfind(".endless.", 0) == 0;
+    }
+    ASSERT_TRUE(underWay);
+    // The joiner is the stock client's child that was started from our file.
+    for (const pid_t child : childrenNamed(stockClient_, "rsync"))
+      if (fs::equivalent("/proc/" + std::to_string(child) + "/exe", builtRsync())) joiner_ = child;
+    ASSERT_GT(joiner_, 0);
+  }
+
+  void expectBothEndSoon() {
+    EXPECT_NE(run_.client().exitStatus(10), 0);
+    EXPECT_NE(run_.server().exitStatus(10), 0);
+  }
+};
+
+}  // namespace
+
+TEST_F(MidTransfer, KilledServerEndsTheClient) {
+  startEndlessTransfer(pipeChannel());
+  ::kill(run_.server().pid(), SIGKILL);
+  EXPECT_EQ(run_.client().exitStatus(10), 12) << run_.client().err();
+  EXPECT_EQ(run_.server().exitStatus(10), 1000 + SIGKILL);
+}
+
+TEST_F(MidTransfer, KilledStockServerEndsBoth) {
+  startEndlessTransfer(pipeChannel());
+  ::kill(stockServer_, SIGKILL);
+  EXPECT_EQ(run_.client().exitStatus(10), 12) << run_.client().err();
+  EXPECT_EQ(run_.server().exitStatus(10), 1000 + SIGKILL);
+}
+
+TEST_F(MidTransfer, KilledClientEndsTheServer) {
+  startEndlessTransfer(pipeChannel());
+  ::kill(run_.client().pid(), SIGKILL);
+  expectBothEndSoon();
+}
+
+TEST_F(MidTransfer, KilledStockClientEndsBoth) {
+  startEndlessTransfer(pipeChannel());
+  ::kill(stockClient_, SIGKILL);
+  expectBothEndSoon();
+}
+
+TEST_F(MidTransfer, KilledJoinerEndsBoth) {
+  startEndlessTransfer(pipeChannel());
+  ::kill(joiner_, SIGKILL);
+  expectBothEndSoon();
+}
+
+TEST_F(MidTransfer, KilledServerEndsTheClientOnASocketToo) {
+  startEndlessTransfer(socketChannel());
+  ::kill(run_.server().pid(), SIGKILL);
+  expectBothEndSoon();
+}
+
+TEST_F(MidTransfer, KilledClientEndsTheServerOnASocketToo) {
+  startEndlessTransfer(socketChannel());
+  ::kill(run_.client().pid(), SIGKILL);
+  expectBothEndSoon();
+}
+
+TEST_F(MidTransfer, TerminatedClientTidiesUpAndEndsWithStocksStatus) {
+  startEndlessTransfer(pipeChannel());
+  ::kill(run_.client().pid(), SIGTERM);
+  EXPECT_EQ(run_.client().exitStatus(10), 20) << run_.client().err();
+  EXPECT_NE(run_.server().exitStatus(10), 0);
+  EXPECT_TRUE(fs::is_empty(to_));
+}
+
+TEST_F(MidTransfer, TerminatedServerEndsBoth) {
+  startEndlessTransfer(pipeChannel());
+  ::kill(run_.server().pid(), SIGTERM);
+  expectBothEndSoon();
+}
+
+TEST_F(MidTransfer, ServersEndsLeakedIntoTheClientDoNotKeepItWaiting) {
+  run_.leakServerEndsIntoClient();
+  startEndlessTransfer(pipeChannel());
+  ::kill(run_.server().pid(), SIGKILL);
+  expectBothEndSoon();
+}
+
+TEST_F(MidTransfer, OnlyTheJoinerHoldsTheChannel) {
+  struct stat channelStatus {};
+  Channel channel = pipeChannel();
+  ASSERT_EQ(::fstat(channel.client.in.get(), &channelStatus), 0);
+  startEndlessTransfer(std::move(channel));
+
+  std::vector<pid_t> holders;
+  std::vector<pid_t> processes = childrenNamed(stockClient_, "rsync");
+  processes.insert(processes.end(), {run_.client().pid(), stockClient_});
+  for (const pid_t pid : processes)
+    for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
+      struct stat status {};
+      if (::stat(entry.path().c_str(), &status) == 0 && status.st_ino == channelStatus.st_ino &&
+          status.st_dev == channelStatus.st_dev)
+        holders.push_back(pid);
+    }
+  EXPECT_EQ(holders, std::vector<pid_t>{joiner_});
+  ::kill(run_.client().pid(), SIGKILL);
+  expectBothEndSoon();
+}
+
+TEST_F(Ending, VanishedFileEndsWithPartialStatusAtBothEnds) {
+  // Names of one directory are sent at once, and files in this order.
+  std::mt19937_64 random(1);
+  std::string much(32 << 20, '\0');
+  for (char& c : much) c = static_cast<char>(random());
+  makeEntry(from_, fileAt("a first", much));
+  makeEntry(from_, fileAt("b vanishes", "x"));
+  makeEntry(from_, fileAt("c last", "y"));
+
+  RelayedChannel channel = relayedChannel();
+  std::thread up([from = std::move(channel.toClient.in), to = std::move(channel.toServer.out)] {
+    char buffer[65536];
+    ssize_t count = 0;
+    while ((count = ::read(from.get(), buffer, sizeof buffer)) > 0)
+      if (::write(to.get(), buffer, static_cast<size_t>(count)) != count) break;
+  });
+  Transfer run(from_ + "/", to_);
+  run.start(std::move(channel.ends));
+
+  // In the midst of the first file nothing is taken from the server until the
+  // second is gone. Its pipes hold far less than what is left of the first.
+  size_t passed = 0;
+  char buffer[65536];
+  ssize_t count = 0;
+  while ((count = ::read(channel.toServer.in.get(), buffer, sizeof buffer)) > 0) {
+    if (::write(channel.toClient.out.get(), buffer, static_cast<size_t>(count)) != count) break;
+    passed += static_cast<size_t>(count);
+    if (passed > 4 << 20) fs::remove(from_ + "/b vanishes");
+  }
+  channel.toServer.in.close();
+  channel.toClient.out.close();
+  run.expectBothEndWith(23);
+  up.join();
+  EXPECT_FALSE(fs::exists(to_ + "/b vanishes"));
+  EXPECT_EQ(readFile(to_ + "/c last"), "y");
+  EXPECT_NE(run.client().err().find("vanished"), std::string::npos) << run.client().err();
+}
+
+TEST_F(Ending, SourceThatIsNotThereEndsWithStocksStatus) {
+  Transfer run(from_ + "/missing/", to_);
+  run.start(pipeChannel());
+  run.expectBothEndWith(23);
+  EXPECT_NE(run.server().err().find("missing"), std::string::npos) << run.server().err();
+}
+
+TEST_F(Ending, DestinationThatCannotBeMadeEndsWithStocksStatus) {
+  Transfer run(from_ + "/", to_ + "/not/there/at all");
+  run.start(pipeChannel());
+  EXPECT_EQ(run.client().exitStatus(10), 3) << run.client().err();
+  EXPECT_NE(run.server().exitStatus(10), 0);
+}

@@ -1,0 +1,97 @@
+#include "share/rsync/prelude.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "share/rsync/descriptor.h"
+#include "share/rsync/failure.h"
+
+using namespace qxrsync;  // NOLINT: the whole test is about one header
+
+namespace {
+
+const Offer everything{.acls = true, .xattrs = true, .usedBytes = 12345};
+
+// What the exchange makes of these bytes, after which the channel is closed.
+std::string afterHearing(const std::string& bytes) {
+  DescriptorPair in = makePipe();
+  const DescriptorPair out = makePipe();
+  EXPECT_EQ(::write(in.second.get(), bytes.data(), bytes.size()), bytes.size());
+  in.second.close();
+  try {
+    exchangeOffers(in.first.get(), out.second.get(), everything, Deadline(std::chrono::seconds(5)));
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.status(), 12);
+    return failure.what();
+  }
+  return "agreed";
+}
+
+}  // namespace
+
+TEST(Prelude, OfferSurvivesTheWire) {
+  for (const bool acls : {false, true})
+    for (const bool xattrs : {false, true})
+      for (const std::uint64_t bytes : {std::uint64_t{0}, UINT64_MAX}) {
+        const Offer offer{acls, xattrs, bytes};
+        EXPECT_EQ(parseOffer(formatOffer(offer)), offer) << formatOffer(offer);
+      }
+  EXPECT_EQ(formatOffer(everything), "QXRSYNC 1 AX 12345");
+  EXPECT_EQ(formatOffer({}), "QXRSYNC 1 - 0");
+}
+
+TEST(Prelude, WhatIsNotExactlyAnOfferIsNone) {
+  for (const char* line :
+       {"", "QXRSYNC", "QXRSYNC 1 AX", "QXRSYNC 2 AX 0", "qxrsync 1 AX 0", "QXRSYNC 1 XA 0",
+        "QXRSYNC 1 AXY 0", "QXRSYNC 1 AX -1", "QXRSYNC 1 AX 1 ", "QXRSYNC  1 AX 1",
+        "QXRSYNC 1 AX 99999999999999999999", "QXRSYNC 1 AX 0\r", "SSH-2.0-OpenSSH_9.2"})
+    EXPECT_EQ(parseOffer(line), std::nullopt) << line;
+}
+
+TEST(Prelude, CapabilitiesArePlainWordsOnly) {
+  EXPECT_EQ(parseCapabilities(formatCapabilities(".iLsfxCIvu")), ".iLsfxCIvu");
+  EXPECT_EQ(parseCapabilities(formatCapabilities("")), "");
+  for (const char* line : {"CAPABILITIES", "CAPABILITIES ", "CAPABILITIES a b", "CAPABILITIES a;b",
+                           "CAPABILITIES --rsh=x", "CAPABILITIES .i/x", "OTHER .i"})
+    EXPECT_EQ(parseCapabilities(line), std::nullopt) << line;
+}
+
+TEST(Prelude, OnlyWhatBothHaveIsAgreedAndNothingBeyondTheLineIsTaken) {
+  const DescriptorPair in = makePipe();
+  const DescriptorPair out = makePipe();
+  const std::string heard = "QXRSYNC 1 X 77\nrest";
+  ASSERT_EQ(::write(in.second.get(), heard.data(), heard.size()), heard.size());
+  const Deadline deadline(std::chrono::seconds(5));
+  EXPECT_EQ(exchangeOffers(in.first.get(), out.second.get(), everything, deadline),
+            (Offer{.acls = false, .xattrs = true, .usedBytes = 77}));
+  char said[64] = {};
+  EXPECT_GT(::read(out.first.get(), said, sizeof said - 1), 0);
+  EXPECT_STREQ(said, "QXRSYNC 1 AX 12345\n");
+  char rest[8] = {};
+  EXPECT_EQ(::read(in.first.get(), rest, sizeof rest - 1), 4);
+  EXPECT_STREQ(rest, "rest");
+}
+
+TEST(Prelude, StrangersAreQuotedInPrintableForm) {
+  EXPECT_EQ(afterHearing(""), "the other end of the data channel closed it before the transfer");
+  EXPECT_EQ(afterHearing("QXR"), "the other end of the data channel closed it after \"QXR\"");
+  EXPECT_EQ(afterHearing(std::string("\x1f\0\xff\\\n", 5)),
+            "the other end of the data channel does not run this version of this program: "
+            "\"\\x1f\\x00\\xff\\x5c\"");
+  EXPECT_EQ(afterHearing(std::string(100000 / 2, 'x')),
+            "the other end of the data channel does not run this program: \"" +
+                std::string(60, 'x') + "...\"");
+}
+
+TEST(Prelude, SilenceEndsAtTheDeadline) {
+  const DescriptorPair in = makePipe();
+  const DescriptorPair out = makePipe();
+  try {
+    exchangeOffers(in.first.get(), out.second.get(), everything,
+                   Deadline(std::chrono::milliseconds(50)));
+    FAIL() << "agreed with nobody";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.status(), 12);
+    EXPECT_STREQ(failure.what(), "the other end of the data channel does not answer");
+  }
+}
