@@ -46,4 +46,6 @@ const char* Error::what() const noexcept {
 
 void ConfParserErrHandler::operator()(const Error& error) { throw error; }
 
+ConfParserErrHandler::~ConfParserErrHandler() = default;
+
 }  // namespace Expand

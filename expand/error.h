@@ -67,20 +67,14 @@ class EXPAND_API Error : public std::exception {
   char message_[TEXT_SIZE];
 };
 
-// Handlers are never deleted through this class, and calling is their only
-// virtual operation.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
-
 // Receives each problem that the configuration parser finds. This one throws a
-// copy of the error. A handler of your own (a final class) may note the error
-// and return; the parser then goes on as far as it can.
+// copy of the error. A handler of your own may note the error and return; the
+// parser then goes on as far as it can.
 class EXPAND_API ConfParserErrHandler {
  public:
   virtual void operator()(const Error& error);
+  virtual ~ConfParserErrHandler();
 };
-
-#pragma GCC diagnostic pop
 
 }  // namespace Expand
 
