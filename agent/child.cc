@@ -50,7 +50,7 @@ int prepareAndExec(char* const* argv, const int (&streams)[3], bool dieWithParen
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  execv(argv[0], argv);
+  execvp(argv[0], argv);  // the plug-in calls some tools by name
   return errno;
 }
 
