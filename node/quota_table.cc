@@ -59,7 +59,8 @@ class Parser {
   }
 
   void readGrace(const Words& words) {
-    table_.of(kind(words, kGraceWords)).grace = {number(words[1]), number(words[2])};
+    const QuotaKind which = kind(words, kGraceWords);  // Before any word is taken.
+    table_.of(which).grace = {number(words[1]), number(words[2])};
   }
 
   void readObject(const Words& words) {
