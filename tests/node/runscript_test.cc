@@ -8,7 +8,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 
 #include "node/error.h"
 #include "node/file.h"
@@ -149,9 +151,16 @@ TEST(RunScript, CannotReachTheHost) {
     EXPECT_NE(runScript("umount /dev 2>/dev/null\n").status, 0);
     EXPECT_NE(runScript("echo x > /proc/sys/kernel/hostname\n").status, 0);
     EXPECT_NE(runScript("echo b > /proc/sysrq-trigger\n").status, 0);
-    // A device file that the copied system brought along does not work.
-    ASSERT_EQ(mknod((std::string(kTree) + "/null").c_str(), S_IFCHR | 0666, makedev(1, 3)), 0);
+  });
+}
+
+TEST(RunScript, DeviceFilesOfTheCopiedSystemDoNotWork) {
+  onHost("", {"cat"}, [] {
+    if (mknod((std::string(kTree) + "/null").c_str(), S_IFCHR | 0666, makedev(1, 3)) != 0) {
+      GTEST_SKIP() << "making a device file needs root of the machine: " << strerror(errno);
+    }
     EXPECT_NE(runScript("cat /null\n").status, 0);
+    EXPECT_EQ(runScript("cat /dev/null\n").status, 0);
   });
 }
 
