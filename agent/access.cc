@@ -46,7 +46,7 @@ class AccessAgent : public QXL::QXLAccessAgentPrototype {
   int initializeSync(
       const boost::shared_ptr<QXL::QXLConnectionInfo>& connection,
       const boost::intrusive_ptr<QXL::QXLProgressHandlerPrototype>& handler) override {
-    transport_ = connect(connection->address, handler.get());
+    transport_ = connect(*connection, handler.get());
     if (transport_) return 0;
     context_->setLastError(-1, QXL::getErrorMessage());
     if (handler) handler->error(-1, QXL::getErrorMessage());

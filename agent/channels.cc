@@ -10,14 +10,21 @@
 
 namespace agent {
 
+LocalChannelEnd::LocalChannelEnd(UniqueFd input, UniqueFd output, UniqueFd attendant)
+    : input_(std::move(input)), output_(std::move(output)), attendant_(std::move(attendant)) {
+  if (attendant_) fcntl(attendant_.get(), F_SETFD, 0);
+}
+
 void ChannelTable::put(const std::string& token,
                        boost::intrusive_ptr<QXL::QXLChannelEndPrototype> end) {
   std::lock_guard lock(mutex_);
   ends_[token] = std::move(end);
+  arrived_.notify_all();
 }
 
 boost::intrusive_ptr<QXL::QXLChannelEndPrototype> ChannelTable::take(const std::string& token) {
-  std::lock_guard lock(mutex_);
+  std::unique_lock lock(mutex_);
+  arrived_.wait_for(lock, patience_, [&]() { return ends_.count(token) != 0; });
   const auto found = ends_.find(token);
   if (found == ends_.end()) return nullptr;
   boost::intrusive_ptr<QXL::QXLChannelEndPrototype> end = std::move(found->second);

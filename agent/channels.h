@@ -2,6 +2,8 @@
 #ifndef QX_AGENT_CHANNELS_H
 #define QX_AGENT_CHANNELS_H
 
+#include <chrono>
+#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <string>
@@ -14,14 +16,16 @@ namespace agent {
 // An end whose descriptors are in this process.
 class LocalChannelEnd : public QXL::QXLChannelEndPrototype {
  public:
-  LocalChannelEnd(UniqueFd input, UniqueFd output)
-      : input_(std::move(input)), output_(std::move(output)) {}
+  // attendant: a descriptor that is to stay open as long as anyone uses the end;
+  // it is inherited by programs that are started with the end.
+  LocalChannelEnd(UniqueFd input, UniqueFd output, UniqueFd attendant = UniqueFd());
   int getInputFd() override { return input_.get(); }
   int getOutputFd() override { return output_.get(); }
 
  private:
   UniqueFd input_;
   UniqueFd output_;
+  UniqueFd attendant_;
 };
 
 // An end that waits in an agent's channel table under its token.
@@ -57,12 +61,18 @@ class Channel : public QXL::QXLChannelPrototype {
 // share it.
 class ChannelTable {
  public:
+  // patience: how long take waits for an end that comes by a road of its own.
+  explicit ChannelTable(std::chrono::seconds patience = std::chrono::seconds(0))
+      : patience_(patience) {}
+
   void put(const std::string& token, boost::intrusive_ptr<QXL::QXLChannelEndPrototype> end);
   // Takes the end out; null when there is none under the token.
   boost::intrusive_ptr<QXL::QXLChannelEndPrototype> take(const std::string& token);
 
  private:
+  std::chrono::seconds patience_;
   std::mutex mutex_;
+  std::condition_variable arrived_;
   std::map<std::string, boost::intrusive_ptr<QXL::QXLChannelEndPrototype>> ends_;
 };
 

@@ -14,9 +14,10 @@ namespace {
 
 // Runs between fork and exec: async-signal-safe calls only. Returns an errno
 // value when it fails.
-int prepareAndExec(char* const* argv, const int (&streams)[3], bool dieWithParent, pid_t parent) {
-  setpgid(0, 0);
-  if (dieWithParent) {
+int prepareAndExec(char* const* argv, const ChildOptions& options, pid_t parent) {
+  const auto& streams = options.streams;
+  if (options.ownGroup) setpgid(0, 0);
+  if (options.dieWithParent) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) raise(SIGKILL);
   }
@@ -46,6 +47,11 @@ int prepareAndExec(char* const* argv, const int (&streams)[3], bool dieWithParen
   defaults.sa_handler = SIG_DFL;
   for (const int signal : {SIGPIPE, SIGCHLD, SIGINT, SIGTERM, SIGHUP}) {
     sigaction(signal, &defaults, nullptr);
+  }
+  if (!options.ownGroup) {
+    struct sigaction ignore = {};
+    ignore.sa_handler = SIG_IGN;
+    for (const int signal : {SIGINT, SIGQUIT, SIGHUP}) sigaction(signal, &ignore, nullptr);
   }
   sigset_t none;
   sigemptyset(&none);
@@ -79,13 +85,13 @@ int Child::start(const std::vector<std::string>& argv, const ChildOptions& optio
   if (pid == 0) {
     // The pipe must survive the wiring of descriptors 0 to 2.
     const int reporter = fcntl(reportWrite.get(), F_DUPFD_CLOEXEC, 3);
-    const int failure =
-        prepareAndExec(pointers.data(), options.streams, options.dieWithParent, parent);
+    const int failure = prepareAndExec(pointers.data(), options, parent);
     [[maybe_unused]] const ssize_t written = write(reporter, &failure, sizeof failure);
     _exit(127);
   }
   reportWrite.reset();
-  setpgid(pid, pid);  // whoever is first: the group exists before anyone signals it
+  if (options.ownGroup)
+    setpgid(pid, pid);  // whoever is first: the group exists before anyone signals it
 
   int failure = 0;
   ssize_t count;
@@ -98,6 +104,7 @@ int Child::start(const std::vector<std::string>& argv, const ChildOptions& optio
     return failure;
   }
   pid_ = pid;
+  ownGroup_ = options.ownGroup;
   ended_ = false;
 #ifdef SYS_pidfd_open
   pidfd_.reset(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
@@ -118,7 +125,7 @@ bool Child::poll() {
 }
 
 void Child::signalGroup(int signal) const {
-  if (pid_ > 0) kill(-pid_, signal);
+  if (pid_ > 0) kill(ownGroup_ ? -pid_ : pid_, signal);
 }
 
 }  // namespace agent

@@ -15,12 +15,15 @@ namespace agent {
 struct ChildOptions {
   // Descriptors for standard input, output and error; -1 for /dev/null.
   int streams[3] = {-1, -1, -1};
+  // A process group of its own. Without it the program is in the caller's group,
+  // so that it can use the terminal, and ignores SIGINT, SIGQUIT and SIGHUP.
+  bool ownGroup = true;
   // Kill the program (SIGKILL) when the thread that started it dies.
   bool dieWithParent = false;
 };
 
-// Owns a process in a process group of its own; kills the group and reaps the
-// process when it goes.
+// Owns a process; kills it, with its group if it has one of its own, and reaps it
+// when it goes.
 class Child {
  public:
   Child() = default;
@@ -43,11 +46,12 @@ class Child {
   // process descriptors (before 5.3), and poll() must be asked now and then.
   int fd() const { return pidfd_.get(); }
 
-  // Sends a signal to the whole group.
+  // Sends a signal to the process, with its group if it has one of its own.
   void signalGroup(int signal) const;
 
  private:
   pid_t pid_ = 0;
+  bool ownGroup_ = true;
   bool ended_ = false;
   int status_ = 0;
   UniqueFd pidfd_;

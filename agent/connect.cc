@@ -11,6 +11,7 @@
 #include "agent/last_error.h"
 #include "agent/local_transport.h"
 #include "agent/remote_transport.h"
+#include "agent/ssh_transport.h"
 #include "framework/errors.h"
 
 namespace agent {
@@ -36,8 +37,9 @@ UniqueFd connectUnix(const std::string& path) {
 
 }  // namespace
 
-boost::shared_ptr<QXL::QXLRequestTransport> connect(const std::string& address,
-                                                    QXL::QXLProgressHandlerPrototype*) {
+boost::shared_ptr<QXL::QXLRequestTransport> connect(const QXL::QXLConnectionInfo& connection,
+                                                    QXL::QXLProgressHandlerPrototype* handler) {
+  const std::string& address = connection.address;
   try {
     if (address == "local")
       return boost::shared_ptr<QXL::QXLRequestTransport>(new LocalTransport());
@@ -48,7 +50,7 @@ boost::shared_ptr<QXL::QXLRequestTransport> connect(const std::string& address,
       return boost::shared_ptr<QXL::QXLRequestTransport>(
           new RemoteTransport(std::move(fd), std::move(second), address));
     }
-    fail("'" + address + "' is no address of an agent: use unix:PATH or local");
+    return connectSsh(address, connection.transportOptions, handler);
   } catch (const std::exception& problem) {
     fail(problem.what());
   }

@@ -3,16 +3,16 @@
 #define QX_AGENT_CONNECT_H
 
 #include <boost/smart_ptr/shared_ptr.hpp>
-#include <string>
 
 #include "agent/transport.h"
 
 namespace agent {
 
-// Connects to the agent at an address: "unix:PATH", or "local" for an agent in
-// this process. Null with the reason in QXL::getErrorMessage() when that fails.
+// Connects to the agent at an address: "unix:PATH", "local" for an agent in this
+// process, or a server that is reached by ssh (see ssh_address.h), where the agent
+// is brought first. Null with the reason in QXL::getErrorMessage() when that fails.
 // The handler, which may be null, hears of the connection's steps.
-boost::shared_ptr<QXL::QXLRequestTransport> connect(const std::string& address,
+boost::shared_ptr<QXL::QXLRequestTransport> connect(const QXL::QXLConnectionInfo& connection,
                                                     QXL::QXLProgressHandlerPrototype* handler);
 
 }  // namespace agent

@@ -16,7 +16,11 @@ namespace agent {
 // The sessions of one connection. Frames come from one thread at a time.
 class Dispatcher {
  public:
-  Dispatcher(FrameSink& sink, const QXL::QXLClientContext& client) : sink_(sink), client_(client) {}
+  // channelPatience: how long a stage waits for a channel that comes by a road of
+  // its own.
+  Dispatcher(FrameSink& sink, const QXL::QXLClientContext& client,
+             std::chrono::seconds channelPatience = std::chrono::seconds(0))
+      : sink_(sink), client_(client), channels_(channelPatience) {}
   ~Dispatcher() { end(); }
 
   // A "request", "cancel" or "channel" frame came in, the last with two

@@ -11,7 +11,6 @@ namespace agent {
 
 // What qxmigrate was told; empty and false where nothing was said.
 struct MigrateOptions {
-  std::string source;
   long long ctid = 0;
   std::string configFile;
   std::string distribution;

@@ -56,7 +56,7 @@ class MigrationContext : public RequestContext, public QXL::QXLProgressHandlerPr
 
 }  // namespace
 
-MigrationResult migrate(const std::string& source,
+MigrationResult migrate(const QXL::QXLConnectionInfo& source,
                         const boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams>& params,
                         MigrationView& view, const std::shared_ptr<CancelToken>& cancel) {
   boost::intrusive_ptr<MigrationContext> context(new MigrationContext(view));
@@ -75,8 +75,7 @@ MigrationResult migrate(const std::string& source,
     result.text = "no plug-in offers migrations";
     return result;
   }
-  boost::shared_ptr<QXL::QXLConnectionInfo> connection(new QXL::QXLConnectionInfo());
-  connection->address = source;
+  const boost::shared_ptr<QXL::QXLConnectionInfo> connection(new QXL::QXLConnectionInfo(source));
   result.succeeded = control->execute(connection, params) == 0;
   if (!result.succeeded) {
     result.code = context->getLastErrorCode();

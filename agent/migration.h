@@ -31,10 +31,10 @@ struct MigrationResult {
   std::string text;
 };
 
-// Migrates the server behind the agent at `source` (an address, see connect.h)
+// Migrates the server behind the agent at `source` (see connect.h)
 // with this process as the node's agent. The plug-in must be loaded. `cancel`
 // stops it: what runs is stopped and both ends are finished before it returns.
-MigrationResult migrate(const std::string& source,
+MigrationResult migrate(const QXL::QXLConnectionInfo& source,
                         const boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams>& params,
                         MigrationView& view, const std::shared_ptr<CancelToken>& cancel);
 

@@ -36,7 +36,10 @@ void QXLHaulControlOperatorPrototype::process(const std::string& method,
     addError(out, QXLErrors, 409, "stage '" + method + "' before init");
     return;
   }
-  if (method == agent::stageStopServices) m_servicesStopped = true;
+  if (method == agent::stageStopServices) {
+    m_servicesStopped = true;
+    agent::rememberStopped(m_params.get());
+  }
   QXLOperatorFunctionalPrototype::process(method, in, out);
   if (m_serializer) complete(0, out);
 }
@@ -69,6 +72,7 @@ void QXLHaulControlOperatorPrototype::finish(const boost::intrusive_ptr<QXLMessa
   long long succeeded = 0;
   in->getValueLongLong(succeeded, agent::fieldSucceeded);
   if (m_servicesStopped && !succeeded) agent::startServices(m_params.get());
+  if (m_servicesStopped) agent::forgetStopped();
   m_initialised = false;
   m_serializer.reset();
   m_params.reset();

@@ -46,6 +46,7 @@ class CancelOnSignal {
 };
 
 struct Settings {
+  QXL::QXLConnectionInfo source;
   agent::MigrateOptions options;
   std::string library;
   bool quiet = false;
@@ -55,8 +56,13 @@ struct Settings {
 void describe(CLI::App& app, Settings& settings) {
   agent::MigrateOptions& options = settings.options;
   app.set_version_flag("--version", std::string("qxmigrate ") + agent::version);
-  app.add_option("source", options.source, "The agent of the server: unix:PATH of its socket")
+  app.add_option("source", settings.source.address,
+                 "The server: [user@]host[:port] or ssh://[user@]host[:port], reached by ssh;\n"
+                 "or unix:PATH of the socket of an agent that runs there already")
       ->required();
+  app.add_option("--ssh-option", settings.source.transportOptions,
+                 "Option for ssh, as after its -o; may be repeated")
+      ->allow_extra_args(false);
   app.add_option("--ctid", options.ctid, "Id of the container to make")->required();
   app.add_option("--distribution", options.distribution,
                  "The server's distribution, NAME-VERSION such as debian-12");
@@ -93,9 +99,8 @@ void describe(CLI::App& app, Settings& settings) {
       "undone, 2 for a wrong command line, 130 when it was cancelled and undone.\n"
       "\n"
       "Example:\n"
-      "  on the server  qxagent serve --listen unix:/run/qxagent.sock\n"
-      "  on the node    qxmigrate unix:/run/qxagent.sock --ctid 101 \\\n"
-      "                   --distribution debian-12 --hostname web --ip 192.0.2.10/24");
+      "  qxmigrate root@oldserver --ctid 101 --distribution debian-12 \\\n"
+      "    --hostname web --ip 192.0.2.10/24 --stop-service nginx");
 }
 
 int run(const Settings& settings) {
@@ -115,7 +120,7 @@ int run(const Settings& settings) {
   agent::MigrationResult result;
   {
     const CancelOnSignal watcher(stopFd, cancel);
-    result = agent::migrate(settings.options.source, params, console, cancel);
+    result = agent::migrate(settings.source, params, console, cancel);
   }
   if (result.succeeded) {
     if (!settings.quiet) printf("Container %lld is ready.\n", settings.options.ctid);

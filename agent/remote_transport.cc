@@ -57,7 +57,9 @@ RemoteTransport::RemoteTransport(UniqueFd input, UniqueFd output, const std::str
 }
 
 // The connection's thread uses the other members.
-RemoteTransport::~RemoteTransport() {
+RemoteTransport::~RemoteTransport() { disconnect(); }
+
+void RemoteTransport::disconnect() {
   // Leaving is no loss.
   cancelOnLoss_.reset();
   connection_.stop();

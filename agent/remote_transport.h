@@ -28,6 +28,10 @@ class RemoteTransport : public QXL::QXLRequestTransport {
   std::string handOver(const boost::intrusive_ptr<QXL::QXLChannelEndPrototype>& end) override;
   QXL::QXLEID eid() const override { return eid_; }
 
+ protected:
+  // Leaves; calls end with error 410. Returns when the connection's thread has.
+  void disconnect();
+
  private:
   std::string peer_;
   QXL::QXLEID eid_;

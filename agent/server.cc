@@ -35,10 +35,10 @@ QXL::QXLClientContext peerOf(int fd) {
 }  // namespace
 
 Peer::Peer(UniqueFd input, UniqueFd output, const QXL::QXLClientContext& client,
-           const HeartbeatTimes& times)
+           std::chrono::seconds channelPatience, const HeartbeatTimes& times)
     : event_(newEvent()),
       connection_(std::move(input), std::move(output), times),
-      dispatcher_(connection_, client) {
+      dispatcher_(connection_, client, channelPatience) {
   connection_.start(
       [this](const nlohmann::json& frame, std::vector<UniqueFd> fds) {
         if (!greeted_) {

@@ -15,7 +15,9 @@ namespace agent {
 // One peer's connection and its sessions.
 class Peer {
  public:
+  // channelPatience: see Dispatcher.
   Peer(UniqueFd input, UniqueFd output, const QXL::QXLClientContext& client,
+       std::chrono::seconds channelPatience = std::chrono::seconds(0),
        const HeartbeatTimes& times = HeartbeatTimes());
   // Closes the connection and ends its sessions.
   ~Peer();
@@ -23,6 +25,8 @@ class Peer {
   bool ended() const { return ended_; }
   // Readable once ended; for poll.
   int endedFd() const { return event_.get(); }
+  // Where channel ends that come by another road are put.
+  ChannelTable& channels() { return dispatcher_.channels(); }
 
  private:
   UniqueFd event_;

@@ -1,5 +1,12 @@
 #include "agent/services.h"
 
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "agent/file_io.h"
+#include "framework/errors.h"
 #include "framework/logger.h"
 #include "framework/migrate_params.h"
 #include "framework/request.h"
@@ -9,6 +16,32 @@ namespace agent {
 
 namespace {
 constexpr int startSeconds = 120;
+
+std::string stoppedPath() {
+  const char* folder = getenv("QXA_TMPDIR");
+  return folder && *folder ? std::string(folder) + "/stopped-services" : "";
+}
+
+}  // namespace
+
+void rememberStopped(const QXL::QXLHaulSerializerBaseParams* params) {
+  const auto* p2v = dynamic_cast<const QXA::QXAMigrateP2VSerializerParams*>(params);
+  const std::string path = stoppedPath();
+  if (!p2v || path.empty() || p2v->options.services.empty()) return;
+  std::string names;
+  const std::vector<QXL::QXLService>& services = p2v->options.services;
+  for (auto service = services.rbegin(); service != services.rend(); ++service) {
+    names += service->name + "\n";
+  }
+  if (writeFileAtomically(path, names, 0600) != 0) {
+    QXL::logMessage(1, "qxagent", "services", "rememberStopped", "%s",
+                    QXL::getErrorMessage().c_str());
+  }
+}
+
+void forgetStopped() {
+  const std::string path = stoppedPath();
+  if (!path.empty()) unlink(path.c_str());
 }
 
 void startServices(const QXL::QXLHaulSerializerBaseParams* params) {

@@ -4,6 +4,7 @@
 
 #include <boost/smart_ptr/shared_ptr.hpp>
 #include <string>
+#include <vector>
 
 #include "framework/request.h"
 
@@ -30,6 +31,8 @@ class QXL_API QXLEID {
 struct QXLConnectionInfo {
   // "unix:PATH", "local", or another transport's address; empty for none.
   std::string address;
+  // Options for the transport's program, each as it takes them after "-o".
+  std::vector<std::string> transportOptions;
 };
 
 // The road that requests take to one agent; the agent defines it.

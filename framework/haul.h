@@ -108,7 +108,7 @@ class QXL_API QXLHaulSerializerBaseAgentPrototype
   std::string m_operatorName;
   std::string m_sessionId;  // empty without a session
   bool m_succeeded = false;
-  std::string m_stage;      // begun and not ended
+  std::string m_stage;  // begun and not ended
   boost::intrusive_ptr<QXLMessageIterator> m_message;
 };
 

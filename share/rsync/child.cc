@@ -84,8 +84,11 @@ void ignoreBrokenPipes() {
 }
 
 Child::Child(const Setup& setup, const SignalsHeld& signals) {
-  const std::string path = stockPath();
-  const ArgumentVector argv(path, setup.arguments);
+  std::vector<std::string> words = stockCommand();
+  const std::string path = words.front();
+  words.erase(words.begin());
+  words.insert(words.end(), setup.arguments.begin(), setup.arguments.end());
+  const ArgumentVector argv(path, words);
   DescriptorPair report = makePipe();
 
   const pid_t parent = ::getpid();

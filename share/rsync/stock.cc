@@ -27,9 +27,21 @@ std::string stockPath() {
                                 "; install the package rsync");
 }
 
+std::vector<std::string> stockCommand() {
+  const std::string stock = stockPath();
+  const std::string folder = stock.substr(0, stock.rfind('/'));
+  const std::string libraries = folder + "/../../../../lib";
+  const std::string loader = libraries + "/ld-linux-x86-64.so.2";
+  if (folder + "/rsync.stock" != stock || ::access(loader.c_str(), X_OK) != 0) return {stock};
+  return {loader, "--library-path", libraries, stock};
+}
+
 void becomeStock(const std::vector<std::string>& arguments) {
-  const std::string path = stockPath();
-  const ArgumentVector argv(path, arguments);
+  std::vector<std::string> words = stockCommand();
+  const std::string path = words.front();
+  words.erase(words.begin());
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  const ArgumentVector argv(path, words);
   ::execv(path.c_str(), argv.data());
   throw systemFailure(exitSystem, "cannot run " + path);
 }

@@ -14,6 +14,11 @@ std::string ownPath();
 /// there is neither.
 std::string stockPath();
 
+/// The words that start it: its path, behind a loader of its own with its
+/// libraries when both came in a bundle ("lib" at the top of the tree that this
+/// program's "usr/local/share/qxlinmigrate" is in). Throws Failure.
+std::vector<std::string> stockCommand();
+
 /// Replaces this process with stock rsync. Returns never; throws Failure.
 [[noreturn]] void becomeStock(const std::vector<std::string>& arguments);
 

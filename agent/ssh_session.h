@@ -1,0 +1,70 @@
+// One ssh client process that holds the connection to a server.
+#ifndef QX_AGENT_SSH_SESSION_H
+#define QX_AGENT_SSH_SESSION_H
+
+#include <list>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "agent/bundle.h"
+#include "agent/cancel.h"
+#include "agent/channels.h"
+#include "agent/child.h"
+#include "agent/ssh_address.h"
+#include "framework/request.h"
+
+namespace agent {
+
+// Logs in once (the client's configuration, keys, agent, prompts and host-key
+// checking are the user's own), brings the agent over and starts it. Data
+// channels are further sessions on the same connection.
+class SshSession {
+ public:
+  // options: values for ssh's -o, before everything else.
+  SshSession(const SshAddress& address, std::vector<std::string> options);
+  // Ends the agent if it still runs, waits until it has cleaned up behind itself
+  // (up to 60 seconds), and ends every ssh process.
+  ~SshSession();
+
+  // Throws std::runtime_error with a text for people. The handler (may be null)
+  // hears of the steps; `cancel` (may be null) ends the waiting.
+  void start(const Bundle& bundle, QXL::QXLProgressHandlerPrototype* handler,
+             const CancelToken* cancel);
+
+  // The agent's streams, after start.
+  UniqueFd takeInput() { return std::move(output_); }
+  UniqueFd takeOutput() { return std::move(input_); }
+
+  // Starts a session that joins the agent's channel `token` to two new pipes.
+  // Null with QXL::getErrorMessage() set when that fails.
+  boost::intrusive_ptr<LocalChannelEnd> openChannel(const std::string& token, int pipeBytes);
+
+ private:
+  std::vector<std::string> command(bool master, const std::string& remote) const;
+  void chooseCipher();
+  std::string readLine(const CancelToken* cancel);
+  void sendBundle(const Bundle& bundle, const CancelToken* cancel);
+  [[noreturn]] void giveUp(const CancelToken* cancel);
+  bool drainErrors();
+  void startErrorThread();
+
+  SshAddress address_;
+  std::vector<std::string> options_;
+  std::string program_;
+  std::string controlDir_;
+  UniqueFd input_;   // to the server
+  UniqueFd output_;  // from the server
+  UniqueFd errors_, errorsWrite_;
+  UniqueFd stopErrors_;
+  std::string errorText_;
+  std::string unread_;
+  std::thread errorThread_;
+  std::list<std::unique_ptr<Child>> channels_;
+  Child master_;
+};
+
+}  // namespace agent
+
+#endif
