@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <functional>
@@ -216,7 +217,9 @@ TEST(ConfParser, FailingWriteIsReported) {
 
 TEST(ConfParser, FailingCloseIsReported) {
   runInChild([] {
-    failSystemCall(SYS_close, EIO);
+    const int next = dup(STDERR_FILENO);
+    close(next);
+    failSystemCall(SYS_close, EIO, CallArgument{0, static_cast<std::uint32_t>(next)});
     std::string path = "/dev/null";
     EXPECT_EQ(errorOf([&] { ConfParser().save(ConfParser::FROM_FILE, Config(), path); }),
               "[Config reader] Error writing config file. Can't write to /dev/null: Input/output "

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -82,7 +83,9 @@ TEST(PutFile, FailingWriteGivesErrno) { EXPECT_EQ(put_file("/dev/full", "x", 0, 
 
 TEST(PutFile, FailingCloseGivesErrno) {
   runInChild([] {
-    failSystemCall(SYS_close, EIO);
+    const int next = dup(STDERR_FILENO);
+    close(next);
+    failSystemCall(SYS_close, EIO, CallArgument{0, static_cast<std::uint32_t>(next)});
     EXPECT_EQ(put_file("/dev/null", "x", 0, 0), EIO);
   });
 }

@@ -1,5 +1,6 @@
 #include "expand/runscript.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -102,7 +103,7 @@ TEST(Runscript, ProcessWithoutEnvironmentHasNoPathForTheShell) {
 
 TEST(Runscript, ErrorsOfTheRunnerPropagate) {
   runInChild([] {
-    failSystemCall(SYS_clone, ENOMEM);
+    failSystemCall(SYS_pipe2, EMFILE, CallArgument{1, O_CLOEXEC});
     std::string out = "earlier";
     std::string err;
     EXPECT_THROW(runscript("true", out, err), Expand::Error);
