@@ -12,6 +12,12 @@ command_root() {
   printf '%s\n' "$(server_root "$1")"
 }
 
+# As the server sees its files, with what it has mounted.
+command_view() {
+  server_check "${1:-}"
+  printf '/proc/%d/root\n' "$(lxc-info -P "$LAB_HERE/lxc" -n "$1" -pH)"
+}
+
 command_address() {
   server_check "${1:-}"
   printf '%s\n' "$(server_address "$1")"

@@ -112,6 +112,9 @@ node_fill_root() {
     fi
     mount --bind "$path" "$root$path"
   done < <(cat "$state/binds" && printf '%s\n' "$LAB_DIR")
+  # Containers lie on the disk itself: an overlay cannot hold every device node.
+  mkdir -p "$state/node/containers" "$root/var/lib/qx"
+  mount --bind "$state/node/containers" "$root/var/lib/qx"
   read -r install <"$state/install"
   if [ -n "$install" ]; then
     cp -a "$install/." "$root/"

@@ -1,0 +1,208 @@
+# What the scenarios share. A scenario runs on the lab's node, beside a server
+# called alpha, and says what it finds in lines "ok" and "FAIL".
+#
+# Servers are reached by $source alone, so that a scenario holds for every
+# transport.
+# shellcheck shell=bash
+set -euo pipefail
+
+server=alpha
+ctid=101
+distribution=debian-12
+private=/var/lib/qx/private/$ctid
+work=/tmp/e2e
+out=$work/qxmigrate.out
+failures=0
+checks=0
+mkdir -p "$work"
+
+# --- Saying what is so --------------------------------------------------------
+
+step() { printf '%s\n' "- $*"; }
+
+# check TEXT COMMAND...: the command must succeed.
+check() {
+  local text=$1
+  shift
+  checks=$((checks + 1))
+  if "$@"; then
+    printf '  ok    %s\n' "$text"
+  else
+    failures=$((failures + 1))
+    printf '  FAIL  %s\n' "$text"
+  fi
+}
+
+# check_equal TEXT EXPECTED FOUND
+check_equal() {
+  check "$1" test "$2" = "$3"
+  [ "$2" = "$3" ] || printf '        expected: %s\n        found:    %s\n' "$2" "$3"
+}
+
+# check_no TEXT COMMAND...: the command must print nothing.
+check_no() {
+  local text=$1 found
+  shift
+  found=$("$@" 2>&1 || true)
+  check "$text" test -z "$found"
+  [ -z "$found" ] || printf '%s\n' "$found" | sed 's/^/        found: /'
+}
+
+# check_says TEXT: the migration printed this, character for character, in one
+# or more whole lines.
+check_says() {
+  local found
+  found=$(<"$out")
+  check "says: ${1//$'\n'/ / }" grep_whole "$1" "$found"
+}
+
+grep_whole() { [[ $'\n'"$2"$'\n' == *$'\n'"$1"$'\n'* ]]; }
+
+check_status() { check_equal "exit status $1" "$1" "$status"; }
+
+conclude() {
+  local status=$?
+  if [ "$status" != 0 ]; then
+    printf '  FAIL  the scenario stopped early, status %d\n' "$status"
+    exit 1
+  fi
+  [ "$failures" = 0 ] && [ "$checks" -gt 0 ]
+}
+trap conclude EXIT
+
+# until_so SECONDS COMMAND...
+until_so() {
+  local end=$((SECONDS + $1))
+  shift
+  until "$@"; do
+    [ "$SECONDS" -lt "$end" ] || return 1
+    sleep 0.05
+  done
+}
+
+# --- The server ---------------------------------------------------------------
+
+on_server() { lab exec "$server" "$@" </dev/null; }
+
+# Sets $source to what qxmigrate calls the server.
+open_source() {
+  lab files "$server" >"$work/files.before"
+  lab agent start "$server" "$@"
+  source=$(lab agent source "$server")
+}
+
+# Ends what was started on the server, and checks that it left nothing.
+close_source() {
+  lab agent stop "$server"
+  lab files "$server" >"$work/files.after"
+  check_no "the server's files are as they were" diff "$work/files.before" "$work/files.after"
+}
+
+kill_rsync_on_server() { on_server pkill -KILL -f -- 'rsync .*--server'; }
+
+agent_pid() { lab agent pid "$server"; }
+
+# slow_source COPY RATE: the server sends the first or second copy of a migration
+# with so many KiB per second only, so that there is time to disturb it.
+slow_source() {
+  local place
+  place=$(lab root "$server")/var/qxagent.tmp
+  printf '%s %s\n' "$1" "$2" >"$place/slow"
+  if ! grep -q bwlimit "$place/usr/local/share/qxlinmigrate/rsync.stock"; then
+    mv "$place/usr/local/share/qxlinmigrate/rsync.stock" "$place/rsync.quick"
+    install -m 755 "$QX_E2E/slow_rsync" "$place/usr/local/share/qxlinmigrate/rsync.stock"
+  fi
+  rm -f "$place/copies"
+}
+
+fast_source() { slow_source 0 0; }
+
+# A service that writes 300 MiB when it is stopped, as a database writes its
+# tables: the second copy has something to do.
+add_service_with_large_dump() {
+  local root
+  root=$(lab root "$server")
+  cat >"$root/etc/init.d/dumper" <<'END'
+#!/bin/sh
+case $1 in
+  start) rm -f /srv/www/dump ;;
+  stop) head -c 300M /dev/urandom >/srv/www/dump ;;
+esac
+END
+  chmod 755 "$root/etc/init.d/dumper"
+}
+
+remove_service_with_large_dump() { rm -f "$(lab root "$server")"/{etc/init.d/dumper,srv/www/dump}; }
+
+service_runs() { on_server systemctl is-active --quiet "$1"; }
+
+check_services_run() {
+  check "nginx runs on the server" until_so 10 service_runs nginx
+  check "ticker runs on the server" until_so 10 service_runs ticker
+}
+
+# --- The migration ------------------------------------------------------------
+
+# migrate [OPTION...]: runs qxmigrate; sets $status.
+migrate() {
+  begin_migration "$@"
+  end_migration
+}
+
+begin_migration() {
+  : >"$out"
+  # A job in the background is deaf to SIGINT unless told otherwise.
+  env --default-signal=INT qxmigrate "$source" --ctid "$ctid" --distribution "$distribution" \
+    --hostname "$server" --stop-service nginx --stop-service ticker "$@" >"$out" 2>&1 &
+  migration=$!
+}
+
+end_migration() {
+  status=0
+  wait "$migration" || status=$?
+  sed 's/^/    | /' "$out"
+}
+
+stage_is_done() { grep -q "^$1  *.* done\$" "$out"; }
+
+# until_copying NUMBER: until the first or second copy runs and has moved data.
+until_copying() {
+  local before=startRSyncServer
+  [ "$1" = 1 ] || before=startRSyncServer2
+  until_so 60 stage_is_done "$before" || return 1
+  [ "$1" != 1 ] || until_so 60 has_files
+}
+
+has_files() { [ "$(find "$private/fs" 2>/dev/null | wc -l)" -gt 300 ]; }
+
+container_root() { printf '%s/fs' "$private"; }
+
+# --- What a failed migration leaves -------------------------------------------
+
+check_nothing_runs() {
+  check_no "no rsync runs on either side" still_running 'rsync .*--(server|fdin)'
+  check_no "nothing else of the migration runs" still_running '^[^ ]*(qxmigrate|qxctl|mkqxfs|qxpkg|qxquota) '
+}
+
+# Prints what runs with such a command line, on the node and on the server,
+# after some seconds of patience.
+still_running() {
+  local end=$((SECONDS + 15)) found
+  while :; do
+    found=$(pgrep -af -- "$1") || return 0
+    [ "$SECONDS" -lt "$end" ] || break
+    sleep 0.1
+  done
+  printf '%s\n' "$found"
+}
+
+check_not_locked() { check "container $ctid is not locked" test ! -e /var/lock/qx/$ctid.lck; }
+
+check_rolled_back() {
+  check "no private area" test ! -e "$private"
+  check "no configuration" test ! -e /etc/sysconfig/qx-scripts/$ctid.conf
+  check_no "nothing is mounted" grep -F "/var/lib/qx/root/$ctid" /proc/mounts
+  check "no root directory with files" test -z "$(ls -A /var/lib/qx/root/$ctid 2>/dev/null)"
+  check_not_locked
+  check_nothing_runs
+}
