@@ -28,7 +28,8 @@ void letGoOfChannel() {
 int runServer(const Options& options) {
   ensureStandardStreams();
   ignoreBrokenPipes();
-  closeStrayDescriptors(-1, -1);
+  // Other descriptors stay: an agent may have given one that tells it, by being
+  // closed, that the channel has no user any more.
   enlargePipe(STDIN_FILENO, pipeSize);
   enlargePipe(STDOUT_FILENO, pipeSize);
 
