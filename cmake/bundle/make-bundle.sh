@@ -44,7 +44,7 @@ done
 find "$tree" -type d -exec chmod 0755 {} +
 find "$tree" -type f -exec chmod 0755 {} +
 mkdir -p "$output"
-tar -C "$tree" --sort=name --mtime=@0 --owner=0 --group=0 --numeric-owner --format=gnu -cf - . |
+tar -C "$tree" --sort=name --mtime=@0 --owner=0 --group=0 --numeric-owner --format=gnu -cf - bin lib usr |
     gzip -n -9 >"$output/bundle.tar.gz.new"
 sha256sum <"$output/bundle.tar.gz.new" | cut -d' ' -f1 >"$output/bundle.sha256"
 mv "$output/bundle.tar.gz.new" "$output/bundle.tar.gz"
