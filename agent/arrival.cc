@@ -41,7 +41,7 @@ std::string arrivalCommand(uint64_t bytes, const std::string& sha256) {
       "e=`mkdir -m 0700 $D 2>&1` || no directory $e; "
       "echo $$ >$D/pid || { rm -rf $D; no directory cannot write there; }; "
       "gone() { rm -rf $D; no \"$@\"; }; "
-      "printf \"#!/bin/sh\\nexit 0\\n\" >$D/try && chmod 700 $D/try && $D/try 2>/dev/null || "
+      "printf \"#\\041/bin/sh\\nexit 0\\n\" >$D/try && chmod 700 $D/try && $D/try 2>/dev/null || "
       "gone noexec; "
       "echo \"QX send\"; "
       "head -c @BYTES@ >$D/bundle || gone unpack cannot write the bundle; "

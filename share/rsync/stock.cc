@@ -19,7 +19,7 @@ std::string ownPath() {
 
 std::string stockPath() {
   const std::string self = ownPath();
-  const std::string beside = self.substr(0, self.rfind('/')) + "/rsync.stock";
+  std::string beside = self.substr(0, self.rfind('/')) + "/rsync.stock";
   if (::access(beside.c_str(), F_OK) == 0) return beside;
   const char* const usual = "/usr/bin/rsync";
   if (::access(usual, F_OK) == 0) return usual;

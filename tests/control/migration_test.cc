@@ -27,7 +27,9 @@ class View : public agent::MigrationView {
 class Migration : public testing::Test {
  protected:
   agent::MigrationResult run() {
-    return agent::migrate("local", newParams(), view, std::make_shared<agent::CancelToken>());
+    QXL::QXLConnectionInfo here;
+    here.address = "local";
+    return agent::migrate(here, newParams(), view, std::make_shared<agent::CancelToken>());
   }
   LoadedPlugin plugin;
   FakeWorkers fakes;

@@ -37,12 +37,13 @@ cgroups_enter() {
 }
 
 # cgroups_into_leaf NAME: for the second generation, where a group that has
-# groups with controllers has no processes of its own.
+# groups with controllers has no processes of its own. The name is the one that
+# the first process's group has elsewhere: LXC puts its groups beside it.
 cgroups_into_leaf() {
   local name=$1 mount
   while read -r mount; do
-    mkdir -p "$mount/$name/node"
-    echo "$BASHPID" >"$mount/$name/node/cgroup.procs"
+    mkdir -p "$mount/$name/init.scope"
+    echo "$BASHPID" >"$mount/$name/init.scope/cgroup.procs"
   done < <(awk '{ for (i = 7; $i != "-"; i++); if ($(i + 1) == "cgroup2") print $5 }' \
     /proc/self/mountinfo)
 }

@@ -42,6 +42,18 @@ command_join() {
   ip link set "veth-$1" up
 }
 
+# A server that hangs, or lost its power: it says nothing any more.
+command_freeze() { server_set_frozen "${1:-}" 1; }
+
+command_thaw() { server_set_frozen "${1:-}" 0; }
+
+server_set_frozen() {
+  local group
+  server_check "$1"
+  group=$(find /sys/fs/cgroup -type d -name "lxc.payload.$1" -print -quit)
+  echo "$2" >"$group/cgroup.freeze"
+}
+
 # Name, kind, mode, owner, size and times of everything that does not change by
 # itself on an idle server.
 command_files() {
