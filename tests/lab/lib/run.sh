@@ -17,7 +17,7 @@ run_main() {
     esac
   done
   [ $# -gt 0 ] || die "run: no command given"
-  need_tools unshare setpriv pivot_root ip lxc-start lxc-attach ssh-keygen flock
+  need_tools setfattr unshare setpriv pivot_root ip lxc-start lxc-attach ssh-keygen flock
   run_check_names "${servers[@]}"
   [ -z "$install" ] || [ -d "$install" ] || die "run: $install is no directory"
 
@@ -29,8 +29,9 @@ run_main() {
     make_root "$release"
   done
 
-  mkdir -p "$LAB_CACHE/runs"
-  run_state=$(mktemp -d "$LAB_CACHE/runs/XXXXXX")
+  run_state=$(run_place)
+  mkdir -p "$run_state"
+  run_state=$(mktemp -d "$run_state/XXXXXX")
   run_name=qxlab-$(basename "$run_state")
   exec {run_lock}>"$run_state/lock"
   flock "$run_lock"
@@ -59,6 +60,24 @@ run_main() {
   done
   run_child=
   exit "$status"
+}
+
+# Where running labs keep what is written: in memory where that can hold all that
+# a file system can, else on the disk.
+run_place() {
+  local file result=$LAB_CACHE/runs
+  if [ -n "${QX_LAB_RUNS:-}" ]; then
+    printf '%s' "$QX_LAB_RUNS"
+    return
+  fi
+  if [ "$(stat -f -c %T /dev/shm)" = tmpfs ] &&
+    [ "$(df -k --output=avail /dev/shm | tail -n 1)" -gt $((8 * 1024 * 1024)) ]; then
+    file=$(mktemp /dev/shm/qxlab.XXXXXX)
+    # Kernels before 6.6 have no such attributes there.
+    if setfattr -n user.probe -v 1 "$file" 2>/dev/null; then result=/dev/shm/qxlab; fi
+    rm -f "$file"
+  fi
+  printf '%s' "$result"
 }
 
 run_check_names() {
@@ -112,6 +131,7 @@ run_undo() {
   run_kill
   cgroups_remove "$run_name"
   run_remove_state "$run_state"
+  rmdir "$(dirname "$run_state")" 2>/dev/null || true
   exit "$status"
 }
 
@@ -129,7 +149,7 @@ run_remove_state() {
 # What labs left that were killed with SIGKILL.
 run_remove_dead() {
   local state lock
-  for state in "$LAB_CACHE"/runs/*/; do
+  for state in "$(run_place)"/*/; do
     [ -e "$state" ] || continue
     # Just made, not locked yet.
     [ -e "$state/lock" ] || continue
@@ -146,5 +166,5 @@ clean_main() {
   need_root
   run_remove_dead
   rm -rf "$LAB_CACHE/roots"
-  rmdir "$LAB_CACHE/runs" "$LAB_CACHE" 2>/dev/null || true
+  rmdir "$(run_place)" "$LAB_CACHE" 2>/dev/null || true
 }

@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# files come, go, grow and shrink while they are copied
+# shellcheck source=tests/e2e/lib.sh
+. "$QX_E2E/lib.sh"
+
+root=$(lab root $server)
+mkdir "$root/srv/busy"
+cat >"$root/usr/local/sbin/churn" <<'END'
+#!/bin/sh
+# Never leaves a directory of many files alone.
+cd /srv/busy || exit 1
+number=0
+while :; do
+  number=$((number + 1))
+  mkdir -p "d$((number % 50))"
+  for name in a b c d e f g h; do
+    echo $number >"d$((number % 50))/$name$number"
+  done
+  rm -rf "d$(((number + 7) % 50))"
+  mv "d$((number % 50))/a$number" "moved$((number % 20))"
+  head -c $((number % 7 * 10000)) /dev/zero >grows-and-shrinks
+  ln -sf "d$number" link
+done
+END
+chmod 755 "$root/usr/local/sbin/churn"
+open_source
+on_server sh -c 'setsid /usr/local/sbin/churn </dev/null >/dev/null 2>&1 & echo $! >/run/churn.pid'
+check "it is busy" until_so 10 eval '[ "$(find "$root/srv/busy" | wc -l)" -gt 100 ]'
+
+# What stock rsync says of it, before the product's rsync does.
+mv /usr/bin/rsync /usr/bin/rsync.real
+printf '#!/bin/sh\n/usr/bin/rsync.real "$@"\nstatus=$?\necho $status >>%s/statuses\nexit $status\n' \
+  "$work" >/usr/bin/rsync
+chmod 755 /usr/bin/rsync
+
+for ctid in 101 102 103; do
+  private=/var/lib/qx/private/$ctid
+  step "Attempt $ctid"
+  migrate
+  check_status 0
+  on_server /etc/init.d/nginx start >/dev/null
+  on_server /etc/init.d/ticker start >/dev/null
+done
+
+check "files did vanish under rsync's eyes" grep -qxE '23|24' "$work/statuses"
+printf '        rsync ended with: %s\n' "$(paste -sd' ' "$work/statuses")"
+
+step "The rest of the copy is true"
+churn=$(cat "$root/run/churn.pid" 2>/dev/null || on_server cat /run/churn.pid)
+on_server kill "$churn"
+check "all differences are expected" "$QX_TREEDIFF" --expect "$QX_E2E/expect/running-server" \
+  --expect "$QX_E2E/expect/debian-container" --expect <(cat <<'END'
+/srv/busy              time  it never stops
+/srv/busy/**           any   it never stops
+/var/lib/ticker        time  it was started again
+/var/lib/ticker/**     any   it was started again
+END
+) "$(lab view $server)" "$(container_root)"
