@@ -6,11 +6,14 @@
 
 #include <cerrno>
 
+#include "node/adapt.h"
 #include "node/error.h"
 #include "node/file.h"
+#include "node/interfaces.h"
 #include "node/mounts.h"
 #include "node/paths.h"
 #include "node/private_area.h"
+#include "node/resources.h"
 #include "node/state.h"
 #include "node/users.h"
 
@@ -62,6 +65,7 @@ void createContainer(const Container& container) {
   }
   makePrivateAreaFromTemplate(container.privateArea, name);
   if (isSystemTree(container.tree())) registerContainer(container);
+  markForAdaptation(container);
 }
 
 Outcome mountContainer(const Container& container) {
@@ -98,6 +102,9 @@ void umountContainer(const Container& container) {
 
 Outcome convertContainer(const Container& container) {
   requireTree(container);
+  // What could not be started from is better refused now.
+  interfacesOf(container);
+  planResources(container, CgroupLayout());
   return registerContainer(container) ? Outcome::kDone : Outcome::kAlready;
 }
 

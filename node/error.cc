@@ -9,7 +9,7 @@
 namespace node {
 
 std::span<const ExitCodeMeaning> exitCodes() {
-  static constexpr std::array<ExitCodeMeaning, 9> kTable{{
+  static constexpr std::array<ExitCodeMeaning, 11> kTable{{
       {ExitCode::kOk, "done, or there was nothing to do"},
       {ExitCode::kFailed, "a system call or a command failed"},
       {ExitCode::kUsage, "wrong command line"},
@@ -19,6 +19,8 @@ std::span<const ExitCodeMeaning> exitCodes() {
       {ExitCode::kExists, "what is to be created exists already"},
       {ExitCode::kNotMounted, "the container is not mounted"},
       {ExitCode::kBusy, "the container is running, or something uses its files"},
+      {ExitCode::kNotRegistered, "the container is not registered, so it cannot be started"},
+      {ExitCode::kNotRunning, "the container is not running"},
   }};
   return kTable;
 }

@@ -20,6 +20,8 @@ enum class ExitCode {
   kExists = 15,
   kNotMounted = 16,
   kBusy = 17,
+  kNotRegistered = 18,
+  kNotRunning = 19,
 };
 
 struct ExitCodeMeaning {

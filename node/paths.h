@@ -27,6 +27,8 @@ inline constexpr char kTemplateMarker[] = ".ostemplate";
 inline constexpr char kOwnPrefix[] = ".qx-";
 inline constexpr char kRegistrationMarker[] = ".qx-registered";
 inline constexpr char kQuotaFile[] = ".qx-quota";
+/// Exists while the guest's files lag behind the configuration.
+inline constexpr char kAdaptMarker[] = ".qx-adapt";
 
 }  // namespace node
 

@@ -5,12 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "node/adapt.h"
 #include "node/container.h"
 #include "node/engine.h"
 #include "node/error.h"
 #include "node/lock.h"
+#include "node/lxc_engine.h"
 #include "node/report.h"
 #include "node/runscript.h"
+#include "node/set_variables.h"
 #include "node/state.h"
 #include "node/tool_main.h"
 
@@ -22,6 +25,9 @@ struct Options {
   bool all = false;
   std::string ctid;
   std::string script;
+  std::vector<std::string> words;
+  int timeout = 120;
+  bool fast = false;
 };
 
 constexpr char kAbout[] =
@@ -37,7 +43,7 @@ constexpr char kExamples[] =
     "  qxctl create 101     (from /var/lib/qx/template/debian-12.tar.xz)\n"
     "  qxctl mount 101\n"
     "  qxctl status 101\n\n"
-    "runscript ends with the script's own exit status.\n";
+    "runscript and exec end with the exit status of what they ran.\n";
 
 void say(const node::Container& container, const char* what) {
   printf("container %u %s\n", container.id, what);
@@ -107,9 +113,81 @@ int runScript(const Options& options) {
   });
 }
 
+int start(const Options& options) {
+  return locked(options, "starting", [](const node::Container& container) {
+    requireConfig(container);
+    const node::Outcome outcome = node::startContainer(container);
+    say(container, outcome == node::Outcome::kDone ? "was started" : "was running already");
+    return 0;
+  });
+}
+
+int stop(const Options& options) {
+  return locked(options, "stopping", [&](const node::Container& container) {
+    requireConfig(container);
+    const node::Outcome outcome =
+        node::stopContainer(container, options.fast ? 0 : options.timeout);
+    say(container, outcome == node::Outcome::kDone ? "was stopped" : "was not running");
+    return 0;
+  });
+}
+
+int restart(const Options& options) {
+  return locked(options, "restarting", [&](const node::Container& container) {
+    requireConfig(container);
+    node::stopContainer(container, options.fast ? 0 : options.timeout);
+    node::startContainer(container);
+    say(container, "was started");
+    return 0;
+  });
+}
+
+// These two leave the lock alone: a shell may stay open for days.
+int exec(const Options& options) {
+  return node::execInContainer(node::loadContainer(node::parseCtid(options.ctid)), options.words);
+}
+
+int enter(const Options& options) {
+  return node::enterContainer(node::loadContainer(node::parseCtid(options.ctid)));
+}
+
+int set(const Options& options) {
+  return locked(options, "setting variables", [&](const node::Container& container) {
+    requireConfig(container);
+    const node::Assignments assignments = node::parseAssignments(options.words);
+    const node::Container changed = node::setVariables(container, assignments);
+    bool guest = false;
+    bool limits = false;
+    for (const auto& [name, value] : assignments) {
+      if (container.var(name.c_str()) == value) continue;
+      guest = guest || node::isGuestVariable(name);
+      limits = limits || node::isResourceRecord(name);
+    }
+    const bool running = node::runningInit(changed.id).has_value();
+    if (guest && node::hasPrivateArea(changed)) node::markForAdaptation(changed);
+    if (guest && running) {
+      printf("the host name and the network change when container %u is started again\n",
+             changed.id);
+    }
+    int result = 0;
+    if (limits && running) {
+      for (const std::string& refused : node::applyLimits(changed)) {
+        fprintf(stderr, "qxctl: the kernel refuses %s for now\n", refused.c_str());
+        result = static_cast<int>(node::ExitCode::kFailed);
+      }
+    }
+    return result;
+  });
+}
+
+int hook(const Options& options) {
+  node::runHook(options.words.at(0), options.words.at(2));
+  return 0;
+}
+
 int status(const Options& options) {
   const node::StatusReport report =
-      node::reportOn(node::findContainer(node::parseCtid(options.ctid)));
+      node::reportOn(node::findContainer(node::parseCtid(options.ctid)), node::readHostState());
   const std::string text = options.json ? node::statusJson(report) : node::statusText(report);
   fputs(text.c_str(), stdout);
   return report.exists ? 0 : static_cast<int>(node::ExitCode::kNotFound);
@@ -118,10 +196,11 @@ int status(const Options& options) {
 int list(const Options& options) {
   std::vector<node::StatusReport> reports;
   int result = 0;
+  const node::HostState host = node::readHostState();
   for (const unsigned id : node::configuredIds()) {
     // One malformed file must not hide the other containers.
     const int one = node::runTool("qxctl", [&] {
-      node::StatusReport report = node::reportOn(node::findContainer(id));
+      node::StatusReport report = node::reportOn(node::findContainer(id), host);
       if (options.all || report.mounted || report.running) reports.push_back(std::move(report));
       return 0;
     });
@@ -145,8 +224,46 @@ constexpr Row kContainerCommands[] = {
     {"mount", mountIt, "Show the container's files at its root"},
     {"umount", umountIt, "Undo mount"},
     {"convert", convert, "Register a private area that was filled by hand or by a migration"},
+    {"start", start, "Start the container; mount it if need be"},
+    {"enter", enter, "Open a shell in the running container"},
     {"destroy", destroy, "Remove the container: private area, root and configuration"},
 };
+
+void describeRunning(CLI::App& app, Options& options, Command& chosen) {
+  for (const Row& row : {Row{"stop", stop, "Shut the container down and unmount it"},
+                         Row{"restart", restart, "Stop the container and start it"}}) {
+    CLI::App* command = app.add_subcommand(row.name, row.about);
+    command->add_option("ID", options.ctid, "Container id")->required();
+    command->add_option("--timeout", options.timeout,
+                        "Seconds until what has not ended is killed")
+        ->check(CLI::Range(1, 86400))
+        ->capture_default_str();
+    command->add_flag("--fast", options.fast, "Kill at once");
+    command->callback([&chosen, run = row.command] { chosen = run; });
+  }
+  CLI::App* inside = app.add_subcommand("exec", "Run a command in the running container");
+  inside->add_option("ID", options.ctid, "Container id")->required();
+  // The command's own options are not ours.
+  inside->prefix_command();
+  inside->fallthrough(false);
+  inside->footer("After ID come the program and its arguments.");
+  inside->callback([&options, &chosen, inside] {
+    options.words = inside->remaining();
+    if (!options.words.empty() && options.words.front() == "--") {
+      options.words.erase(options.words.begin());
+    }
+    if (options.words.empty()) throw CLI::RequiredError("COMMAND");
+    chosen = exec;
+  });
+  CLI::App* change = app.add_subcommand("set", "Change variables of the configuration");
+  change->add_option("ID", options.ctid, "Container id")->required();
+  change->add_option("NAME=VALUE", options.words, "Variables, such as NUMPROC=500:500")->required();
+  change->callback([&chosen] { chosen = set; });
+  // For LXC: name, section and type, and what some types add.
+  CLI::App* called = app.add_subcommand("hook")->group("");
+  called->add_option("WORDS", options.words)->required()->expected(3, -1);
+  called->callback([&chosen] { chosen = hook; });
+}
 
 int runCommandLine(int argc, char** argv) {
   CLI::App app{kAbout, "qxctl"};
@@ -167,6 +284,7 @@ int runCommandLine(int argc, char** argv) {
   run->add_option("ID", options.ctid, "Container id")->required();
   run->add_option("SCRIPT", options.script, "Script file on the host")->required();
   run->callback([&chosen] { chosen = runScript; });
+  describeRunning(app, options, chosen);
   CLI::App* show = app.add_subcommand("status", "Tell the container's state");
   show->add_option("ID", options.ctid, "Container id")->required();
   show->add_flag("--json", options.json, "As a JSON object");

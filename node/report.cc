@@ -1,7 +1,9 @@
 #include "node/report.h"
 
+#include <cstring>
 #include <nlohmann/json.hpp>
 
+#include "node/mounts.h"
 #include "node/state.h"
 #include "node/text.h"
 
@@ -33,6 +35,11 @@ Json toJson(const StatusReport& report) {
     const std::string value = report.container.var(variable);
     if (!value.empty()) json[key] = value;
   }
+  json["limits"] = Json::object();
+  for (const Limit& limit : report.resources.limits) {
+    json["limits"][limit.key] = limit.value;
+  }
+  json["not_enforced"] = report.resources.unenforced;
   return json;
 }
 
@@ -43,13 +50,16 @@ std::string dump(const Json& json) {
 
 }  // namespace
 
-StatusReport reportOn(const Container& container) {
+HostState readHostState() { return {mountPoints(), readCgroupLayout()}; }
+
+StatusReport reportOn(const Container& container, const HostState& host) {
   StatusReport report;
   report.container = container;
   report.exists = container.configured && hasPrivateArea(container);
-  report.mounted = isMounted(container);
+  report.mounted = countMountsAt(host.mountPoints, container.root) > 0;
   report.running = runningInit(container.id).has_value();
   report.registered = registration(container);
+  report.resources = planResources(container, host.cgroups);
   return report;
 }
 
@@ -68,6 +78,17 @@ std::string statusText(const StatusReport& report) {
   for (const auto& [variable, key] : kShownVariables) {
     const std::string value = report.container.var(variable);
     if (!value.empty()) text += textf("  %-13s %s\n", key, value.c_str());
+  }
+  const char* title = "limits";
+  for (const Limit& limit : report.resources.limits) {
+    text += textf("  %-13s %s: %s = %s\n", title, limit.record.c_str(),
+                  limit.key.substr(strlen("lxc.")).c_str(), limit.value.c_str());
+    title = "";
+  }
+  if (!report.resources.unenforced.empty()) {
+    text += "  not enforced ";
+    for (const std::string& record : report.resources.unenforced) text += " " + record;
+    text += "\n";
   }
   return text;
 }

@@ -8,6 +8,7 @@
 
 #include "node/container.h"
 #include "node/private_area.h"
+#include "node/resources.h"
 
 namespace node {
 
@@ -17,13 +18,23 @@ struct StatusReport {
   bool mounted = false;
   bool running = false;
   std::optional<Registration> registered;
+  ResourcePlan resources;
 };
 
+/// The host, looked at once for any number of containers.
+struct HostState {
+  std::vector<std::string> mountPoints;
+  CgroupLayout cgroups;
+};
+/// Throws Error.
+HostState readHostState();
+
 /// Finds out the state of a container, also of one that does not exist.
-StatusReport reportOn(const Container& container);
+StatusReport reportOn(const Container& container, const HostState& host);
 
 /// One line: "container ID: exists, not mounted, stopped, registered TIME from
-/// SOURCE", and lines with the places and what the configuration says.
+/// SOURCE", and lines with the places, what the configuration says, the limits
+/// that the kernel holds while it runs, and the records that limit nothing.
 std::string statusText(const StatusReport& report);
 std::string statusJson(const StatusReport& report);
 

@@ -91,6 +91,10 @@ Child::Child(const Setup& setup, const SignalsHeld& signals) {
   const ArgumentVector argv(path, words);
   DescriptorPair report = makePipe();
 
+  // Receiving is two processes. The second, which writes the files, would be
+  // nobody's child when the first dies before it, and still hold files open when
+  // the caller wants to unmount their file system.
+  ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   const pid_t parent = ::getpid();
   pid_ = ::fork();
   if (pid_ < 0) throw systemFailure(exitSystem, "cannot fork");
@@ -110,7 +114,7 @@ Child::Child(const Setup& setup, const SignalsHeld& signals) {
 }
 
 Child::~Child() {
-  if (pid_ <= 0 || status_) return;
+  if (pid_ <= 0 || childStatus_) return;
   ::kill(pid_, SIGKILL);
   while (::waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
   }
@@ -118,12 +122,16 @@ Child::~Child() {
 
 std::optional<int> Child::ended() {
   int status = 0;
-  if (!status_ && ::waitpid(pid_, &status, WNOHANG) == pid_) status_ = status;
+  pid_t pid = 0;
+  while ((pid = ::waitpid(-1, &status, WNOHANG)) > 0) {
+    if (pid == pid_) childStatus_ = status;
+  }
+  if (childStatus_ && pid < 0 && errno == ECHILD) status_ = childStatus_;
   return status_;
 }
 
 void Child::signal(int number) const {
-  if (!status_) ::kill(pid_, number);
+  if (!childStatus_) ::kill(pid_, number);
 }
 
 int exitLike(int waitStatus) {

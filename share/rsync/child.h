@@ -67,13 +67,14 @@ class Child {
   /// A child that still runs is killed and waited for.
   ~Child();
 
-  /// The wait status, once the child has ended.
+  /// The wait status, once the child has ended and all that it started.
   std::optional<int> ended();
   void signal(int number) const;
 
  private:
   pid_t pid_ = -1;
-  std::optional<int> status_;
+  std::optional<int> childStatus_;
+  std::optional<int> status_;  // set when nothing of it is left
 };
 
 /// The exit status for a wait status, where vanished files (24) count as a

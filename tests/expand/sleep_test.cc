@@ -30,7 +30,7 @@ TEST(SleepFull, SignalsDoNotShortenIt) {
     const itimerval often = {{0, 50000}, {0, 50000}};
     setitimer(ITIMER_REAL, &often, nullptr);
     EXPECT_GE(secondsOf(1), 1.0);
-    EXPECT_GE(interruptions, 5);
+    EXPECT_GE(interruptions, 1);
   });
 }
 

@@ -15,6 +15,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <functional>
 #include <string>
 
@@ -29,6 +30,10 @@ QXHWCalc::PhysParams measured() {
   QXHWCalc::PhysParams params;
   EXPECT_EQ(calculator.calcProcParams(&params), QXHWCalc::EC_OK) << calculator.errorText;
   return params;
+}
+
+bool byProcesses(const QXHWCalc::PhysParams& a, const QXHWCalc::PhysParams& b) {
+  return a.numproc < b.numproc;
 }
 
 // Runs the body where only it changes anything; the file systems are not measured.
@@ -135,26 +140,30 @@ TEST(Truth, OtherSockets) {
   });
 }
 
+// The counting command sees its own processes' descriptors too, and more or fewer of
+// them as these come and go: that is the difference allowed here.
 TEST(Truth, OpenFiles) {
   onQuietHost([] {
     const Holder holder([] {
-      for (int i = 0; i < 23; ++i) {
+      for (int i = 0; i < 800; ++i) {
         if (open("/dev/null", O_RDONLY | O_CLOEXEC) == -1) _exit(5);
       }
     });
     const auto before = measured();
     holder.act();
-    EXPECT_EQ(measured().numfile, before.numfile + 23);
+    EXPECT_NEAR(measured().numfile, before.numfile + 800.0, 10.0);
   });
 }
 
 TEST(Truth, Processes) {
   onQuietHost([] {
-    const auto before = measured();
+    // The counting command's own processes have not all started in every sample.
+    const auto largest = [] { return std::max({measured(), measured(), measured()}, byProcesses); };
+    const auto before = largest();
     const Holder first([] {});
     const Holder second([] {});
     const Holder third([] {});
-    EXPECT_EQ(measured().numproc, before.numproc + 3);
+    EXPECT_EQ(largest().numproc, before.numproc + 3);
   });
 }
 
