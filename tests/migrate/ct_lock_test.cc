@@ -124,9 +124,12 @@ TEST(CtLock, ContentThatCannotBeWrittenIsAnErrorAndLeavesNothing) {
   host.dir("/var/lock/qx");
   host.run([] {
     std::signal(SIGXFSZ, SIG_IGN);
-    const rlimit nothing = {0, 0};
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit nothing = {0, before.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &nothing), 0);
     EXPECT_EQ(lock(), "Unable to lock CT 101: File too large");
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
     EXPECT_THAT(filesOf("/var/lock/qx"), IsEmpty());
   });
 }
