@@ -9,6 +9,8 @@
 #include <array>
 #include <cerrno>
 #include <ctime>
+#include <fstream>
+#include <string>
 
 #include "share/rsync/descriptor.h"
 #include "share/rsync/failure.h"
@@ -38,6 +40,13 @@ constexpr std::array<int, 4> heldSignals = {SIGCHLD, SIGHUP, SIGINT, SIGTERM};
   const int error = errno;
   if (::write(report, &error, sizeof error) < 0) ::_exit(exitSystem);
   ::_exit(exitSystem);
+}
+
+// Of this single-threaded process, adopted ones too.
+void terminateChildren() {
+  const std::string self = std::to_string(::getpid());
+  std::ifstream list("/proc/" + self + "/task/" + self + "/children");
+  for (pid_t child = 0; list >> child;) ::kill(child, SIGTERM);
 }
 
 }  // namespace
@@ -126,7 +135,12 @@ std::optional<int> Child::ended() {
   while ((pid = ::waitpid(-1, &status, WNOHANG)) > 0) {
     if (pid == pid_) childStatus_ = status;
   }
-  if (childStatus_ && pid < 0 && errno == ECHILD) status_ = childStatus_;
+  if (!childStatus_) return std::nullopt;
+  if (pid < 0 && errno == ECHILD) {
+    status_ = childStatus_;
+  } else {
+    terminateChildren();  // a receiver goes on when its generator was killed
+  }
   return status_;
 }
 
