@@ -10,7 +10,7 @@ ProgramCandidates program_candidates(const char* name, const std::list<std::stri
   ProgramCandidates candidates;
   const std::string wanted = name;
   // Intended: a name of one character is not found, not even "w" in /usr/bin.
-  // The search is specified so, and must stay.
+  // Programs with such names have never been run, and it must stay.
   if (wanted.size() < 2) return candidates;
   candidates.unsearched = wanted;
   if (wanted[0] == '/') return candidates;
