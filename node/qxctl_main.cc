@@ -234,8 +234,7 @@ void describeRunning(CLI::App& app, Options& options, Command& chosen) {
                          Row{"restart", restart, "Stop the container and start it"}}) {
     CLI::App* command = app.add_subcommand(row.name, row.about);
     command->add_option("ID", options.ctid, "Container id")->required();
-    command->add_option("--timeout", options.timeout,
-                        "Seconds until what has not ended is killed")
+    command->add_option("--timeout", options.timeout, "Seconds until what has not ended is killed")
         ->check(CLI::Range(1, 86400))
         ->capture_default_str();
     command->add_flag("--fast", options.fast, "Kill at once");

@@ -113,9 +113,8 @@ std::vector<std::string> scriptEnvironment(const Container& container) {
   std::vector<std::string> environment{
       "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/root",
       textf("VEID=%u", container.id)};
-  for (const char* name :
-       {"HOSTNAME", "IP_ADDRESS", "NETIF", "GATEWAY", "NAMESERVER", "SEARCHDOMAIN",
-        "DISTRIBUTION"}) {
+  for (const char* name : {"HOSTNAME", "IP_ADDRESS", "NETIF", "GATEWAY", "NAMESERVER",
+                           "SEARCHDOMAIN", "DISTRIBUTION"}) {
     const std::string value = container.var(name);
     if (!value.empty()) environment.push_back(std::string(name) + "=" + value);
   }

@@ -1,0 +1,105 @@
+#include "node/lxc_config.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <climits>
+
+#include "node/error.h"
+#include "node/file.h"
+#include "node/interfaces.h"
+#include "node/paths.h"
+#include "node/resources.h"
+#include "node/text.h"
+
+namespace node {
+namespace {
+
+/// The name of the program that /sbin/init of the tree leads to.
+std::string initProgram(const Container& container) {
+  const Fd root(open(container.tree().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!root) return {};
+  const Fd program = openInRoot(root.get(), "/sbin/init", O_PATH);
+  if (!program) return {};
+  char target[PATH_MAX];
+  const ssize_t length =
+      readlink(textf("/proc/self/fd/%d", program.get()).c_str(), target, sizeof target);
+  const std::string path(target, length > 0 ? static_cast<size_t>(length) : 0);
+  return path.substr(path.rfind('/') + 1);
+}
+
+void addNetwork(LxcItems& items, const Container& container) {
+  const std::string bridge = valueOf(container.vars, "BRIDGE", kDefaultBridge);
+  const std::vector<Interface> interfaces = interfacesOf(container);
+  // The container has a network of its own in any case.
+  if (interfaces.empty()) items.emplace_back("lxc.net.0.type", "empty");
+  for (size_t i = 0; i < interfaces.size(); ++i) {
+    const auto put = [&](const char* key, const std::string& value) {
+      items.emplace_back(textf("lxc.net.%zu.%s", i, key), value);
+    };
+    put("type", "veth");
+    put("link", bridge);
+    put("flags", "up");
+    put("name", interfaces[i].name);
+    put("veth.pair", interfaces[i].hostName);
+    if (!interfaces[i].mac.empty()) put("hwaddr", interfaces[i].mac);
+  }
+}
+
+void addSecurity(LxcItems& items, const HostFacts& facts) {
+  items.emplace_back("lxc.include", kLxcCommonConfig);
+  if (facts.appArmor) {
+    items.emplace_back("lxc.apparmor.profile", "generated");
+    items.emplace_back("lxc.apparmor.allow_nesting", "1");
+  }
+  // The guest's init mounts the control groups itself, those of its own
+  // namespace. The shared configuration would put the host's kind there.
+  items.emplace_back("lxc.mount.auto", "");
+  items.emplace_back("lxc.mount.auto", "proc:mixed sys:mixed");
+  // A console, and no other terminal.
+  items.emplace_back("lxc.tty.max", "0");
+  items.emplace_back("lxc.autodev", "1");
+}
+
+}  // namespace
+
+HostFacts readHostFacts() {
+  HostFacts facts;
+  facts.cgroups = readCgroupLayout();
+  facts.appArmor =
+      readFile("/sys/module/apparmor/parameters/enabled").value_or("").starts_with('Y');
+  char self[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", self, sizeof self);
+  if (length <= 0) failErrno("cannot find the path of this program");
+  facts.qxctl.assign(self, static_cast<size_t>(length));
+  return facts;
+}
+
+std::string lxcName(unsigned id) { return textf("qx-%u", id); }
+
+std::string haltSignal(const Container& container) {
+  const std::string init = initProgram(container);
+  if (init == "systemd") return "SIGRTMIN+3";
+  if (init == "busybox" || init == "bbsuid") return "SIGUSR2";
+  return {};
+}
+
+LxcItems lxcItems(const Container& container, const HostFacts& facts) {
+  LxcItems items;
+  addSecurity(items, facts);
+  items.emplace_back("lxc.rootfs.path", "dir:" + container.root);
+  const std::string hostname = container.var("HOSTNAME");
+  if (!hostname.empty()) items.emplace_back("lxc.uts.name", hostname.substr(0, hostname.find('.')));
+  const std::string halt = haltSignal(container);
+  if (!halt.empty()) items.emplace_back("lxc.signal.halt", halt);
+  // They keep ID.init right also when the guest reboots or ends by itself.
+  items.emplace_back("lxc.hook.start-host", facts.qxctl + " hook");
+  items.emplace_back("lxc.hook.post-stop", facts.qxctl + " hook");
+  addNetwork(items, container);
+  for (const Limit& limit : planResources(container, facts.cgroups).limits) {
+    items.emplace_back(limit.key, limit.value);
+  }
+  return items;
+}
+
+}  // namespace node

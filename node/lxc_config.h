@@ -1,0 +1,43 @@
+// The configuration of LXC, derived from the container's own.
+#ifndef QX_NODE_LXC_CONFIG_H
+#define QX_NODE_LXC_CONFIG_H
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "node/cgroups.h"
+#include "node/container.h"
+
+namespace node {
+
+/// LXC's shared configuration: dropped capabilities, devices that may be used,
+/// system calls that may not.
+inline constexpr char kLxcCommonConfig[] = "/usr/share/lxc/config/common.conf";
+inline constexpr char kDefaultBridge[] = "qxbr0";
+
+/// What the configuration depends on beside the container.
+struct HostFacts {
+  CgroupLayout cgroups;
+  bool appArmor = false;  ///< the kernel enforces AppArmor profiles
+  std::string qxctl;      ///< absolute path of this program, for the hooks
+};
+/// Throws Error.
+HostFacts readHostFacts();
+
+/// The name under which LXC knows the container: its hooks are called with it.
+std::string lxcName(unsigned id);
+
+/// The words that stop a container of this init: a signal as LXC writes it, or
+/// empty when a program inside must be asked (see stopContainer).
+std::string haltSignal(const Container& container);
+
+/// Keys and values in the order in which LXC must read them. The interfaces get
+/// no addresses here: the guest's own network files set them, as on the server.
+/// Throws Error (kBadConfig).
+using LxcItems = std::vector<std::pair<std::string, std::string>>;
+LxcItems lxcItems(const Container& container, const HostFacts& facts);
+
+}  // namespace node
+
+#endif

@@ -1,0 +1,47 @@
+// Running containers, by liblxc. Only qxctl links this: the other tools start
+// many times as often and need none of it.
+//
+// None takes the lock; the caller does (lock.h). All throw Error.
+#ifndef QX_NODE_LXC_ENGINE_H
+#define QX_NODE_LXC_ENGINE_H
+
+#include <string>
+#include <vector>
+
+#include "node/container.h"
+#include "node/engine.h"
+
+namespace node {
+
+/// Starts a registered container: mounts it if need be, adapts its network
+/// files if the configuration was changed (adapt.h), and waits until its init
+/// runs. kNotRegistered, kNotFound, kBadConfig; kFailed with LXC's own last
+/// messages. A container that does not start is unmounted again.
+Outcome startContainer(const Container& container);
+
+/// Asks the container's init to shut down, waits up to `timeoutSeconds`, then
+/// ends what is left by force (at once when it is 0), and unmounts the root.
+/// kAlready when it was not running; it is unmounted then, too.
+Outcome stopContainer(const Container& container, int timeoutSeconds);
+
+/// Runs a command in a running container, with this process's standard input
+/// and output and a small clean environment, and waits for its end. Returns its
+/// exit status, 128 plus the number of a signal that ended it, 127 when there
+/// is no such program. kNotRunning.
+int execInContainer(const Container& container, const std::vector<std::string>& command);
+
+/// A login shell of root in a running container, on a terminal of its own.
+/// Returns its exit status. kNotRunning.
+int enterContainer(const Container& container);
+
+/// Sets the limits of a running container to what its records say. Returns
+/// the keys that the kernel refused.
+std::vector<std::string> applyLimits(const Container& container);
+
+/// What LXC calls at certain points of a container's life: `name` and `type`
+/// are the first and third argument that it gives to a hook.
+void runHook(const std::string& name, const std::string& type);
+
+}  // namespace node
+
+#endif

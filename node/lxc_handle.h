@@ -1,0 +1,25 @@
+// An owned handle of liblxc.
+#ifndef QX_NODE_LXC_HANDLE_H
+#define QX_NODE_LXC_HANDLE_H
+
+#include <lxc/lxccontainer.h>
+
+#include <memory>
+#include <string>
+
+namespace node {
+
+struct PutLxc {
+  void operator()(lxc_container* lxc) const { lxc_container_put(lxc); }
+};
+using LxcHandle = std::unique_ptr<lxc_container, PutLxc>;
+
+/// Where LXC keeps what belongs to running containers.
+std::string lxcDirectory();
+
+/// A handle of the container, which need not run. Throws Error.
+LxcHandle openLxc(unsigned id);
+
+}  // namespace node
+
+#endif

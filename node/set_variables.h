@@ -1,0 +1,33 @@
+// Changing variables of a container's configuration file.
+#ifndef QX_NODE_SET_VARIABLES_H
+#define QX_NODE_SET_VARIABLES_H
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "node/container.h"
+#include "node/shell_vars.h"
+
+namespace node {
+
+using Assignments = std::vector<std::pair<std::string, std::string>>;
+
+/// Reads words NAME=VALUE. Throws Error (kUsage): for a malformed word, and for
+/// VEID, VE_ROOT, VE_PRIVATE and LOCKDIR, which cannot change while files lie there.
+Assignments parseAssignments(const std::vector<std::string>& words);
+
+/// `text` with these variables set: a line that assigns one is replaced, others
+/// and comments stay, what is new comes last. Reads back as the old variables
+/// with the new ones over them; `known` is as for parseShellVars.
+std::string withAssignments(std::string_view text, const Assignments& assignments,
+                            const ShellVars& known);
+
+/// Does this to the container's configuration file, unless what comes out could
+/// not be started from. Returns the container as it is then. Throws Error.
+Container setVariables(const Container& container, const Assignments& assignments);
+
+}  // namespace node
+
+#endif
