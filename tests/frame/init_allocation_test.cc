@@ -14,14 +14,16 @@ long left = -1;
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Not inlined: seen side by side, malloc and delete look like a mistake to the
+// compiler.
+[[gnu::noinline]] void* operator new(std::size_t size) {
   if (left == 0) throw std::bad_alloc();
   if (left > 0) --left;
   if (void* memory = std::malloc(size)) return memory;
   throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 TEST(InitLibraryOutOfMemory, LeavesWhatWasRegisteredInOrder) {
   const auto& kit = QXL::QXLFunctionality<QXL::QXLHaulControlFactory>::m_kit;

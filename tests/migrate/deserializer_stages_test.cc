@@ -1,12 +1,10 @@
-#include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 
 #include "agent/log_level.h"
+#include "fixtures/failing_fork.h"
 #include "quota/quota_dump.h"
-#include "support/failing_call.h"
 #include "workers.h"
 
 using namespace fixtures;
@@ -210,7 +208,7 @@ TEST(FreeDiskSpace, UnitsOfTheEnvironmentDoNotMislead) {
 TEST(FreeDiskSpace, RunnerThatCannotForkFailsTheStageAndNotTheAgent) {
   nodeHost().run([] {
     Started destination(withRoot());
-    failSystemCall(SYS_clone, ENOMEM);
+    failForks();
     EXPECT_EQ(destination.request("getFreeDiskSpace").text,
               "[Caller] Generic error. Fork returned: Cannot allocate memory");
   });

@@ -1,10 +1,8 @@
-#include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 
-#include "support/failing_call.h"
+#include "fixtures/failing_fork.h"
 #include "workers.h"
 
 using namespace fixtures;
@@ -229,7 +227,7 @@ TEST(UsageDiskSpace, RunnerThatCannotForkFailsTheStageAndNotTheAgent) {
   ScratchHost host = serverHost();
   host.run([&] {
     Started source(host, newParams());
-    failSystemCall(SYS_clone, ENOMEM);
+    failForks();
     const Served served = source.request("getUsageDiskSpace");
     EXPECT_EQ(served.code, -1);
     EXPECT_EQ(served.text, "[Caller] Generic error. Fork returned: Cannot allocate memory");

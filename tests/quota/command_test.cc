@@ -1,13 +1,10 @@
 #include "quota/command.h"
 
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
 
-#include <cerrno>
-
+#include "fixtures/failing_fork.h"
 #include "last_error.h"
 #include "support/child_test.h"
-#include "support/failing_call.h"
 
 using namespace QuotaMgmt;
 using namespace test_support;
@@ -38,7 +35,7 @@ TEST(QuotaCommand, CommandEndedByASignalIsAFailure) {
 
 TEST(QuotaCommand, RunnerThatCannotForkIsRecordedAndNothingIsThrown) {
   runInChild([] {
-    failSystemCall(SYS_clone, ENOMEM);
+    fixtures::failForks();
     CommandResult result;
     EXPECT_EQ(runCommand("true", result), -1);
     EXPECT_EQ(lastError(), "[Caller] Generic error. Fork returned: Cannot allocate memory");
