@@ -120,7 +120,7 @@ void ConfParser::append(char c) {
 }
 
 std::string ConfParser::takeToken() {
-  const std::string token(token_, tokenSize_);
+  std::string token(token_, tokenSize_);
   tokenSize_ = 0;
   return token;
 }

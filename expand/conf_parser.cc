@@ -31,13 +31,14 @@ std::string toText(const Config& config) {
   std::string text;
   bool first = true;
   for (const auto& [name, section] : config.sections()) {
-    if (!first || strcasecmp(name.c_str(), "global") != 0) text += "[" + name + "]\n";
+    if (!first || strcasecmp(name.c_str(), "global") != 0)
+      text.append("[").append(name).append("]\n");
     first = false;
     for (const auto& [option, content] : section.options()) {
       if (!content.defined()) continue;
       std::string value;
       content.value(value);
-      text += option + "=" + value + "\n";
+      text.append(option).append("=").append(value).append("\n");
     }
   }
   return text;

@@ -46,7 +46,10 @@ void CallerExec::mergeEnvironments(std::list<std::string>& base,
     merged[name] = value;
   }
   base.clear();
-  for (const auto& [name, value] : merged) base.push_back(name + "=" + value);
+  for (const auto& [name, value] : merged) {
+    base.push_back(name);
+    base.back().append("=").append(value);
+  }
 }
 
 }  // namespace Expand

@@ -19,9 +19,8 @@ ProgramCandidates program_candidates(const char* name, const std::list<std::stri
   for (const std::string& entry : env) {
     if (entry.compare(0, variable.size(), variable) != 0) continue;
     candidates.search = true;
-    for (const std::string& directory : split(":", entry.substr(variable.size()), 0)) {
-      candidates.searched.push_back(directory + "/" + wanted);
-    }
+    candidates.searched = split(":", entry.substr(variable.size()), 0);
+    for (std::string& candidate : candidates.searched) candidate.append("/").append(wanted);
     break;
   }
   return candidates;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <list>
+#include <utility>
 #include <vector>
 
 #include "expand/caller.h"
@@ -18,7 +19,7 @@ int runscript(std::string command, std::string& out, std::string& err) {
   CtoDynaBuf outBuf(UINT64_MAX, true, -1);
   CtoDynaBuf errBuf(UINT64_MAX, true, -1);
   std::vector<Connector*> connectors = {nullptr, &outBuf, &errBuf};
-  CallerExec shell("sh", {"-c", command}, env, {});
+  CallerExec shell("sh", {"-c", std::move(command)}, env, {});
   shell.call(connectors);
   out = outBuf.output();
   err = errBuf.output();
