@@ -115,8 +115,10 @@ void MemoryTable::linkTo(const proc_info_t& parent, const proc_info_t& child) {
     for (OwnMemory other = theirs; !other.done() && other.start() < own.end(); other.next()) {
       const std::uint64_t first = std::max(own.start(), other.start());
       const std::uint64_t last = std::min(own.end(), other.end());
-      inherited += (last - first) / MAPS_PAGE_SIZE;
+      // The kernel's ranges are in order and do not overlap; a bad file's may.
+      if (first < last) inherited += (last - first) / MAPS_PAGE_SIZE;
     }
+    inherited = std::min(inherited, own.pages());
     if (inherited != 0) mappings_.at(own.key()).share = shareOf(own.pages(), inherited);
   }
 }

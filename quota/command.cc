@@ -11,7 +11,8 @@ namespace QuotaMgmt {
 
 namespace {
 
-std::string formattedList(const char* format, va_list arguments) {
+__attribute__((format(printf, 1, 0))) std::string formattedList(const char* format,
+                                                                va_list arguments) {
   va_list again;
   va_copy(again, arguments);
   const int length = std::vsnprintf(nullptr, 0, format, again);
