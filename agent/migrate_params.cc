@@ -39,19 +39,19 @@ std::vector<std::string> unpackList(const std::string& text) {
 }  // namespace
 
 int QXAMigrateP2VSerializerParams::Writer::write(QXL::QXLMessageIterator& out) const {
-  const QXL::QXLP2VMigrateOptions& options = m_record.options;
+  const QXL::QXLP2VMigrateOptions& fields = m_record.options;
   std::vector<std::string> services;
-  for (const QXL::QXLService& service : options.services) services.push_back(service.name);
+  for (const QXL::QXLService& service : fields.services) services.push_back(service.name);
   out.putValueLongLong(m_record.ctid, fieldCtid);
-  out.putValueBase64(packList(options.excludes), fieldExcludes);
-  if (options.config) {
+  out.putValueBase64(packList(fields.excludes), fieldExcludes);
+  if (fields.config) {
     const QXAEnvConfigBashParser parser((QXL::QXLVocCacheLocal()));
-    out.putValueBase64(parser.format(*options.config), fieldConfig);
+    out.putValueBase64(parser.format(*fields.config), fieldConfig);
   }
-  out.putValueLongLong(options.keepOnFailure, fieldKeepOnFailure);
-  out.putValueLongLong(options.callerFlag, fieldCallerFlag);
+  out.putValueLongLong(fields.keepOnFailure, fieldKeepOnFailure);
+  out.putValueLongLong(fields.callerFlag, fieldCallerFlag);
   out.putValueBase64(packList(services), fieldServices);
-  out.putValueBase64(options.callerText, fieldCallerText);
+  out.putValueBase64(fields.callerText, fieldCallerText);
   return 0;
 }
 
