@@ -8,6 +8,7 @@
 #   IP_ADDRESS    addresses, separated by blanks
 #   NETIF         interfaces separated by ";", each of fields separated by ",":
 #                 ifname=NAME and any number of ip=ADDRESS, ADDRESS/PREFIX, ip=dhcp
+#   GATEWAY       default gateways, at most one of each family, separated by blanks
 #   NAMESERVER, SEARCHDOMAIN   words separated by blanks
 #
 # Every edit is marked: commented lines begin with "#qx#", files written here
@@ -351,11 +352,17 @@ with_prefix() {
         }'
 }
 
-# gateway FAMILY ADDRESS...: the server's default gateway, when one of these
-# addresses was the server's. FAMILY is a pattern that the gateway must match.
+# gateway FAMILY ADDRESS...: the configured default gateway, or the server's when
+# one of these addresses was the server's. FAMILY is a pattern that the gateway
+# must match.
 gateway() {
     family=$1
     shift
+    configured=$(printf '%s\n' "${GATEWAY:-}" | tr ' ' '\n' | grep -E -e "$family" | head -n 1)
+    if [ -n "$configured" ]; then
+        echo "$configured"
+        return 0
+    fi
     for address in "$@"; do
         [ "$address" != dhcp ] || continue
         original_network_files | grep -qwF -e "${address%/*}" || continue

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# the container starts again on a node that lost its power while it ran
+# shellcheck source=tests/e2e/boot-lib.sh
+. "$QX_E2E/boot-lib.sh"
+
+use_disk
+printf '%s,%s %s\n' "$server" "$address" \
+  "$(cut -d' ' -f1,2 "$(container_root)/etc/ssh/ssh_host_ed25519_key.pub")" >>/root/.ssh/known_hosts
+install -m 600 /root/.ssh/id_ed25519.pub "$(container_root)/root/.ssh/authorized_keys"
+install -m 600 -o 1000 -g 1000 /root/.ssh/id_ed25519.pub \
+  "$(container_root)/home/operator1/.ssh/authorized_keys"
+rm -f "$(container_root)/var/lib/boot-cron"
+
+step "What the other node left is known"
+check "registered and stopped" grep -q ', not mounted, stopped, registered' <(qxctl status $ctid)
+
+step "Start"
+check "start" qxctl start $ctid
+check_boot
+check_services
+check_equal "600 tasks at most" 600 "$(limit_in_force)"
+check_cron
+
+step "Stop and remove"
+check "stop" qxctl stop $ctid
+check "destroy" qxctl destroy $ctid
+check "nothing is left" test ! -e "$private" -a ! -e /etc/sysconfig/qx-scripts/$ctid.conf

@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# a Debian system with sysvinit becomes a container and boots
+# shellcheck source=tests/e2e/boot-lib.sh
+. "$QX_E2E/boot-lib.sh"
+
+step "A copied system"
+mkdir -p "$private"
+chmod 700 "$private"
+cp -a /run/qxlab/roots/sysvinit-1 "$(container_root)"
+root=$(container_root)
+printf '/dev/sda1 / ext4 errors=remount-ro 0 1\n' >"$root/etc/fstab"
+printf 'auto eth0\niface eth0 inet static\n  address 192.0.2.11/24\n' >"$root/etc/network/interfaces"
+install -d -m 700 "$root/root/.ssh"
+install -m 600 /root/.ssh/id_ed25519.pub "$root/root/.ssh/authorized_keys"
+ssh-keygen -A -f "$root" >/dev/null
+printf '%s %s\n' "$server" "$(cut -d' ' -f1,2 "$root/etc/ssh/ssh_host_ed25519_key.pub")" >>/root/.ssh/known_hosts
+printf '<title>A server</title>\n' >"$root/var/www/html/index.html"
+printf '* * * * * root touch /var/lib/boot-cron\n' >"$root/etc/cron.d/boot"
+printf 'HOSTNAME="%s"\nDISTRIBUTION="debian-12"\nIP_ADDRESS="%s/24"\nGATEWAY="192.0.2.1"\n' \
+  $server $address >/etc/sysconfig/qx-scripts/$ctid.conf
+check "convert" qxctl convert $ctid
+check "adapt" qxctl runscript $ctid /etc/sysconfig/qx-scripts/dists/scripts/debian-post-migrate.sh
+
+step "Start"
+check "start" qxctl start $ctid
+check "the default runlevel is reached" until_so 60 eval '[[ $(in_container runlevel) == "N 2" ]]'
+check "sshd answers on $address" until_so 20 answers 22
+check "nginx shows its page on $address" until_so 20 says_title "A server"
+check_equal "root can log in, and finds the name" $server "$(login root@$address hostname)"
+check_equal "the configured gateway" "default via 192.0.2.1" \
+  "$(in_container ip route show default | cut -d' ' -f1-3)"
+check_cron
+
+step "Stop"
+check "stop" qxctl stop --timeout 40 $ctid
+check "not mounted, stopped" grep -q ', not mounted, stopped,' <(qxctl status $ctid)
+check "the init had time to say so" test -e "$root/var/log/wtmp"
