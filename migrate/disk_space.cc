@@ -1,5 +1,7 @@
 #include "migrate/disk_space.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstdlib>
 
 #include "expand/strings.h"
@@ -9,11 +11,15 @@ namespace P2V {
 namespace {
 
 constexpr long long kBlock = 1024;
+// Figures beyond this are taken for it, so that two of them can be added and counted
+// in bytes.
+constexpr long long kMostBlocks = LLONG_MAX / kBlock / 2;
 constexpr char kBlanks[] = " \t";
 constexpr char kDigits[] = "0123456789";
 
-long long numberAt(const std::string& text, std::size_t at) {
-  return at == std::string::npos ? 0 : std::strtoll(text.c_str() + at, nullptr, 10);
+long long blocksAt(const std::string& text, std::size_t at) {
+  if (at == std::string::npos) return 0;
+  return std::min(std::strtoll(text.c_str() + at, nullptr, 10), kMostBlocks);
 }
 
 }  // namespace
@@ -21,7 +27,7 @@ long long numberAt(const std::string& text, std::size_t at) {
 DuTotal parseDuTotal(const std::string& output) {
   DuTotal total;
   total.position = output.find_first_of(kDigits);
-  total.bytes = numberAt(output, total.position) * kBlock;
+  total.bytes = blocksAt(output, total.position) * kBlock;
   return total;
 }
 
@@ -36,7 +42,7 @@ long long parseDuGrandTotal(const std::string& output, std::size_t position) {
   // The end of the last line is no line of its own.
   if (lines.back().empty()) lines.pop_back();
   if (lines.empty()) return 0;
-  return numberAt(lines.back(), lines.back().find_first_of(kDigits, position)) * kBlock;
+  return blocksAt(lines.back(), lines.back().find_first_of(kDigits, position)) * kBlock;
 }
 
 std::string dfDataLine(const std::string& output) {
@@ -51,10 +57,10 @@ long long parseDfLine(const std::string& line) {
   at = line.find_first_not_of(kBlanks, at);  // to the size
   at = line.find_first_of(kBlanks, at);      // past it
   at = line.find_first_of(kDigits, at);
-  const long long used = numberAt(line, at);
+  const long long used = blocksAt(line, at);
   at = line.find_first_of(kBlanks, at);
   at = line.find_first_of(kDigits, at);
-  const long long available = numberAt(line, at);
+  const long long available = blocksAt(line, at);
   return (used + available) * kBlock;
 }
 

@@ -18,7 +18,7 @@ std::string withoutLeadingDot(const std::string& name) {
 // The distribution's file: that of its version, else that of its name; empty when
 // neither exists.
 std::string findConf(const QXA::QXADistribution& distribution) {
-  const std::string versioned = confPath(withoutLeadingDot(distributionText(distribution)));
+  std::string versioned = confPath(withoutLeadingDot(distributionText(distribution)));
   if (QXL::fentryExists(versioned, 0)) return versioned;
   if (distribution.version.empty()) return "";
   const std::string unversioned = confPath(withoutLeadingDot(distribution.name));

@@ -18,8 +18,9 @@ bool Stage::begin() {
 int Stage::refuse() { return m_request.endCommand({kAccessDenied, ""}); }
 
 int Stage::fail(const char* format, ...) {
-  va_list arguments, again;
+  va_list arguments;
   va_start(arguments, format);
+  va_list again;
   va_copy(again, arguments);
   const int length = std::vsnprintf(nullptr, 0, format, arguments);
   std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');

@@ -1,36 +1,13 @@
 #include "quota/command.h"
 
 #include <cstdarg>
-#include <cstdio>
 #include <exception>
 
 #include "expand/runscript.h"
 #include "framework/request.h"
+#include "quota/formatted.h"
 
 namespace QuotaMgmt {
-
-namespace {
-
-__attribute__((format(printf, 1, 0))) std::string formattedList(const char* format,
-                                                                va_list arguments) {
-  va_list again;
-  va_copy(again, arguments);
-  const int length = std::vsnprintf(nullptr, 0, format, again);
-  va_end(again);
-  std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
-  std::vsnprintf(text.data(), text.size() + 1, format, arguments);
-  return text;
-}
-
-}  // namespace
-
-std::string formatted(const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  std::string text = formattedList(format, arguments);
-  va_end(arguments);
-  return text;
-}
 
 int fail(const char* format, ...) {
   va_list arguments;

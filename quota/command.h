@@ -6,9 +6,6 @@
 
 namespace QuotaMgmt {
 
-// A printf-formatted string of any length.
-std::string formatted(const char* format, ...) __attribute__((format(printf, 1, 2)));
-
 // Records the printf-formatted text as the error of the request that the calling
 // thread serves, and returns -1, so that a failing function can return it.
 int fail(const char* format, ...) __attribute__((format(printf, 1, 2)));

@@ -5,7 +5,7 @@
 #include <map>
 
 #include "expand/strings.h"
-#include "quota/command.h"
+#include "quota/formatted.h"
 
 namespace QuotaMgmt {
 

@@ -6,6 +6,7 @@
 
 #include "expand/files.h"
 #include "quota/command.h"
+#include "quota/formatted.h"
 #include "quota/mtab.h"
 #include "quota/quota_diff.h"
 #include "quota/quota_report.h"

@@ -1,6 +1,7 @@
 #include "quota/quota_vz.h"
 
 #include "quota/command.h"
+#include "quota/formatted.h"
 #include "quota/quota_diff.h"
 #include "quota/quota_vz_stat.h"
 

@@ -4,12 +4,13 @@
 
 #include "fixtures/failing_fork.h"
 #include "last_error.h"
+#include "quota/formatted.h"
 #include "support/child_test.h"
 
 using namespace QuotaMgmt;
 using namespace test_support;
 
-TEST(QuotaCommand, LongTextIsFormattedWhole) {
+TEST(Formatted, LongTextIsWhole) {
   const std::string word(10000, 'w');
   EXPECT_EQ(formatted("<%s>", word.c_str()), "<" + word + ">");
   EXPECT_EQ(formatted("%s", ""), "");
