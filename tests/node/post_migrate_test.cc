@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 using test_support::ScratchHost;
 using testing::HasSubstr;
 
-constexpr char kScript[] = QX_SOURCE_DIR "/node/dists/scripts/debian-post-migrate.sh";
+constexpr char kScript[] = QX_SCRIPTS_DIR "/debian-post-migrate.sh";
 constexpr char kGoldenDir[] = QX_SOURCE_DIR "/tests/node/golden/";
 
 // Everything below /etc that the scratch host does not put there itself.
@@ -62,6 +62,7 @@ struct Case {
   std::vector<std::string> units;        // that the distribution brings
   std::vector<std::string> environment;  // for env(1)
   std::string shell = "sh";
+  std::string script = kScript;
 };
 
 // Returns what became of the tree, as seen from the machine.
@@ -79,7 +80,7 @@ std::string migrate(const Case& which) {
     std::vector<std::string> command{"/usr/bin/env", "-i", "PATH=/usr/sbin:/usr/bin"};
     command.insert(command.end(), which.environment.begin(), which.environment.end());
     command.push_back(which.shell);
-    command.push_back(kScript);
+    command.push_back(which.script);
     const node_test::ToolResult first = node_test::runTool(command);
     EXPECT_EQ(first.status, 0);
     EXPECT_EQ(first.out + first.err, "");
@@ -226,6 +227,148 @@ TEST(DebianPostMigrate, WithoutEnvironmentNamesAndNetworkStay) {
   which.host.file("/etc/network/interfaces", "auto eth0\niface eth0 inet dhcp\n")
       .file("/etc/hostname", "web\n")
       .file("/etc/resolv.conf", "nameserver 192.0.2.1\n");
+  expectGolden(which);
+}
+
+std::string scriptOf(const char* family) {
+  return QX_SCRIPTS_DIR "/" + std::string(family) + "-post-migrate.sh";
+}
+
+TEST(RedHatPostMigrate, NetworkManagerProfilesOfRelease9) {
+  Case which{"redhat-9", {}, {}, {}, "sh", scriptOf("redhat")};
+  which.host
+      .file("/etc/fstab",
+            "UUID=0a1b / xfs defaults 0 0\n/dev/mapper/rhel-swap none swap defaults 0 0\n")
+      .file("/etc/hostname", "old.example.org\n")
+      .file("/etc/hosts", "127.0.0.1 localhost localhost.localdomain\n::1 localhost\n")
+      .file("/etc/selinux/config", "# Policy\nSELINUX=enforcing\nSELINUXTYPE=targeted\n")
+      .file("/etc/dnf/dnf.conf", "[main]\ngpgcheck=1\nbest=True\n")
+      .file("/etc/sysconfig/kernel", "UPDATEDEFAULT=yes\nDEFAULTKERNEL=kernel-core\n")
+      .file("/etc/sysconfig/network-scripts/readme-ifcfg-rh.txt", "Profiles moved.\n")
+      .file("/etc/NetworkManager/system-connections/enp1s0.nmconnection",
+            "[connection]\nid=enp1s0\ntype=ethernet\n[ipv4]\nmethod=manual\n"
+            "address1=192.0.2.7/26,192.0.2.1\n",
+            0600)
+      .symlink("/etc/systemd/system/multi-user.target.wants/NetworkManager.service",
+               "/usr/lib/systemd/system/NetworkManager.service")
+      .symlink("/etc/systemd/system/getty.target.wants/getty@tty1.service",
+               "/usr/lib/systemd/system/getty@.service");
+  which.units = {"NetworkManager.service", "getty@.service",     "console-getty.service",
+                 "chronyd.service",        "kdump.service",      "microcode.service",
+                 "lvm2-monitor.service",   "tuned.service",      "rngd.service",
+                 "auditd.service",         "irqbalance.service", "crond.service"};
+  which.environment = {"HOSTNAME=web.example.org", "NETIF=ifname=eth0,ip=192.0.2.7",
+                       "NAMESERVER=192.0.2.53"};
+  expectGolden(which);
+}
+
+TEST(RedHatPostMigrate, InterfaceFilesOfRelease7) {
+  Case which{"centos-7", {}, {}, {}, "sh", scriptOf("redhat")};
+  which.host.file("/etc/fstab", "/dev/sda1 / xfs defaults 0 0\n")
+      .file("/etc/yum.conf", "[main]\nkeepcache=0\n")
+      .file("/etc/sysconfig/network", "NETWORKING=yes\nGATEWAY=192.0.2.1\n")
+      .file("/etc/sysconfig/network-scripts/ifcfg-lo", "DEVICE=lo\nIPADDR=127.0.0.1\n")
+      .file("/etc/sysconfig/network-scripts/ifcfg-eno1",
+            "NAME=eno1\nONBOOT=yes\nPREFIX=26\nIPADDR=192.0.2.7\nGATEWAY=192.0.2.1\n")
+      .file("/etc/sysconfig/network-scripts/route-eno1", "198.51.100.0/24 via 192.0.2.2\n");
+  which.units = {"firewalld.service", "smartd.service", "multipathd.service"};
+  which.environment = {"HOSTNAME=web",
+                       "NETIF=ifname=eth0,ip=192.0.2.7,ip=192.0.2.8/26,ip="
+                       "2001:db8::7/64,ip=2001:db8::8/64"};
+  expectGolden(which);
+}
+
+TEST(RedHatPostMigrate, UpstartOfRelease6) {
+  Case which{"centos-6", {}, {}, {}, "sh", scriptOf("redhat")};
+  which.host.file("/etc/inittab", "id:3:initdefault:\n")
+      .file("/etc/init/start-ttys.conf", "start on stopped rc RUNLEVEL=[2345]\n")
+      .file("/etc/init/serial.conf", "start on fedora.serial-console-available\n")
+      .file("/etc/sysconfig/network", "NETWORKING=yes\nHOSTNAME=old.example.org\n")
+      .file("/etc/sysconfig/network-scripts/ifcfg-eth0",
+            "DEVICE=eth0\nIPADDR=192.0.2.7\nNETMASK=255.255.255.192\n")
+      .symlink("/etc/rc3.d/S13irqbalance", "../init.d/irqbalance")
+      .symlink("/etc/rc3.d/S26haldaemon", "../init.d/haldaemon")
+      .symlink("/etc/rc3.d/S55sshd", "../init.d/sshd");
+  which.environment = {"HOSTNAME=web.example.org", "IP_ADDRESS=192.0.2.7", "GATEWAY=192.0.2.62"};
+  expectGolden(which);
+}
+
+TEST(RedHatPostMigrate, FedoraWithNetworkdOfItsOwn) {
+  Case which{"fedora", {}, {}, {}, "sh", scriptOf("redhat")};
+  which.host.file("/etc/fstab", "UUID=1 / btrfs subvol=root 0 0\n")
+      .file("/etc/systemd/network/10-wan.network", "[Network]\nAddress=192.0.2.7/24\n")
+      .symlink("/etc/systemd/system/multi-user.target.wants/systemd-networkd.service",
+               "/usr/lib/systemd/system/systemd-networkd.service");
+  which.units = {"systemd-networkd.service", "zramswap.service", "udisks2.service"};
+  which.environment = {"HOSTNAME=fedora", "IP_ADDRESS=192.0.2.7", "GATEWAY=192.0.2.1"};
+  expectGolden(which);
+}
+
+TEST(SusePostMigrate, WickedOfRelease15) {
+  Case which{"sles-15", {}, {}, {}, "sh", scriptOf("suse")};
+  which.host.file("/etc/fstab", "UUID=1 / btrfs defaults 0 0\nUUID=2 swap swap defaults 0 0\n")
+      .file("/etc/hostname", "old\n")
+      .symlink("/etc/HOSTNAME", "hostname")
+      .file("/etc/hosts", "127.0.0.1 localhost\n")
+      .file("/etc/sysconfig/bootloader", "LOADER_TYPE=\"grub2\"\nTRUSTED_BOOT=\"no\"\n")
+      .file("/etc/zypp/locks", "\ntype: package\nsolvable_name: vim\n")
+      .file("/etc/sysconfig/network/config",
+            "NETCONFIG_DNS_STATIC_SEARCHLIST=\"\"\nNETCONFIG_DNS_STATIC_SERVERS=\"192.0.2.2\"\n")
+      .file("/etc/sysconfig/network/ifcfg-lo", "IPADDR=127.0.0.1/8\n")
+      .file("/etc/sysconfig/network/ifcfg-eth0",
+            "BOOTPROTO='static'\nSTARTMODE='auto'\nIPADDR='192.0.2.7/26'\n")
+      .file("/etc/sysconfig/network/routes", "default 192.0.2.1 - -\n");
+  which.units = {"wicked.service",  "btrfs-scrub.timer",     "snapper-boot.timer",
+                 "chronyd.service", "purge-kernels.service", "lvm2-monitor.service",
+                 "smartd.service",  "console-getty.service"};
+  which.environment = {"HOSTNAME=web.example.org",
+                       "NETIF=ifname=eth0,ip=192.0.2.7,ip=192.0.2.8/26,ip=2001:db8::7/64",
+                       "NAMESERVER=192.0.2.53", "SEARCHDOMAIN=example.org"};
+  expectGolden(which);
+}
+
+TEST(SusePostMigrate, InitScriptsOfRelease11) {
+  Case which{"sles-11", {}, {}, {}, "sh", scriptOf("suse")};
+  which.host.file("/etc/HOSTNAME", "old.example.org\n")
+      .file("/etc/inittab", "id:3:initdefault:\n1:2345:respawn:/sbin/mingetty --noclear tty1\n")
+      .symlink("/etc/init.d/boot.d/S03boot.rootfsck", "../boot.rootfsck")
+      .symlink("/etc/init.d/boot.d/S10boot.localnet", "../boot.localnet")
+      .file("/etc/sysconfig/network/ifcfg-eth0", "IPADDR='192.0.2.7'\nNETMASK='255.255.255.192'\n");
+  which.environment = {"HOSTNAME=web.example.org", "IP_ADDRESS=192.0.2.7"};
+  expectGolden(which);
+}
+
+TEST(ArchPostMigrate, GetsNetworkd) {
+  Case which{"arch", {}, {}, {}, "sh", scriptOf("arch")};
+  which.host.file("/etc/fstab", "UUID=1 / ext4 rw 0 1\n")
+      .file("/etc/pacman.conf", "[options]\nHoldPkg = pacman glibc\n\n[core]\n")
+      .symlink("/etc/systemd/system/multi-user.target.wants/dhcpcd@ens3.service",
+               "/usr/lib/systemd/system/dhcpcd@.service");
+  which.units = {"systemd-networkd.service", "dhcpcd.service", "systemd-timesyncd.service"};
+  which.environment = {"HOSTNAME=web", "IP_ADDRESS=192.0.2.7/24", "GATEWAY=192.0.2.1 2001:db8::1"};
+  expectGolden(which);
+}
+
+TEST(AlpinePostMigrate, OpenRcAndBusyBox) {
+  Case which{"alpine", {}, {}, {}, "sh", scriptOf("alpine")};
+  which.host.file("/etc/fstab", "/dev/vda3 / ext4 rw 0 1\n/dev/vda2 swap swap defaults 0 0\n")
+      .file("/etc/hostname", "old\n")
+      .file("/etc/hosts", "127.0.0.1 old localhost\n")
+      .file("/etc/inittab",
+            "::sysinit:/sbin/openrc sysinit\ntty1::respawn:/sbin/getty 38400 tty1\n"
+            "::shutdown:/sbin/openrc shutdown\n")
+      .file("/etc/rc.conf", "#rc_parallel=\"NO\"\nrc_sys=\"\"\n")
+      .file("/etc/mkinitfs/mkinitfs.conf", "features=\"ata base ext4\"\n")
+      .file("/etc/network/interfaces",
+            "auto eth0\niface eth0 inet static\n\taddress 192.0.2.7/26\n\tgateway 192.0.2.1\n")
+      .file("/etc/init.d/networking", "#!/sbin/openrc-run\n", 0755)
+      .symlink("/etc/runlevels/boot/hwclock", "/etc/init.d/hwclock")
+      .symlink("/etc/runlevels/boot/swap", "/etc/init.d/swap")
+      .symlink("/etc/runlevels/default/chronyd", "/etc/init.d/chronyd")
+      .symlink("/etc/runlevels/default/sshd", "/etc/init.d/sshd")
+      .symlink("/etc/runlevels/sysinit/hwdrivers", "/etc/init.d/hwdrivers");
+  which.environment = {"HOSTNAME=web.example.org", "NETIF=ifname=eth0,ip=192.0.2.7",
+                       "NAMESERVER=192.0.2.53"};
   expectGolden(which);
 }
 

@@ -1,5 +1,5 @@
-#!/bin/sh
-# Adapts a Debian or Ubuntu system that was copied from a server to life in a
+# shellcheck shell=sh
+# Adapts a system that was copied from a server to life in a
 # container. Runs inside the copy, with its files as the root, before its first
 # start: no service runs and no bus answers, so units are masked by links.
 #
@@ -220,35 +220,6 @@ fix_terminals() {
         }'
 }
 
-# --- Kernels: the container runs the host's ---------------------------------
-
-silence_boot_hooks() {
-    if [ -f /etc/initramfs-tools/update-initramfs.conf ]; then
-        edit /etc/initramfs-tools/update-initramfs.conf '
-            /^update_initramfs=no # qx$/ { print; next }
-            /^[[:space:]]*update_initramfs=/ { print "#qx# " $0; print "update_initramfs=no # qx"; next }
-            { print }'
-    fi
-    for hook in /etc/kernel/*.d/initramfs-tools /etc/kernel/*.d/dracut \
-        /etc/kernel/*.d/zz-update-grub /etc/kernel/*.d/zz-flash-kernel \
-        /etc/kernel/*.d/zz-systemd-boot /etc/kernel/*.d/dkms \
-        /etc/initramfs/post-update.d/*; do
-        if [ -f "$hook" ] && [ -x "$hook" ]; then
-            chmod a-x "$hook"
-            note "$hook: no longer executable"
-        fi
-    done
-    # New kernels and boot loaders would only fill the disk, and installing a boot
-    # loader fails where there is no disk.
-    if [ -d /etc/apt/preferences.d ]; then
-        printf '%s\n' '# qx: the container runs the kernel of its host' \
-            'Package: linux-image-* linux-headers-* grub-pc grub-efi-* shim-signed initramfs-tools' \
-            'Pin: release *' 'Pin-Priority: -1' | replace /etc/apt/preferences.d/50-qx-kernel 0644
-    fi
-    mask grub-common.service grub-initrd-fallback.service
-    disable grub-common
-}
-
 # --- Names ------------------------------------------------------------------
 
 fix_names() {
@@ -308,8 +279,13 @@ name_of() {
 original_network_files() {
     for file in /etc/network/interfaces.qx-orig /etc/network/interfaces.d/.qx-orig/* \
         /etc/netplan/.qx-orig/* /etc/systemd/network/.qx-orig/* \
-        /etc/NetworkManager/system-connections/.qx-orig/*; do
-        [ -f "$file" ] && cat "$file"
+        /etc/NetworkManager/system-connections/.qx-orig/* \
+        /etc/sysconfig/network-scripts/.qx-orig/* /etc/sysconfig/network/.qx-orig/* \
+        /etc/sysconfig/network.qx-orig; do
+        if [ -f "$file" ]; then
+            echo iface
+            cat "$file"
+        fi
     done
     return 0
 }
@@ -339,6 +315,14 @@ with_prefix() {
         $1 == "iface" { end_of_stanza() }
         $1 == "address" { stanza = $2 }
         $1 == "netmask" { mask = $2 }
+        # Words of shell variables.
+        /^(IPADDR|NETMASK|PREFIX|PREFIXLEN)[0-9_]*=/ {
+            value = $0
+            sub(/^[^=]*=/, "", value)
+            gsub(/["\047 ]/, "", value)
+            if (/^IPADDR/) stanza = value
+            else mask = value
+        }
         !prefix && (at = index($0, address "/")) {
             if (at == 1 || substr($0, at - 1, 1) !~ /[0-9a-fA-F:.]/) {
                 prefix = substr($0, at + length(address) + 1)
@@ -358,7 +342,7 @@ with_prefix() {
 gateway() {
     family=$1
     shift
-    configured=$(printf '%s\n' "${GATEWAY:-}" | tr ' ' '\n' | grep -E -e "$family" | head -n 1)
+    configured=$(printf '%s\n' "${GATEWAY:-}" | tr ' ' '\n' | grep -E -e "$family" | sed 1q)
     if [ -n "$configured" ]; then
         echo "$configured"
         return 0
@@ -371,6 +355,8 @@ gateway() {
             $1 == "gateway" || $1 == "gateway4:" || $1 == "gateway6:" { found = $2 }
             { for (i = 1; i < NF; i++) if ($i == "via:") found = $(i + 1) }
             /^[[:space:]]*[Gg]ateway[0-9]*=/ { found = $0; sub(/^[^=]*=[[:space:]]*/, "", found) }
+            /^(GATEWAY[0-9]*|IPV6_DEFAULTGW)=/ { found = $0; sub(/^[^=]*=[[:space:]]*/, "", found) }
+            $1 == "default" { found = $2 }
             /^address[0-9]*=[^ ]+ +[^ ]/ { found = $2 }
             found ~ family { print found; exit }'
         return 0
@@ -421,19 +407,6 @@ write_ifupdown() {
     done
 }
 
-write_netplan() {
-    printf '    %s:\n' "$1"
-    case " $2 " in *' dhcp '*) printf '      dhcp4: true\n' ;; esac
-    list=$(printf '%s\n' "$2" | tr ' ' '\n' | grep / || true)
-    if [ -n "$list" ]; then
-        printf '      addresses:\n'
-        for word in $list; do printf '      - "%s"\n' "$word"; done
-    fi
-    [ -z "$3$4" ] || printf '      routes:\n'
-    [ -z "$3" ] || printf '      - {to: "0.0.0.0/0", via: "%s"}\n' "$3"
-    [ -z "$4" ] || printf '      - {to: "::/0", via: "%s"}\n' "$4"
-}
-
 write_networkd() {
     printf '# qx: written by the migration\n[Match]\nName=%s\n\n[Network]\n' "$1"
     for word in $2; do
@@ -469,29 +442,6 @@ write_network_manager() {
         done
         [ -z "$list" ] || [ -z "$gateway" ] || printf 'gateway=%s\n' "$gateway"
     done
-}
-
-# Which of its network programs the system uses.
-network_program() {
-    wants=/etc/systemd/system/multi-user.target.wants
-    for file in /etc/netplan/*.yaml; do
-        if [ -f "$file" ]; then
-            echo netplan
-            return
-        fi
-    done
-    if cat /etc/network/interfaces /etc/network/interfaces.d/* 2>/dev/null |
-        grep -Eq '^[[:space:]]*iface[[:space:]]+(l[^o]|[^l])'; then
-        echo ifupdown
-    elif [ -L $wants/systemd-networkd.service ]; then
-        echo networkd
-    elif [ -L $wants/NetworkManager.service ]; then
-        echo network_manager
-    elif [ -d /etc/network ]; then
-        echo ifupdown
-    else
-        echo networkd
-    fi
 }
 
 # each_interface WRITER: calls it for each interface of NETIF.
@@ -535,51 +485,18 @@ network_manager_file() {
         replace "/etc/NetworkManager/system-connections/qx-$1.nmconnection" 0600
 }
 
-# A system that had no network program of its own gets this one.
-enable_networkd() {
-    wants=/etc/systemd/system/multi-user.target.wants
-    for unit in /lib/systemd/system/systemd-networkd.service \
-        /usr/lib/systemd/system/systemd-networkd.service; do
+# enable_unit UNIT: it starts with the system, as systemctl enable has it.
+enable_unit() {
+    link=/etc/systemd/system/multi-user.target.wants/$1
+    for unit in "/lib/systemd/system/$1" "/usr/lib/systemd/system/$1"; do
         [ -f "$unit" ] || continue
-        if [ ! -L "$wants/systemd-networkd.service" ]; then
-            mkdir -p "$wants"
-            ln -s "$unit" "$wants/systemd-networkd.service"
-            note "$wants/systemd-networkd.service: enabled"
+        if [ ! -L "$link" ]; then
+            mkdir -p "${link%/*}"
+            ln -s "$unit" "$link"
+            note "$link: enabled"
         fi
         return 0
     done
-}
-
-fix_network() {
-    [ -n "$NETIF" ] || return 0
-    program=$(network_program)
-    case $program in
-    netplan)
-        set_others_aside /etc/netplan/*.yaml
-        {
-            printf '# qx: written by the migration\nnetwork:\n  version: 2\n  ethernets:\n'
-            each_interface write_netplan
-        } | replace /etc/netplan/50-qx.yaml 0600
-        ;;
-    ifupdown)
-        set_others_aside /etc/network/interfaces.d/*
-        keep /etc/network/interfaces
-        {
-            printf '# qx: written by the migration\nauto lo\niface lo inet loopback\n'
-            each_interface write_ifupdown
-        } | replace /etc/network/interfaces 0644
-        ;;
-    networkd)
-        mkdir -p /etc/systemd/network
-        set_others_aside /etc/systemd/network/*
-        each_interface networkd_file
-        enable_networkd
-        ;;
-    network_manager)
-        set_others_aside /etc/NetworkManager/system-connections/*
-        each_interface network_manager_file
-        ;;
-    esac
 }
 
 # Some shells set HOSTNAME by themselves; only the environment's counts.
@@ -592,10 +509,3 @@ if [ -z "$NETIF" ] && [ -n "$all_addresses" ]; then
 elif [ -z "$all_addresses" ]; then
     all_addresses=$(printf '%s\n' "$NETIF" | tr ';' ',' | tr ',' '\n' | sed -n 's/^ip=//p' | tr '\n' ' ')
 fi
-
-fix_file_systems
-mask_hardware_services
-fix_terminals
-silence_boot_hooks
-fix_names
-fix_network
