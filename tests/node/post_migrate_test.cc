@@ -243,6 +243,7 @@ TEST(RedHatPostMigrate, NetworkManagerProfilesOfRelease9) {
       .file("/etc/hosts", "127.0.0.1 localhost localhost.localdomain\n::1 localhost\n")
       .file("/etc/selinux/config", "# Policy\nSELINUX=enforcing\nSELINUXTYPE=targeted\n")
       .file("/etc/dnf/dnf.conf", "[main]\ngpgcheck=1\nbest=True\n")
+      .file("/etc/kernel/install.d/20-grub.install", "#!/bin/sh\n", 0755)
       .file("/etc/sysconfig/kernel", "UPDATEDEFAULT=yes\nDEFAULTKERNEL=kernel-core\n")
       .file("/etc/sysconfig/network-scripts/readme-ifcfg-rh.txt", "Profiles moved.\n")
       .file("/etc/NetworkManager/system-connections/enp1s0.nmconnection",

@@ -209,14 +209,20 @@ fix_terminals() {
         break
     done
     edit /etc/inittab '
-        /^[^#].*getty.*(tty[0-9]|ttyS[0-9])/ { print "#qx# " $0; next }
+        /^[^#].*getty.*(tty[0-9]|ttyS[0-9])/ {
+            # The program that the system logs in with serves the console, too.
+            if (!line) line = $0
+            print "#qx# " $0
+            next
+        }
         /^# qx: console$/ { seen = 1 }
         { print }
         END {
-            if (!seen) {
-                print "# qx: console"
-                print "co:2345:respawn:/sbin/getty 38400 console"
-            }
+            if (seen || !line) exit
+            sub(/^[^:]*/, "co", line)
+            sub(/ttyS?[0-9]+/, "console", line)
+            print "# qx: console"
+            print line
         }'
 }
 

@@ -13,16 +13,16 @@ silence_boot_hooks() {
                 }'
         fi
     done
-    for hook in 20-grub 50-dracut 51-dracut-rescue 90-loaderentry 95-kernel-hooks; do
-        for dir in /usr/lib/kernel /lib/kernel; do
-            [ -e "$dir/install.d/$hook.install" ] || continue
-            mkdir -p /etc/kernel/install.d
-            if [ ! -L "/etc/kernel/install.d/$hook.install" ]; then
-                ln -s /dev/null "/etc/kernel/install.d/$hook.install"
-                note "/etc/kernel/install.d/$hook.install: masked"
-            fi
+    # A link hides the hook of the same name that a package brings.
+    if [ -d /etc/kernel/install.d ]; then
+        for hook in 20-grub 50-dracut 51-dracut-rescue 90-loaderentry 95-kernel-hooks; do
+            [ ! -L "/etc/kernel/install.d/$hook.install" ] || continue
+            [ ! -e "/etc/kernel/install.d/$hook.install" ] ||
+                set_aside "/etc/kernel/install.d/$hook.install"
+            ln -s /dev/null "/etc/kernel/install.d/$hook.install"
+            note "/etc/kernel/install.d/$hook.install: masked"
         done
-    done
+    fi
     edit /etc/sysconfig/kernel '
         /^UPDATEDEFAULT=yes/ { print "#qx# " $0; print "UPDATEDEFAULT=no # qx"; next }
         { print }'
