@@ -9,9 +9,9 @@ root=$(lab root $server)
 install -d -m 700 -o 1000 -g 1000 "$root/home/operator1/.ssh"
 install -m 600 -o 1000 -g 1000 /root/.ssh/id_ed25519.pub "$root/home/operator1/.ssh/authorized_keys"
 printf '* * * * * root [ ! -e /etc/qx-changes ] || touch /var/lib/boot-cron\n' >"$root/etc/cron.d/boot"
-open_source
 
-step "Migrate"
+step "Migrate over ssh"
+source=root@$server
 case $QX_RELEASE in
   bullseye) distribution=debian-11 ;;
   trixie) distribution=debian-13 ;;
@@ -20,7 +20,6 @@ printf 'NUMPROC="500:500"\nSLMMEMORYLIMIT="1073741824:1073741824"\nCPUUNITS="100
 migrate --ip $address/24 --nameserver 192.0.2.1 --config "$work/limits"
 check_status 0
 [ "$status" = 0 ]
-close_source
 
 step "Start the container"
 check "start" qxctl start $ctid

@@ -70,6 +70,13 @@ conclude() {
 }
 trap conclude EXIT
 
+note_server_files() { lab files "$server" >"$work/files.before"; }
+
+check_server_files() {
+  lab files "$server" >"$work/files.after"
+  check_no "the server's files are as they were" diff "$work/files.before" "$work/files.after"
+}
+
 # until_so SECONDS COMMAND...
 until_so() {
   local end=$((SECONDS + $1))
@@ -82,40 +89,23 @@ until_so() {
 
 # --- The server ---------------------------------------------------------------
 
+# What depends on how the server is reached:
+#   open_source     sets $source to what qxmigrate calls the server
+#   close_source    ends what was started there, and checks that nothing is left
+#   kill_agent      kills the server's agent
+#   renew_source    makes the source usable again after that
+#   slow_source COPY RATE
+#                   the server sends the first or second copy of the next migration
+#                   with so many KiB per second only: time to disturb it
+#   fast_source     undoes it
+#   check_agent_at_rest
+#                   the agent is as it is between migrations
+# shellcheck source=tests/e2e/transport_unix.sh
+. "$QX_E2E/transport_${QX_E2E_TRANSPORT:-unix}.sh"
+
 on_server() { lab exec "$server" "$@" </dev/null; }
 
-# Sets $source to what qxmigrate calls the server.
-open_source() {
-  lab files "$server" >"$work/files.before"
-  lab agent start "$server" "$@"
-  source=$(lab agent source "$server")
-}
-
-# Ends what was started on the server, and checks that it left nothing.
-close_source() {
-  lab agent stop "$server"
-  lab files "$server" >"$work/files.after"
-  check_no "the server's files are as they were" diff "$work/files.before" "$work/files.after"
-}
-
-kill_rsync_on_server() { on_server pkill -KILL -f -- 'rsync .*--server'; }
-
-agent_pid() { lab agent pid "$server"; }
-
-# slow_source COPY RATE: the server sends the first or second copy of a migration
-# with so many KiB per second only, so that there is time to disturb it.
-slow_source() {
-  local place
-  place=$(lab root "$server")/var/qxagent.tmp
-  printf '%s %s\n' "$1" "$2" >"$place/slow"
-  if ! grep -q bwlimit "$place/usr/local/share/qxlinmigrate/rsync.stock"; then
-    mv "$place/usr/local/share/qxlinmigrate/rsync.stock" "$place/rsync.quick"
-    install -m 755 "$QX_E2E/slow_rsync" "$place/usr/local/share/qxlinmigrate/rsync.stock"
-  fi
-  rm -f "$place/copies"
-}
-
-fast_source() { slow_source 0 0; }
+kill_rsync_on_server() { on_server pkill -KILL -f -- 'rsync.*--server'; }
 
 # A service that writes 300 MiB when it is stopped, as a database writes its
 # tables: the second copy has something to do.
@@ -180,8 +170,9 @@ container_root() { printf '%s/fs' "$private"; }
 # --- What a failed migration leaves -------------------------------------------
 
 check_nothing_runs() {
-  check_no "no rsync runs on either side" still_running 'rsync .*--(server|fdin)'
+  check_no "no rsync runs on either side" still_running 'rsync.*--(server|fdin)'
   check_no "nothing else of the migration runs" still_running '^[^ ]*(qxmigrate|qxctl|mkqxfs|qxpkg|qxquota) '
+  check_agent_at_rest
 }
 
 # Prints what runs with such a command line, on the node and on the server,

@@ -7,7 +7,7 @@ open_source
 slow_source 1 20000
 begin_migration
 check "the copy runs" until_copying 1
-on_server kill -KILL "$(agent_pid)"
+kill_agent
 end_migration
 check_status 1
 check "the reason is the connection" grep -q "^qxmigrate: stage 'rSync' failed: " "$out"
@@ -16,7 +16,7 @@ check_services_run
 
 step "An agent that is started again serves the next attempt"
 fast_source
-lab agent start $server
+renew_source
 migrate
 check_status 0
 on_server /etc/init.d/nginx start >/dev/null

@@ -27,19 +27,14 @@ agent_install() {
   agent_add_rsync "$target/usr/local/share/qxlinmigrate" "$target/lib"
 }
 
-# The server has no rsync; it gets the node's, with what that one needs.
+# The server has no rsync; it gets the node's, with what that one needs, where
+# the product's rsync looks for them.
 agent_add_rsync() {
-  local share=$1 lib=$2 loader
+  local share=$1 lib=$2
   mkdir -p "$lib"
-  cp -L /usr/bin/rsync "$lib/rsync"
+  cp -L /usr/bin/rsync "$share/rsync.stock"
   ldd /usr/bin/rsync | awk '$3 ~ /^\// { print $3 } $1 ~ /^\// { print $1 }' |
     xargs -I{} cp -L {} "$lib/"
-  loader=$(basename "$(ldd /usr/bin/rsync | awk '$1 ~ /^\// { print $1 }')")
-  cat >"$share/rsync.stock" <<END
-#!/bin/sh
-exec $AGENT_PLACE/lib/$loader --library-path $AGENT_PLACE/lib $AGENT_PLACE/lib/rsync "\$@"
-END
-  chmod 755 "$share/rsync.stock"
 }
 
 # agent_start SERVER [OPTION of qxagent serve...]
@@ -48,6 +43,8 @@ agent_start() {
   shift
   root=$(server_root "$server")
   agent_install "$server"
+  # Of a dead agent: its successor would replace it, but that is waited for below.
+  rm -f "$root$AGENT_PLACE/agent.sock"
   # In a session of its own: it outlives the command that starts it.
   # shellcheck disable=SC2016
   server_exec "$server" /bin/sh -c '

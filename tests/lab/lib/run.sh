@@ -17,7 +17,7 @@ run_main() {
     esac
   done
   [ $# -gt 0 ] || die "run: no command given"
-  need_tools setfattr unshare setpriv pivot_root ip lxc-start lxc-attach ssh-keygen flock
+  need_tools unshare setpriv pivot_root ip lxc-start lxc-attach ssh-keygen flock
   run_check_names "${servers[@]}"
   [ -z "$install" ] || [ -d "$install" ] || die "run: $install is no directory"
 
