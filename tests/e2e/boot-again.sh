@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # the container starts again on a node that lost its power while it ran
-# shellcheck source=tests/e2e/boot-lib.sh
+# shellcheck source-path=SCRIPTDIR source=boot-lib.sh
 . "$QX_E2E/boot-lib.sh"
 
 use_disk

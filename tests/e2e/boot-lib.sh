@@ -1,7 +1,7 @@
 # What the boot scenarios share, beside lib.sh: the node's disk, which outlives
 # the node, and what is asked of a started container.
 # shellcheck shell=bash
-# shellcheck source=tests/e2e/lib.sh
+# shellcheck source-path=SCRIPTDIR source=lib.sh
 . "$QX_E2E/lib.sh"
 
 address=192.0.2.101
@@ -103,4 +103,4 @@ check_package() {
   in_container rm -f /root/boot-test.deb /root/apt.log
 }
 
-limit_in_force() { cat /sys/fs/cgroup/{pids,.}/lxc.payload.qx-$ctid/pids.max 2>/dev/null; }
+limit_in_force() { cat /sys/fs/cgroup/{pids,.}/lxc.payload.qx-"$ctid"/pids.max 2>/dev/null; }

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # a Debian system with sysvinit becomes a container and boots
-# shellcheck source=tests/e2e/boot-lib.sh
+# shellcheck source-path=SCRIPTDIR source=boot-lib.sh
 . "$QX_E2E/boot-lib.sh"
 
 step "A copied system"
@@ -21,9 +21,10 @@ printf 'HOSTNAME="%s"\nDISTRIBUTION="debian-12"\nIP_ADDRESS="%s/24"\nGATEWAY="19
 check "convert" qxctl convert $ctid
 check "adapt" qxctl runscript $ctid /etc/sysconfig/qx-scripts/dists/scripts/debian-post-migrate.sh
 
+runlevel_is() { [ "$(in_container runlevel)" = "$1" ]; }
 step "Start"
 check "start" qxctl start $ctid
-check "the default runlevel is reached" until_so 60 eval '[[ $(in_container runlevel) == "N 2" ]]'
+check "the default runlevel is reached" until_so 60 runlevel_is "N 2"
 check "sshd answers on $address" until_so 20 answers 22
 check "nginx shows its page on $address" until_so 20 says_title "A server"
 check_equal "root can log in, and finds the name" $server "$(login root@$address hostname)"
