@@ -6,6 +6,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <map>
+#include <mutex>
 #include <stdexcept>
 
 #include "agent/last_error.h"
@@ -35,11 +37,39 @@ UniqueFd connectUnix(const std::string& path) {
   return fd;
 }
 
+std::mutex keptMutex;
+std::map<std::string, boost::shared_ptr<QXL::QXLRequestTransport>> keptConnections;
+
+// Two connections of one name are alike.
+std::string nameOf(const QXL::QXLConnectionInfo& connection) {
+  std::string name = connection.address;
+  for (const std::string& option : connection.transportOptions) name += '\n' + option;
+  return name;
+}
+
 }  // namespace
+
+KeptConnection::KeptConnection(const QXL::QXLConnectionInfo& connection,
+                               QXL::QXLProgressHandlerPrototype* handler)
+    : name_(nameOf(connection)), transport_(connect(connection, handler)) {
+  if (!transport_) throw std::runtime_error(QXL::getErrorMessage());
+  const std::lock_guard lock(keptMutex);
+  keptConnections[name_] = transport_;
+}
+
+KeptConnection::~KeptConnection() {
+  const std::lock_guard lock(keptMutex);
+  keptConnections.erase(name_);
+}
 
 boost::shared_ptr<QXL::QXLRequestTransport> connect(const QXL::QXLConnectionInfo& connection,
                                                     QXL::QXLProgressHandlerPrototype* handler) {
   const std::string& address = connection.address;
+  {
+    const std::lock_guard lock(keptMutex);
+    const auto kept = keptConnections.find(nameOf(connection));
+    if (kept != keptConnections.end()) return kept->second;
+  }
   try {
     if (address == "local")
       return boost::shared_ptr<QXL::QXLRequestTransport>(new LocalTransport());

@@ -15,6 +15,9 @@ struct StageText {
 
 // What a stage does, for people.
 constexpr StageText stageTexts[] = {
+    {"connect", "reach the server"},
+    {"measure", "measure the server"},
+    {"survey", "look at the server's files"},
     {"create", "open a session"},
     {"init", "check the parameters"},
     {"lockVPS", "lock the container id"},

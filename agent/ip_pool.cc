@@ -1,6 +1,8 @@
 // Addresses from the host's pool: IP_POOL="FIRST-LAST[/PREFIX] ..." of the host
 // settings, IPv4.
 
+#include "agent/ip_pool.h"
+
 #include <arpa/inet.h>
 
 #include <algorithm>
@@ -49,31 +51,37 @@ bool parseRange(const std::string& text, Range& range) {
          range.first <= range.last;
 }
 
-// Addresses that registered containers have.
-std::set<std::string> usedAddresses() {
-  std::set<std::string> used;
+}  // namespace
+
+namespace agent {
+
+std::map<std::string, std::string> containerAddresses(long long exceptCtid) {
+  std::map<std::string, std::string> used;
   std::error_code error;
   const QXA::QXAEnvConfigBashParser parser((QXL::QXLVocCacheLocal()));
-  for (const auto& entry : std::filesystem::directory_iterator(agent::containerConfigDir, error)) {
-    if (entry.path().extension() != ".conf") continue;
+  for (const auto& entry : std::filesystem::directory_iterator(containerConfigDir, error)) {
+    const std::string id = entry.path().stem();
+    if (entry.path().extension() != ".conf" || id == std::to_string(exceptCtid)) continue;
     QXA::QXAEnvConfig config;
     if (parser.read(entry.path(), config) != 0) continue;
+    const auto take = [&](const std::vector<QXL::QXLIPAddress>& addresses) {
+      for (const QXL::QXLIPAddress& address : addresses) {
+        if (address.text != "dhcp" && address.text != "auto")
+          used[bare(address.text)] = "container " + id;
+      }
+    };
     std::optional<std::vector<QXL::QXLIPAddress>> addresses;
     config.getAddresses(addresses);
-    if (addresses) {
-      for (const QXL::QXLIPAddress& address : *addresses) used.insert(bare(address.text));
-    }
+    if (addresses) take(*addresses);
     std::optional<std::vector<QXA::QXANetVEth>> interfaces;
     config.getNetVEths(interfaces);
     if (!interfaces) continue;
-    for (const QXA::QXANetVEth& interface : *interfaces) {
-      for (const QXL::QXLIPAddress& address : interface.addresses) used.insert(bare(address.text));
-    }
+    for (const QXA::QXANetVEth& interface : *interfaces) take(interface.addresses);
   }
   return used;
 }
 
-}  // namespace
+}  // namespace agent
 
 namespace QXA::IPAutoAllocation {
 
@@ -87,7 +95,8 @@ int Builder::allocate(const QXANetVEth& interface, QXL::QXLIPAddress& address) {
     return agent::fail("no address for " + interface.name + ": IP_POOL is not set in " +
                        agent::hostSettingsPath);
   }
-  std::set<std::string> used = usedAddresses();
+  std::set<std::string> used;
+  for (const auto& [taken, holder] : agent::containerAddresses(0)) used.insert(taken);
   for (const std::string& given : m_given) used.insert(given);
   std::istringstream stream(pool);
   for (std::string text; stream >> text;) {

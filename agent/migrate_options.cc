@@ -21,13 +21,31 @@ std::string joined(const std::vector<std::string>& words) {
 
 boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams> makeParams(const MigrateOptions& options) {
   const QXA::QXAEnvConfigBashParser parser((QXL::QXLVocCacheLocal()));
-  boost::shared_ptr<QXA::QXAEnvConfig> base(new QXA::QXAEnvConfig());
-  if (!options.configFile.empty() && parser.read(options.configFile, *base) != 0) {
-    throw std::runtime_error("--config " + QXL::getErrorMessage());
+  // Options are variables of the same file, so all go one road.
+  const auto read = [&](const QXA::QXAEnvConfig& config) {
+    ShellVariables variables;
+    parseShell(parser.format(config), variables);
+    return variables;
+  };
+  QXA::QXAEnvConfig measured;
+  if (parser.parse(options.measuredConfig, measured) != 0) {
+    throw std::runtime_error("the measurement: " + QXL::getErrorMessage());
   }
-  // Options are variables of the same file, so both go one road.
-  ShellVariables variables;
-  parseShell(parser.format(*base), variables);
+  ShellVariables variables = read(measured);
+  if (!options.configFile.empty()) {
+    QXA::QXAEnvConfig file;
+    if (parser.read(options.configFile, file) != 0) {
+      throw std::runtime_error("--config " + QXL::getErrorMessage());
+    }
+    const ShellVariables given = read(file);
+    // The two say one thing: one of them from the file and the other measured would
+    // disagree.
+    if (given.count("NETIF") || given.count("IP_ADDRESS")) {
+      variables.erase("NETIF");
+      variables.erase("IP_ADDRESS");
+    }
+    for (const auto& [name, value] : given) variables[name] = value;
+  }
   const auto put = [&](const char* name, const std::string& value) {
     if (!value.empty()) variables[name] = value;
   };
@@ -46,7 +64,7 @@ boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams> makeParams(const MigrateOp
   for (const char* name : {"DISKSPACE", "DISKINODES"}) {
     variables.emplace(name, "unlimited:unlimited");
   }
-  if (!variables.count("DISTRIBUTION")) {
+  if (options.distributionRequired && variables["DISTRIBUTION"].empty()) {
     throw std::runtime_error(
         "the server's distribution is not known: give --distribution NAME-VERSION");
   }

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <atomic>
 #include <filesystem>
 #include <stdexcept>
 
@@ -14,6 +15,9 @@ namespace {
 constexpr const char* libraryName = "libqxlinmigrate.so";
 constexpr const char* operatorFactories[] = {"factoryQXLinMigrateP2VSerializeOperator",
                                              "factoryQXLinMigrateP2VDeserializeOperator"};
+
+// The loaded plug-in, for those who call it by name.
+std::atomic<void*> current{nullptr};
 
 void* symbol(void* handle, const std::string& path, const char* name) {
   void* address = dlsym(handle, name);
@@ -44,6 +48,7 @@ Plugin::Plugin(const std::string& path) {
       OperatorRegistry::instance().add(factory);
       operators_.push_back(factory->getName());
     }
+    current = handle_;
   } catch (...) {
     dlclose(handle_);
     throw;
@@ -51,9 +56,15 @@ Plugin::Plugin(const std::string& path) {
 }
 
 Plugin::~Plugin() {
+  current = nullptr;
   for (const std::string& name : operators_) OperatorRegistry::instance().remove(name);
   callEntry(handle_, libraryName, "finiLibrary");
   dlclose(handle_);
+}
+
+void* Plugin::currentSymbol(const char* name) {
+  void* const handle = current;
+  return handle ? dlsym(handle, name) : nullptr;
 }
 
 std::string Plugin::defaultPath() {

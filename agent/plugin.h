@@ -23,6 +23,10 @@ class Plugin {
   // or the plain name.
   static std::string defaultPath();
 
+  // An exported symbol of the plug-in that this process has loaded; null when there
+  // is none, or no plug-in.
+  static void* currentSymbol(const char* name);
+
  private:
   void* handle_ = nullptr;
   std::vector<std::string> operators_;

@@ -9,6 +9,7 @@
 #include "agent/server.h"
 #include "agent/signals.h"
 #include "agent/stdio_server.h"
+#include "agent/survey_operator.h"
 #include "agent/version.h"
 
 namespace {
@@ -21,6 +22,7 @@ int serve(const std::string& address, bool stdio, const std::string& library, in
   agent::setLogLevel(1 + verbosity);
   const int stopFd = agent::catchStopSignals();
   const agent::Plugin plugin(library.empty() ? agent::Plugin::defaultPath() : library);
+  agent::registerSurveyOperator();
   if (stdio) {
     agent::serveStdio(stopFd);
     return 0;

@@ -1,0 +1,37 @@
+// What a plan needs to know of the container host.
+#ifndef QX_AGENT_NODE_FACTS_H
+#define QX_AGENT_NODE_FACTS_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "framework/migrate_params.h"
+
+namespace agent {
+
+struct NodeFacts {
+  bool containerExists = false;
+  std::string lockHolder;   // what holds the container id's lock; empty when it is free
+  std::string privateArea;  // where the copy will be
+  long long freeBytes = 0;
+  long long freeInodes = -1;  // -1: the file system has no fixed number
+  // Host of each address that is taken, without prefix: "this host" or
+  // "container 102".
+  std::map<std::string, std::string> addresses;
+  std::string distributionScript;  // path; empty when the table has none
+  bool distributionScriptExists = false;
+  std::vector<std::string> distributions;  // names that the table has
+  bool cgroupV1 = false;  // systemd's own hierarchy, or a controller, of the generation
+  bool cgroupV2 = false;
+  // Containers get ids of their own, 65536 of them.
+  bool unprivileged = false;
+};
+
+// Looks at this machine for a migration with these parameters. Throws
+// std::runtime_error when the host's settings cannot be read.
+NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params);
+
+}  // namespace agent
+
+#endif

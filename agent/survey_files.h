@@ -1,0 +1,42 @@
+// A bounded look at the files that are to be copied.
+#ifndef QX_AGENT_SURVEY_FILES_H
+#define QX_AGENT_SURVEY_FILES_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "agent/cancel.h"
+
+namespace agent {
+
+struct FileCount {
+  long long bytes = 0;  // allocated; a file of several names counts once
+  long long files = 0;  // inodes
+};
+
+struct FileFindings {
+  bool complete = false;
+  std::map<dev_t, FileCount> perDevice;
+  uid_t largestUid = 0;
+  gid_t largestGid = 0;
+  std::string largestUidPath, largestGidPath;
+  std::vector<std::string> immutableFiles;  // the first ten
+  long long immutableCount = 0;
+};
+
+// Walks from `root` over directories of the given devices, without following
+// links. Places where immutable files are likely come first, in case time runs
+// out. What matches a pattern (fnmatch, "*" does not span "/") is left out with
+// everything below it. `cancel` may be null.
+FileFindings lookAtFiles(const std::string& root, const std::set<dev_t>& devices,
+                         const std::vector<std::string>& excludes, std::chrono::seconds patience,
+                         const CancelToken* cancel);
+
+}  // namespace agent
+
+#endif
