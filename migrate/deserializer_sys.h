@@ -20,7 +20,7 @@ class DRAHN2VPSMigrateDeserializerSys : public QXLinMigrateP2VDeserializer,
                                         public QXL::QXLHaulSerializerBaseLocalPrototype {
  public:
   explicit DRAHN2VPSMigrateDeserializerSys(
-      const boost::intrusive_ptr<QXL::QXLAccessProviderPrototype>& access);
+      boost::intrusive_ptr<QXL::QXLAccessProviderPrototype> access);
   ~DRAHN2VPSMigrateDeserializerSys() override;
 
   // Takes the lock of the container id.

@@ -47,7 +47,7 @@ P2V::LocalDeserializerFactory P2V::newLocalDeserializerFactory() {
 }
 
 DRAHN2VPSMigrateSerializerSys::DRAHN2VPSMigrateSerializerSys(
-    const boost::intrusive_ptr<QXL::QXLAccessProviderPrototype>& access)
+    boost::intrusive_ptr<QXL::QXLAccessProviderPrototype> access)  // NOLINT: part of the contract
     : QXLHaulSerializerBaseLocalPrototype(access) {}
 
 DRAHN2VPSMigrateSerializerSys::~DRAHN2VPSMigrateSerializerSys() = default;
@@ -85,7 +85,7 @@ int DRAHN2VPSMigrateSerializerSys::finish() {
 }
 
 DRAHN2VPSMigrateDeserializerSys::DRAHN2VPSMigrateDeserializerSys(
-    const boost::intrusive_ptr<QXL::QXLAccessProviderPrototype>& access)
+    boost::intrusive_ptr<QXL::QXLAccessProviderPrototype> access)  // NOLINT: part of the contract
     : QXLHaulSerializerBaseLocalPrototype(access) {}
 
 DRAHN2VPSMigrateDeserializerSys::~DRAHN2VPSMigrateDeserializerSys() = default;

@@ -17,7 +17,7 @@ class DRAHN2VPSMigrateSerializerSys : public QXLinMigrateP2VSerializer,
                                       public QXL::QXLHaulSerializerBaseLocalPrototype {
  public:
   explicit DRAHN2VPSMigrateSerializerSys(
-      const boost::intrusive_ptr<QXL::QXLAccessProviderPrototype>& access);
+      boost::intrusive_ptr<QXL::QXLAccessProviderPrototype> access);
   ~DRAHN2VPSMigrateSerializerSys() override;
 
   // Starts rsync as a server that sends "/" over the channel's descriptors and

@@ -1,10 +1,10 @@
 #include "migrate/stage.h"
 
 #include <cstdarg>
-#include <cstdio>
 
 #include "frame/plugin.h"
 #include "framework/access.h"
+#include "quota/formatted.h"
 
 namespace P2V {
 
@@ -20,14 +20,8 @@ int Stage::refuse() { return m_request.endCommand({kAccessDenied, ""}); }
 int Stage::fail(const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  va_list again;
-  va_copy(again, arguments);
-  const int length = std::vsnprintf(nullptr, 0, format, arguments);
-  std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
-  std::vsnprintf(text.data(), text.size() + 1, format, again);
-  va_end(again);
+  context()->setLastError(-1, QuotaMgmt::formattedList(format, arguments));
   va_end(arguments);
-  context()->setLastError(-1, text);
   return end();
 }
 

@@ -31,16 +31,16 @@ std::string parseLine(const std::string& line, const std::string& dump, std::siz
   const std::vector<std::string> words = Expand::split(" ", line, 0);
   const auto section = sections.find(words[0]);
   if (section == sections.end()) return "Signature was not recognized";
-  // A line cut off before its numbers is refused: read as zeros it would silently
-  // clear the container's quotas.
-  if (words.size() < 3) return "Value is missing";
-  long offset = 0;
-  long length = 0;
-  std::string problem = parseNumber(words[1], offset);
-  if (problem.empty()) problem = parseNumber(words[2], length);
-  if (!problem.empty()) return problem;
-  *section->second =
-      dump.substr(body + static_cast<std::size_t>(offset), static_cast<std::size_t>(length));
+  long numbers[2] = {0, 0};
+  for (std::size_t i = 0; i < 2; ++i) {
+    // A line cut off before its numbers is refused: read as zeros it would silently
+    // clear the container's quotas.
+    if (words.size() <= i + 1) return "Value is missing";
+    const std::string problem = parseNumber(words[i + 1], numbers[i]);
+    if (!problem.empty()) return problem;
+  }
+  *section->second = dump.substr(body + static_cast<std::size_t>(numbers[0]),
+                                 static_cast<std::size_t>(numbers[1]));
   return "";
 }
 

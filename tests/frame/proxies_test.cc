@@ -100,6 +100,20 @@ TEST_F(Proxies, FailureComesBackUnchangedAndLeavesTheVariableAlone) {
   EXPECT_EQ(ends.error(), "lockVPS failed");
 }
 
+TEST_F(Proxies, AnswerWithoutItsFieldIsAnError) {
+  long long bytes = 42;
+  std::string text = "old";
+  Journal::instance().silent = "getUsageDiskSpace";
+  EXPECT_NE(ends.call(ends.source, [&](auto& end) { return end.getUsageDiskSpace(&bytes); }), 0);
+  Journal::instance().silent = "dumpQuota";
+  EXPECT_NE(ends.call(ends.source, [&](auto& end) { return end.dumpQuota(&text); }), 0);
+  Journal::instance().silent = "getFreeDiskSpace";
+  EXPECT_NE(ends.call(ends.destination, [&](auto& end) { return end.getFreeDiskSpace(&bytes); }),
+            0);
+  EXPECT_EQ(bytes, 42);
+  EXPECT_EQ(text, "old");
+}
+
 TEST_F(Proxies, FinishEndsTheWorkers) {
   EXPECT_EQ(ends.call(ends.source, [](auto& end) { return end.finish(); }), 0);
   EXPECT_EQ(ends.call(ends.destination, [](auto& end) { return end.finish(); }), 0);
