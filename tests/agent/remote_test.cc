@@ -209,7 +209,6 @@ TEST(Connect, AddressesThatLeadNowhereAreNamed) {
   EXPECT_EQ(connectProblem("unix:/" + std::string(200, 'x')),
             "'/" + std::string(200, 'x') +
                 "' cannot be the path of a socket: it must have 1 to 107 bytes");
-
 }
 
 TEST(Connect, APeerThatIsNoAgentIsRefused) {

@@ -96,8 +96,8 @@ TEST(Runner, TheEnvironmentIsTheAgents) {
 
 TEST(Runner, TheProgramLeadsItsOwnGroupWithDefaultSignals) {
   GenExec runner(16384);
-  runner.execWithOnlyError(
-      Shell("cut -d' ' -f1,5 /proc/$$/stat; exec cat /proc/self/status"), 2, 80000);
+  runner.execWithOnlyError(Shell("cut -d' ' -f1,5 /proc/$$/stat; exec cat /proc/self/status"), 2,
+                           80000);
   const std::string output = runner.getOutput(2);
   std::istringstream lines(output);
   std::string pid, group;
