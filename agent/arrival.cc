@@ -4,10 +4,11 @@ namespace agent {
 
 namespace {
 
-// Runs a shell program, which must not hold a single quote, as root.
+// Runs a shell program, which must not hold a single quote, as root. What sudo says
+// is read by explainSshFailure, in English only.
 std::string asRoot(const std::string& program) {
   return "/bin/sh -c 'if [ \"`id -u`\" = 0 ]; then exec /bin/sh -c \"$0\"; "
-         "else exec sudo -n -- /bin/sh -c \"$0\"; fi' '" +
+         "else LC_ALL=C; export LC_ALL; exec sudo -n -- /bin/sh -c \"$0\"; fi' '" +
          program + "'";
 }
 

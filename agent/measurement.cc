@@ -58,7 +58,7 @@ class Companion {
  private:
   void run(long long duration) {
     const auto began = std::chrono::steady_clock::now();
-    int shown = -1;
+    int shown = 0;
     std::unique_lock lock(mutex_);
     while (!changed_.wait_for(lock, std::chrono::milliseconds(100), [this]() { return done_; })) {
       if (cancel_ && cancel_->isCancelled()) {
@@ -68,7 +68,7 @@ class Companion {
       const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - began;
       const double length = static_cast<double>(std::max(duration, 1LL));
       const int percent = std::min(99, static_cast<int>(passed.count() * 100 / length));
-      if (percent < shown + 10) continue;
+      if (percent < shown + 20) continue;
       shown = percent;
       QXL::QXLRequestProgressData data("");
       data.description = "measuring the server";

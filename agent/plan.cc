@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
+#include <limits>
 #include <sstream>
 
 #include "agent/plan_text.h"
@@ -82,12 +84,27 @@ class Checks {
         block("Not enough " + what + " on the node: " + shown(needed) + " are needed, " +
               shown(free) + " are free.");
       } else if (free - needed < needed / 100 * spaceMarginPercent) {
-        warn("Little " + what + " on the node: the copy leaves " + shown(free - needed) +
-             ", less than " + std::to_string(spaceMarginPercent) + " % of it.");
+        warn("Hardly any " + what + " to spare on the node: the copy leaves " +
+             shown(free - needed) + ", less than " + std::to_string(spaceMarginPercent) +
+             " % of it.");
       }
     };
     compare(plan_.bytes, node.freeBytes, "disk space", bytesText);
     if (node.freeInodes >= 0) compare(plan_.files, node.freeInodes, "inodes", countText);
+    const auto limit = [&](const char* name) {
+      for (const PlannedLimit& row : plan_.limits) {
+        if (row.name == name && row.hard != "unlimited") {
+          return strtoll(row.hard.c_str(), nullptr, 10);
+        }
+      }
+      return std::numeric_limits<long long>::max();
+    };
+    if (limit("diskspace") < plan_.bytes / 1024) {
+      warn("The container's disk limit is less than what is copied: give --diskspace.");
+    }
+    if (limit("diskinodes") < plan_.files) {
+      warn("The container's inode limit is less than what is copied: give --diskinodes.");
+    }
     if (!plan_.counted) {
       note("There are too many files to look at each: sizes are those of the file systems.");
     }

@@ -77,7 +77,7 @@ void surveyFileSystems(const SurveyRequest& request, Survey& survey) {
   const std::set<std::string> kernelOnly = virtualTypes();
   std::set<std::string> points;
   std::map<dev_t, size_t> devices;
-  std::vector<MountLine> mounts = parseMounts(contentsOf("/proc/self/mounts"));
+  const std::vector<MountLine> mounts = parseMounts(contentsOf("/proc/self/mounts"));
   // Of mounts over each other only the last is seen.
   std::map<std::string, size_t> last;
   for (size_t i = 0; i < mounts.size(); ++i) last[mounts[i].mountPoint] = i;
@@ -123,8 +123,9 @@ void surveyFileSystems(const SurveyRequest& request, Survey& survey) {
     survey.fileSystems.push_back(found);
   }
 
-  std::set<dev_t> copied;
-  for (const auto& [device, place] : devices) copied.insert(device);
+  std::map<std::string, bool> copied;
+  for (const MountLine& mount : mounts) copied[mount.mountPoint] = false;
+  for (const auto& [device, place] : devices) copied[survey.fileSystems[place].mountPoint] = true;
   const CurrentRequest* current = CurrentRequest::get();
   const FileFindings files =
       lookAtFiles("/", copied, request.excludes,
@@ -140,10 +141,10 @@ void surveyFileSystems(const SurveyRequest& request, Survey& survey) {
   if (!files.complete) return;
   for (const auto& [device, place] : devices) {
     SurveyedFileSystem& found = survey.fileSystems[place];
-    const auto count = files.perDevice.find(device);
+    const auto count = files.perMount.find(found.mountPoint);
     found.counted = true;
-    found.bytes = count == files.perDevice.end() ? 0 : count->second.bytes;
-    found.files = count == files.perDevice.end() ? 0 : count->second.files;
+    found.bytes = count == files.perMount.end() ? 0 : count->second.bytes;
+    found.files = count == files.perMount.end() ? 0 : count->second.files;
   }
 }
 

@@ -10,6 +10,8 @@
 
 #include <deque>
 #include <memory>
+#include <set>
+#include <tuple>
 
 #include "agent/unique_fd.h"
 
@@ -31,20 +33,21 @@ struct CloseDir {
 
 class Walk {
  public:
-  Walk(const std::set<dev_t>& devices, const std::vector<std::string>& excludes,
+  Walk(const std::map<std::string, bool>& mounts, const std::vector<std::string>& excludes,
        Clock::time_point end, const CancelToken* cancel)
-      : devices_(devices), excludes_(excludes), end_(end), cancel_(cancel) {}
+      : mounts_(mounts), excludes_(excludes), end_(end), cancel_(cancel) {}
 
   // Breadth first. False when time ran out.
   bool run(const std::string& start) {
-    std::deque<std::string> waiting;
     struct stat info;
     if (lstat(start.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return true;
-    if (!devices_.count(info.st_dev) || !firstVisit(info)) return true;
-    note(start, info);
-    waiting.push_back(start);
+    std::string owner = ownerOf(start);
+    if (owner.empty() || !firstVisit(info)) return true;
+    note(start, owner, info);
+    std::deque<std::pair<std::string, std::string>> waiting = {{start, owner}};
     while (!waiting.empty()) {
-      const std::string directory = std::move(waiting.front());
+      std::string directory;
+      std::tie(directory, owner) = std::move(waiting.front());
       waiting.pop_front();
       const std::unique_ptr<DIR, CloseDir> dir(opendir(directory.c_str()));
       if (!dir) continue;
@@ -57,12 +60,15 @@ class Walk {
         }
         const std::string path = prefix + name;
         if (isExcluded(path)) continue;
+        const auto mount = mounts_.find(path);
+        // Before anything asks a file system that may not answer.
+        if (mount != mounts_.end() && !mount->second) continue;
         if (fstatat(dirfd(dir.get()), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) != 0) continue;
-        if (!devices_.count(info.st_dev)) continue;
         const bool isDirectory = S_ISDIR(info.st_mode);
         if ((isDirectory || info.st_nlink > 1) && !firstVisit(info)) continue;
-        note(path, info);
-        if (isDirectory) waiting.push_back(path);
+        const std::string& below = mount != mounts_.end() ? path : owner;
+        note(path, below, info);
+        if (isDirectory) waiting.push_back({path, below});
       }
     }
     return true;
@@ -71,6 +77,18 @@ class Walk {
   FileFindings findings;
 
  private:
+  // The mount point that a path belongs to; empty when its files do not count.
+  std::string ownerOf(std::string path) const {
+    for (;;) {
+      if (isExcluded(path)) return "";
+      const auto mount = mounts_.find(path);
+      if (mount != mounts_.end()) return mount->second ? path : "";
+      const size_t slash = path.rfind('/');
+      if (slash == std::string::npos || path == "/") return "";
+      path.resize(slash == 0 ? 1 : slash);
+    }
+  }
+
   bool isExcluded(const std::string& path) const {
     for (const std::string& pattern : excludes_) {
       if (fnmatch(pattern.c_str(), path.c_str(), FNM_PATHNAME) == 0) return true;
@@ -82,8 +100,8 @@ class Walk {
     return visited_.insert({info.st_dev, info.st_ino}).second;
   }
 
-  void note(const std::string& path, const struct stat& info) {
-    FileCount& count = findings.perDevice[info.st_dev];
+  void note(const std::string& path, const std::string& owner, const struct stat& info) {
+    FileCount& count = findings.perMount[owner];
     count.bytes += static_cast<long long>(info.st_blocks) * 512;
     ++count.files;
     if (info.st_uid > findings.largestUid) {
@@ -104,7 +122,7 @@ class Walk {
     if (findings.immutableFiles.size() < immutableShown) findings.immutableFiles.push_back(path);
   }
 
-  const std::set<dev_t>& devices_;
+  const std::map<std::string, bool>& mounts_;
   const std::vector<std::string>& excludes_;
   Clock::time_point end_;
   const CancelToken* cancel_;
@@ -114,10 +132,10 @@ class Walk {
 
 }  // namespace
 
-FileFindings lookAtFiles(const std::string& root, const std::set<dev_t>& devices,
+FileFindings lookAtFiles(const std::string& root, const std::map<std::string, bool>& mounts,
                          const std::vector<std::string>& excludes, std::chrono::seconds patience,
                          const CancelToken* cancel) {
-  Walk walk(devices, excludes, Clock::now() + patience, cancel);
+  Walk walk(mounts, excludes, Clock::now() + patience, cancel);
   const std::string prefix = root == "/" ? "" : root;
   walk.findings.complete = true;
   for (const char* place : likelyPlaces) {

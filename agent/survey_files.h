@@ -6,7 +6,6 @@
 
 #include <chrono>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -21,7 +20,7 @@ struct FileCount {
 
 struct FileFindings {
   bool complete = false;
-  std::map<dev_t, FileCount> perDevice;
+  std::map<std::string, FileCount> perMount;  // by mount point
   uid_t largestUid = 0;
   gid_t largestGid = 0;
   std::string largestUidPath, largestGidPath;
@@ -29,11 +28,13 @@ struct FileFindings {
   long long immutableCount = 0;
 };
 
-// Walks from `root` over directories of the given devices, without following
-// links. Places where immutable files are likely come first, in case time runs
-// out. What matches a pattern (fnmatch, "*" does not span "/") is left out with
-// everything below it. `cancel` may be null.
-FileFindings lookAtFiles(const std::string& root, const std::set<dev_t>& devices,
+// Walks from `root` without following links. `mounts` has every mount point below,
+// and whether its files count; those that do not are not entered. Places where
+// immutable files are likely come first, in case time runs out. What matches a
+// pattern (fnmatch, "*" does not span "/") is left out with everything below it.
+// Mount points and patterns are full paths, as the walk makes them from `root`.
+// `cancel` may be null.
+FileFindings lookAtFiles(const std::string& root, const std::map<std::string, bool>& mounts,
                          const std::vector<std::string>& excludes, std::chrono::seconds patience,
                          const CancelToken* cancel);
 

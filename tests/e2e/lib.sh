@@ -142,7 +142,7 @@ migrate() {
 begin_migration() {
   : >"$out"
   # A job in the background is deaf to SIGINT unless told otherwise.
-  env --default-signal=INT qxmigrate "$source" --ctid "$ctid" --distribution "$distribution" \
+  env --default-signal=INT qxmigrate "$source" --ctid "$ctid" --no-measure --distribution "$distribution" \
     --hostname "$server" --stop-service nginx --stop-service ticker "$@" >"$out" 2>&1 &
   migration=$!
 }
