@@ -76,7 +76,7 @@ std::string countText(long long count) {
   const size_t first = text[0] == '-' ? 1 : 0;
   for (size_t at = text.size(); at > first + 3;) {
     at -= 3;
-    text.insert(at, ",");
+    text.insert(at, 1, ',');
   }
   return text;
 }
