@@ -60,8 +60,11 @@ class Companion {
     const auto began = std::chrono::steady_clock::now();
     int shown = 0;
     std::unique_lock lock(mutex_);
-    while (!changed_.wait_for(lock, std::chrono::milliseconds(100), [this]() { return done_; })) {
+    auto pause = std::chrono::milliseconds(100);
+    while (!changed_.wait_for(lock, pause, [this]() { return done_; })) {
       if (cancel_ && cancel_->isCancelled()) {
+        // The calculator's programs live for some milliseconds each.
+        pause = std::chrono::milliseconds(2);
         for (const pid_t program : descendantsOfThread(measuring_)) kill(program, SIGTERM);
         continue;
       }
