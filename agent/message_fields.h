@@ -18,6 +18,9 @@ inline constexpr int fieldSucceeded = 9002;
 // The stage that stops a server's services.
 inline constexpr const char* stageStopServices = "stopServices";
 
+// The error code of a caller who lacks the right to a stage.
+inline constexpr int accessDenied = 414;
+
 }  // namespace agent
 
 #endif

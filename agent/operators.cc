@@ -36,11 +36,19 @@ void QXLHaulControlOperatorPrototype::process(const std::string& method,
     addError(out, QXLErrors, 409, "stage '" + method + "' before init");
     return;
   }
-  if (method == agent::stageStopServices) {
-    m_servicesStopped = true;
-    agent::rememberStopped(m_params.get());
-  }
+  // Remembered before: the agent may be killed while it stops them.
+  const bool stops = method == agent::stageStopServices;
+  if (stops) agent::rememberStopped(m_params.get());
   QXLOperatorFunctionalPrototype::process(method, in, out);
+  if (stops) {
+    const auto* message = dynamic_cast<const agent::Message*>(out.get());
+    const auto error = message ? message->firstError() : std::nullopt;
+    if (error && error->first == agent::accessDenied) {
+      agent::forgetStopped();
+    } else {
+      m_servicesStopped = true;
+    }
+  }
   if (m_serializer) complete(0, out);
 }
 
