@@ -69,8 +69,9 @@ std::string arrivalCommand(uint64_t bytes, const std::string& sha256) {
 }
 
 std::string channelCommand(const std::string& token) {
-  return asRoot(std::string("QXA_TMPDIR=") + arrivalDir + " exec " + bundleLoader +
-                " --library-path " + bundleLibraries + " " + bundleAgent + " channel " + token);
+  return asRoot(std::string("echo \"") + channelBegins + "\"; QXA_TMPDIR=" + arrivalDir + " exec " +
+                bundleLoader + " --library-path " + bundleLibraries + " " + bundleAgent +
+                " channel " + token);
 }
 
 }  // namespace agent

@@ -26,7 +26,8 @@ inline constexpr const char* bundleAgent = "/var/qxagent.tmp/bin/qxagent";
 std::string arrivalCommand(uint64_t bytes, const std::string& sha256);
 
 // The remote command that gives its standard streams to the agent as a data
-// channel.
+// channel. Its bytes come after a line of this text: login scripts may print.
+inline constexpr const char* channelBegins = "QX channel";
 std::string channelCommand(const std::string& token);
 
 }  // namespace agent

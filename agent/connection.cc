@@ -180,6 +180,7 @@ void Connection::run() {
         break;
       }
     } else if (now >= heard + times_.dead) {
+      silent_ = true;
       close("nothing was heard for " +
             std::to_string(std::chrono::duration_cast<std::chrono::seconds>(times_.dead).count()) +
             " seconds");

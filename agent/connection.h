@@ -43,6 +43,9 @@ class Connection : public FrameSink {
   // Ends the reading thread from any thread; onLost is called if it was not yet.
   void close(const std::string& reason);
 
+  // The connection ended because nothing was heard of the peer.
+  bool wasSilent() const { return silent_; }
+
   // close(""), and waits for the reading thread. Not from a handler.
   void stop();
 
@@ -63,6 +66,7 @@ class Connection : public FrameSink {
   UniqueFd wake_;
   std::mutex writeMutex_;
   std::atomic<bool> closed_{false};
+  std::atomic<bool> silent_{false};
   std::atomic<bool> sentSinceBeat_{false};
   std::mutex reasonMutex_;
   std::string reason_;

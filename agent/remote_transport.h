@@ -31,6 +31,7 @@ class RemoteTransport : public QXL::QXLRequestTransport {
  protected:
   // Leaves; calls end with error 410. Returns when the connection's thread has.
   void disconnect();
+  bool peerWasSilent() const { return connection_.wasSilent(); }
 
  private:
   std::string peer_;

@@ -23,7 +23,7 @@ namespace agent {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr std::chrono::seconds leavePatience(60);
+constexpr std::chrono::seconds channelPatience(30);
 constexpr size_t maxErrorText = 65536;
 constexpr size_t maxLine = 4096;
 // What login scripts of the server may print before the agent's program talks.
@@ -71,6 +71,29 @@ bool hasAesInstructions() {
   return text.find(" aes ") != std::string::npos || text.find(" aes\n") != std::string::npos;
 }
 
+// Takes what comes before the bytes of a data channel off it. False if they do not
+// begin in time.
+bool skipToChannel(int fd) {
+  const Clock::time_point giveUpAt = Clock::now() + channelPatience;
+  std::string line;
+  for (int noise = 0; noise <= maxNoiseLines && Clock::now() < giveUpAt;) {
+    pollfd entry{fd, POLLIN, 0};
+    if (::poll(&entry, 1, 1000) <= 0) continue;
+    char byte;
+    const ssize_t count = read(fd, &byte, 1);
+    if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) return false;
+    if (count < 0) continue;
+    if (byte != '\n') {
+      if (line.size() < maxLine) line += byte;
+      continue;
+    }
+    if (line == channelBegins) return true;
+    line.clear();
+    ++noise;
+  }
+  return false;
+}
+
 }  // namespace
 
 SshSession::SshSession(const SshAddress& address, std::vector<std::string> options)
@@ -87,7 +110,7 @@ SshSession::~SshSession() {
   // The end of its input tells the agent to go; the program that started it
   // cleans up and ends, and with it the connection.
   input_.reset();
-  const Clock::time_point giveUpAt = Clock::now() + leavePatience;
+  const Clock::time_point giveUpAt = Clock::now() + leavePatience_;
   while (master_.started() && !master_.poll() && Clock::now() < giveUpAt) {
     // Nobody else reads what is still coming.
     if (output_) {
@@ -110,6 +133,8 @@ SshSession::~SshSession() {
     std::filesystem::remove_all(controlDir_, error);
   }
 }
+
+void SshSession::abandon() { leavePatience_ = std::chrono::seconds(5); }
 
 std::vector<std::string> SshSession::command(bool master, const std::string& remote) const {
   std::vector<std::string> argv = {program_, "-T", "-x", "-a"};
@@ -294,7 +319,7 @@ void SshSession::startErrorThread() {
 
 boost::intrusive_ptr<LocalChannelEnd> SshSession::openChannel(const std::string& token,
                                                               int pipeBytes) {
-  const ChannelPair pair = makeChannelPair(pipeBytes);
+  ChannelPair pair = makeChannelPair(pipeBytes);
   if (!pair.first) return nullptr;
   ChildOptions options;
   options.streams[0] = pair.second->getInputFd();
@@ -307,6 +332,12 @@ boost::intrusive_ptr<LocalChannelEnd> SshSession::openChannel(const std::string&
     return nullptr;
   }
   channels_.push_back(std::move(child));
+  // ssh alone holds that end: its death is the end of the stream.
+  pair.second.reset();
+  if (!skipToChannel(pair.first->getInputFd())) {
+    fail("a data channel to " + address_.target() + " could not be opened");
+    return nullptr;
+  }
   return pair.first;
 }
 

@@ -2,6 +2,7 @@
 #ifndef QX_AGENT_SSH_SESSION_H
 #define QX_AGENT_SSH_SESSION_H
 
+#include <chrono>
 #include <list>
 #include <memory>
 #include <string>
@@ -28,6 +29,9 @@ class SshSession {
   // (up to 60 seconds), and ends every ssh process.
   ~SshSession();
 
+  // Nothing comes from the server any more: the destructor waits 5 seconds only.
+  void abandon();
+
   // Throws std::runtime_error with a text for people. The handler (may be null)
   // hears of the steps; `cancel` (may be null) ends the waiting.
   void start(const Bundle& bundle, QXL::QXLProgressHandlerPrototype* handler,
@@ -37,7 +41,8 @@ class SshSession {
   UniqueFd takeInput() { return std::move(output_); }
   UniqueFd takeOutput() { return std::move(input_); }
 
-  // Starts a session that joins the agent's channel `token` to two new pipes.
+  // Starts a session that joins the agent's channel `token` to two new pipes, and
+  // waits until login scripts of the server have printed what they print there.
   // Null with QXL::getErrorMessage() set when that fails.
   boost::intrusive_ptr<LocalChannelEnd> openChannel(const std::string& token, int pipeBytes);
 
@@ -58,6 +63,7 @@ class SshSession {
   UniqueFd output_;  // from the server
   UniqueFd errors_, errorsWrite_;
   UniqueFd stopErrors_;
+  std::chrono::seconds leavePatience_{60};
   std::string errorText_;
   std::string unread_;
   std::thread errorThread_;

@@ -14,6 +14,7 @@ SshTransport::SshTransport(std::unique_ptr<SshSession> session, const std::strin
 
 SshTransport::~SshTransport() {
   disconnect();
+  if (peerWasSilent()) session_->abandon();
   session_.reset();
 }
 

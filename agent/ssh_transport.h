@@ -15,7 +15,8 @@ class SshTransport : public RemoteTransport {
  public:
   // The session must have been started.
   explicit SshTransport(std::unique_ptr<SshSession> session, const std::string& peer);
-  // Returns when the server is left clean.
+  // Returns when the server is left clean, or soon if nothing is heard of it: then
+  // it cleans up by itself.
   ~SshTransport() override;
 
   boost::intrusive_ptr<QXL::QXLChannelPrototype> createChannel(
