@@ -18,11 +18,16 @@ constexpr char kPartition[] = "/";
 // output tells a failure.
 bool runDu(P2V::Stage& stage, const std::string& command, std::string& output) {
   std::string errorOutput;
+  // A process that ends while du is in its /proc directory makes some versions give
+  // up without a total; the next run meets another moment.
+  constexpr int kAttempts = 5;
   // du counts 1024-byte blocks unless the environment says otherwise. The variables
   // go only for this command; the process's own environment is everybody's.
-  Expand::runscript("unset DU_BLOCK_SIZE BLOCK_SIZE BLOCKSIZE POSIXLY_CORRECT; " + command, output,
-                    errorOutput);
-  if (!output.empty()) return true;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    Expand::runscript("unset DU_BLOCK_SIZE BLOCK_SIZE BLOCKSIZE POSIXLY_CORRECT; " + command,
+                      output, errorOutput);
+    if (!output.empty()) return true;
+  }
   stage.context()->fsetLastError(-1, "Error get output '%s':\n%s", command.c_str(),
                                  errorOutput.c_str());
   return false;

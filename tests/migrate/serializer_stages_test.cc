@@ -197,6 +197,15 @@ TEST(UsageDiskSpace, DuWithoutOutputIsAnError) {
   });
 }
 
+TEST(UsageDiskSpace, DuThatGivesUpOnceIsAskedAgain) {
+  ScratchHost host = serverHost();
+  host.tool(kDu, {.script = "if [ -e /tmp/again ]; then echo 1; else touch /tmp/again; fi"});
+  host.run([&] {
+    Started source(host, newParams());
+    EXPECT_EQ(source.request("getUsageDiskSpace").code, 0);
+  });
+}
+
 TEST(UsageDiskSpace, SecondDuWithoutOutputIsAnErrorToo) {
   ScratchHost host = serverHost();
   host.tool(kDu, {.script = "if [ $# = 2 ]; then echo 1; else echo no >&2; fi"});
