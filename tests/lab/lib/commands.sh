@@ -40,7 +40,13 @@ command_cut() {
 command_join() {
   server_check "${1:-}"
   ip link set "veth-$1" up
+  # The node still takes the server for gone for some seconds: what it remembers is
+  # forgotten, and the cable counts as plugged in once ssh answers.
+  ip neigh flush to "$(server_address "$1")"
+  wait_for 30 server_answers "$1" || die "server $1 does not answer after its cable was plugged in"
 }
+
+server_answers() { (exec 3<>"/dev/tcp/$(server_address "$1")/22") 2>/dev/null; }
 
 # A server that hangs, or lost its power: it says nothing any more.
 command_freeze() { server_set_frozen "${1:-}" 1; }
