@@ -89,3 +89,24 @@ TEST(PutFile, FailingCloseGivesErrno) {
     EXPECT_EQ(put_file("/dev/null", "x", 0, 0), EIO);
   });
 }
+
+TEST(GetFile, ChunkIs65536Bytes) {
+  const TempTree tree({fileAt("f", std::string(65537, 'x'))});
+  const std::string path = tree.path("f");
+  runInChild([&] {
+    failSystemCall(SYS_read, EIO, CallArgument{2, 65536});
+    std::string text;
+    EXPECT_EQ(get_file(path, text), EIO);
+  });
+}
+
+TEST(PutFile, ChunkIsAtMost65536Bytes) {
+  const TempTree tree;
+  const std::string path = tree.path("f");
+  runInChild([&] {
+    failSystemCall(SYS_write, EIO, CallArgument{2, 65536});
+    EXPECT_EQ(put_file(path, std::string(65535, 'x'), O_CREAT, 0644), 0);
+    EXPECT_EQ(put_file(path, std::string(65536, 'x'), O_CREAT, 0644), EIO);
+    EXPECT_EQ(put_file(path, std::string(65537, 'x'), O_CREAT, 0644), EIO);
+  });
+}

@@ -41,6 +41,8 @@ TEST(Str2ver, OtherNumbersOfComponentsGiveZero) {
 TEST(Str2ver, ComponentAbove255SpillsIntoTheNextByteIntended) {
   EXPECT_EQ(str2ver("2.256"), 0x0300u);
   EXPECT_EQ(str2ver("2.0.260"), 0x020104u);
+  // Into a bit that is set already: nothing is carried.
+  EXPECT_EQ(str2ver("1.256"), 0x0100u);
 }
 
 TEST(Str2ver, ComponentsAreReadAsFarAsTheyAreNumbers) {

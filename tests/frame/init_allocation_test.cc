@@ -12,6 +12,9 @@ namespace {
 // How many allocations still succeed; negative: all.
 long left = -1;
 
+// How many allocations have not been given back.
+long held = 0;
+
 }  // namespace
 
 // Not inlined: seen side by side, malloc and delete look like a mistake to the
@@ -19,11 +22,19 @@ long left = -1;
 [[gnu::noinline]] void* operator new(std::size_t size) {
   if (left == 0) throw std::bad_alloc();
   if (left > 0) --left;
-  if (void* memory = std::malloc(size)) return memory;
+  if (void* memory = std::malloc(size)) {
+    ++held;
+    return memory;
+  }
   throw std::bad_alloc();
 }
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+  if (memory) --held;
+  std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+  operator delete(memory);
+}
 
 TEST(InitLibraryOutOfMemory, LeavesWhatWasRegisteredInOrder) {
   const auto& kit = QXL::QXLFunctionality<QXL::QXLHaulControlFactory>::m_kit;
@@ -56,4 +67,15 @@ TEST(InitLibraryOutOfMemory, LeavesWhatWasRegisteredInOrder) {
                         "controller local-deserializer local-serializer agent-deserializer ",
                         "controller local-deserializer local-serializer agent-deserializer "
                         "agent-serializer "));
+}
+
+TEST(InitLibraryTwice, ReleasesTheFactoriesOfTheSecondCall) {
+  const long before = held;
+  EXPECT_EQ(initLibrary(), 0);
+  const long registered = held;
+  EXPECT_GT(registered, before);
+  EXPECT_EQ(initLibrary(), 0);
+  EXPECT_EQ(held, registered);
+  EXPECT_EQ(finiLibrary(), 0);
+  EXPECT_EQ(held, before);
 }

@@ -6,6 +6,7 @@
 #include "fixtures/fake_workers.h"
 #include "fixtures/local_ends.h"
 #include "fixtures/served.h"
+#include "frame/answer_fields.h"
 
 using namespace fixtures;
 using testing::ElementsAre;
@@ -118,4 +119,11 @@ TEST_F(Proxies, FinishEndsTheWorkers) {
   EXPECT_EQ(ends.call(ends.source, [](auto& end) { return end.finish(); }), 0);
   EXPECT_EQ(ends.call(ends.destination, [](auto& end) { return end.finish(); }), 0);
   EXPECT_THAT(calls(), ElementsAre("source finish", "destination finish"));
+}
+
+TEST(Readers, HaveTheFlagsThatEveryAgentKnows) {
+  long long bytes = 0;
+  std::string text;
+  EXPECT_EQ(P2V::BytesReader(&bytes).flags(), 1);
+  EXPECT_EQ(P2V::QuotaReader(&text).flags(), 1);
 }

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <functional>
 
 #include "framework/env_manager.h"
 #include "framework/errors.h"
@@ -224,6 +225,54 @@ TEST(CreateDstSrv, EmptyPrivateAreaIsRefused) {
   });
 }
 
+TEST(CreateDstSrv, ChecksComeInTheirOrder) {
+  ScratchHost host = nodeHost();
+  host.file("/etc/qx/qx.conf", "this is no setting\n");
+  host.run([] {
+    const auto textOf = [](const std::function<void(QXA::QXAEnvConfig&)>& change) {
+      DirectDestination destination;
+      const ParamsPtr params = containerParams();
+      EXPECT_EQ(destination.init(params).code, 0);
+      change(*params->options.config);
+      return destination.call([](auto& worker) { return worker.createDstSrv(); }).text;
+    };
+    // The disk limits before the host's settings, those before the private area.
+    EXPECT_EQ(textOf([](auto& config) { config.setQoSes(std::nullopt); }),
+              "\"diskspace\" was not specified in config");
+    EXPECT_EQ(textOf([](auto& config) { config.setVEPrivateVar(""); }),
+              "QXAEnvM getVtSettings failed");
+  });
+}
+
+TEST(CreateDstSrv, ConfigurationIsThereWhenTheContainerIsCreatedAndTheMarkerIsNot) {
+  ScratchHost host = nodeHost();
+  host.tool(kQxctl, {.script = "[ -e " + std::string(kConf) + " ] && echo $2 conf >> /tmp/seen\n" +
+                               "[ -e " + kMarker + " ] && echo $2 marker >> /tmp/seen\n" +
+                               "mkdir -p " + kArea});
+  host.run([] {
+    Destination destination;
+    EXPECT_EQ(destination.start(withTemplate("debian")).code, 0);
+    EXPECT_EQ(destination.request("createDstSrv").code, 0);
+    EXPECT_EQ(readFile("/tmp/seen"), "create conf\nmount conf\nmount marker\n");
+  });
+}
+
+TEST(CreateDstSrv, KeptAreaIsSettledBeforeAddressesAreAssigned) {
+  ScratchHost host = nodeHost();
+  keep(host, "debian");
+  host.run([&] {
+    const ParamsPtr params = withTemplate("debian");
+    QXA::QXANetVEth interface;
+    interface.name = "eth0";
+    interface.addresses = {QXL::QXLIPAddress("auto")};
+    params->options.config->setNetVEths(std::vector<QXA::QXANetVEth>{interface});
+    expectFailure(Created(params), "no address for eth0: IP_POOL is not set in /etc/qx/qx.conf",
+                  true);
+    EXPECT_FALSE(fs::exists(kKept));
+    EXPECT_EQ(readFile(std::string(kArea) + "/data"), "kept");
+  });
+}
+
 TEST(CreateDstSrv, ExistingAreaIsFilledAsItIs) {
   ScratchHost host = nodeHost();
   host.file(std::string(kArea) + "/data", "old");
@@ -345,6 +394,11 @@ TEST(CreateDstSrv, AddressThatCannotBeAssignedIsTheFrameworksError) {
     expectFailure(Created(params), "no address for eth0: IP_POOL is not set in /etc/qx/qx.conf",
                   true);
     EXPECT_THAT(createCalls(host), IsEmpty());
+    EXPECT_FALSE(fs::exists(kConf));
+    // Before the configuration is written, which would fail as well.
+    makeEntry("/", dirAt(kConf));
+    expectFailure(Created(params), "no address for eth0: IP_POOL is not set in /etc/qx/qx.conf",
+                  true);
   });
 }
 

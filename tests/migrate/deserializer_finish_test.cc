@@ -132,6 +132,26 @@ TEST(DestinationFinish, AfterAFailureDestroysTheContainer) {
   });
 }
 
+TEST(DestinationFinish, LockIsHeldWhileTheContainerIsConvertedOrDestroyed) {
+  for (const bool tuned : {false, true}) {
+    ScratchHost host = nodeHost();
+    // Tells for each call whether the lock is there, and whose it is.
+    host.tool(kQxctl, {.script = "echo \"$2 $(head -n 1 " + std::string(kLock) +
+                                 " 2>/dev/null)\" >> /tmp/locks; mkdir -p " + kArea});
+    host.run([&] {
+      Ending ending(host);
+      ending.lock().create();
+      if (tuned) ending.tune();
+      ASSERT_EQ(unlink("/tmp/locks"), 0);
+      ending.finish();
+      const std::string pid = std::to_string(getpid());
+      EXPECT_EQ(readFile("/tmp/locks"),
+                "umount " + pid + (tuned ? "\nconvert " : "\ndestroy ") + pid + "\n");
+      EXPECT_FALSE(fs::exists(kLock));
+    });
+  }
+}
+
 TEST(DestinationFinish, ContainerIsRemovedOnce) {
   ScratchHost host = nodeHost();
   host.run([&] {

@@ -1,7 +1,10 @@
 #include <sys/syscall.h>
+#include <sys/utsname.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 #include "support/failing_call.h"
 #include "workers.h"
@@ -10,6 +13,20 @@ using namespace fixtures;
 using namespace test_support;
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+namespace {
+
+// The system's name in the place of the kernel's; null for the kernel's.
+const char* systemName = nullptr;
+
+}  // namespace
+
+// Takes the place of the C library's.
+extern "C" int uname(struct utsname* name) noexcept {
+  const int result = static_cast<int>(syscall(SYS_uname, name));
+  if (result == 0 && systemName) std::strcpy(name->sysname, systemName);
+  return result;
+}
 
 namespace {
 
@@ -94,6 +111,20 @@ TEST(SourceInit, OtherSystemIsRefusedBeforeRsyncIsAsked) {
     EXPECT_EQ(params->options.excludes.back(), kCompleted);
     EXPECT_THAT(host.calls(), IsEmpty());
   });
+}
+
+TEST(SourceInit, NameOfTheSystemMustBeLinuxExactly) {
+  ScratchHost host = serverHost();
+  for (const char* name : {"linux", "Linu", "Linux2", "FreeBSD", "", "Linux"}) {
+    host.run([&] {
+      systemName = name;
+      const Served served = DirectSource().init(newParams());
+      const bool isLinux = std::strcmp(name, "Linux") == 0;
+      EXPECT_EQ(served.text, isLinux ? "" : "This serializer can be run only on Linux systems")
+          << name;
+      EXPECT_EQ(host.calls().size(), isLinux ? 1u : 0u);
+    });
+  }
 }
 
 TEST(SourceInit, ServicesNeedTheirScripts) {
