@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <sys/random.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <system_error>
@@ -52,6 +54,29 @@ ChannelPair makeChannelPair(int pipeBytes) {
   ChannelPair pair;
   pair.first.reset(new LocalChannelEnd(std::move(backRead), std::move(forthWrite)));
   pair.second.reset(new LocalChannelEnd(std::move(forthRead), std::move(backWrite)));
+  return pair;
+}
+
+ChannelPair makeSocketChannelPair(int bufferBytes) {
+  int sockets[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0) {
+    failErrno("a data channel could not be made");
+    return {};
+  }
+  ChannelPair pair;
+  boost::intrusive_ptr<LocalChannelEnd>* ends[] = {&pair.first, &pair.second};
+  for (int i = 0; i < 2; ++i) {
+    UniqueFd input(sockets[i]);
+    UniqueFd output(fcntl(sockets[i], F_DUPFD_CLOEXEC, 3));
+    if (!output) {
+      failErrno("a data channel could not be made");
+      if (i == 0) close(sockets[1]);
+      return {};
+    }
+    if (bufferBytes > 0)
+      setsockopt(sockets[i], SOL_SOCKET, SO_SNDBUF, &bufferBytes, sizeof bufferBytes);
+    ends[i]->reset(new LocalChannelEnd(std::move(input), std::move(output)));
+  }
   return pair;
 }
 

@@ -85,6 +85,11 @@ struct ChannelPair {
 };
 ChannelPair makeChannelPair(int pipeBytes);
 
+// The same on one pair of UNIX sockets: each end is a socket and its duplicate. For
+// ends on one machine, since descriptors can travel through it: the programs at the
+// two ends may then agree on a shorter road. bufferBytes: wanted send buffer.
+ChannelPair makeSocketChannelPair(int bufferBytes);
+
 // A token nobody can guess: 32 hexadecimal digits.
 std::string newToken();
 

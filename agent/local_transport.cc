@@ -37,7 +37,7 @@ int LocalTransport::call(const Request& request, nlohmann::json& answer,
 
 boost::intrusive_ptr<QXL::QXLChannelPrototype> LocalTransport::createChannel(
     const QXL::QXLChannelSettings& settings) {
-  const ChannelPair pair = makeChannelPair(settings.pipeBytes);
+  const ChannelPair pair = makeSocketChannelPair(settings.pipeBytes);
   if (!pair.first) return nullptr;
   return boost::intrusive_ptr<QXL::QXLChannelPrototype>(
       new Channel(pair.first, boost::intrusive_ptr<QXL::QXLChannelEndPrototype>(

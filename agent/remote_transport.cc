@@ -72,7 +72,7 @@ int RemoteTransport::call(const Request& request, nlohmann::json& answer,
 
 boost::intrusive_ptr<QXL::QXLChannelPrototype> RemoteTransport::createChannel(
     const QXL::QXLChannelSettings& settings) {
-  const ChannelPair pair = makeChannelPair(settings.pipeBytes);
+  const ChannelPair pair = makeSocketChannelPair(settings.pipeBytes);
   if (!pair.first) return nullptr;
   const std::string token = newToken();
   if (!connection_.send({{"type", "channel"}, {"token", token}},

@@ -28,6 +28,7 @@ constexpr std::array<int, 4> heldSignals = {SIGCHLD, SIGHUP, SIGINT, SIGTERM};
                            const SignalsHeld& signals, pid_t parent, int report) {
   bool ready = ::prctl(PR_SET_PDEATHSIG, setup.deathSignal) == 0;
   if (::getppid() != parent) ::_exit(exitSystem);  // died before it could be asked
+  if (setup.standardInput >= 0) ready = ready && ::dup2(setup.standardInput, 0) == 0;
   if (setup.standardOutput >= 0) ready = ready && ::dup2(setup.standardOutput, 1) == 1;
   if (setup.inherited >= 0) ready = ready && ::fcntl(setup.inherited, F_SETFD, 0) == 0;
   if (ready) {

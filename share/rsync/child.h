@@ -55,6 +55,7 @@ class Child {
  public:
   struct Setup {
     std::vector<std::string> arguments;  // for stock rsync
+    int standardInput = -1;              // becomes descriptor 0; -1: as this process's
     int standardOutput = -1;             // becomes descriptor 1; -1: as this process's
     int inherited = -1;                  // stays open across exec; -1: none
     int deathSignal = SIGTERM;           // sent to it when this process dies

@@ -98,14 +98,16 @@ int runClient(const Options& options) {
     ignoreBrokenPipes();
     clearWireSettings();
     Channel channel = takeChannel(options);
+    Offer offer = probeByWriting(options.destination);
+    offer.descriptors = carriesDescriptors(channel.in.get(), channel.out.get());
     const Offer agreed =
-        exchangeOffers(channel.in.get(), channel.out.get(), probeByWriting(options.destination),
-                       Deadline(preludePatience));
+        exchangeOffers(channel.in.get(), channel.out.get(), offer, Deadline(preludePatience));
     usedBytes = agreed.usedBytes;
     handover = makeSocketPair();
-    sendChannel(handover.first.get(), std::move(channel));
+    sendDescriptors(handover.first.get(), channel.in.get(), channel.out.get());
     setup.inherited = handover.second.get();
-    setup.arguments.push_back("--rsh=" + quoteForShellOption(ownPath()) + " " + joinOption + " " +
+    setup.arguments.push_back("--rsh=" + quoteForShellOption(ownPath()) + " " +
+                              (agreed.descriptors ? handOverOption : joinOption) + " " +
                               std::to_string(setup.inherited));
     if (agreed.acls) setup.arguments.emplace_back("-A");
     if (agreed.xattrs) setup.arguments.emplace_back("-X");

@@ -30,32 +30,46 @@ struct Message {
 
 }  // namespace
 
-void sendChannel(int socket, Channel channel) {
+bool carriesDescriptors(int in, int out) {
+  for (const int fd : {in, out}) {
+    int domain = 0;
+    socklen_t size = sizeof domain;
+    if (::getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &domain, &size) != 0 || domain != AF_UNIX)
+      return false;
+  }
+  return true;
+}
+
+void sendDescriptors(int socket, int in, int out) {
   Message message;
   cmsghdr* rights = CMSG_FIRSTHDR(&message.header);
   rights->cmsg_level = SOL_SOCKET;
   rights->cmsg_type = SCM_RIGHTS;
   rights->cmsg_len = CMSG_LEN(2 * sizeof(int));
-  const int fds[2] = {channel.in.get(), channel.out.get()};
+  const int fds[2] = {in, out};
   std::memcpy(CMSG_DATA(rights), fds, sizeof fds);
-  if (::sendmsg(socket, &message.header, MSG_NOSIGNAL) != 1)
-    throw systemFailure(exitSystem, "cannot hand over the data channel");
+  ssize_t count = 0;
+  do {
+    count = ::sendmsg(socket, &message.header, MSG_NOSIGNAL);
+  } while (count < 0 && errno == EINTR);
+  if (count != 1) throw systemFailure(exitSystem, "cannot hand over the data channel");
 }
 
-Channel receiveChannel(int socket) {
+std::optional<Channel> receiveDescriptors(int socket) {
   Message message;
   ssize_t count = 0;
   do {
     count = ::recvmsg(socket, &message.header, MSG_CMSG_CLOEXEC);
   } while (count < 0 && errno == EINTR);
   if (count < 0) throw systemFailure(exitSystem, "cannot take over the data channel");
+  if (count == 0) throw Failure(exitSystem, "no data channel was handed over");
   const cmsghdr* rights = CMSG_FIRSTHDR(&message.header);
-  if (count == 0 || rights == nullptr || rights->cmsg_type != SCM_RIGHTS ||
+  if (rights == nullptr || rights->cmsg_type != SCM_RIGHTS ||
       rights->cmsg_len != CMSG_LEN(2 * sizeof(int)))
-    throw Failure(exitSystem, "no data channel was handed over");
+    return std::nullopt;
   int fds[2];
   std::memcpy(fds, CMSG_DATA(rights), sizeof fds);
-  return {Descriptor(fds[0]), Descriptor(fds[1])};
+  return Channel{Descriptor(fds[0]), Descriptor(fds[1])};
 }
 
 }  // namespace qxrsync

@@ -1,11 +1,15 @@
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <iterator>
+#include <optional>
+#include <utility>
 
 #include "share/rsync/child.h"
+#include "share/rsync/failure.h"
 #include "share/rsync/handover.h"
 #include "share/rsync/prelude.h"
 #include "share/rsync/pump.h"
@@ -57,16 +61,33 @@ void passOnTheRest(Pump& fromStock, int client) {
   }
 }
 
+// The server's stock rsync has stock rsync's descriptors: until it ends, which the
+// server tells by closing the channel, or the client dies.
+void waitForTheEnd(const Channel& channel, int client) {
+  const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO})
+    if (!null.open() || ::dup2(null.get(), fd) < 0) ::close(fd);
+  pollfd polled[] = {{client, 0, 0}, {channel.in.get(), POLLIN, 0}};
+  while (!gone(polled[0]) && polled[1].revents == 0) ::poll(polled, std::size(polled), -1);
+}
+
 }  // namespace
 
 int runJoiner(const Options& options) {
   ignoreBrokenPipes();
   closeStrayDescriptors(options.handoverFd, -1);
   const Descriptor client(options.handoverFd);
-  Channel channel = receiveChannel(client.get());
-  sendCapabilities(channel.out.get(), options.capabilities, Deadline(preludePatience));
+  std::optional<Channel> received = receiveDescriptors(client.get());
+  if (!received) throw Failure(exitSystem, "no data channel was handed over");
+  Channel channel = std::move(*received);
+  const Deadline deadline(preludePatience);
+  sendCapabilities(channel.out.get(), options.capabilities, deadline);
 
   enlargeSendBuffer(STDOUT_FILENO);
+  if (options.handOver && handOverStreams(channel, STDIN_FILENO, STDOUT_FILENO, deadline)) {
+    waitForTheEnd(channel, client.get());
+    return 0;
+  }
   Pump toStock(channel.in.get(), STDOUT_FILENO);
   Pump fromStock(STDIN_FILENO, channel.out.get());
   if (joinBoth(toStock, fromStock, channel, client.get())) passOnTheRest(fromStock, client.get());

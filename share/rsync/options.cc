@@ -67,8 +67,9 @@ Options parseServer(const Arguments& arguments) {
 Options parseJoiner(const Arguments& arguments) {
   Options options;
   options.mode = Mode::Joiner;
-  if (arguments.size() < 2) throw Failure(exitSyntax, std::string(joinOption) + " needs a number");
-  options.handoverFd = descriptorNumber(joinOption, arguments[1]);
+  if (arguments.size() < 2) throw Failure(exitSyntax, arguments[0] + " needs a number");
+  options.handoverFd = descriptorNumber(arguments[0].c_str(), arguments[1]);
+  options.handOver = arguments[0] == handOverOption;
   options.capabilities = capabilitiesAmong(arguments);
   return options;
 }
@@ -88,7 +89,8 @@ std::string destinationAmong(const Arguments& arguments) {
 
 Options parseOptions(const Arguments& arguments) {
   if (!arguments.empty() && arguments[0] == "--server") return parseServer(arguments);
-  if (!arguments.empty() && arguments[0] == joinOption) return parseJoiner(arguments);
+  if (!arguments.empty() && (arguments[0] == joinOption || arguments[0] == handOverOption))
+    return parseJoiner(arguments);
 
   Options options;
   for (size_t i = 0; i < arguments.size(); ++i) {

@@ -31,11 +31,15 @@ struct Options {
 
   // Mode::Joiner
   int handoverFd = -1;       // where the channel's descriptors are received
+  bool handOver = false;     // stock rsync's descriptors, if the far end takes them
   std::string capabilities;  // stock rsync's own ("." and letters), for the far end
 };
 
 /// The option that makes the program a joiner; the handover descriptor follows.
 inline constexpr const char* joinOption = "--join-channel";
+/// The same, where the other end of the channel may take stock rsync's own
+/// descriptors.
+inline constexpr const char* handOverOption = "--join-or-hand-over-channel";
 
 /// Takes apart what follows the program's name. Throws Failure (status 1) when
 /// --fdin or --fdout has no number, or one of them stands without the other.

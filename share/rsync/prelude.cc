@@ -16,6 +16,8 @@ namespace {
 
 constexpr std::string_view tag = "QXRSYNC";
 constexpr std::string_view capabilitiesTag = "CAPABILITIES";
+constexpr std::string_view takenLine = "TAKEN";
+constexpr std::string_view refusedLine = "REFUSED";
 
 std::vector<std::string_view> words(std::string_view line) {
   std::vector<std::string_view> found;
@@ -116,6 +118,7 @@ std::string formatOffer(const Offer& offer) {
   std::string features;
   if (offer.acls) features += 'A';
   if (offer.xattrs) features += 'X';
+  if (offer.descriptors) features += 'D';
   if (features.empty()) features = "-";
   return std::string(tag) + " " + std::to_string(preludeVersion) + " " + features + " " +
          std::to_string(offer.usedBytes);
@@ -128,13 +131,13 @@ std::optional<Offer> parseOffer(std::string_view line) {
       version != preludeVersion)
     return std::nullopt;
   const std::string_view features = parts[2];
-  if (features != "AX" && features != "A" && features != "X" && features != "-")
-    return std::nullopt;
   Offer offer;
   offer.acls = features.find('A') != std::string_view::npos;
   offer.xattrs = features.find('X') != std::string_view::npos;
+  offer.descriptors = features.find('D') != std::string_view::npos;
   if (!parseNumber(parts[3], offer.usedBytes)) return std::nullopt;
-  return offer;
+  const std::string again = formatOffer(offer);  // one way to write it
+  return words(again)[2] == features ? std::optional<Offer>(offer) : std::nullopt;
 }
 
 std::string formatCapabilities(const std::string& capabilities) {
@@ -159,6 +162,7 @@ Offer exchangeOffers(int in, int out, const Offer& mine, const Deadline& deadlin
   if (!theirs) throw notUnderstood(line);
   theirs->acls = theirs->acls && mine.acls;
   theirs->xattrs = theirs->xattrs && mine.xattrs;
+  theirs->descriptors = theirs->descriptors && mine.descriptors;
   return *theirs;
 }
 
@@ -171,6 +175,22 @@ std::string receiveCapabilities(int in, const Deadline& deadline) {
   std::optional<std::string> capabilities = parseCapabilities(line);
   if (!capabilities) throw notUnderstood(line);
   return *capabilities;
+}
+
+bool handOverStreams(const Channel& channel, int streamIn, int streamOut,
+                     const Deadline& deadline) {
+  waitFor(channel.out.get(), POLLOUT, deadline);
+  sendDescriptors(channel.out.get(), streamIn, streamOut);
+  const std::string line = readLine(channel.in.get(), deadline);
+  if (line != takenLine && line != refusedLine) throw notUnderstood(line);
+  return line == takenLine;
+}
+
+std::optional<Channel> takeStreams(int in, int out, const Deadline& deadline) {
+  waitFor(in, POLLIN, deadline);
+  std::optional<Channel> streams = receiveDescriptors(in);
+  writeLine(out, std::string(streams ? takenLine : refusedLine) + "\n", deadline);
+  return streams;
 }
 
 }  // namespace qxrsync

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "share/rsync/handover.h"
+
 namespace qxrsync {
 
 // Access lists and extended attributes change stock rsync's wire format, so
@@ -14,20 +16,28 @@ namespace qxrsync {
 // known only on the machines themselves. So the two programs talk first, then
 // stock rsync has the channel to itself:
 //
-//   both ends    "QXRSYNC 1 FEATURES BYTES\n"
+//   both ends    "QXRSYNC 2 FEATURES BYTES\n"
 //   client only  "CAPABILITIES WORD\n", once its stock rsync runs
 //
-// FEATURES is "AX", "A", "X" or "-"; BYTES a decimal number, 0 when unknown;
-// WORD what stock rsync tells its remote self about the wire format it knows,
-// or "-".
+// FEATURES is "A", "X" and "D", those that hold and in this order, or "-"; BYTES
+// a decimal number, 0 when unknown; WORD what stock rsync tells its remote self
+// about the wire format it knows, or "-".
+//
+// "D" says that the channel is a UNIX socket. Where both ends say so they may be
+// on one machine, and then no byte has to go through the channel at all:
+//
+//   client       one byte, with which stock rsync's two descriptors travel
+//   server       "TAKEN\n", and its stock rsync speaks on these; or "REFUSED\n",
+//                since a relay in between has lost them, and all goes on as before
 
-inline constexpr unsigned preludeVersion = 1;
+inline constexpr unsigned preludeVersion = 2;
 inline constexpr size_t preludeLineLimit = 128;  // bytes, without the line end
 
 /// What one end can do.
 struct Offer {
   bool acls = false;
   bool xattrs = false;
+  bool descriptors = false;     // the channel carries them
   std::uint64_t usedBytes = 0;  // sender only: in use on the file systems sent, 0 unknown
 
   bool operator==(const Offer&) const = default;
@@ -67,6 +77,15 @@ Offer exchangeOffers(int in, int out, const Offer& mine, const Deadline& deadlin
 /// The client's second line, and reading it at the server. Throw as above.
 void sendCapabilities(int out, const std::string& capabilities, const Deadline& deadline);
 std::string receiveCapabilities(int in, const Deadline& deadline);
+
+/// Offers stock rsync's two descriptors to the other end, which must have agreed
+/// on descriptors. True: they were taken, and the channel carries nothing more.
+/// Throws as above.
+bool handOverStreams(const Channel& channel, int streamIn, int streamOut, const Deadline& deadline);
+
+/// What the client hands over, and the answer to it; nothing if a relay lost it.
+/// Throws as above.
+std::optional<Channel> takeStreams(int in, int out, const Deadline& deadline);
 
 }  // namespace qxrsync
 

@@ -1,11 +1,15 @@
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
+#include <optional>
 
 #include "share/rsync/child.h"
 #include "share/rsync/descriptor.h"
 #include "share/rsync/file_systems.h"
+#include "share/rsync/handover.h"
 #include "share/rsync/prelude.h"
 #include "share/rsync/run.h"
 
@@ -14,6 +18,7 @@ namespace qxrsync {
 namespace {
 
 constexpr std::chrono::seconds preludePatience{60};
+constexpr std::chrono::milliseconds lookInterval{500};
 constexpr int pipeSize = 1 << 20;  // bytes
 
 // From here on only stock rsync holds the channel, so its end is the channel's.
@@ -21,6 +26,20 @@ void letGoOfChannel() {
   const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
   for (const int fd : {STDIN_FILENO, STDOUT_FILENO})
     if (!null.open() || ::dup2(null.get(), fd) < 0) ::close(fd);
+}
+
+// The channel carries nothing, but its closing still means that the client is gone.
+int superviseBesideChannel(Child& child, const SignalsHeld& signals) {
+  std::optional<int> status;
+  while (!(status = child.ended())) {
+    const std::optional<int> signal = signals.next(lookInterval);
+    pollfd channel{STDIN_FILENO, POLLIN, 0};
+    if (signal && *signal != SIGCHLD)
+      child.signal(*signal);
+    else if (!signal && ::poll(&channel, 1, 0) == 1)
+      child.signal(SIGKILL);
+  }
+  return exitLike(*status);
 }
 
 }  // namespace
@@ -35,11 +54,18 @@ int runServer(const Options& options) {
 
   Offer offer = probeByReading(options.served);
   offer.usedBytes = usedBytesBelow(options.served);
+  offer.descriptors = carriesDescriptors(STDIN_FILENO, STDOUT_FILENO);
   const Deadline deadline(preludePatience);
   const Offer agreed = exchangeOffers(STDIN_FILENO, STDOUT_FILENO, offer, deadline);
   const std::string capabilities = receiveCapabilities(STDIN_FILENO, deadline);
+  std::optional<Channel> streams;
+  if (agreed.descriptors) streams = takeStreams(STDIN_FILENO, STDOUT_FILENO, deadline);
 
   Child::Setup setup;
+  if (streams) {
+    setup.standardInput = streams->in.get();
+    setup.standardOutput = streams->out.get();
+  }
   setup.deathSignal = SIGKILL;  // it only reads, so there is nothing to tidy up
   setup.arguments = {"--server", "--sender"};
   if (agreed.acls) setup.arguments.emplace_back("-A");
@@ -50,6 +76,10 @@ int runServer(const Options& options) {
 
   const SignalsHeld signals;
   Child child(setup, signals);
+  if (streams) {
+    streams.reset();
+    return superviseBesideChannel(child, signals);
+  }
   letGoOfChannel();
   return supervise(child, signals);
 }

@@ -26,6 +26,22 @@ TEST(Channels, DescriptorsCloseOnExecAndWithTheirEnd) {
   EXPECT_EQ(fcntl(fd, F_GETFD), -1);
 }
 
+TEST(Channels, ASocketsEndsAreTwoDescriptorsEachAndCloseTogether) {
+  agent::ChannelPair pair = agent::makeSocketChannelPair(1048576);
+  for (const int fd : {pair.first->getInputFd(), pair.first->getOutputFd(),
+                       pair.second->getInputFd(), pair.second->getOutputFd()}) {
+    EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC);
+  }
+  EXPECT_NE(pair.first->getInputFd(), pair.first->getOutputFd());
+  char buffer[8];
+  ASSERT_EQ(write(pair.first->getOutputFd(), "there", 5), 5);
+  EXPECT_EQ(read(pair.second->getInputFd(), buffer, sizeof buffer), 5);
+  ASSERT_EQ(write(pair.second->getOutputFd(), "back", 4), 4);
+  EXPECT_EQ(read(pair.first->getInputFd(), buffer, sizeof buffer), 4);
+  pair.second.reset();
+  EXPECT_EQ(read(pair.first->getInputFd(), buffer, sizeof buffer), 0);
+}
+
 TEST(Channels, ATableGivesAnEndOnce) {
   agent::ChannelTable table;
   agent::ChannelPair pair = agent::makeChannelPair(0);

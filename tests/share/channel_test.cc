@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -128,6 +129,32 @@ TEST_F(ChannelKinds, RelayWithSmallPipes) {
         std::thread(relay, std::move(inner.server.in), std::move(outer.toServer.out))};
     Transfer run(from_ + "/", to_);
     run.start(std::move(outer.ends));
+    run.expectBothEndWith(0, 120);
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(differences(to_, from_), "") << "pass " << pass;
+    change();
+  }
+}
+
+// Both ends hold a UNIX socket, but what is between them passes bytes only.
+TEST_F(ChannelKinds, RelayBetweenSocketsThatLosesDescriptors) {
+  fill();
+  for (int pass = 0; pass < 2; ++pass) {
+    Channel near = socketChannel();
+    Channel far = socketChannel();
+    const auto relayEnding = [](int from, int to) {
+      char buffer[4096];
+      ssize_t count = 0;
+      while ((count = ::read(from, buffer, sizeof buffer)) > 0)
+        if (::send(to, buffer, static_cast<size_t>(count), MSG_NOSIGNAL) != count) break;
+      ::shutdown(to, SHUT_WR);
+    };
+    ChannelEnd nearRelay = std::move(near.server);
+    ChannelEnd farRelay = std::move(far.client);
+    std::thread threads[] = {std::thread(relayEnding, nearRelay.in.get(), farRelay.out.get()),
+                             std::thread(relayEnding, farRelay.in.get(), nearRelay.out.get())};
+    Transfer run(from_ + "/", to_);
+    run.start({std::move(near.client), std::move(far.server)});
     run.expectBothEndWith(0, 120);
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(differences(to_, from_), "") << "pass " << pass;

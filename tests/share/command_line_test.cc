@@ -186,9 +186,9 @@ TEST(Peer, ThatIsNotThisProgramIsAProtocolError) {
               "rsync: the other end of the data channel does not run this version of this program: "
               "\"SSH-2.0-OpenSSH_9.2\\x0d\"\n");
     EXPECT_EQ(status, 12);
-    EXPECT_EQ(peerSays("QXRSYNC 2 AX 0\n", command, &status),
+    EXPECT_EQ(peerSays("QXRSYNC 1 AX 0\n", command, &status),
               "rsync: the other end of the data channel does not run this version of this program: "
-              "\"QXRSYNC 2 AX 0\"\n");
+              "\"QXRSYNC 1 AX 0\"\n");
     EXPECT_EQ(status, 12);
     EXPECT_EQ(peerSays(std::string(5000, '\0'), command, &status).substr(0, 70),
               "rsync: the other end of the data channel does not run this program: \"\\");
@@ -219,7 +219,7 @@ TEST(Peer, StockRsyncAtTheOtherEndIsAProtocolError) {
 
 TEST(Peer, UnusableCapabilitiesAreRefusedByTheServer) {
   int status = 0;
-  const std::string said = peerSays("QXRSYNC 1 - 0\nCAPABILITIES .i;rm\n", serverCommand, &status);
+  const std::string said = peerSays("QXRSYNC 2 - 0\nCAPABILITIES .i;rm\n", serverCommand, &status);
   EXPECT_EQ(status, 12);
   EXPECT_NE(said.find("\"CAPABILITIES .i;rm\""), std::string::npos) << said;
 }
@@ -233,7 +233,7 @@ TEST(Server, RunsStockWithWhatWasAgreed) {
   run.setOutput(channel.server.out.get());
   run.start();
   channel.server = {};
-  const std::string words = "QXRSYNC 1 - 0\nCAPABILITIES .iLsf\n";
+  const std::string words = "QXRSYNC 2 - 0\nCAPABILITIES .iLsf\n";
   ASSERT_EQ(::write(channel.client.out.get(), words.data(), words.size()),
             static_cast<ssize_t>(words.size()));
   EXPECT_EQ(run.exitStatus(10), 0) << run.err();
@@ -266,7 +266,7 @@ TEST(Status, OfStockIsPassedOnWithVanishedFilesAsPartial) {
     server.setInput(channel.server.in.get());
     server.setOutput(channel.server.out.get());
     server.start();
-    const std::string words = "QXRSYNC 1 AX 0\nCAPABILITIES -\n";
+    const std::string words = "QXRSYNC 2 AX 0\nCAPABILITIES -\n";
     ASSERT_GT(::write(channel.client.out.get(), words.data(), words.size()), 0);
     EXPECT_EQ(server.exitStatus(10), ours) << "server, stock " << stock;
 

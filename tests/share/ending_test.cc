@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <functional>
 #include <random>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -32,7 +33,7 @@ class Ending : public testing::Test {
 };
 
 // A transfer that would take hours: one enormous file that is all hole.
-class MidTransfer : public Ending {
+class MidTransfer : public Ending, public testing::WithParamInterface<Channel (*)()> {
  protected:
   Transfer run_{from_ + "/", to_};
   pid_t stockClient_ = -1;
@@ -67,78 +68,66 @@ class MidTransfer : public Ending {
 
 }  // namespace
 
-TEST_F(MidTransfer, KilledServerEndsTheClient) {
-  startEndlessTransfer(pipeChannel());
+TEST_P(MidTransfer, KilledServerEndsTheClient) {
+  startEndlessTransfer(GetParam()());
   ::kill(run_.server().pid(), SIGKILL);
   EXPECT_EQ(run_.client().exitStatus(10), 12) << run_.client().err();
   EXPECT_EQ(run_.server().exitStatus(10), 1000 + SIGKILL);
 }
 
-TEST_F(MidTransfer, KilledStockServerEndsBoth) {
-  startEndlessTransfer(pipeChannel());
+TEST_P(MidTransfer, KilledStockServerEndsBoth) {
+  startEndlessTransfer(GetParam()());
   ::kill(stockServer_, SIGKILL);
   EXPECT_EQ(run_.client().exitStatus(10), 12) << run_.client().err();
   EXPECT_EQ(run_.server().exitStatus(10), 1000 + SIGKILL);
 }
 
-TEST_F(MidTransfer, KilledClientEndsTheServer) {
-  startEndlessTransfer(pipeChannel());
+TEST_P(MidTransfer, KilledClientEndsTheServer) {
+  startEndlessTransfer(GetParam()());
   ::kill(run_.client().pid(), SIGKILL);
   expectBothEndSoon();
 }
 
-TEST_F(MidTransfer, KilledStockClientEndsBoth) {
-  startEndlessTransfer(pipeChannel());
+TEST_P(MidTransfer, KilledStockClientEndsBoth) {
+  startEndlessTransfer(GetParam()());
   ::kill(stockClient_, SIGKILL);
   expectBothEndSoon();
 }
 
-TEST_F(MidTransfer, KilledJoinerEndsBoth) {
-  startEndlessTransfer(pipeChannel());
+TEST_P(MidTransfer, KilledJoinerEndsBoth) {
+  startEndlessTransfer(GetParam()());
   ::kill(joiner_, SIGKILL);
   expectBothEndSoon();
 }
 
-TEST_F(MidTransfer, KilledServerEndsTheClientOnASocketToo) {
-  startEndlessTransfer(socketChannel());
-  ::kill(run_.server().pid(), SIGKILL);
-  expectBothEndSoon();
-}
-
-TEST_F(MidTransfer, KilledClientEndsTheServerOnASocketToo) {
-  startEndlessTransfer(socketChannel());
-  ::kill(run_.client().pid(), SIGKILL);
-  expectBothEndSoon();
-}
-
-TEST_F(MidTransfer, TerminatedClientTidiesUpAndEndsWithStocksStatus) {
-  startEndlessTransfer(pipeChannel());
+TEST_P(MidTransfer, TerminatedClientTidiesUpAndEndsWithStocksStatus) {
+  startEndlessTransfer(GetParam()());
   ::kill(run_.client().pid(), SIGTERM);
   EXPECT_EQ(run_.client().exitStatus(10), 20) << run_.client().err();
   EXPECT_NE(run_.server().exitStatus(10), 0);
   EXPECT_TRUE(fs::is_empty(to_));
 }
 
-TEST_F(MidTransfer, TerminatedServerEndsBoth) {
-  startEndlessTransfer(pipeChannel());
+TEST_P(MidTransfer, TerminatedServerEndsBoth) {
+  startEndlessTransfer(GetParam()());
   ::kill(run_.server().pid(), SIGTERM);
   expectBothEndSoon();
 }
 
-TEST_F(MidTransfer, ServersEndsLeakedIntoTheClientDoNotKeepItWaiting) {
+TEST_P(MidTransfer, ServersEndsLeakedIntoTheClientDoNotKeepItWaiting) {
   run_.leakServerEndsIntoClient();
-  startEndlessTransfer(pipeChannel());
+  startEndlessTransfer(GetParam()());
   ::kill(run_.server().pid(), SIGKILL);
   expectBothEndSoon();
 }
 
-TEST_F(MidTransfer, OnlyTheJoinerHoldsTheChannel) {
+TEST_P(MidTransfer, OnlyTheJoinerHoldsTheChannel) {
   struct stat channelStatus {};
-  Channel channel = pipeChannel();
+  Channel channel = GetParam()();
   ASSERT_EQ(::fstat(channel.client.in.get(), &channelStatus), 0);
   startEndlessTransfer(std::move(channel));
 
-  std::vector<pid_t> holders;
+  std::set<pid_t> holders;
   std::vector<pid_t> processes = childrenNamed(stockClient_, "rsync");
   processes.insert(processes.end(), {run_.client().pid(), stockClient_});
   for (const pid_t pid : processes)
@@ -146,12 +135,27 @@ TEST_F(MidTransfer, OnlyTheJoinerHoldsTheChannel) {
       struct stat status {};
       if (::stat(entry.path().c_str(), &status) == 0 && status.st_ino == channelStatus.st_ino &&
           status.st_dev == channelStatus.st_dev)
-        holders.push_back(pid);
+        holders.insert(pid);
     }
-  EXPECT_EQ(holders, std::vector<pid_t>{joiner_});
+  EXPECT_EQ(holders, std::set<pid_t>{joiner_});
   ::kill(run_.client().pid(), SIGKILL);
   expectBothEndSoon();
 }
+
+TEST_P(MidTransfer, OnSocketsNoByteGoesThroughTheJoiner) {
+  const Channel probe = GetParam()();
+  struct stat status {};
+  ASSERT_EQ(::fstat(probe.client.in.get(), &status), 0);
+  startEndlessTransfer(GetParam()());
+  const fs::path input = fs::read_symlink("/proc/" + std::to_string(joiner_) + "/fd/0");
+  EXPECT_EQ(input == "/dev/null", S_ISSOCK(status.st_mode) != 0) << input;
+  ::kill(run_.client().pid(), SIGKILL);
+  expectBothEndSoon();
+}
+
+INSTANTIATE_TEST_SUITE_P(Pipes, MidTransfer, testing::Values(pipeChannel));
+// Here stock rsync's own descriptors go to the server.
+INSTANTIATE_TEST_SUITE_P(Sockets, MidTransfer, testing::Values(+[] { return socketChannel(); }));
 
 TEST_F(Ending, VanishedFileEndsWithPartialStatusAtBothEnds) {
   // Names of one directory are sent at once, and files in this order.

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <thread>
+
 #include "share/rsync/descriptor.h"
 #include "share/rsync/failure.h"
 
@@ -10,7 +12,7 @@ using namespace qxrsync;  // NOLINT: the whole test is about one header
 
 namespace {
 
-const Offer everything{.acls = true, .xattrs = true, .usedBytes = 12345};
+const Offer everything{.acls = true, .xattrs = true, .descriptors = true, .usedBytes = 12345};
 
 // What the exchange makes of these bytes, after which the channel is closed.
 std::string afterHearing(const std::string& bytes) {
@@ -32,19 +34,21 @@ std::string afterHearing(const std::string& bytes) {
 TEST(Prelude, OfferSurvivesTheWire) {
   for (const bool acls : {false, true})
     for (const bool xattrs : {false, true})
-      for (const std::uint64_t bytes : {std::uint64_t{0}, UINT64_MAX}) {
-        const Offer offer{acls, xattrs, bytes};
-        EXPECT_EQ(parseOffer(formatOffer(offer)), offer) << formatOffer(offer);
-      }
-  EXPECT_EQ(formatOffer(everything), "QXRSYNC 1 AX 12345");
-  EXPECT_EQ(formatOffer({}), "QXRSYNC 1 - 0");
+      for (const bool descriptors : {false, true})
+        for (const std::uint64_t bytes : {std::uint64_t{0}, UINT64_MAX}) {
+          const Offer offer{acls, xattrs, descriptors, bytes};
+          EXPECT_EQ(parseOffer(formatOffer(offer)), offer) << formatOffer(offer);
+        }
+  EXPECT_EQ(formatOffer(everything), "QXRSYNC 2 AXD 12345");
+  EXPECT_EQ(formatOffer({}), "QXRSYNC 2 - 0");
 }
 
 TEST(Prelude, WhatIsNotExactlyAnOfferIsNone) {
   for (const char* line :
-       {"", "QXRSYNC", "QXRSYNC 1 AX", "QXRSYNC 2 AX 0", "qxrsync 1 AX 0", "QXRSYNC 1 XA 0",
-        "QXRSYNC 1 AXY 0", "QXRSYNC 1 AX -1", "QXRSYNC 1 AX 1 ", "QXRSYNC  1 AX 1",
-        "QXRSYNC 1 AX 99999999999999999999", "QXRSYNC 1 AX 0\r", "SSH-2.0-OpenSSH_9.2"})
+       {"", "QXRSYNC", "QXRSYNC 2 AX", "QXRSYNC 1 AX 0", "qxrsync 2 AX 0", "QXRSYNC 2 XA 0",
+        "QXRSYNC 2 AXY 0", "QXRSYNC 2 AX -1", "QXRSYNC 2 AX 1 ", "QXRSYNC  2 AX 1", "QXRSYNC 2  1",
+        "QXRSYNC 2 DA 1", "QXRSYNC 2 AX 99999999999999999999", "QXRSYNC 2 AX 0\r",
+        "SSH-2.0-OpenSSH_9.2"})
     EXPECT_EQ(parseOffer(line), std::nullopt) << line;
 }
 
@@ -59,14 +63,14 @@ TEST(Prelude, CapabilitiesArePlainWordsOnly) {
 TEST(Prelude, OnlyWhatBothHaveIsAgreedAndNothingBeyondTheLineIsTaken) {
   const DescriptorPair in = makePipe();
   const DescriptorPair out = makePipe();
-  const std::string heard = "QXRSYNC 1 X 77\nrest";
+  const std::string heard = "QXRSYNC 2 X 77\nrest";
   ASSERT_EQ(::write(in.second.get(), heard.data(), heard.size()), heard.size());
   const Deadline deadline(std::chrono::seconds(5));
   EXPECT_EQ(exchangeOffers(in.first.get(), out.second.get(), everything, deadline),
             (Offer{.acls = false, .xattrs = true, .usedBytes = 77}));
   char said[64] = {};
   EXPECT_GT(::read(out.first.get(), said, sizeof said - 1), 0);
-  EXPECT_STREQ(said, "QXRSYNC 1 AX 12345\n");
+  EXPECT_STREQ(said, "QXRSYNC 2 AXD 12345\n");
   char rest[8] = {};
   EXPECT_EQ(::read(in.first.get(), rest, sizeof rest - 1), 4);
   EXPECT_STREQ(rest, "rest");
@@ -94,4 +98,37 @@ TEST(Prelude, SilenceEndsAtTheDeadline) {
     EXPECT_EQ(failure.status(), 12);
     EXPECT_STREQ(failure.what(), "the other end of the data channel does not answer");
   }
+}
+
+TEST(Prelude, StreamsAreHandedOverOnASocket) {
+  const DescriptorPair sockets = makeSocketPair();
+  const DescriptorPair stream = makePipe();
+  const int client = sockets.first.get();
+  EXPECT_TRUE(carriesDescriptors(client, client));
+  EXPECT_FALSE(carriesDescriptors(client, stream.second.get()));
+  const Deadline deadline(std::chrono::seconds(5));
+  bool taken = false;
+  std::thread clientSide([&] {
+    const Channel channel{Descriptor(::dup(client)), Descriptor(::dup(client))};
+    taken = handOverStreams(channel, stream.first.get(), stream.second.get(), deadline);
+  });
+  const std::optional<Channel> streams =
+      takeStreams(sockets.second.get(), sockets.second.get(), deadline);
+  clientSide.join();
+  EXPECT_TRUE(taken);
+  ASSERT_TRUE(streams);
+  EXPECT_EQ(::write(streams->out.get(), "x", 1), 1);
+  char heard = 0;
+  EXPECT_EQ(::read(stream.first.get(), &heard, 1), 1);
+  EXPECT_EQ(heard, 'x');
+}
+
+TEST(Prelude, AByteWithoutStreamsIsRefused) {
+  const DescriptorPair sockets = makeSocketPair();
+  ASSERT_EQ(::write(sockets.first.get(), "", 1), 1);
+  EXPECT_FALSE(
+      takeStreams(sockets.second.get(), sockets.second.get(), Deadline(std::chrono::seconds(5))));
+  char said[16] = {};
+  EXPECT_EQ(::read(sockets.first.get(), said, sizeof said - 1), 8);
+  EXPECT_STREQ(said, "REFUSED\n");
 }
