@@ -14,9 +14,13 @@ target_compile_options(qx_flags INTERFACE
 # process with a message, not run on.
 target_compile_options(qx_flags INTERFACE -UNDEBUG)
 # Symbols of the framework's templates must be ordinary weak symbols: unique
-# ones would pin the plug-in library in memory for ever.
-target_compile_options(qx_flags INTERFACE
-  $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-fno-gnu-unique>)
+# ones would pin the plug-in library in memory for ever. clang-tidy reads the same
+# command line and refuses an option that only the GNU compiler knows; nobody loads
+# what is built beside it.
+if(NOT CMAKE_CXX_CLANG_TIDY)
+  target_compile_options(qx_flags INTERFACE
+    $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-fno-gnu-unique>)
+endif()
 
 # qx_headers(FOLDER): target FOLDER_headers, which makes "FOLDER/..." includable.
 function(qx_headers folder)

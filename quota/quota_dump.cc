@@ -36,7 +36,7 @@ std::string parseLine(const std::string& line, const std::string& dump, std::siz
     // A line cut off before its numbers is refused: read as zeros it would silently
     // clear the container's quotas.
     if (words.size() <= i + 1) return "Value is missing";
-    const std::string problem = parseNumber(words[i + 1], numbers[i]);
+    std::string problem = parseNumber(words[i + 1], numbers[i]);
     if (!problem.empty()) return problem;
   }
   *section->second = dump.substr(body + static_cast<std::size_t>(numbers[0]),
