@@ -8,6 +8,7 @@ AGENT_PLACE=/var/qxagent.tmp
 agent_main() {
   local verb=${1:-} server=${2:-}
   server_check "$server"
+  ! server_is_vm "$server" || die "agent: $server is a virtual machine; reach it over ssh"
   case $verb in
     start) agent_start "$server" "${@:3}" ;;
     stop) agent_stop "$server" ;;

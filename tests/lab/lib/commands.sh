@@ -9,12 +9,18 @@ command_exec() {
 
 command_root() {
   server_check "${1:-}"
+  ! server_is_vm "$1" || die "root: $1 is a virtual machine; use exec, put and view"
   printf '%s\n' "$(server_root "$1")"
 }
 
-# As the server sees its files, with what it has mounted.
+# As the server sees its files, with what it has mounted. Of a virtual machine, what
+# is on its disks at this moment.
 command_view() {
   server_check "${1:-}"
+  if server_is_vm "$1"; then
+    vm_view "$1"
+    return
+  fi
   printf '/proc/%d/root\n' "$(lxc-info -P "$LAB_HERE/lxc" -n "$1" -pH)"
 }
 
@@ -27,6 +33,10 @@ command_put() {
   local server=${1:-}
   server_check "$server"
   [ $# -ge 3 ] || die "put: give files and a directory"
+  if server_is_vm "$server"; then
+    vm_put "$@"
+    return
+  fi
   shift
   local target=${*: -1}
   cp -a "${@:1:$#-1}" "$(server_root "$server")/$target"
@@ -56,6 +66,10 @@ command_thaw() { server_set_frozen "${1:-}" 0; }
 server_set_frozen() {
   local group
   server_check "$1"
+  if server_is_vm "$1"; then
+    vm_set_frozen "$@"
+    return
+  fi
   group=$(find /sys/fs/cgroup -type d -name "lxc.payload.$1" -print -quit)
   echo "$2" >"$group/cgroup.freeze"
 }
@@ -64,13 +78,22 @@ server_set_frozen() {
 # itself on an idle server.
 command_files() {
   server_check "${1:-}"
-  (cd "$(server_root "$1")" && find . -xdev \
-    \( -path ./proc -o -path ./sys -o -path ./run -o -path ./tmp -o -path ./dev \
+  if server_is_vm "$1"; then
+    vm_exec "$1" sh -c "find . ./home $LAB_FILES" </dev/null | LC_ALL=C sort
+  else
+    (cd "$(server_root "$1")" && eval "find . $LAB_FILES") | LC_ALL=C sort
+  fi
+}
+
+LAB_FILES=$(
+  cat <<'EOF'
+-xdev \( -path ./proc -o -path ./sys -o -path ./run -o -path ./tmp -o -path ./dev \
     -o -path ./var/log -o -path ./var/tmp -o -path ./var/lib/ticker \
     -o -path ./var/lib/systemd \) -prune \
     -o -type d -printf '%p %y %m %U:%G\n' \
-    -o -printf '%p %y %m %U:%G %s %T@ %l\n') | LC_ALL=C sort
-}
+    -o -printf '%p %y %m %U:%G %s %T@ %l\n'
+EOF
+)
 
 command_processes() {
   server_check "${1:-}"

@@ -17,7 +17,24 @@ roots_digest() {
   } | sha256sum | cut -c1-12
 }
 
-root_path() { printf '%s/roots/%s-%s' "$LAB_CACHE" "$1" "$(roots_digest)"; }
+root_path() {
+  local digest
+  if [ "$1" = vm ]; then digest=$(vm_digest); else digest=$(roots_digest); fi
+  printf '%s/roots/%s-%s' "$LAB_CACHE" "$1" "$digest"
+}
+
+# debian_root RELEASE DIRECTORY PACKAGES [OPTION of mmdebstrap...]
+debian_root() {
+  local release=$1 target=$2 packages=$3
+  shift 3
+  mmdebstrap --quiet --variant=apt --format=directory --include="$packages" "$@" \
+    "$release" "$target" "deb $LAB_MIRROR $release main"
+}
+
+server_root_tree() {
+  debian_root "$1" "$2" "$(IFS=, && printf '%s' "${LAB_PACKAGES[*]}")" \
+    --customize-hook="$LAB_DIR/server/customize \"\$1\""
+}
 
 # Makes the root of a release unless it is there.
 make_root() {
@@ -29,17 +46,17 @@ make_root() {
   exec {roots_lock}>"$LAB_CACHE/roots/.lock"
   flock "$roots_lock"
   if [ ! -d "$path" ]; then
-    say "making a Debian $release root with mmdebstrap"
+    say "making a Debian root with mmdebstrap: $release"
     new=$LAB_CACHE/roots/.new-$release
     rm -rf "$new"
-    mmdebstrap --quiet --variant=apt --format=directory \
-      --include="$(IFS=, && printf '%s' "${LAB_PACKAGES[*]}")" \
-      --customize-hook="$LAB_DIR/server/customize \"\$1\"" \
-      "$release" "$new" "deb $LAB_MIRROR $release main" >"$LAB_CACHE/roots/$release.log" 2>&1 || {
+    if ! (
+      set -e
+      if [ "$release" = vm ]; then vm_root "$new"; else server_root_tree "$release" "$new"; fi
+    ) >"$LAB_CACHE/roots/$release.log" 2>&1; then
       tail -n 20 "$LAB_CACHE/roots/$release.log" >&2
       rm -rf "$new"
       die "mmdebstrap failed; its log is $LAB_CACHE/roots/$release.log"
-    }
+    fi
     rm -rf "$LAB_CACHE/roots/$release-"*
     mv "$new" "$path"
     say "made $path in $((SECONDS - started)) s"
@@ -48,13 +65,15 @@ make_root() {
 }
 
 roots_main() {
-  local release
+  local release status
   need_root
   [ $# -gt 0 ] || set -- bookworm
   for release in "$@"; do
     make_root "$release"
+    status=$(root_path "$release")/var/lib/dpkg/status
+    [ "$release" != vm ] || status=$(root_path vm)/packages
     printf '%s: %s (%s packages, %s)\n' "$release" "$(root_path "$release")" \
-      "$(grep -c '^Package:' "$(root_path "$release")/var/lib/dpkg/status")" \
+      "$(grep -c '^Package:' "$status")" \
       "$(du -sh "$(root_path "$release")" | cut -f1)"
   done
 }

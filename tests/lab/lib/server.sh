@@ -1,5 +1,6 @@
 # Servers: system containers that boot their own init and stand on the node's
-# bridge. Their roots are overlays over the cached ones.
+# bridge. Their roots are overlays over the cached ones. (vm.sh has the virtual
+# machines.)
 # shellcheck shell=bash
 
 servers_all() { (cd "$LAB_HERE/servers" && ls); }
@@ -36,9 +37,20 @@ servers_start() {
 
 server_make() {
   local server=$1 place=$LAB_HERE/servers/$1 root release
+  if server_is_vm "$server"; then
+    vm_make "$server"
+    return
+  fi
   root=$(server_root "$server")
   read -r release <"$place/release"
   mount_overlay "$LAB_HERE/roots/$release" "$place" "$root"
+  server_identity "$server" "$root"
+  server_config "$server" >"$place/config"
+}
+
+# server_identity SERVER ROOT: writes its names and keys, and makes them known here.
+server_identity() {
+  local server=$1 root=$2
   echo "$server" >"$root/etc/hostname"
   printf '127.0.0.1\tlocalhost\n%s\t%s\n192.0.2.1\tnode\n' "$(server_address "$server")" \
     "$server" >"$root/etc/hosts"
@@ -47,7 +59,6 @@ server_make() {
   ssh-keygen -A -f "$root" >/dev/null
   sed "s/^/$server,$(server_address "$server") /; s/ root@[^ ]*\$//" \
     "$root"/etc/ssh/ssh_host_*_key.pub >>/root/.ssh/known_hosts
-  server_config "$server" >"$place/config"
 }
 
 server_config() {
@@ -85,6 +96,10 @@ with_unified_cgroups() {
 
 server_boot() {
   local place=$LAB_HERE/servers/$1
+  if server_is_vm "$1"; then
+    vm_boot "$1"
+    return
+  fi
   with_unified_cgroups lxc-start -P "$LAB_HERE/lxc" -n "$1" -f "$place/config" \
     -o "$place/lxc.log" -l INFO -d || {
     tail -n 20 "$place/lxc.log" >&2
@@ -94,6 +109,10 @@ server_boot() {
 
 server_exec() {
   local server=$1
+  if server_is_vm "$server"; then
+    vm_exec "$@"
+    return
+  fi
   shift
   with_unified_cgroups lxc-attach -P "$LAB_HERE/lxc" -n "$server" --clear-env \
     -v PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin -v HOME=/root \
@@ -108,16 +127,22 @@ server_is_up() {
 }
 
 server_wait() {
-  wait_for 60 server_is_up "$1" || {
+  local patience=60
+  ! server_is_vm "$1" || patience=180
+  wait_for $patience server_is_up "$1" || {
     tail -n 40 "$LAB_HERE/servers/$1/console.log" >&2 || true
     server_exec "$1" systemctl --no-pager list-jobs >&2 </dev/null || true
-    die "server $1 did not come up in 60 seconds"
+    die "server $1 did not come up in $patience seconds"
   }
 }
 
 servers_stop() {
   local server
   for server in $(servers_all); do
+    if server_is_vm "$server"; then
+      vm_stop "$server"
+      continue
+    fi
     lxc-stop -P "$LAB_HERE/lxc" -n "$server" --kill 2>/dev/null || true
   done
 }
