@@ -25,6 +25,10 @@ std::string arrivalCommand(uint64_t bytes, const std::string& sha256) {
   std::string program =
       "D=@DIR@; export LC_ALL=C; umask 077; "
       "no() { echo \"QX error $*\"; exit 1; }; "
+      // What a killed agent had stopped, in this run or in one before it.
+      "up() { if [ -f $D/stopped-services ]; then "
+      "while read -r s; do /etc/init.d/$s start </dev/null >/dev/null 2>&1; done "
+      "<$D/stopped-services; fi; }; "
       "trap : HUP PIPE; "
       "u=`id -u`; [ \"$u\" = 0 ] || no root $u; "
       "m=`uname -m`; [ \"$m\" = x86_64 ] || no machine $m; "
@@ -36,7 +40,8 @@ std::string arrivalCommand(uint64_t bytes, const std::string& sha256) {
       "p=`head -n 1 $D/pid 2>/dev/null`; "
       "if [ -n \"$p\" ] && [ -e /proc/$p ] && "
       "tr \"\\000\" \" \" </proc/$p/cmdline 2>/dev/null | grep -q qxagent.tmp; "
-      "then no live $p; fi; rm -rf $D; fi; "
+      "then no live $p; fi; "
+      "[ -h $D ] || [ ! -O $D ] || up; rm -rf $D; fi; "
       "f=`df -P -k /var 2>/dev/null | tail -n 1 | { read x x x f x; echo $f; }`; "
       "[ \"${f:-65536}\" -ge 65536 ] || no space $f; "
       "e=`mkdir -m 0700 $D 2>&1` || no directory $e; "
@@ -55,10 +60,7 @@ std::string arrivalCommand(uint64_t bytes, const std::string& sha256) {
       "echo \"QX run\"; "
       "QXA_TMPDIR=$D @LOADER@ --library-path @LIBRARIES@ @AGENT@ serve --stdio; r=$?; "
       "trap \"\" HUP PIPE INT TERM; "
-      "if [ -f $D/stopped-services ]; then "
-      "while read -r s; do /etc/init.d/$s start </dev/null >/dev/null 2>&1; done "
-      "<$D/stopped-services; fi; "
-      "rm -rf $D; exit $r";
+      "up; rm -rf $D; exit $r";
   replaceAll(program, "@DIR@", arrivalDir);
   replaceAll(program, "@BYTES@", std::to_string(bytes));
   replaceAll(program, "@SHA256@", sha256);

@@ -11,6 +11,8 @@ namespace {
 struct StageText {
   const char* name;
   const char* text;
+  const char* firstWhere = nullptr;
+  const char* secondWhere = nullptr;
 };
 
 // What a stage does, for people.
@@ -18,8 +20,8 @@ constexpr StageText stageTexts[] = {
     {"connect", "reach the server"},
     {"measure", "measure the server"},
     {"survey", "look at the server's files"},
-    {"create", "open a session"},
-    {"init", "check the parameters"},
+    {"create", "open a session", "on the server", "here"},
+    {"init", "check the parameters", "on the server", "here"},
     {"lockVPS", "lock the container id"},
     {"createDstSrv", "create the container"},
     {"getUsageDiskSpace", "measure the server's files"},
@@ -34,12 +36,16 @@ constexpr StageText stageTexts[] = {
     {"waitRSyncServer2", "end the second copy"},
     {"restoreQuota", "set the container's disk quotas"},
     {"tuneDstSrv", "adapt the copy to a container"},
-    {"finish", "finish"},
+    {"finish", "finish", "here", "on the server"},
 };
 
-const char* textOf(const std::string& stage) {
+// times: how often the stage has begun, this time included. Both ends have it, one
+// after the other.
+std::string textOf(const std::string& stage, int times) {
   for (const StageText& known : stageTexts) {
-    if (stage == known.name) return known.text;
+    if (stage != known.name) continue;
+    const char* where = times < 2 ? known.firstWhere : known.secondWhere;
+    return where ? std::string(known.text) + " " + where : known.text;
   }
   return "";
 }
@@ -50,8 +56,12 @@ Console::Console(bool quiet) : quiet_(quiet), terminal_(isatty(STDOUT_FILENO) !=
 
 void Console::stageBegins(const std::string& stage) {
   stage_ = stage;
+  int& times = begun_[stage];
+  // The end here is not finished when it was never begun.
+  if (stage == "finish" && begun_["create"] < 2) times = 1;
+  text_ = textOf(stage, ++times);
   if (quiet_ || !terminal_) return;
-  printf("%-18s %s ...", stage.c_str(), textOf(stage));
+  printf("%-18s %s ...", stage.c_str(), text_.c_str());
   shown_ = true;
   fflush(stdout);
 }
@@ -59,7 +69,8 @@ void Console::stageBegins(const std::string& stage) {
 void Console::stageEnds(const std::string& stage, int result, double seconds) {
   if (quiet_) return;
   clear();
-  printf("%-18s %-34s %8.1f s  %s\n", stage.c_str(), textOf(stage), seconds,
+  if (stage != stage_) text_ = textOf(stage, 1);
+  printf("%-18s %-34s %8.1f s  %s\n", stage.c_str(), text_.c_str(), seconds,
          result == 0 ? "done" : "FAILED");
   fflush(stdout);
 }

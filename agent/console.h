@@ -2,6 +2,7 @@
 #ifndef QX_AGENT_CONSOLE_H
 #define QX_AGENT_CONSOLE_H
 
+#include <map>
 #include <string>
 
 #include "agent/migration.h"
@@ -26,6 +27,8 @@ class Console : public MigrationView {
   bool terminal_;
   bool shown_ = false;
   std::string stage_;
+  std::string text_;  // what the stage does
+  std::map<std::string, int> begun_;
 };
 
 }  // namespace agent

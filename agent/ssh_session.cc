@@ -72,13 +72,14 @@ bool hasAesInstructions() {
 }
 
 // Takes what comes before the bytes of a data channel off it. False if they do not
-// begin in time.
-bool skipToChannel(int fd) {
+// begin in time, or the request is cancelled.
+bool skipToChannel(int fd, const CancelToken* cancel) {
   const Clock::time_point giveUpAt = Clock::now() + channelPatience;
   std::string line;
   for (int noise = 0; noise <= maxNoiseLines && Clock::now() < giveUpAt;) {
-    pollfd entry{fd, POLLIN, 0};
-    if (::poll(&entry, 1, 1000) <= 0) continue;
+    if (cancel && cancel->isCancelled()) return false;
+    pollfd entries[2] = {{fd, POLLIN, 0}, {cancel ? cancel->fd() : -1, POLLIN, 0}};
+    if (::poll(entries, 2, 1000) <= 0 || entries[0].revents == 0) continue;
     char byte;
     const ssize_t count = read(fd, &byte, 1);
     if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) return false;
@@ -318,7 +319,8 @@ void SshSession::startErrorThread() {
 }
 
 boost::intrusive_ptr<LocalChannelEnd> SshSession::openChannel(const std::string& token,
-                                                              int pipeBytes) {
+                                                              int pipeBytes,
+                                                              const CancelToken* cancel) {
   ChannelPair pair = makeChannelPair(pipeBytes);
   if (!pair.first) return nullptr;
   ChildOptions options;
@@ -334,8 +336,10 @@ boost::intrusive_ptr<LocalChannelEnd> SshSession::openChannel(const std::string&
   channels_.push_back(std::move(child));
   // ssh alone holds that end: its death is the end of the stream.
   pair.second.reset();
-  if (!skipToChannel(pair.first->getInputFd())) {
-    fail("a data channel to " + address_.target() + " could not be opened");
+  if (!skipToChannel(pair.first->getInputFd(), cancel)) {
+    fail(cancel && cancel->isCancelled()
+             ? "Cancelled"
+             : "a data channel to " + address_.target() + " could not be opened");
     return nullptr;
   }
   return pair.first;

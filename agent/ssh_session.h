@@ -43,8 +43,10 @@ class SshSession {
 
   // Starts a session that joins the agent's channel `token` to two new pipes, and
   // waits until login scripts of the server have printed what they print there.
-  // Null with QXL::getErrorMessage() set when that fails.
-  boost::intrusive_ptr<LocalChannelEnd> openChannel(const std::string& token, int pipeBytes);
+  // Null with QXL::getErrorMessage() set when that fails or is cancelled. cancel may
+  // be null.
+  boost::intrusive_ptr<LocalChannelEnd> openChannel(const std::string& token, int pipeBytes,
+                                                    const CancelToken* cancel);
 
  private:
   std::vector<std::string> command(bool master, const std::string& remote) const;

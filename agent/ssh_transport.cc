@@ -21,7 +21,9 @@ SshTransport::~SshTransport() {
 boost::intrusive_ptr<QXL::QXLChannelPrototype> SshTransport::createChannel(
     const QXL::QXLChannelSettings& settings) {
   const std::string token = newToken();
-  boost::intrusive_ptr<LocalChannelEnd> end = session_->openChannel(token, settings.pipeBytes);
+  const CurrentRequest* request = CurrentRequest::get();
+  boost::intrusive_ptr<LocalChannelEnd> end =
+      session_->openChannel(token, settings.pipeBytes, request ? request->cancel.get() : nullptr);
   if (!end) return nullptr;
   return boost::intrusive_ptr<QXL::QXLChannelPrototype>(new Channel(
       end, boost::intrusive_ptr<QXL::QXLChannelEndPrototype>(new TokenChannelEnd(token))));

@@ -39,5 +39,26 @@ fast_source
 step "The next one clears it away"
 migrate
 check_status 0
+qxctl destroy $ctid >/dev/null
 start_services
+
+step "Everything dies at once while services are stopped"
+add_service_with_large_dump
+slow_source 2 20000
+begin_migration --stop-service dumper
+check "the second copy runs" until_copying 2
+check "nginx is stopped" until_so 5 eval '! service_runs nginx'
+on_server pkill -KILL -f /var/qxagent.tmp
+end_migration
+check_status 1
+fast_source
+check "nginx is still stopped" eval '! service_runs nginx'
+
+step "The next connection starts them, whatever it is for"
+plan=0
+qxmigrate plan "$source" --ctid 103 --duration 0 >"$work/plan.out" 2>&1 || plan=$?
+check "the plan is made" test "$plan" -le 2
+check_services_run
+check "the third service was started, too" test ! -e "$(lab root $server)/srv/www/dump"
+remove_service_with_large_dump
 close_source
