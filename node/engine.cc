@@ -9,12 +9,14 @@
 #include "node/adapt.h"
 #include "node/error.h"
 #include "node/file.h"
+#include "node/id_map.h"
 #include "node/interfaces.h"
 #include "node/mounts.h"
 #include "node/paths.h"
 #include "node/private_area.h"
 #include "node/resources.h"
 #include "node/state.h"
+#include "node/storage.h"
 #include "node/users.h"
 
 namespace node {
@@ -45,12 +47,29 @@ void requireTree(const Container& container) {
   }
 }
 
-[[noreturn]] void failBusy(const Container& container) {
-  const std::vector<std::string> below = mountsBelow(mountPoints(), container.root);
-  std::string user = below.empty() ? findUser(container.root) : "the mount " + below.front();
+[[noreturn]] void failBusy(const Container& container, const std::string& place) {
+  const std::vector<std::string> below = mountsBelow(mountPoints(), place);
+  std::string user = below.empty() ? findUser(place) : "the mount " + below.front();
   if (user.empty()) user = "a process that could not be found";
-  fail(ExitCode::kBusy, "cannot unmount %s of container %u: it is used by %s",
-       container.root.c_str(), container.id, user.c_str());
+  fail(ExitCode::kBusy, "cannot unmount %s of container %u: it is used by %s", place.c_str(),
+       container.id, user.c_str());
+}
+
+/// More than one mount can lie there: one more with mapped owners (id_map.h), or
+/// one made by hand.
+void umountRoot(const Container& container) {
+  while (isMounted(container)) {
+    if (umount(container.root.c_str()) != 0) {
+      if (errno == EBUSY) failBusy(container, container.root);
+      failErrno("cannot unmount %s", container.root.c_str());
+    }
+  }
+}
+
+void umountTreeOf(const Container& container) {
+  if (umountTree(container.privateArea)) return;
+  if (errno == EBUSY) failBusy(container, container.tree());
+  failErrno("cannot unmount %s", container.tree().c_str());
 }
 
 }  // namespace
@@ -63,41 +82,48 @@ void createContainer(const Container& container) {
          "'mkqxfs %s'",
          configPath(container.id).c_str(), container.privateArea.c_str());
   }
-  makePrivateAreaFromTemplate(container.privateArea, name);
+  makePrivateAreaFromTemplate(container, name);
+  const TreeAccess access(container);
   if (isSystemTree(container.tree())) registerContainer(container);
   markForAdaptation(container);
 }
 
 Outcome mountContainer(const Container& container) {
   requireTree(container);
-  if (isMounted(container)) {
-    if (isSameDirectory(container.root, container.tree())) return Outcome::kAlready;
-    fail(ExitCode::kBusy, "something other than %s is mounted on %s", container.tree().c_str(),
-         container.root.c_str());
-  }
-  makeDirectories(container.root);
-  if (!listDirectory(container.root).empty()) {
-    fail(ExitCode::kExists, "%s is not empty: mounting container %u would hide what is there",
-         container.root.c_str(), container.id);
-  }
-  if (mount(container.tree().c_str(), container.root.c_str(), nullptr, MS_BIND, nullptr) != 0) {
-    failErrno("cannot mount %s on %s", container.tree().c_str(), container.root.c_str());
+  const bool mountedTree = mountTree(container);
+  try {
+    // What a container that ended by itself has left.
+    if (isMounted(container) && isMapped(container.root, container.tree()) &&
+        !runningInit(container.id)) {
+      umountRoot(container);
+    }
+    if (isMounted(container)) {
+      if (isSameDirectory(container.root, container.tree())) return Outcome::kAlready;
+      fail(ExitCode::kBusy, "something other than %s is mounted on %s", container.tree().c_str(),
+           container.root.c_str());
+    }
+    makeDirectories(container.root);
+    if (!listDirectory(container.root).empty()) {
+      fail(ExitCode::kExists, "%s is not empty: mounting container %u would hide what is there",
+           container.root.c_str(), container.id);
+    }
+    if (mount(container.tree().c_str(), container.root.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+      failErrno("cannot mount %s on %s", container.tree().c_str(), container.root.c_str());
+    }
+  } catch (const Error&) {
+    if (mountedTree) umountTree(container.privateArea);
+    throw;
   }
   return Outcome::kDone;
 }
 
 void umountContainer(const Container& container) {
   refuseRunning(container, "unmount it");
-  if (!isMounted(container)) {
+  if (!isMounted(container) && !treeIsMounted(container.privateArea)) {
     fail(ExitCode::kNotMounted, "container %u is not mounted", container.id);
   }
-  // More than one mount can lie on the root when it was mounted by hand.
-  do {
-    if (umount(container.root.c_str()) != 0) {
-      if (errno == EBUSY) failBusy(container);
-      failErrno("cannot unmount %s", container.root.c_str());
-    }
-  } while (isMounted(container));
+  umountRoot(container);
+  umountTreeOf(container);
 }
 
 Outcome convertContainer(const Container& container) {
@@ -105,6 +131,7 @@ Outcome convertContainer(const Container& container) {
   // What could not be started from is better refused now.
   interfacesOf(container);
   planResources(container, CgroupLayout());
+  const TreeAccess access(container);
   return registerContainer(container) ? Outcome::kDone : Outcome::kAlready;
 }
 
@@ -115,6 +142,7 @@ void destroyContainer(const Container& container) {
   }
   refuseRunning(container, "destroy it");
   if (isMounted(container)) umountContainer(container);
+  umountTreeOf(container);
   if (exists(container.privateArea)) removePrivateArea(container.privateArea);
   // Only the empty mount point goes: files that someone put below it stay.
   if (rmdir(container.root.c_str()) != 0 && errno != ENOENT && errno != ENOTEMPTY &&

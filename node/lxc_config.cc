@@ -7,6 +7,7 @@
 
 #include "node/error.h"
 #include "node/file.h"
+#include "node/id_map.h"
 #include "node/interfaces.h"
 #include "node/paths.h"
 #include "node/resources.h"
@@ -46,8 +47,17 @@ void addNetwork(LxcItems& items, const Container& container) {
   }
 }
 
-void addSecurity(LxcItems& items, const HostFacts& facts) {
+void addSecurity(LxcItems& items, const Container& container, const HostFacts& facts) {
   items.emplace_back("lxc.include", kLxcCommonConfig);
+  if (const std::optional<IdMap> map = idMapOf(container)) {
+    items.emplace_back("lxc.include", kLxcUserNamespaceConfig);
+    for (const char kind : {'u', 'g'}) {
+      items.emplace_back("lxc.idmap", textf("%c 0 %u %u", kind, map->first, map->count));
+    }
+    // It gives back what even root of a user namespace has no business with, and
+    // what guests take for leave to mount file systems of the host's kernel.
+    items.emplace_back("lxc.cap.drop", "mac_admin mac_override sys_time sys_module sys_rawio");
+  }
   if (facts.appArmor) {
     items.emplace_back("lxc.apparmor.profile", "generated");
     items.emplace_back("lxc.apparmor.allow_nesting", "1");
@@ -86,7 +96,7 @@ std::string haltSignal(const Container& container) {
 
 LxcItems lxcItems(const Container& container, const HostFacts& facts) {
   LxcItems items;
-  addSecurity(items, facts);
+  addSecurity(items, container, facts);
   items.emplace_back("lxc.rootfs.path", "dir:" + container.root);
   const std::string hostname = container.var("HOSTNAME");
   if (!hostname.empty()) items.emplace_back("lxc.uts.name", hostname.substr(0, hostname.find('.')));

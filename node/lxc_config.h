@@ -14,6 +14,8 @@ namespace node {
 /// LXC's shared configuration: dropped capabilities, devices that may be used,
 /// system calls that may not.
 inline constexpr char kLxcCommonConfig[] = "/usr/share/lxc/config/common.conf";
+/// What it says otherwise for containers with a user namespace.
+inline constexpr char kLxcUserNamespaceConfig[] = "/usr/share/lxc/config/userns.conf";
 inline constexpr char kDefaultBridge[] = "qxbr0";
 
 /// What the configuration depends on beside the container.

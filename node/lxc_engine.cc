@@ -10,6 +10,7 @@
 #include "node/adapt.h"
 #include "node/error.h"
 #include "node/file.h"
+#include "node/id_map.h"
 #include "node/interfaces.h"
 #include "node/lxc_config.h"
 #include "node/lxc_handle.h"
@@ -17,6 +18,7 @@
 #include "node/private_area.h"
 #include "node/resources.h"
 #include "node/state.h"
+#include "node/storage.h"
 #include "node/text.h"
 
 namespace node {
@@ -90,7 +92,7 @@ void askInit(const Container& container) {
 
 void unmountQuietly(const Container& container) {
   try {
-    if (isMounted(container)) umountContainer(container);
+    if (isMounted(container) || treeIsMounted(container.privateArea)) umountContainer(container);
   } catch (const Error& error) {
     fprintf(stderr, "qxctl: warning: %s\n", error.what());
   }
@@ -107,8 +109,11 @@ Outcome startContainer(const Container& container) {
   }
   requireBridge(container);
   adaptIfChanged(container);
+  const std::optional<IdMap> map = idMapOf(container);
+  if (map) requireSetAside(*map);
   const bool wasMounted = mountContainer(container) == Outcome::kAlready;
   try {
+    if (map) mountMapped(container.root, *map);
     const LxcHandle lxc = openLxc(container.id);
     configure(lxc, container);
     lxc->want_daemonize(lxc.get(), true);
@@ -119,7 +124,8 @@ Outcome startContainer(const Container& container) {
     }
   } catch (const Error&) {
     unlink(recordPath(container.id).c_str());
-    if (!wasMounted) unmountQuietly(container);
+    // A mount with mapped owners is of no use to anyone else.
+    if (!wasMounted || map) unmountQuietly(container);
     throw;
   }
   return Outcome::kDone;

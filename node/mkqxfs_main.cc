@@ -5,7 +5,9 @@
 
 #include "node/container.h"
 #include "node/error.h"
+#include "node/paths.h"
 #include "node/private_area.h"
+#include "node/storage.h"
 #include "node/tool_main.h"
 
 namespace {
@@ -14,11 +16,31 @@ constexpr char kUsage[] =
     "Usage: mkqxfs VE_PRIVATE\n"
     "Makes an empty private area for a container: the directory VE_PRIVATE, for root\n"
     "only, with an empty file tree 'fs' in it. Parent directories are made. A directory\n"
-    "that holds anything is refused.\n\n";
+    "that holds anything is refused. The tree lies on what STORAGE says in the\n"
+    "configuration of the container that has this private area, or in /etc/qx/qx.conf.\n\n";
+
+/// The container whose private area has this path: its configuration may say what
+/// the tree is to lie on, and how large it is. Without one the host's settings count.
+node::Container ownerOf(const std::string& path) {
+  for (const unsigned id : node::configuredIds()) {
+    try {
+      node::Container container = node::findContainer(id);
+      if (container.privateArea == path) return container;
+    } catch (const node::Error&) {
+      // Another container's malformed file is not in the way here.
+    }
+  }
+  node::Container container;
+  container.vars =
+      node::readShellVars(node::kHostConfig, {{"VEID", "0"}}).value_or(node::ShellVars());
+  container.privateArea = path;
+  return container;
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  node::setToolPath();
   if (argc == 2 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)) {
     printf("%s%s", kUsage, node::exitCodeHelp().c_str());
     return 0;
@@ -30,7 +52,7 @@ int main(int argc, char** argv) {
     std::string path = argv[1];
     while (path.size() > 1 && path.ends_with('/')) path.pop_back();
     node::checkPlace("VE_PRIVATE", path);
-    node::makePrivateArea(path);
+    node::makePrivateArea(path, node::storagePlan(ownerOf(path)));
     return 0;
   });
 }

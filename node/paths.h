@@ -26,6 +26,8 @@ inline constexpr char kTreeName[] = "fs";
 inline constexpr char kTemplateMarker[] = ".ostemplate";
 inline constexpr char kOwnPrefix[] = ".qx-";
 inline constexpr char kRegistrationMarker[] = ".qx-registered";
+/// The ext4 file system that a tree may lie on (storage.h).
+inline constexpr char kImageFile[] = ".qx-image";
 inline constexpr char kQuotaFile[] = ".qx-quota";
 /// Exists while the guest's files lag behind the configuration.
 inline constexpr char kAdaptMarker[] = ".qx-adapt";

@@ -42,6 +42,13 @@ std::string utcNow() {
   return text;
 }
 
+/// Removes what a run left that did not come to its end.
+void removeUnfinished(const std::string& area) {
+  if (!umountTree(area)) failErrno("cannot unmount the tree of %s", area.c_str());
+  removeSubvolumes(area);
+  runProgram({"rm", "-rf", "--one-file-system", "--", area});
+}
+
 /// Removes a directory that this process began to fill, unless it was finished.
 class Unfinished {
  public:
@@ -49,7 +56,7 @@ class Unfinished {
   ~Unfinished() {
     if (path_.empty()) return;
     try {
-      runProgram({"rm", "-rf", "--one-file-system", "--", path_});
+      removeUnfinished(path_);
     } catch (const Error&) {
       // The failure that led here is the one to report; what is left is
       // removed by the next attempt.
@@ -63,13 +70,16 @@ class Unfinished {
 
 }  // namespace
 
-void makePrivateArea(const std::string& privateArea) {
-  if (exists(privateArea)) {
+void makePrivateArea(const std::string& privateArea, const StoragePlan& plan) {
+  const std::string tree = privateArea + "/" + kTreeName;
+  const std::string unfinishedImage = privateArea + "/" + kImageFile + ".new";
+  const bool existed = exists(privateArea);
+  if (existed) {
     if (!isDirectory(privateArea)) {
       fail(ExitCode::kExists, "%s exists and is not a directory", privateArea.c_str());
     }
-    const std::string tree = privateArea + "/" + kTreeName;
     for (const std::string& name : listDirectory(privateArea)) {
+      if (privateArea + "/" + name == unfinishedImage) continue;
       if (name != kTreeName || !isDirectory(tree) || !listDirectory(tree).empty()) {
         fail(ExitCode::kExists, "private area %s exists and is not empty", privateArea.c_str());
       }
@@ -77,22 +87,39 @@ void makePrivateArea(const std::string& privateArea) {
   }
   makeParents(privateArea);
   makeOwnedDirectory(privateArea, 0700);
-  makeOwnedDirectory(privateArea + "/" + kTreeName, 0755);
+  // An empty one of another kind is no obstacle.
+  if ((rmdir(tree.c_str()) != 0 && errno != ENOENT) ||
+      (unlink(unfinishedImage.c_str()) != 0 && errno != ENOENT)) {
+    failErrno("cannot complete %s", privateArea.c_str());
+  }
+  try {
+    makeTree(privateArea, plan);
+  } catch (const Error&) {
+    if (!existed) rmdir(privateArea.c_str());
+    throw;
+  }
 }
 
-void makePrivateAreaFromTemplate(const std::string& privateArea, const std::string& templateName) {
+void makePrivateAreaFromTemplate(const Container& container, const std::string& templateName) {
+  const std::string& privateArea = container.privateArea;
   const OsTemplate source = findTemplate(templateName);
+  const StoragePlan plan = storagePlan(container);
   if (exists(privateArea)) {
     fail(ExitCode::kExists, "private area %s exists already", privateArea.c_str());
   }
   makeParents(privateArea);
   // Whoever finds the private area takes it for complete, so it gets its name
   // last of all. A directory of this name is what a killed run left.
-  const std::string staging = privateArea + ".creating";
-  runProgram({"rm", "-rf", "--one-file-system", "--", staging});
+  Container staged = container;
+  staged.privateArea = privateArea + ".creating";
+  const std::string& staging = staged.privateArea;
+  removeUnfinished(staging);
   Unfinished unfinished(staging);
-  makePrivateArea(staging);
-  unpackTemplate(source, staging + "/" + kTreeName);
+  makePrivateArea(staging, plan);
+  {
+    const TreeAccess access(staged);
+    unpackTemplate(source, staged.tree());
+  }
   replaceFile(staging + "/" + kTemplateMarker, templateName, 0644);
   if (rename(staging.c_str(), privateArea.c_str()) != 0) {
     failErrno("cannot rename %s to %s", staging.c_str(), privateArea.c_str());
@@ -117,6 +144,7 @@ void removePrivateArea(const std::string& privateArea) {
     fail(ExitCode::kBusy, "private area %s is a mount point: unmount it first",
          privateArea.c_str());
   }
+  removeSubvolumes(privateArea);
   runProgram({"rm", "-rf", "--one-file-system", "--", privateArea});
 }
 

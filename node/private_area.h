@@ -1,5 +1,6 @@
 // A container's private area: a directory, for root only, that holds
 //   fs/             the container's file tree
+//   .qx-image       the file system that is mounted there, where it lies on one
 //   .ostemplate     the name of the OS template it was made from, if any
 //   .qx-registered  when and from what it became a startable container
 //   .qx-quota       the disk limits of its users and groups (quota_table.h)
@@ -10,20 +11,23 @@
 #include <string>
 
 #include "node/container.h"
+#include "node/storage.h"
 
 namespace node {
 
 /// Makes an empty private area; its parents too. What an interrupted run left
 /// (no tree yet, or an empty one) is completed. Throws Error: kExists when
-/// there is something in it.
-void makePrivateArea(const std::string& privateArea);
+/// there is something in it, and what makeTree throws. A failed attempt leaves
+/// nothing but parents.
+void makePrivateArea(const std::string& privateArea, const StoragePlan& plan = {});
 
-/// Fills a new private area from an OS template (template.h) and writes the
-/// template marker. It appears complete or not at all. Throws Error: kExists when
-/// there is one already, kNotFound when there is no such template.
-void makePrivateAreaFromTemplate(const std::string& privateArea, const std::string& templateName);
+/// Fills the container's new private area from an OS template (template.h) and
+/// writes the template marker. It appears complete or not at all. Throws Error:
+/// kExists when there is one already, kNotFound when there is no such template.
+void makePrivateAreaFromTemplate(const Container& container, const std::string& templateName);
 
-/// Removes a private area with all it holds, without leaving its file system.
+/// Removes a private area with all it holds, without leaving its file system but
+/// for subvolumes in its tree.
 /// Throws Error: kBusy when something is mounted in it, kBadConfig when it holds
 /// entries that no private area has, as a directory named by mistake would.
 void removePrivateArea(const std::string& privateArea);

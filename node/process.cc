@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 #include "node/error.h"
@@ -77,6 +78,17 @@ void runProgram(const std::vector<std::string>& arguments) {
                                               : textf("exited with status %d", WEXITSTATUS(status));
   fail(ExitCode::kFailed, "'%s' %s%s%s", command.c_str(), end.c_str(), errors.empty() ? "" : ":\n",
        errors.c_str());
+}
+
+void requireProgram(const char* name, const char* package) {
+  const char* path = getenv("PATH");
+  std::string rest = path == nullptr ? "/usr/sbin:/usr/bin:/sbin:/bin" : path;
+  while (!rest.empty()) {
+    const std::string directory = rest.substr(0, rest.find(':'));
+    if (access((directory + "/" + name).c_str(), X_OK) == 0) return;
+    rest.erase(0, directory.size() + 1);
+  }
+  fail(ExitCode::kFailed, "the program %s is missing: install the package %s", name, package);
 }
 
 }  // namespace node

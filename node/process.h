@@ -13,6 +13,10 @@ namespace node {
 /// cannot be started or does not exit with 0. Standard output is discarded.
 void runProgram(const std::vector<std::string>& arguments);
 
+/// Throws Error (kFailed), which names the package to install, unless PATH has this
+/// program.
+void requireProgram(const char* name, const char* package);
+
 }  // namespace node
 
 #endif

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
+#include "node/id_map.h"
 #include "node/mounts.h"
 #include "node/state.h"
 #include "node/text.h"
@@ -31,6 +32,9 @@ Json toJson(const StatusReport& report) {
   }
   json["root"] = report.container.root;
   json["private"] = report.container.privateArea;
+  json["storage"] = storageName(report.storage);
+  if (report.imageBytes) json["image_bytes"] = *report.imageBytes;
+  json["unprivileged"] = report.unprivileged;
   for (const auto& [variable, key] : kShownVariables) {
     const std::string value = report.container.var(variable);
     if (!value.empty()) json[key] = value;
@@ -59,6 +63,9 @@ StatusReport reportOn(const Container& container, const HostState& host) {
   report.mounted = countMountsAt(host.mountPoints, container.root) > 0;
   report.running = runningInit(container.id).has_value();
   report.registered = registration(container);
+  report.storage = storageOf(container.privateArea);
+  report.imageBytes = imageSize(container.privateArea);
+  report.unprivileged = idMapOf(container).has_value();
   report.resources = planResources(container, host.cgroups);
   return report;
 }
@@ -75,6 +82,13 @@ std::string statusText(const StatusReport& report) {
   }
   text += textf("  root          %s\n  private area  %s\n", report.container.root.c_str(),
                 report.container.privateArea.c_str());
+  if (report.imageBytes) {
+    text += textf("  storage       ext4 image of %llu MiB\n",
+                  static_cast<unsigned long long>(*report.imageBytes >> 20));
+  } else if (report.storage != Storage::kDirectory) {
+    text += textf("  storage       %s\n", storageName(report.storage));
+  }
+  if (report.unprivileged) text += "  unprivileged  yes\n";
   for (const auto& [variable, key] : kShownVariables) {
     const std::string value = report.container.var(variable);
     if (!value.empty()) text += textf("  %-13s %s\n", key, value.c_str());

@@ -9,6 +9,7 @@
 #include "node/container.h"
 #include "node/private_area.h"
 #include "node/resources.h"
+#include "node/storage.h"
 
 namespace node {
 
@@ -18,6 +19,9 @@ struct StatusReport {
   bool mounted = false;
   bool running = false;
   std::optional<Registration> registered;
+  Storage storage = Storage::kDirectory;  ///< what the tree lies on
+  std::optional<uint64_t> imageBytes;
+  bool unprivileged = false;
   ResourcePlan resources;
 };
 

@@ -17,6 +17,7 @@
 #include "node/file.h"
 #include "node/sandbox.h"
 #include "node/state.h"
+#include "node/storage.h"
 #include "node/text.h"
 
 namespace node {
@@ -136,6 +137,7 @@ int runScript(const Container& container, const std::string& scriptPath) {
     fail(ExitCode::kNotFound, "container %u has no file tree: there is no directory %s",
          container.id, plan.tree.c_str());
   }
+  const TreeAccess access(container);
   plan.script = *script;
   plan.hostname = container.var("HOSTNAME");
   plan.command = scriptInterpreter(*script);

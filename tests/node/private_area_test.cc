@@ -99,7 +99,7 @@ TEST(PrivateAreaFromTemplate, CopiesADirectoryWithModesAndLinks) {
       .file("/var/lib/qx/template/base/usr/bin/tool", "text", 04755)
       .symlink("/var/lib/qx/template/base/bin", "usr/bin")
       .run([] {
-        node::makePrivateAreaFromTemplate(kArea, ".base");
+        node::makePrivateAreaFromTemplate(container(), ".base");
         EXPECT_EQ(modeOf(std::string(kArea) + "/fs/usr/bin/tool"), 04755u);
         EXPECT_EQ(test_support::readFile(std::string(kArea) + "/fs/bin/tool"), "text");
         EXPECT_EQ(test_support::readFile(std::string(kArea) + "/.ostemplate"), ".base");
@@ -114,7 +114,7 @@ TEST(PrivateAreaFromTemplate, UnpacksArchives) {
                               "tar -C /in -cJf /var/lib/qx/template/base.tar.xz ."}) {
     ScratchHost().file("/in/etc/motd", "hello", 0640).dir("/var/lib/qx/template").run([command] {
       ASSERT_EQ(system(command), 0);
-      node::makePrivateAreaFromTemplate(kArea, "base");
+      node::makePrivateAreaFromTemplate(container(), "base");
       EXPECT_EQ(test_support::readFile(std::string(kArea) + "/fs/etc/motd"), "hello");
       EXPECT_EQ(modeOf(std::string(kArea) + "/fs/etc/motd"), 0640u);
     });
@@ -124,7 +124,7 @@ TEST(PrivateAreaFromTemplate, UnpacksArchives) {
 TEST(PrivateAreaFromTemplate, BrokenArchiveLeavesNoPrivateArea) {
   ScratchHost().file("/var/lib/qx/template/base.tar", "this is no archive, only text").run([] {
     try {
-      node::makePrivateAreaFromTemplate(kArea, "base");
+      node::makePrivateAreaFromTemplate(container(), "base");
       FAIL() << "accepted";
     } catch (const Error& error) {
       EXPECT_EQ(error.code(), ExitCode::kFailed);
@@ -136,7 +136,8 @@ TEST(PrivateAreaFromTemplate, BrokenArchiveLeavesNoPrivateArea) {
 
 TEST(PrivateAreaFromTemplate, ExistingPrivateAreaIsLeftAlone) {
   ScratchHost().dir("/var/lib/qx/template/base").dir(kArea).run([] {
-    EXPECT_EQ(codeOf([] { node::makePrivateAreaFromTemplate(kArea, "base"); }), ExitCode::kExists);
+    EXPECT_EQ(codeOf([] { node::makePrivateAreaFromTemplate(container(), "base"); }),
+              ExitCode::kExists);
     EXPECT_TRUE(node::listDirectory(kArea).empty());
   });
 }
@@ -146,7 +147,7 @@ TEST(PrivateAreaFromTemplate, LeftoverOfAKilledRunIsReplaced) {
       .file("/var/lib/qx/template/base/new", "")
       .file("/vz/private/101.creating/fs/old", "")
       .run([] {
-        node::makePrivateAreaFromTemplate(kArea, "base");
+        node::makePrivateAreaFromTemplate(container(), "base");
         EXPECT_THAT(node::listDirectory(std::string(kArea) + "/fs"), ElementsAre("new"));
         EXPECT_THAT(node::listDirectory("/vz/private"), ElementsAre("101"));
       });

@@ -1,0 +1,216 @@
+#include "node/storage.h"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "node/error.h"
+#include "node/ext4_image.h"
+#include "node/file.h"
+#include "node/mounts.h"
+#include "node/paths.h"
+#include "node/process.h"
+#include "node/resources.h"
+#include "node/text.h"
+
+namespace node {
+namespace {
+
+constexpr std::array kNames{"directory", "ext4", "btrfs"};
+
+std::string treeOf(const std::string& area) { return area + "/" + kTreeName; }
+std::string imageOf(const std::string& area) { return area + "/" + kImageFile; }
+
+std::optional<uint64_t> limitOf(const Container& container, const char* record) {
+  const std::string text = container.var(record);
+  if (text.empty()) return std::nullopt;
+  const std::optional<ResourceValue> value = parseResource(text);
+  if (!value) {
+    fail(ExitCode::kBadConfig,
+         "%s of container %u is neither a number nor two separated by ':': '%s'", record,
+         container.id, text.c_str());
+  }
+  if (value->limit >= kUnlimited) return std::nullopt;
+  return value->limit;
+}
+
+/// The limit of DISKSPACE. It is in KiB.
+std::optional<uint64_t> wantedBytes(const Container& container) {
+  const std::optional<uint64_t> kib = limitOf(container, "DISKSPACE");
+  if (!kib || *kib > kMaxImageBytes / 1024) return std::nullopt;
+  return *kib * 1024;
+}
+
+bool isOnBtrfs(const std::string& path) {
+  struct statfs fs;
+  return statfs(path.c_str(), &fs) == 0 && fs.f_type == BTRFS_SUPER_MAGIC;
+}
+
+/// The root of every subvolume has this inode number.
+bool isSubvolume(const std::string& path) {
+  constexpr ino_t kSubvolumeRoot = 256;
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_ino == kSubvolumeRoot &&
+         isOnBtrfs(path);
+}
+
+void limitSubvolume(const std::string& tree, const std::optional<uint64_t>& bytes) {
+  requireProgram("btrfs", "btrfs-progs");
+  try {
+    runProgram({"btrfs", "qgroup", "show", "--", tree});
+  } catch (const Error&) {
+    // Quotas of that file system are off: there is nothing that could limit.
+    return;
+  }
+  runProgram({"btrfs", "qgroup", "limit", bytes ? std::to_string(*bytes) : "none", tree});
+}
+
+void makeSubvolume(const std::string& area, const StoragePlan& plan) {
+  const std::string tree = treeOf(area);
+  if (!isOnBtrfs(area)) {
+    fail(ExitCode::kBadConfig,
+         "STORAGE is 'btrfs', but %s is on a file system of another type: put private areas on a "
+         "btrfs, or set STORAGE=directory",
+         area.c_str());
+  }
+  requireProgram("btrfs", "btrfs-progs");
+  runProgram({"btrfs", "subvolume", "create", tree});
+  try {
+    if (chmod(tree.c_str(), 0755) != 0) failErrno("cannot set the mode of %s", tree.c_str());
+    limitSubvolume(tree, plan.bytes);
+  } catch (const Error&) {
+    rmdir(tree.c_str());
+    throw;
+  }
+}
+
+void makeDirectoryOf(const std::string& tree, mode_t mode) {
+  if (mkdir(tree.c_str(), 0700) != 0) failErrno("cannot create directory %s", tree.c_str());
+  if (chmod(tree.c_str(), mode) != 0) failErrno("cannot set the mode of %s", tree.c_str());
+}
+
+void makeImage(const std::string& area, const StoragePlan& plan) {
+  const std::string tree = treeOf(area);
+  // Nobody but root has business where nothing is mounted.
+  makeDirectoryOf(tree, 0700);
+  try {
+    makeExt4Image(imageOf(area), tree, *plan.bytes, plan.inodes, plan.quota);
+  } catch (const Error&) {
+    rmdir(tree.c_str());
+    throw;
+  }
+}
+
+}  // namespace
+
+const char* storageName(Storage storage) { return kNames.at(static_cast<size_t>(storage)); }
+
+StoragePlan storagePlan(const Container& container) {
+  StoragePlan plan;
+  const std::string word = valueOf(container.vars, "STORAGE", kNames[0]);
+  const auto* const found = std::find(kNames.begin(), kNames.end(), word);
+  if (found == kNames.end()) {
+    fail(ExitCode::kBadConfig, "STORAGE is '%s': directory, ext4 or btrfs is expected",
+         word.c_str());
+  }
+  plan.storage = static_cast<Storage>(found - kNames.begin());
+  if (plan.storage == Storage::kDirectory) return plan;
+  plan.bytes = wantedBytes(container);
+  plan.inodes = limitOf(container, "DISKINODES");
+  const std::string quota = container.var("DISK_QUOTA");
+  plan.quota = quota != "no" && quota != "NO" && quota != "off";
+  if (plan.storage == Storage::kExt4) {
+    if (!plan.bytes) {
+      fail(ExitCode::kBadConfig,
+           "STORAGE is 'ext4', but DISKSPACE gives no size for the image: set it in KiB, such as "
+           "DISKSPACE=10485760:10485760");
+    }
+    if (*plan.bytes < kMinImageBytes) {
+      fail(ExitCode::kBadConfig,
+           "DISKSPACE is %llu KiB: an image of less than %llu KiB is too small",
+           static_cast<unsigned long long>(*plan.bytes / 1024),
+           static_cast<unsigned long long>(kMinImageBytes / 1024));
+    }
+  }
+  return plan;
+}
+
+void makeTree(const std::string& area, const StoragePlan& plan) {
+  switch (plan.storage) {
+    case Storage::kDirectory:
+      return makeDirectoryOf(treeOf(area), 0755);
+    case Storage::kExt4:
+      return makeImage(area, plan);
+    case Storage::kBtrfs:
+      return makeSubvolume(area, plan);
+  }
+}
+
+Storage storageOf(const std::string& area) {
+  if (exists(imageOf(area))) return Storage::kExt4;
+  return isSubvolume(treeOf(area)) ? Storage::kBtrfs : Storage::kDirectory;
+}
+
+std::optional<uint64_t> imageSize(const std::string& area) {
+  struct stat st;
+  if (stat(imageOf(area).c_str(), &st) != 0) return std::nullopt;
+  return static_cast<uint64_t>(st.st_size);
+}
+
+bool treeIsMounted(const std::string& area) {
+  return exists(imageOf(area)) && countMountsAt(mountPoints(), treeOf(area)) > 0;
+}
+
+bool mountTree(const Container& container) {
+  const std::string& area = container.privateArea;
+  const Storage storage = storageOf(area);
+  if (storage == Storage::kBtrfs && !container.var("DISKSPACE").empty()) {
+    limitSubvolume(container.tree(), wantedBytes(container));
+  }
+  if (storage != Storage::kExt4 || treeIsMounted(area)) return false;
+  mountExt4Image(imageOf(area), container.tree(), wantedBytes(container));
+  return true;
+}
+
+bool umountTree(const std::string& area) {
+  // More than one mount lies there when somebody mounted it by hand.
+  while (treeIsMounted(area)) {
+    if (umount(treeOf(area).c_str()) != 0) return false;
+  }
+  return true;
+}
+
+void removeSubvolumes(const std::string& area) {
+  const std::string tree = treeOf(area);
+  if (!isSubvolume(tree)) return;
+  requireProgram("btrfs", "btrfs-progs");
+  // Those further inside come first.
+  runProgram({"find", tree, "-depth", "-type", "d", "-inum", "256", "-exec", "btrfs", "subvolume",
+              "delete", "--", "{}", "+"});
+}
+
+TreeAccess::TreeAccess(const Container& container) {
+  if (mountTree(container)) area_ = container.privateArea;
+}
+
+TreeAccess::~TreeAccess() {
+  if (area_.empty()) return;
+  try {
+    if (!umountTree(area_)) {
+      fprintf(stderr, "warning: cannot unmount %s: %s\n", treeOf(area_).c_str(), strerror(errno));
+    }
+  } catch (const Error& error) {
+    fprintf(stderr, "warning: %s\n", error.what());
+  }
+}
+
+}  // namespace node
