@@ -17,8 +17,14 @@ use_disk() {
     cp -a "$configs/." "$QX_DISK/configs/"
   fi
   mkdir -p /var/lib/qx/private
+  if [ "$QX_RELEASE" = sysvinit ]; then
+    truncate -s 4G "$QX_DISK/btrfs"
+    mkfs.btrfs -q "$QX_DISK/btrfs"
+    mount -o loop "$QX_DISK/btrfs" "$QX_DISK/private"
+  fi
   mount --bind "$QX_DISK/private" /var/lib/qx/private
   mount --bind "$QX_DISK/configs" "$configs"
+  set_up_host
 }
 
 in_container() { qxctl exec $ctid "$@" </dev/null; }
@@ -41,14 +47,18 @@ login() {
 }
 
 check_boot() {
-  local unit
+  local unit state failed
   check "the boot ends within 60 s" until_so 60 boot_is_over
-  step "State: $(system_state)"
+  state=$(system_state)
+  failed=$(in_container systemctl list-units --failed --plain --no-legend --no-pager)
+  check "systemd says $state, which its failed units explain" test \
+    "$state${failed:+ failed}" = running -o "$state${failed:+ failed}" = "degraded failed"
   while read -r unit _; do
+    [ -n "$unit" ] || continue
     check "unit $unit may fail: ${may_fail[$unit]:-no reason is known}" \
       test -n "${may_fail[$unit]:-}"
     in_container journalctl --no-pager -n 15 -u "$unit" || true
-  done < <(in_container systemctl list-units --failed --plain --no-legend --no-pager)
+  done <<<"$failed"
   check_equal "no job waits" "No jobs running." "$(in_container systemctl list-jobs --no-pager)"
 }
 
@@ -103,4 +113,115 @@ check_package() {
   in_container rm -f /root/boot-test.deb /root/apt.log
 }
 
-limit_in_force() { cat /sys/fs/cgroup/{pids,.}/lxc.payload.qx-"$ctid"/pids.max 2>/dev/null; }
+# --- Limits -------------------------------------------------------------------
+
+# group_file CONTROLLER FILE1 FILE2: the file of the container's control group, in
+# the generation that the machine has the controller in.
+group_file() {
+  local group=lxc.payload.qx-$ctid place
+  for place in "/sys/fs/cgroup/$1/$group/$2" "/sys/fs/cgroup/unified/$group/$3" \
+    "/sys/fs/cgroup/$group/$3"; do
+    if [ -e "$place" ]; then
+      printf '%s\n' "$place"
+      return
+    fi
+  done
+  printf 'no group of %s\n' "$1"
+}
+
+limit_in_force() { cat "$(group_file pids pids.max pids.max)"; }
+
+# record NAME: the limit that the container's configuration has.
+record() {
+  sed -n "s/^$1=[\"']\{0,1\}\([0-9]*:\)\{0,1\}\([0-9]*\)[\"']\{0,1\}\$/\2/p" \
+    /etc/sysconfig/qx-scripts/$ctid.conf
+}
+
+# What the kernel holds is what the configuration says, in the kernel's units.
+check_limits() {
+  local tasks memory weight file expected
+  tasks=$(record NUMPROC)
+  memory=$(record SLMMEMORYLIMIT)
+  weight=$(record CPUUNITS)
+  check "the configuration has limits: $tasks tasks, $memory bytes, weight $weight" \
+    test "$tasks" -gt 0 -a "$memory" -gt 0 -a "$weight" -gt 0
+  file=$(group_file pids pids.max pids.max)
+  check_equal "tasks (${file##*/})" "$tasks" "$(cat "$file")"
+  file=$(group_file memory memory.limit_in_bytes memory.max)
+  # The kernel counts whole pages.
+  check_equal "memory (${file##*/})" $((memory / 4096 * 4096)) "$(cat "$file")"
+  file=$(group_file cpu cpu.shares cpu.weight)
+  case $file in
+    *.shares) expected=$((weight * 1024 / 1000)) ;;
+    *) expected=$((weight / 10)) ;;
+  esac
+  check_equal "weight (${file##*/})" "$expected" "$(cat "$file")"
+  check_shown NUMPROC "$tasks"
+  check_shown SLMMEMORYLIMIT "$memory"
+  check_shown CPUUNITS "$expected"
+  check "the guest's init is in that group" grep -q "/lxc.payload.qx-$ctid\(/\|\$\)" \
+    "/proc/$(init_pid)/cgroup"
+}
+
+check_shown() {
+  check "qxctl status shows $1" grep -q "$1: cgroup.* = $2\$" <(qxctl status $ctid)
+}
+
+# The guest's init, as the node's processes see it.
+init_pid() { cut -d' ' -f1 /run/qx/$ctid.init; }
+
+# --- Variants: each release boots from another storage ------------------------
+
+# The host's settings. Every node of the release gets them.
+set_up_host() {
+  case $QX_RELEASE in
+    bullseye) printf 'STORAGE=ext4\n' ;;
+    trixie)
+      printf 'UNPRIVILEGED=yes\nUNPRIVILEGED_IDS=1000000:65536\n'
+      usermod --add-subuids 1000000-1065535 --add-subgids 1000000-1065535 root
+      ;;
+    sysvinit) printf 'STORAGE=btrfs\n' ;;
+  esac >>/etc/qx/qx.conf
+}
+
+check_storage() {
+  local fs=$private/fs pid uid
+  case $QX_RELEASE in
+    bullseye)
+      check "the tree lies in an image" test -f "$private/.qx-image"
+      check_equal "of the configured size" "$(record DISKSPACE)" \
+        $(($(stat -c %s "$private/.qx-image") / 1024))
+      check_equal "which is mounted" ext2/ext3 "$(stat -f -c %T /var/lib/qx/root/$ctid)"
+      check "the guest sees its size" test "$(in_container df -k --output=size / | tail -n 1)" -lt \
+        "$(record DISKSPACE)"
+      check "qxctl status tells" grep -q '^  storage  *ext4 image of 4096 MiB$' <(qxctl status $ctid)
+      ;;
+    trixie)
+      pid=$(init_pid)
+      uid=$(stat -c %u "/proc/$pid")
+      check_equal "root of the guest is a nobody of the node" 1000000 "$uid"
+      check_equal "and root inside" 0 "$(in_container id -u)"
+      check_equal "files on disk keep their owners" "0 1000" \
+        "$(stat -c %u "$fs/etc/passwd" "$fs/home/operator1" | paste -sd' ')"
+      check_equal "the guest sees the same owners" "0 1000" \
+        "$(in_container stat -c %u /etc/passwd /home/operator1 | paste -sd' ')"
+      in_container touch /root/made-inside
+      check_equal "what the guest makes has them, too" 0 "$(stat -c %u "$fs/root/made-inside")"
+      in_container rm /root/made-inside
+      check "qxctl status tells" grep -q '^  unprivileged  yes$' <(qxctl status $ctid)
+      ;;
+    sysvinit) check_equal "the tree is a subvolume" 256 "$(stat -c %i "$fs")" ;;
+    *) check "the tree is a directory" test ! -e "$private/.qx-image" -a -d "$fs/etc" ;;
+  esac
+}
+
+check_nothing_mounted() {
+  check_no "nothing of the container is mounted" grep -E "/var/lib/qx/(root|private)/$ctid" /proc/mounts
+}
+
+# with_tree COMMAND...: while the files are where they are.
+with_tree() {
+  qxctl mount $ctid >/dev/null
+  "$@"
+  qxctl umount $ctid >/dev/null
+}

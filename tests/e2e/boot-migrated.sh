@@ -16,8 +16,8 @@ case $QX_RELEASE in
   bullseye) distribution=debian-11 ;;
   trixie) distribution=debian-13 ;;
 esac
-printf 'NUMPROC="500:500"\nSLMMEMORYLIMIT="1073741824:1073741824"\nCPUUNITS="1000"\n' >"$work/limits"
-migrate --ip $address/24 --nameserver 192.0.2.1 --config "$work/limits"
+migrate_measured --ip $address/24 --nameserver 192.0.2.1 --duration 1 --diskspace 4194304:4194304 \
+  --diskinodes 400000:400000
 check_status 0
 [ "$status" = 0 ]
 
@@ -26,11 +26,13 @@ check "start" qxctl start $ctid
 check "a second start changes nothing" qxctl start $ctid
 check_boot
 check_services
-check_equal "500 tasks at most" 500 "$(limit_in_force)"
+
+step "The measured limits hold, and the files lie where they should"
+check_limits
+check_storage
 check "set changes the limit at once" qxctl set $ctid NUMPROC=600:600
 check_equal "600 tasks at most" 600 "$(limit_in_force)"
 check_package
-check_cron
 
 step "Commands inside end with their own status"
 status=0
@@ -48,6 +50,8 @@ status=0
 qxctl umount $ctid 2>/dev/null || status=$?
 check_status 17
 
+check_cron
+
 step "Reboot from inside"
 before=$(cat /run/qx/$ctid.init)
 in_container systemctl reboot
@@ -64,6 +68,7 @@ check_equal "the name" beta "$(in_container hostname)"
 check "set back" qxctl set $ctid HOSTNAME=$server
 check "stop" qxctl stop $ctid
 check "a second stop changes nothing" qxctl stop $ctid
+check_nothing_mounted
 check "not mounted, stopped" grep -q ', not mounted, stopped,' <(qxctl status $ctid)
 status=0
 qxctl exec $ctid true 2>/dev/null || status=$?

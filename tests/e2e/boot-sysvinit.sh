@@ -4,9 +4,13 @@
 . "$QX_E2E/boot-lib.sh"
 
 step "A copied system"
-mkdir -p "$private"
-chmod 700 "$private"
-cp -a /run/qxlab/roots/sysvinit-1 "$(container_root)"
+use_disk
+printf 'HOSTNAME="%s"\nDISTRIBUTION="debian-12"\nIP_ADDRESS="%s/24"\nGATEWAY="192.0.2.1"\n' \
+  $server $address >/etc/sysconfig/qx-scripts/$ctid.conf
+printf 'NUMPROC="300:300"\nSLMMEMORYLIMIT="536870912:536870912"\nCPUUNITS="2000"\n' \
+  >>/etc/sysconfig/qx-scripts/$ctid.conf
+check "an empty private area" mkqxfs $private
+cp -a /run/qxlab/roots/sysvinit-1/. "$(container_root)/"
 root=$(container_root)
 printf '/dev/sda1 / ext4 errors=remount-ro 0 1\n' >"$root/etc/fstab"
 printf 'auto eth0\niface eth0 inet static\n  address 192.0.2.11/24\n' >"$root/etc/network/interfaces"
@@ -16,8 +20,6 @@ ssh-keygen -A -f "$root" >/dev/null
 printf '%s %s\n' "$server" "$(cut -d' ' -f1,2 "$root/etc/ssh/ssh_host_ed25519_key.pub")" >>/root/.ssh/known_hosts
 printf '<title>A server</title>\n' >"$root/var/www/html/index.html"
 printf '* * * * * root touch /var/lib/boot-cron\n' >"$root/etc/cron.d/boot"
-printf 'HOSTNAME="%s"\nDISTRIBUTION="debian-12"\nIP_ADDRESS="%s/24"\nGATEWAY="192.0.2.1"\n' \
-  $server $address >/etc/sysconfig/qx-scripts/$ctid.conf
 check "convert" qxctl convert $ctid
 check "adapt" qxctl runscript $ctid /etc/sysconfig/qx-scripts/dists/scripts/debian-post-migrate.sh
 
@@ -30,9 +32,52 @@ check "nginx shows its page on $address" until_so 20 says_title "A server"
 check_equal "root can log in, and finds the name" $server "$(login root@$address hostname)"
 check_equal "the configured gateway" "default via 192.0.2.1" \
   "$(in_container ip route show default | cut -d' ' -f1-3)"
+check_limits
+check_storage
 check_cron
 
 step "Stop"
 check "stop" qxctl stop --timeout 40 $ctid
 check "not mounted, stopped" grep -q ', not mounted, stopped,' <(qxctl status $ctid)
 check "the init had time to say so" test -e "$root/var/log/wtmp"
+
+# Each of several at once is refused by the lock or does its work; what comes out
+# is one of the states that they can lead to.
+step "Everything at once, three times"
+declare -A allowed=([start]="0 9" [stop]="0 9" [mount]="0 9" [umount]="0 9 16 17" [destroy]="9 17"
+  [status]="0" [exec]="0 1 19")
+storm() {
+  local verb number=0 words
+  for verb in start start stop status mount umount destroy exec start stop status exec umount; do
+    number=$((number + 1))
+    words=("$verb" $ctid)
+    [ "$verb" != stop ] || words+=(--fast)
+    [ "$verb" != exec ] || words+=(true)
+    (
+      status=0
+      qxctl "${words[@]}" >"$work/storm.$number.out" 2>&1 </dev/null || status=$?
+      echo "$verb $status" >"$work/storm.$number"
+    ) &
+  done
+  wait
+  for ((; number > 0; --number)); do
+    read -r verb status <"$work/storm.$number"
+    check "$verb ends with $status, one of ${allowed[$verb]}" \
+      grep -qw -- "$status" <<<"${allowed[$verb]}"
+    [ "$status" = 0 ] || check "and says why" grep -q . "$work/storm.$number.out"
+  done
+}
+for round in 1 2 3; do
+  check "start" qxctl start $ctid
+  storm
+  check "start" qxctl start $ctid
+  check "a command runs in it" in_container true
+done
+check "no lock is left" test ! -e /var/lock/qx/$ctid.lck
+
+step "Remove"
+check "stop" qxctl stop --fast $ctid
+check "destroy" qxctl destroy $ctid
+check_nothing_mounted
+check "nothing is left" test ! -e "$private" -a ! -e /etc/sysconfig/qx-scripts/$ctid.conf
+check_no "no process of the container is left" pgrep -af 'qx-101'

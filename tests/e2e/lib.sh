@@ -139,10 +139,19 @@ migrate() {
   end_migration
 }
 
+# The same, with limits that are measured.
+migrate_measured() {
+  no_measure=()
+  migrate "$@"
+  no_measure=(--no-measure)
+}
+
+no_measure=(--no-measure)
+
 begin_migration() {
   : >"$out"
   # A job in the background is deaf to SIGINT unless told otherwise.
-  env --default-signal=INT qxmigrate "$source" --ctid "$ctid" --no-measure --distribution "$distribution" \
+  env --default-signal=INT qxmigrate "$source" --ctid "$ctid" "${no_measure[@]}" --distribution "$distribution" \
     --hostname "$server" --stop-service nginx --stop-service ticker "$@" >"$out" 2>&1 &
   migration=$!
 }

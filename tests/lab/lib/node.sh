@@ -80,6 +80,8 @@ node_make_devices() {
     : >"$dev/$name"
     mount --bind "/dev/$name" "$dev/$name"
   done
+  # Loop devices are the machine's own; they go with what is mounted from them.
+  [ ! -e /dev/loop-control ] || node_make_loop_devices "$dev"
   mkdir "$dev/pts" "$dev/shm" "$dev/mqueue"
   mount -t devpts -o newinstance,gid=5,mode=620,ptmxmode=666 devpts "$dev/pts"
   mount -t tmpfs -o mode=1777,nosuid,nodev lab-shm "$dev/shm"
@@ -89,6 +91,16 @@ node_make_devices() {
   ln -s /proc/self/fd/0 "$dev/stdin"
   ln -s /proc/self/fd/1 "$dev/stdout"
   ln -s /proc/self/fd/2 "$dev/stderr"
+}
+
+node_make_loop_devices() {
+  local dev=$1 number
+  : >"$dev/loop-control"
+  mount --bind /dev/loop-control "$dev/loop-control"
+  # The kernel makes more of them on demand, and has no /dev to show them here.
+  for number in $(seq 0 63); do
+    mknod -m 600 "$dev/loop$number" b 7 "$number"
+  done
 }
 
 # The lab's own things, what the caller wants visible, and the product.
