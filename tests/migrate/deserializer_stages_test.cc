@@ -59,7 +59,7 @@ TEST(TuneDstSrv, PackagesAreSynchronisedForADottedTemplateOnly) {
   const struct {
     const char* name;
     bool sync;
-  } rows[] = {{".debian-12", true}, {"debian-12", false}, {"", false}};
+  } rows[] = {{".debian-12", true}, {"debian-12", false}, {"debian.12", false}, {"", false}};
   for (const auto& row : rows) {
     ScratchHost host = nodeHost();
     host.tool(kQxpkg, {.status = 1});  // not looked at

@@ -33,8 +33,9 @@ ScratchHost bothHosts() {
   ScratchHost host = nodeHost();
   host.tool(kRsync, {.script = "case $1 in\n"
                                "--server) read request; echo \"$request answered\";;\n"
-                               "-ESHa) echo request > /proc/self/fd/$8\n"
-                               "  read data < /proc/self/fd/$6; echo \"$data\" >> ${10}/data;;\n"
+                               // Channels may be sockets, which cannot be opened by a path.
+                               "-ESHa) bash -c 'echo request >&$1; read data <&$2;"
+                               " echo \"$data\" >> $3/data' - $8 $6 ${10};;\n"
                                "esac"});
   host.dir(kVeRoot);
   host.file("/etc/mtab", "/dev/gone / ext3 rw,usrquota 0 0\n");
