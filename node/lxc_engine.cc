@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -25,6 +26,7 @@ namespace node {
 namespace {
 
 constexpr int kKillSeconds = 30;
+constexpr int kAskAgainSeconds = 5;
 
 std::string recordPath(unsigned id) { return textf("%s/%u.init", kRunDir, id); }
 
@@ -86,7 +88,12 @@ void askInit(const Container& container) {
   for (const char* program : {"/sbin/openrc-shutdown", "/sbin/telinit", "/sbin/init"}) {
     std::vector<std::string> command{program, "0"};
     if (strcmp(program, "/sbin/openrc-shutdown") == 0) command = {program, "-p", "now"};
-    if (execInContainer(container, command) == 0) return;
+    try {
+      if (execInContainer(container, command) == 0) return;
+    } catch (const Error&) {
+      // It has ended meanwhile, or is about to.
+      return;
+    }
   }
 }
 
@@ -137,12 +144,14 @@ Outcome stopContainer(const Container& container, int timeoutSeconds) {
     outcome = Outcome::kDone;
     const LxcHandle lxc = openLxc(container.id);
     bool stopped = false;
-    if (timeoutSeconds > 0) {
+    // An init that has only just begun is deaf, so it is asked more than once.
+    for (int left = timeoutSeconds; left > 0 && !stopped; left -= kAskAgainSeconds) {
+      const int patience = std::min(left, kAskAgainSeconds);
       if (haltSignal(container).empty()) {
         askInit(container);
-        stopped = lxc->wait(lxc.get(), "STOPPED", timeoutSeconds);
+        stopped = lxc->wait(lxc.get(), "STOPPED", patience);
       } else {
-        stopped = lxc->shutdown(lxc.get(), timeoutSeconds);
+        stopped = lxc->shutdown(lxc.get(), patience);
       }
     }
     if (!stopped && lxc->is_running(lxc.get()) &&

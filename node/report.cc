@@ -67,18 +67,19 @@ StatusReport reportOn(const Container& container, const HostState& host) {
   report.imageBytes = imageSize(container.privateArea);
   report.unprivileged = idMapOf(container).has_value();
   report.resources = planResources(container, host.cgroups);
+  // An image cannot hold more than it is large.
+  if (report.imageBytes) std::erase(report.resources.unenforced, "DISKSPACE");
   return report;
 }
 
 std::string statusText(const StatusReport& report) {
   std::string text = textf(
-      "container %u: %s, %s, %s", report.container.id, report.exists ? "exists" : "does not exist",
-      report.mounted ? "mounted" : "not mounted", report.running ? "running" : "stopped");
+      "container %u: %s, %s, %s, %s\n", report.container.id,
+      report.exists ? "exists" : "does not exist", report.mounted ? "mounted" : "not mounted",
+      report.running ? "running" : "stopped", report.registered ? "registered" : "not registered");
   if (report.registered) {
-    text += textf(", registered %s from %s\n", report.registered->time.c_str(),
+    text += textf("  registered    %s from %s\n", report.registered->time.c_str(),
                   report.registered->source.c_str());
-  } else {
-    text += ", not registered\n";
   }
   text += textf("  root          %s\n  private area  %s\n", report.container.root.c_str(),
                 report.container.privateArea.c_str());
@@ -100,9 +101,16 @@ std::string statusText(const StatusReport& report) {
     title = "";
   }
   if (!report.resources.unenforced.empty()) {
-    text += "  not enforced ";
-    for (const std::string& record : report.resources.unenforced) text += " " + record;
-    text += "\n";
+    std::string line = "  not enforced ";
+    for (const std::string& record : report.resources.unenforced) {
+      constexpr size_t kWidth = 79;
+      if (line.size() + 1 + record.size() > kWidth) {
+        text += line + "\n";
+        line = "               ";
+      }
+      line += " " + record;
+    }
+    text += line + "\n";
   }
   return text;
 }

@@ -36,9 +36,10 @@ HostState readHostState();
 /// Finds out the state of a container, also of one that does not exist.
 StatusReport reportOn(const Container& container, const HostState& host);
 
-/// One line: "container ID: exists, not mounted, stopped, registered TIME from
-/// SOURCE", and lines with the places, what the configuration says, the limits
-/// that the kernel holds while it runs, and the records that limit nothing.
+/// One line: "container ID: exists, not mounted, stopped, registered", and lines
+/// with when and from what it was registered, the places, what the tree lies on,
+/// what the configuration says, the limits that the kernel holds while it runs, and
+/// the records that limit nothing.
 std::string statusText(const StatusReport& report);
 std::string statusJson(const StatusReport& report);
 

@@ -10,7 +10,6 @@ printf '%s,%s %s\n' "$server" "$address" \
 install -m 600 /root/.ssh/id_ed25519.pub "$(container_root)/root/.ssh/authorized_keys"
 install -m 600 -o 1000 -g 1000 /root/.ssh/id_ed25519.pub \
   "$(container_root)/home/operator1/.ssh/authorized_keys"
-rm -f "$(container_root)/var/lib/boot-cron"
 qxctl umount $ctid >/dev/null
 
 step "What the other node left is known"
@@ -23,7 +22,6 @@ check_services
 check_equal "600 tasks at most" 600 "$(limit_in_force)"
 check_limits
 check_storage
-check_cron
 
 step "Stop and remove"
 check "stop" qxctl stop $ctid

@@ -74,6 +74,12 @@ status=0
 qxctl exec $ctid true 2>/dev/null || status=$?
 check_status 19
 
+step "A container that has only just been started can be stopped"
+check "start" qxctl start $ctid
+began=$SECONDS
+check "stop at once" qxctl stop --timeout 60 $ctid
+check "in less than 30 s" test $((SECONDS - began)) -lt 30
+
 step "The power fails while it runs"
 check "start" qxctl start $ctid
 check_boot

@@ -36,6 +36,7 @@ using test_support::ScratchHost;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 constexpr char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
 constexpr char kArea[] = "/var/lib/qx/private/101";
@@ -183,6 +184,7 @@ TEST_F(ImageTest, LifeOfAContainerAsAMigrationLeadsIt) {
     EXPECT_EQ(qxctl({"runscript", "101", "/s"}).status, 0);
     EXPECT_FALSE(node::treeIsMounted(kArea)) << "mounted for the script only";
     EXPECT_THAT(qxctl({"status", "101"}).out, HasSubstr("storage       ext4 image of 64 MiB\n"));
+    EXPECT_THAT(qxctl({"status", "101"}).out, Not(HasSubstr("DISKSPACE"))) << "it is enforced";
     EXPECT_THAT(qxctl({"status", "101", "--json"}).out, HasSubstr("\"image_bytes\": 67108864"));
     qxctl({"mount", "101"});
     EXPECT_EQ(test_support::readFile(std::string(kRoot) + "/made"), "made\n");

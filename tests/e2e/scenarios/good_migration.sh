@@ -19,7 +19,7 @@ check_says "Container $ctid is ready."
 
 step "The container is registered, unlocked and not mounted"
 qxctl status $ctid
-check "qxctl says registered" grep -q '^container 101: exists, not mounted, stopped, registered ' \
+check "qxctl says registered" grep -q '^container 101: exists, not mounted, stopped, registered$' \
   <(qxctl status $ctid)
 check_not_locked
 check_no "nothing is mounted" grep -F "/var/lib/qx/root/$ctid" /proc/mounts
