@@ -79,15 +79,18 @@ void findDistribution(const QXA::QXADistribution& distribution, NodeFacts& facts
   if (!distribution.version.empty()) {
     names.insert(names.begin(), distribution.name + "-" + distribution.version);
   }
+  for (std::string& name : names) name.erase(0, name.compare(0, 1, ".") == 0 ? 1 : 0);
   for (const std::string& name : names) {
     const std::string path = distsDirectory + "/" + name + ".conf";
     if (name.empty() || !fs::exists(path, error)) continue;
-    bool global = false;
+    bool global = true;  // until a section begins
     std::istringstream lines(contentsOf(path));
     for (std::string line; std::getline(lines, line);) {
       line.erase(std::remove_if(line.begin(), line.end(), isspace), line.end());
       if (!line.empty() && line[0] == '[') global = line == "[GLOBAL]";
-      if (!global || line.compare(0, 13, "POST_MIGRATE=") != 0) continue;
+      const bool isScript = line.compare(0, 12, "POST_MIGRATE") == 0;
+      if (!global || !isScript || line.size() < 13 || (line[12] != '=' && line[12] != ':'))
+        continue;
       std::string script = line.substr(13);
       script.erase(std::remove(script.begin(), script.end(), '"'), script.end());
       if (!script.empty()) facts.distributionScript = distsDirectory + "/scripts/" + script;
@@ -96,6 +99,23 @@ void findDistribution(const QXA::QXADistribution& distribution, NodeFacts& facts
   }
   facts.distributionScriptExists =
       !facts.distributionScript.empty() && fs::exists(facts.distributionScript, error);
+}
+
+// The container's variables over the host's, by the rules of the host's own tools.
+void findKind(const ShellVariables& variables, NodeFacts& facts) {
+  const auto valueOf = [&](const char* name) {
+    const auto found = variables.find(name);
+    return found == variables.end() ? "" : found->second;
+  };
+  const std::string storage = valueOf("STORAGE");
+  if (!storage.empty()) facts.storage = storage;
+  if (valueOf("UNPRIVILEGED") != "yes") return;
+  facts.ids = 65536;
+  const std::string range = valueOf("UNPRIVILEGED_IDS");
+  const size_t colon = range.find(':');
+  if (colon == std::string::npos) return;
+  const long long count = strtoll(range.c_str() + colon + 1, nullptr, 10);
+  if (count > 0) facts.ids = count;
 }
 
 }  // namespace
@@ -117,13 +137,20 @@ NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params) {
     defaults.setVEPrivateVar(hostSetting(settings, "VE_PRIVATE"));
     defaults.getVEPrivate(ctid, facts.privateArea);
   }
+  std::error_code error;
+  facts.configExists =
+      fs::exists(std::string(containerConfigDir) + "/" + std::to_string(ctid) + ".conf", error);
+  facts.areaExists = fs::exists(facts.privateArea, error);
+  facts.keptExists = fs::exists(facts.privateArea + ".migrated", error);
   findSpace(facts);
+  ShellVariables variables = settings;
+  for (const auto& [name, value] : config.otherVariables) variables[name] = value;
+  findKind(variables, facts);
   findAddresses(params.ctid, facts);
 
   std::optional<QXA::QXADistribution> distribution;
   config.getDistribution(distribution);
   if (distribution) findDistribution(*distribution, facts);
-  std::error_code error;
   for (const auto& entry : fs::directory_iterator(distsDirectory, error)) {
     if (entry.path().extension() == ".conf") facts.distributions.push_back(entry.path().stem());
   }

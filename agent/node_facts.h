@@ -12,8 +12,11 @@ namespace agent {
 
 struct NodeFacts {
   bool containerExists = false;
-  std::string lockHolder;   // what holds the container id's lock; empty when it is free
-  std::string privateArea;  // where the copy will be
+  bool configExists = false;  // the container's configuration file
+  bool areaExists = false;    // its private area
+  bool keptExists = false;    // what an earlier attempt has copied, kept for this one
+  std::string lockHolder;     // what holds the container id's lock; empty when it is free
+  std::string privateArea;    // where the copy will be
   long long freeBytes = 0;
   long long freeInodes = -1;  // -1: the file system has no fixed number
   // Host of each address that is taken, without prefix: "this host" or
@@ -24,8 +27,12 @@ struct NodeFacts {
   std::vector<std::string> distributions;  // names that the table has
   bool cgroupV1 = false;  // systemd's own hierarchy, or a controller, of the generation
   bool cgroupV2 = false;
-  // Containers get ids of their own, 65536 of them.
-  bool unprivileged = false;
+  // User and group ids that the container has, from 0 on; 0 for a privileged one,
+  // whose ids are the host's.
+  long long ids = 0;
+  // What the container's tree will lie on: "directory", "ext4" (an image of the size
+  // of its disk limits) or "btrfs".
+  std::string storage = "directory";
 };
 
 // Looks at this machine for a migration with these parameters. Throws

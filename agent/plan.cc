@@ -70,7 +70,19 @@ class Checks {
 
   void container() {
     const std::string id = std::to_string(facts_.ctid);
-    if (facts_.node.containerExists) block("Container " + id + " exists on this node already.");
+    const NodeFacts& node = facts_.node;
+    if (node.containerExists) {
+      block("Container " + id + " exists on this node already.");
+    } else if (node.areaExists) {
+      warn("The private area " + node.privateArea +
+           " exists already: the copy goes into it, over what it holds.");
+    } else if (node.keptExists) {
+      note("The migration goes on from what an earlier one has copied, " + node.privateArea +
+           ".migrated.");
+    }
+    if (!node.containerExists && node.configExists) {
+      warn("Container " + id + " has a configuration file already: it will be replaced.");
+    }
     if (!facts_.node.lockHolder.empty()) {
       block("Container " + id + " is locked by " + facts_.node.lockHolder + ".");
     }
@@ -90,7 +102,11 @@ class Checks {
       }
     };
     compare(plan_.bytes, node.freeBytes, "disk space", bytesText);
-    if (node.freeInodes >= 0) compare(plan_.files, node.freeInodes, "inodes", countText);
+    // An image has inodes of its own.
+    const bool image = node.storage == "ext4";
+    if (node.freeInodes >= 0 && !image) {
+      compare(plan_.files, node.freeInodes, "inodes", countText);
+    }
     const auto limit = [&](const char* name) {
       for (const PlannedLimit& row : plan_.limits) {
         if (row.name == name && row.hard != "unlimited") {
@@ -99,11 +115,16 @@ class Checks {
       }
       return std::numeric_limits<long long>::max();
     };
+    // An image of that size cannot hold more; a directory can.
+    const Severity severity = image ? Severity::block : Severity::warning;
+    if (image && limit("diskspace") == std::numeric_limits<long long>::max()) {
+      block("The node keeps containers in ext4 images (STORAGE): give the size with --diskspace.");
+    }
     if (limit("diskspace") < plan_.bytes / 1024) {
-      warn("The container's disk limit is less than what is copied: give --diskspace.");
+      add(severity, "The container's disk limit is less than what is copied: give --diskspace.");
     }
     if (limit("diskinodes") < plan_.files) {
-      warn("The container's inode limit is less than what is copied: give --diskinodes.");
+      add(severity, "The container's inode limit is less than what is copied: give --diskinodes.");
     }
     if (!plan_.counted) {
       note("There are too many files to look at each: sizes are those of the file systems.");
@@ -184,19 +205,22 @@ class Checks {
     for (const MissingMount& missing : plan_.missingMounts) {
       if (isRemoteType(missing.type)) continue;
       warn(missing.mountPoint + " (" + missing.type + ", " + missing.device +
-           ") will be missing in the container.");
+           ") will be missing in the container" +
+           (missing.reason.empty() ? "." : ": " + missing.reason + "."));
     }
   }
 
   void ids() {
     const Survey& survey = facts_.survey;
     const auto check = [&](const char* what, long long id, const std::string& where) {
-      if (id <= 65535) return;
       const std::string text =
           std::string("The largest ") + what + " is " + std::to_string(id) + " (" + where + "): ";
-      if (facts_.node.unprivileged) {
-        block(text + "an unprivileged container has 65536 only.");
-      } else {
+      const long long ids = facts_.node.ids;
+      if (ids > 0) {
+        if (id < ids) return;
+        block(text + "the unprivileged container has " + std::to_string(ids) +
+              " only (see UNPRIVILEGED_IDS).");
+      } else if (id > 65535) {
         note(text + "an unprivileged container could not hold it.");
       }
     };
@@ -240,11 +264,18 @@ class Checks {
   Plan& plan_;
 };
 
+std::vector<std::string> pathsOf(const std::vector<PlannedExclude>& excludes) {
+  std::vector<std::string> paths;
+  for (const PlannedExclude& exclude : excludes) paths.push_back(exclude.path);
+  return paths;
+}
+
 std::string reasonFor(const MeasuredExclude& exclude, const Survey& survey) {
   std::string path = exclude.path;
   if (path.size() > 2 && path.compare(path.size() - 2, 2, "/*") == 0) path.resize(path.size() - 2);
   for (const SurveyedFileSystem& mount : survey.fileSystems) {
     if (mount.mountPoint != path) continue;
+    if (!mount.reason.empty()) return mount.reason;
     return (mount.remote ? "on another machine: " : "not a disk of the server: ") + mount.type +
            " from " + mount.device;
   }
@@ -267,6 +298,15 @@ std::vector<PlannedExclude> plannedExcludes(const PlanFacts& facts) {
   for (const MeasuredExclude& exclude : facts.measurement.excludes) {
     add(exclude.path, reasonFor(exclude, facts.survey));
   }
+  // The calculator knows the table of mounts only by what it says: a mount of a
+  // user's, another machine's through a program, or a bind mount that no longer tells.
+  const std::vector<std::string> known = pathsOf(list);
+  for (const SurveyedFileSystem& mount : facts.survey.fileSystems) {
+    if (mount.copied || !mount.mounted || (!mount.remote && mount.reason.empty())) continue;
+    if (isLeftOut(mount.mountPoint, known)) continue;
+    const std::string pattern = mount.mountPoint + "/*";
+    add(pattern, reasonFor({pattern, true}, facts.survey));
+  }
   for (const SwapFile& swap : facts.survey.swapFiles) add(swap.path, "swap file in use");
   add("/proc/*", "made by the kernel or kept in memory");
   add("/sys/*", "made by the kernel or kept in memory");
@@ -276,9 +316,7 @@ std::vector<PlannedExclude> plannedExcludes(const PlanFacts& facts) {
 }
 
 std::vector<std::string> exclusionPatterns(const PlanFacts& facts) {
-  std::vector<std::string> patterns;
-  for (const PlannedExclude& exclude : plannedExcludes(facts)) patterns.push_back(exclude.path);
-  return patterns;
+  return pathsOf(plannedExcludes(facts));
 }
 
 std::vector<PlannedLimit> plannedLimits(const Measurement& m, const ShellVariables& config) {
@@ -351,10 +389,12 @@ Plan makePlan(const PlanFacts& facts) {
       plan.bytes += mount.bytes;
       plan.files += mount.files;
     } else {
-      plan.missingMounts.push_back({mount.mountPoint, mount.type, mount.device});
+      plan.missingMounts.push_back({mount.mountPoint, mount.type, mount.device, mount.reason});
     }
   }
+  // What was counted file by file has them left out already.
   for (const SwapFile& swap : facts.survey.swapFiles) {
+    if (plan.counted) break;
     plan.bytes -= std::min(plan.bytes, swap.bytes);
     plan.files -= std::min(plan.files, 1LL);
   }

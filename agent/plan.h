@@ -40,6 +40,7 @@ struct PlannedExclude {
 
 struct MissingMount {
   std::string mountPoint, type, device;
+  std::string reason = "";  // empty when it is left out for what it is, or not mounted
 };
 
 // One resource limit and what it comes from.

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "agent/log_level.h"
@@ -35,6 +36,8 @@ int serve(const std::string& address, bool stdio, const std::string& library, in
 }  // namespace
 
 int main(int argc, char** argv) {
+  // What the plug-in's programs print is read, and is not to be translated.
+  setenv("LC_ALL", "C", 1);
   CLI::App app("The host agent: lets a container host copy this server into a container.");
   app.set_version_flag("--version", std::string("qxagent ") + agent::version);
   app.require_subcommand(1);

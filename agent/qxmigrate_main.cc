@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <thread>
 
@@ -277,6 +278,8 @@ int run(Settings& settings) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // What the plug-in's programs print is read, and is not to be translated.
+  setenv("LC_ALL", "C", 1);
   Settings settings;
   const std::string word = argc > 1 ? argv[1] : "";
   if (word == "plan") settings.command = Command::plan;

@@ -61,18 +61,6 @@ bool hasOption(const std::string& options, const std::string& name) {
   return ("," + options + ",").find("," + name + ",") != std::string::npos;
 }
 
-// Whether the calculator's exclusions leave the mount point alone.
-bool isExcluded(const std::string& mountPoint, const std::vector<std::string>& excludes) {
-  for (std::string path = mountPoint; path.size() > 1;) {
-    for (const std::string& pattern : excludes) {
-      if (pattern == path || pattern == path + "/*") return true;
-    }
-    const size_t slash = path.rfind('/');
-    path.resize(slash == std::string::npos ? 0 : slash);
-  }
-  return false;
-}
-
 void surveyFileSystems(const SurveyRequest& request, Survey& survey) {
   const std::set<std::string> kernelOnly = virtualTypes();
   std::set<std::string> points;
@@ -94,13 +82,16 @@ void surveyFileSystems(const SurveyRequest& request, Survey& survey) {
     points.insert(mount.mountPoint);
     struct stat info;
     // A server of files that is gone would keep who asks waiting.
-    if (!remote && stat(mount.mountPoint.c_str(), &info) == 0) {
-      found.copied = !isExcluded(mount.mountPoint, request.excludes);
-      const auto known = devices.find(info.st_dev);
-      if (known != devices.end()) {
-        // The same files under a second name.
+    if (!remote && stat(mount.mountPoint.c_str(), &info) != 0) {
+      // What a user mounted may be closed to everybody else.
+      found.reason = "cannot be read";
+    } else if (!remote) {
+      // One file in another's place is copied as what it shows.
+      if (!S_ISDIR(info.st_mode)) continue;
+      found.copied = !isLeftOut(mount.mountPoint, request.excludes);
+      if (devices.count(info.st_dev)) {
         found.copied = false;
-        continue;
+        found.reason = "a second view of other files";
       }
       if (found.copied) devices[info.st_dev] = survey.fileSystems.size();
       struct statvfs figures;
@@ -257,6 +248,17 @@ std::vector<MountLine> parseMounts(const std::string& text) {
   return mounts;
 }
 
+bool isLeftOut(const std::string& mountPoint, const std::vector<std::string>& excludes) {
+  for (std::string path = mountPoint; path.size() > 1;) {
+    for (const std::string& pattern : excludes) {
+      if (pattern == path || pattern == path + "/*") return true;
+    }
+    const size_t slash = path.rfind('/');
+    path.resize(slash == std::string::npos ? 0 : slash);
+  }
+  return false;
+}
+
 bool isRemoteType(const std::string& type) {
   static const std::set<std::string> types = {
       "nfs",        "nfs4",      "cifs",  "smb3",      "smbfs",  "ncpfs",      "afs",
@@ -265,21 +267,25 @@ bool isRemoteType(const std::string& type) {
   return types.count(type) != 0;
 }
 
-Survey surveyHere(const SurveyRequest& request) {
+Survey surveyHere(const SurveyRequest& asked) {
   Survey survey;
+  SurveyRequest request = asked;
+  surveySwap(survey);
+  for (const SwapFile& swap : survey.swapFiles) request.excludes.push_back(swap.path);
   surveyFileSystems(request, survey);
   surveyAccounts("/etc/passwd", survey.largestUid, survey.largestUidPath);
   surveyAccounts("/etc/group", survey.largestGid, survey.largestGidPath);
-  surveySwap(survey);
   struct stat lastlog;
   if (stat("/var/log/lastlog", &lastlog) == 0) {
     survey.lastlogBytes = static_cast<long long>(lastlog.st_size);
     survey.lastlogAllocated = static_cast<long long>(lastlog.st_blocks) * 512;
   }
   for (const char* place :
-       {"/var/lib/docker/overlay2", "/var/lib/docker/containers",
-        "/var/lib/containerd/io.containerd.snapshotter.v1.overlayfs", "/var/lib/containers/storage",
-        "/var/lib/snapd/snaps", "/var/lib/lxc", "/var/lib/lxd", "/var/lib/libvirt/images"}) {
+       {"/var/lib/docker/overlay2", "/var/lib/docker/aufs", "/var/lib/docker/btrfs",
+        "/var/lib/docker/devicemapper", "/var/lib/docker/vfs", "/var/lib/docker/zfs",
+        "/var/lib/docker/containers", "/var/lib/containerd/io.containerd.snapshotter.v1.overlayfs",
+        "/var/lib/containers/storage", "/var/lib/snapd/snaps", "/var/lib/lxc", "/var/lib/lxd",
+        "/var/lib/libvirt/images"}) {
     if (isFilled(place)) survey.nestedStorage.push_back(place);
   }
   surveyServices(survey);

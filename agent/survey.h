@@ -13,7 +13,8 @@ struct SurveyedFileSystem {
   std::string device, mountPoint, type, options;
   bool copied = false;  // its files go into the container
   bool mounted = false;
-  bool remote = false;  // on another machine; not asked for figures
+  bool remote = false;      // on another machine; not asked for figures
+  std::string reason = "";  // why the files of a mounted local one cannot be copied
   // Of what is to be copied, exclusions left out. Counted file by file where
   // `counted`; else the file system's own figures, which know no exclusions.
   bool counted = false;
@@ -46,8 +47,8 @@ struct SurveyRequest {
 };
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SurveyedFileSystem, device, mountPoint, type,
-                                                options, copied, mounted, remote, counted, bytes,
-                                                files)
+                                                options, copied, mounted, remote, reason, counted,
+                                                bytes, files)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SwapFile, path, bytes)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Survey, fileSystems, scanComplete, largestUid,
                                                 largestGid, largestUidPath, largestGidPath,
@@ -61,6 +62,9 @@ struct MountLine {
   std::string device, mountPoint, type, options;
 };
 std::vector<MountLine> parseMounts(const std::string& text);
+
+// Whether patterns leave out everything below a mount point, or below a place above.
+bool isLeftOut(const std::string& mountPoint, const std::vector<std::string>& excludes);
 
 // Whether files of that type are on another machine.
 bool isRemoteType(const std::string& type);

@@ -83,6 +83,46 @@ TEST(Plan, AContainerThatExistsOrIsLockedBlocks) {
   expectFinding(facts, Severity::block, "Container 101 is locked by process 7.");
 }
 
+TEST(Plan, RemainsOfAnotherContainerAreToldOf) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.areaExists = true;
+  expectFinding(facts, Severity::warning,
+                "The private area /var/lib/qx/private/101 exists already: the copy goes into it, "
+                "over what it holds.");
+  facts = goodFacts();
+  facts.node.configExists = true;
+  expectFinding(facts, Severity::warning,
+                "Container 101 has a configuration file already: it will be replaced.");
+  facts = goodFacts();
+  facts.node.keptExists = true;
+  expectFinding(facts, Severity::note,
+                "The migration goes on from what an earlier one has copied, "
+                "/var/lib/qx/private/101.migrated.");
+  // All of that is the container that exists.
+  facts.node.containerExists = facts.node.areaExists = facts.node.configExists = true;
+  EXPECT_EQ(agent::makePlan(facts).findings.size(), 1U);
+}
+
+TEST(Plan, AnImageIsAsLargeAsItsLimits) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.storage = "ext4";
+  // It has inodes of its own.
+  facts.node.freeInodes = 10;
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  facts.config["DISKSPACE"] = "1000:2000";
+  expectFinding(facts, Severity::block,
+                "The container's disk limit is less than what is copied: give --diskspace.");
+  facts.config["DISKSPACE"] = "unlimited:unlimited";
+  expectFinding(
+      facts, Severity::block,
+      "The node keeps containers in ext4 images (STORAGE): give the size with --diskspace.");
+  facts = goodFacts();
+  facts.node.storage = "ext4";
+  facts.config["DISKINODES"] = "1000:49999";
+  expectFinding(facts, Severity::block,
+                "The container's inode limit is less than what is copied: give --diskinodes.");
+}
+
 TEST(Plan, SpaceAndInodesBlockWhenShortAndWarnWithoutMargin) {
   agent::PlanFacts facts = goodFacts();
   facts.node.freeBytes = gib;
@@ -185,6 +225,37 @@ TEST(Plan, RemoteMountsAreMissingAndWarnedOfOnce) {
   EXPECT_THAT(plan.missingMounts, ElementsAre(Field(&agent::MissingMount::mountPoint, "/data")));
 }
 
+// A program's mount of another machine, which the calculator does not know as one.
+TEST(Plan, RemoteMountsThatNothingLeavesOutAreLeftOut) {
+  agent::PlanFacts facts = goodFacts();
+  agent::SurveyedFileSystem data{"me@nas:/data", "/data", "fuse.sshfs", "rw"};
+  data.mounted = data.remote = true;
+  facts.survey.fileSystems.push_back(data);
+  EXPECT_THAT(agent::exclusionPatterns(facts), Contains("/data/*"));
+  EXPECT_THAT(agent::makePlan(facts).excludes,
+              Contains(Field(&agent::PlannedExclude::reason,
+                             "on another machine: fuse.sshfs from me@nas:/data")));
+  facts.givenExcludes = {"/data"};
+  EXPECT_THAT(agent::exclusionPatterns(facts), Not(Contains("/data/*")));
+  // One that is in /etc/fstab only is an empty directory.
+  facts = goodFacts();
+  data.mounted = false;
+  facts.survey.fileSystems.push_back(data);
+  EXPECT_THAT(agent::exclusionPatterns(facts), Not(Contains("/data/*")));
+}
+
+TEST(Plan, MountsThatCannotBeCopiedAreLeftOutWithTheReason) {
+  agent::PlanFacts facts = goodFacts();
+  agent::SurveyedFileSystem view{"/dev/sda1", "/srv/view", "ext4", "rw"};
+  view.mounted = true;
+  view.reason = "a second view of other files";
+  facts.survey.fileSystems.push_back(view);
+  EXPECT_THAT(agent::exclusionPatterns(facts), Contains("/srv/view/*"));
+  expectFinding(facts, Severity::warning,
+                "/srv/view (ext4, /dev/sda1) will be missing in the container: a second view of "
+                "other files.");
+}
+
 TEST(Plan, ALocalMountThatIsLeftOutWarns) {
   agent::PlanFacts facts = goodFacts();
   facts.survey.fileSystems.push_back({"/dev/loop0", "/mnt/image", "ext4", "rw"});
@@ -201,10 +272,17 @@ TEST(Plan, LargeIdsAreNotedAndBlockAnUnprivilegedContainer) {
   expectFinding(facts, Severity::note,
                 "The largest user id is 65536 (/home/far): an unprivileged container could not "
                 "hold it.");
-  facts.node.unprivileged = true;
+  facts.node.ids = 65536;
   expectFinding(facts, Severity::block,
-                "The largest user id is 65536 (/home/far): an unprivileged container has 65536 "
-                "only.");
+                "The largest user id is 65536 (/home/far): the unprivileged container has 65536 "
+                "only (see UNPRIVILEGED_IDS).");
+  facts.node.ids = 65537;
+  EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
+  facts.survey.largestGid = 70000;
+  facts.survey.largestGidPath = "/etc/group";
+  expectFinding(facts, Severity::block,
+                "The largest group id is 70000 (/etc/group): the unprivileged container has 65537 "
+                "only (see UNPRIVILEGED_IDS).");
 }
 
 TEST(Plan, ImmutableFilesWarn) {
@@ -219,8 +297,14 @@ TEST(Plan, SwapFilesAreLeftOutOfCopyAndSize) {
   agent::PlanFacts facts = goodFacts();
   facts.survey.swapFiles = {{"/swapfile", gib}};
   expectFinding(facts, Severity::note, "Swap file /swapfile (1.0 GiB) is left out.");
-  EXPECT_EQ(agent::makePlan(facts).bytes, gib);
   EXPECT_THAT(agent::exclusionPatterns(facts), Contains("/swapfile"));
+  // What was counted file by file has them left out already; a file system's own
+  // figures have not.
+  EXPECT_EQ(agent::makePlan(facts).bytes, 2 * gib);
+  EXPECT_EQ(agent::makePlan(facts).files, 50000);
+  facts.survey.scanComplete = false;
+  EXPECT_EQ(agent::makePlan(facts).bytes, gib);
+  EXPECT_EQ(agent::makePlan(facts).files, 49999);
 }
 
 TEST(Plan, ASparseLastlogIsNoted) {

@@ -3,7 +3,9 @@
 #include "agent/survey.h"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,11 +19,15 @@
 #include "agent/survey_files.h"
 #include "agent/survey_operator.h"
 #include "framework/errors.h"
+#include "support/scratch_host.h"
 #include "support/temp_tree.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using test_support::ScratchHost;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 class FilesTest : public testing::Test {
  protected:
@@ -91,6 +97,185 @@ TEST(Mounts, EscapesCommentsAndSlashesAreResolved) {
   EXPECT_EQ(mounts[1].mountPoint, "/mnt/a b");
   EXPECT_TRUE(agent::isRemoteType(mounts[1].type));
   EXPECT_FALSE(agent::isRemoteType(mounts[0].type));
+}
+
+// Looks at no files: a scratch host has the machine's /usr.
+agent::Survey quickSurvey(std::vector<std::string> excludes = {}) {
+  return agent::surveyHere({std::move(excludes), 0});
+}
+
+const agent::SurveyedFileSystem* find(const agent::Survey& survey, const std::string& place) {
+  for (const auto& mount : survey.fileSystems) {
+    if (mount.mountPoint == place) return &mount;
+  }
+  return nullptr;
+}
+
+TEST(Excluded, IsAMountPointWithAPatternForItOrForAPlaceAbove) {
+  const std::vector<std::string> patterns = {"/data/*", "/srv"};
+  for (const char* left : {"/data", "/data/a/b", "/srv", "/srv/x"}) {
+    EXPECT_TRUE(agent::isLeftOut(left, patterns)) << left;
+  }
+  for (const char* copied : {"/", "/data2", "/home"}) {
+    EXPECT_FALSE(agent::isLeftOut(copied, patterns)) << copied;
+  }
+}
+
+TEST(Remote, AreFileSystemsOfOtherMachines) {
+  for (const char* type :
+       {"nfs", "nfs4", "cifs", "smb3", "ceph", "glusterfs", "fuse.sshfs", "9p"}) {
+    EXPECT_TRUE(agent::isRemoteType(type)) << type;
+  }
+  for (const char* type : {"ext4", "xfs", "btrfs", "fuseblk", "tmpfs"}) {
+    EXPECT_FALSE(agent::isRemoteType(type)) << type;
+  }
+}
+
+TEST(Survey, SwapFilesAreFoundAndPartitionsAreNot) {
+  ScratchHost host;
+  host.file("/proc/swaps",
+            "Filename Type Size Used Priority\n/dev/sda2 partition 1000 0 -2\n"
+            "/var/swap\\040file file 2048 0 -3\n");
+  host.run([] {
+    const auto swaps = quickSurvey().swapFiles;
+    ASSERT_EQ(swaps.size(), 1U);
+    EXPECT_EQ(swaps[0].path, "/var/swap file");
+    EXPECT_EQ(swaps[0].bytes, 2048 * 1024);
+  });
+}
+
+TEST(Survey, ASparseLastlogHasTwoSizes) {
+  ScratchHost().file("/var/log/lastlog", "").run([] {
+    ASSERT_EQ(truncate("/var/log/lastlog", 12LL << 30), 0);
+    const agent::Survey survey = quickSurvey();
+    EXPECT_EQ(survey.lastlogBytes, 12LL << 30);
+    EXPECT_EQ(survey.lastlogAllocated, 0);
+  });
+}
+
+TEST(Survey, StorageOfContainersAndPackagesIsToldOfWhenItHoldsSomething) {
+  ScratchHost host;
+  host.dir("/var/lib/docker/overlay2").dir("/var/lib/snapd/snaps").dir("/var/lib/lxc");
+  host.run([] {
+    EXPECT_THAT(quickSurvey().nestedStorage, IsEmpty());
+    std::ofstream("/var/lib/docker/overlay2/x") << "x";
+    std::ofstream("/var/lib/snapd/snaps/core.snap") << "x";
+    EXPECT_THAT(quickSurvey().nestedStorage,
+                ElementsAre("/var/lib/docker/overlay2", "/var/lib/snapd/snaps"));
+  });
+}
+
+TEST(Survey, AccountsThatOwnNothingYetCountAmongTheIds) {
+  ScratchHost host;
+  host.file("/etc/passwd",
+            "root:x:0:0::/root:/bin/sh\nfar:x:100000:7::/:/bin/sh\nodd:x:4294967295:7::/:/\n");
+  host.file("/etc/group", "root:x:0:\nfar:x:200000:\n");
+  host.run([] {
+    const agent::Survey survey = quickSurvey();
+    EXPECT_EQ(survey.largestUid, 100000);
+    EXPECT_EQ(survey.largestUidPath, "/etc/passwd");
+    EXPECT_EQ(survey.largestGid, 200000);
+    EXPECT_EQ(survey.largestGidPath, "/etc/group");
+  });
+}
+
+TEST(Survey, ServicesAreTheScriptsAndThoseOfThemThatRun) {
+  ScratchHost host;
+  host.file("/etc/init.d/cron", "", 0755).file("/etc/init.d/nginx", "", 0755);
+  host.file("/etc/init.d/ssh", "", 0755).file("/etc/init.d/README", "", 0644);
+  host.file("/etc/init.d/functions", "", 0755).dir("/run/systemd/system");
+  host.tool("/usr/bin/systemctl",
+            {.script = "case $1 in\n"
+                       "--version) printf 'systemd 241 (241-7)\\n+PAM\\n' ;;\n"
+                       "list-units) echo 'nginx.service loaded active running Web';\n"
+                       "            echo 'ssh.service loaded active running Shell';\n"
+                       "            echo 'dbus.service loaded active running Bus' ;;\n"
+                       "esac\n"});
+  host.run([] {
+    const agent::Survey survey = quickSurvey();
+    EXPECT_EQ(survey.systemdVersion, 241);
+    EXPECT_THAT(survey.initScripts, ElementsAre("cron", "nginx", "ssh"));
+    // Not what carries the connection.
+    EXPECT_THAT(survey.runningServices, ElementsAre("nginx"));
+  });
+}
+
+TEST(Survey, WithoutSystemdServicesRunByTheirProcessIds) {
+  ScratchHost host;
+  host.file("/etc/init.d/cron", "", 0755).file("/etc/init.d/nginx", "", 0755);
+  host.file("/run/nginx.pid", "1\n").file("/run/cron.pid", "999999999\n");
+  host.run([] {
+    const agent::Survey survey = quickSurvey();
+    EXPECT_EQ(survey.systemdVersion, 0);
+    EXPECT_THAT(survey.runningServices, ElementsAre("nginx"));
+  });
+}
+
+TEST(Survey, FileSystemsThatAreNamedButNotMountedAreToldOf) {
+  ScratchHost host;
+  host.file("/etc/fstab",
+            "/dev/sda1 / ext4 defaults 0 1\n/dev/sdb1 /data xfs defaults 0 2\n"
+            "nas:/home /net nfs4 defaults 0 0\n/dev/sdc1 /backup ext4 noauto 0 0\n"
+            "/dev/sda2 none swap sw 0 0\nnone /cache tmpfs size=1m 0 0\n");
+  host.run([] {
+    const agent::Survey survey = quickSurvey();
+    ASSERT_NE(find(survey, "/data"), nullptr);
+    EXPECT_FALSE(find(survey, "/data")->mounted);
+    EXPECT_FALSE(find(survey, "/data")->copied);
+    ASSERT_NE(find(survey, "/net"), nullptr);
+    EXPECT_TRUE(find(survey, "/net")->remote);
+    for (const char* place : {"/backup", "none", "/cache"}) {
+      EXPECT_EQ(find(survey, place), nullptr) << place;
+    }
+  });
+}
+
+TEST(Survey, ASecondViewOfFilesIsNotCopied) {
+  ScratchHost host;
+  host.dir("/first").dir("/view").dir("/left").file("/one", "1").file("/other", "2");
+  // The scratch host's root is taken for a disk.
+  host.file("/proc/filesystems", "nodev\tproc\nnodev\toverlay\n\ttmpfs\n");
+  host.run([] {
+    ASSERT_EQ(mount("/first", "/view", nullptr, MS_BIND, nullptr), 0);
+    ASSERT_EQ(mount("/first", "/left", nullptr, MS_BIND, nullptr), 0);
+    ASSERT_EQ(mount("/one", "/other", nullptr, MS_BIND, nullptr), 0);
+    const agent::Survey survey = quickSurvey({"/left/*"});
+    ASSERT_NE(find(survey, "/"), nullptr);
+    EXPECT_TRUE(find(survey, "/")->copied);
+    EXPECT_EQ(find(survey, "/")->reason, "");
+    for (const char* place : {"/view", "/left"}) {
+      ASSERT_NE(find(survey, place), nullptr) << place;
+      EXPECT_TRUE(find(survey, place)->mounted);
+      EXPECT_FALSE(find(survey, place)->copied);
+      EXPECT_EQ(find(survey, place)->reason, "a second view of other files");
+    }
+    // One file in another's place is copied as what it shows.
+    EXPECT_EQ(find(survey, "/other"), nullptr);
+  });
+}
+
+TEST(Survey, SwapFilesDoNotCount) {
+  ScratchHost host;
+  host.dir("/place").file("/place/kept", std::string(8192, 'x'));
+  host.file("/place/swap", std::string(1 << 20, 'x'));
+  host.file("/proc/swaps", "Filename Type Size Used Priority\n/place/swap file 1024 0 -2\n");
+  host.file("/proc/filesystems", "nodev\tproc\nnodev\toverlay\nnodev\ttmpfs\n\tramfs\n");
+  host.run([] {
+    const auto bytes = [](const std::vector<std::string>& excludes) {
+      // What only the machine's folders hold takes too long to look at.
+      std::vector<std::string> all = {"/usr/*", "/dev/*"};
+      all.insert(all.end(), excludes.begin(), excludes.end());
+      const agent::Survey survey = agent::surveyHere({all, 20});
+      EXPECT_TRUE(survey.scanComplete);
+      const auto* root = find(survey, "/");
+      return root != nullptr && root->counted ? root->bytes : -1;
+    };
+    const long long counted = bytes({});
+    EXPECT_GE(counted, 8192);
+    EXPECT_LT(counted, 1 << 20);
+    // Not a second time when it was named as well.
+    EXPECT_EQ(bytes({"/place/swap"}), counted);
+  });
 }
 
 class SurveyOperatorTest : public testing::Test {
