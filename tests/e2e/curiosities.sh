@@ -1,5 +1,6 @@
 # Puts everything that a file system can hold below a server's /srv/curiosities,
-# for the copy to be compared with. Argument: the server's root directory.
+# for the copy to be compared with. Arguments: the server's root directory, and the
+# size of a file that is one hole (1G).
 # shellcheck shell=bash
 set -euo pipefail
 root=$1
@@ -46,7 +47,7 @@ for _ in {1..40}; do path=$path/$(printf 'd%.0s' {1..80}); done
   mkdir "$name" && cd "$name"
 done && echo bottom >bottom)
 
-truncate -s 1G sparse/empty
+truncate -s "${2:-1G}" sparse/empty
 truncate -s 64M sparse/islands
 for at in 0 17 40 63; do
   printf 'island' | dd of=sparse/islands bs=1M seek=$at conv=notrunc status=none
