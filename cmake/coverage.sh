@@ -15,10 +15,11 @@ for program; do
     timeout 600 "$program" --gtest_brief=1
 done
 
-filters=()
+filters=() objects=("$build/tests")
 for folder in "${folders[@]}"; do
     filters+=(-f "$source/$folder/")
+    objects+=("$build/$folder")
 done
 # The last column has the numbers of the lines that no test reaches.
 exec gcovr -r "$source" --object-directory "$build" "${filters[@]}" \
-    --fail-under-line "$least" "$build"
+    --fail-under-line "$least" "${objects[@]}"

@@ -85,12 +85,10 @@ pid_t CallerExec::enter(std::vector<Connector*>& connectors) {
   }
   bool installed = false;
   try {
+    std::list<std::string> words = args_;
+    words.push_front(program_);
     const Image image = {
-        ArgsList([this] {
-          std::list<std::string> argv = args_;
-          argv.push_front(program_);
-          return argv;
-        }()),
+        ArgsList(words),
         ArgsList(env_),
         program_candidates(program_.c_str(), env_),
     };
