@@ -26,7 +26,7 @@ namespace node {
 namespace {
 
 constexpr int kKillSeconds = 30;
-constexpr int kAskAgainSeconds = 5;
+constexpr int kAskAgainSeconds = 2;
 
 std::string recordPath(unsigned id) { return textf("%s/%u.init", kRunDir, id); }
 

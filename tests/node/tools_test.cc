@@ -3,9 +3,15 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <future>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <set>
+#include <utility>
+#include <vector>
 
 #include "node/file.h"
+#include "node/mounts.h"
 #include "node/text.h"
 #include "node_test/system_tree.h"
 #include "support/scratch_host.h"
@@ -65,6 +71,53 @@ TEST(Qxctl, LocksWithoutBeingToldAndUnlocksAfterwards) {
   ScratchHost().file(kConf, "").dir("/var/lib/qx/private/101/fs").run([] {
     EXPECT_EQ(qxctl("mount", "101").status, 0);
     EXPECT_EQ(qxctl("destroy", "101").status, 0);
+    EXPECT_THAT(node::listDirectory("/var/lock/qx"), IsEmpty());
+  });
+}
+
+// Each command as a process of its own, all of them at the same time.
+TEST(Qxctl, ManyAtOnceAreRefusedByTheLockOrDoTheirWork) {
+  ScratchHost().file(kConf, "").file("/var/lib/qx/private/101/fs/bin/sh", "", 0755).run([] {
+    const std::map<std::string, std::set<int>> allowed{{"mount", {0, 9}},
+                                                       {"umount", {0, 9, 16}},
+                                                       {"convert", {0, 9}},
+                                                       {"status", {0}},
+                                                       {"stop", {0, 9}}};
+    std::vector<std::pair<std::string, std::future<ToolResult>>> running;
+    for (int round = 0; round < 8; ++round) {
+      for (const auto& [verb, codes] : allowed) {
+        running.emplace_back(
+            verb, std::async(std::launch::async, [verb = verb] { return qxctl(verb, "101"); }));
+      }
+    }
+    for (auto& [verb, future] : running) {
+      const ToolResult result = future.get();
+      EXPECT_TRUE(allowed.at(verb).contains(result.status)) << verb << " " << result.status;
+      EXPECT_EQ(result.status == 0, result.err.empty()) << verb << ": " << result.err;
+    }
+    EXPECT_THAT(node::listDirectory("/var/lock/qx"), IsEmpty());
+    EXPECT_EQ(qxctl("mount", "101").status, 0);
+    EXPECT_LE(node::countMountsAt(node::mountPoints(), "/var/lib/qx/root/101"), 1u);
+    EXPECT_TRUE(node::exists("/var/lib/qx/root/101/bin/sh"));
+    EXPECT_EQ(qxctl("umount", "101").status, 0);
+  });
+}
+
+TEST(Qxctl, OneOfManyDestroysAndTheOthersFindNothing) {
+  ScratchHost().file(kConf, "").file("/var/lib/qx/private/101/fs/bin/sh", "", 0755).run([] {
+    std::vector<std::future<ToolResult>> running;
+    for (int i = 0; i < 16; ++i) {
+      running.push_back(std::async(std::launch::async, [] { return qxctl("destroy", "101"); }));
+    }
+    int done = 0;
+    for (auto& future : running) {
+      const ToolResult result = future.get();
+      EXPECT_THAT(result.status, testing::AnyOf(0, 9, 14)) << result.err;
+      if (result.status == 0) ++done;
+    }
+    EXPECT_EQ(done, 1);
+    EXPECT_FALSE(node::exists("/var/lib/qx/private/101"));
+    EXPECT_FALSE(node::exists(kConf));
     EXPECT_THAT(node::listDirectory("/var/lock/qx"), IsEmpty());
   });
 }
