@@ -14,6 +14,7 @@
 #include "node/mounts.h"
 #include "node/paths.h"
 #include "node/private_area.h"
+#include "node/quota.h"
 #include "node/resources.h"
 #include "node/state.h"
 #include "node/storage.h"
@@ -91,6 +92,7 @@ void createContainer(const Container& container) {
 Outcome mountContainer(const Container& container) {
   requireTree(container);
   const bool mountedTree = mountTree(container);
+  if (mountedTree) applyKeptQuota(container);
   try {
     // What a container that ended by itself has left.
     if (isMounted(container) && isMapped(container.root, container.tree()) &&

@@ -4,10 +4,12 @@
 #include <sys/file.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <limits>
 
 #include "node/error.h"
 #include "node/file.h"
+#include "node/kernel_quota.h"
 #include "node/paths.h"
 #include "node/text.h"
 
@@ -44,19 +46,41 @@ bool isOff(const Container& container) {
   return value == "no" || value == "NO" || value == "off";
 }
 
-/// Returns with whatever `change` did to the table stored.
-template <class Change>
-void changeTable(const Container& container, Change change) {
-  // The lock is on the directory: the file itself is replaced by every change.
-  const Fd lock(open(container.privateArea.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+/// What a command does to the kept table.
+void change(QuotaTable& table, const QuotaCommand& command) {
+  if (const auto* grace = std::get_if<QuotaSetGrace>(&command.what)) {
+    table.of(grace->kind).grace = grace->grace;
+    return;
+  }
+  const auto& limits = std::get<QuotaSetLimits>(command.what);
+  auto& objects = table.of(limits.kind).objects;
+  QuotaObject& object = objects[limits.object];
+  object.blocks.soft = limits.blockSoft;
+  object.blocks.hard = limits.blockHard;
+  object.inodes.soft = limits.inodeSoft;
+  object.inodes.hard = limits.inodeHard;
+  if (!object.limited()) objects.erase(limits.object);
+}
+
+/// The same in the file system.
+void change(const KernelQuota& quota, const QuotaCommand& command) {
+  if (const auto* grace = std::get_if<QuotaSetGrace>(&command.what)) {
+    return quota.setGrace(grace->kind, grace->grace);
+  }
+  const auto& limits = std::get<QuotaSetLimits>(command.what);
+  quota.setLimits(
+      limits.kind, limits.object,
+      {{0, limits.blockSoft, limits.blockHard, 0}, {0, limits.inodeSoft, limits.inodeHard, 0}});
+}
+
+/// Commands that change one container wait for each other. The lock is on the
+/// directory: the file itself is replaced by every change.
+Fd lockArea(const Container& container) {
+  Fd lock(open(container.privateArea.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!lock || flock(lock.get(), LOCK_EX) != 0) {
     failErrno("cannot lock %s", container.privateArea.c_str());
   }
-  const std::string path = container.inPrivateArea(kQuotaFile);
-  const QuotaTable before = readTable(path);
-  QuotaTable after = before;
-  change(after);
-  if (!(after == before)) replaceFile(path, formatQuotaTable(after), 0600);
+  return lock;
 }
 
 }  // namespace
@@ -75,7 +99,8 @@ std::string quotaUsage() {
          "\n"
          "Exit codes: 0 done, or quotas are on and enforced; 2 wrong command line;\n"
          "6 quotas are off (DISK_QUOTA=no in the container's configuration); 10 quotas are\n"
-         "on, limits are kept with the container but not enforced; 11 failure.\n";
+         "on, limits are kept with the container but not enforced, which 'qxctl mount' does if\n"
+         "the container's files lie on a file system of its own; 11 failure.\n";
 }
 
 QuotaCommand parseQuotaCommand(const std::vector<std::string>& arguments) {
@@ -115,30 +140,43 @@ QuotaExit runQuotaCommand(const QuotaCommand& command, std::string& output) {
   }
   if (const auto* stat = std::get_if<QuotaStat>(&command.what)) {
     if (isOff(container)) return QuotaExit::kOff;
+    const std::optional<KernelQuota> enforced = KernelQuota::of(container);
     if (stat->table) {
-      output = formatQuotaTable(readTable(container.inPrivateArea(kQuotaFile)));
+      output = formatQuotaTable(enforced ? enforced->read()
+                                         : readTable(container.inPrivateArea(kQuotaFile)));
     }
-    return QuotaExit::kKept;
+    return enforced ? QuotaExit::kOk : QuotaExit::kKept;
   }
   if (isOff(container)) {
     fail(ExitCode::kFailed, "disk quotas of container %u are off: DISK_QUOTA is 'no'",
          container.id);
   }
-  changeTable(container, [&](QuotaTable& table) {
-    if (const auto* grace = std::get_if<QuotaSetGrace>(&command.what)) {
-      table.of(grace->kind).grace = grace->grace;
-      return;
-    }
-    const auto& limits = std::get<QuotaSetLimits>(command.what);
-    auto& objects = table.of(limits.kind).objects;
-    QuotaObject& object = objects[limits.object];
-    object.blocks.soft = limits.blockSoft;
-    object.blocks.hard = limits.blockHard;
-    object.inodes.soft = limits.inodeSoft;
-    object.inodes.hard = limits.inodeHard;
-    if (!object.limited()) objects.erase(limits.object);
-  });
+  const Fd lock = lockArea(container);
+  // What the kernel refuses is not kept either.
+  if (const std::optional<KernelQuota> enforced = KernelQuota::of(container)) {
+    change(*enforced, command);
+  }
+  const std::string path = container.inPrivateArea(kQuotaFile);
+  const QuotaTable before = readTable(path);
+  QuotaTable after = before;
+  change(after, command);
+  if (!(after == before)) replaceFile(path, formatQuotaTable(after), 0600);
   return QuotaExit::kOk;
+}
+
+void applyKeptQuota(const Container& container) {
+  if (isOff(container)) return;
+  try {
+    const std::string path = container.inPrivateArea(kQuotaFile);
+    if (!exists(path)) return;
+    const Fd lock = lockArea(container);
+    if (const std::optional<KernelQuota> enforced = KernelQuota::of(container)) {
+      enforced->apply(readTable(path));
+    }
+  } catch (const Error& error) {
+    fprintf(stderr, "warning: the disk limits of container %u are not all in force: %s\n",
+            container.id, error.what());
+  }
 }
 
 }  // namespace node

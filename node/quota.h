@@ -52,9 +52,17 @@ std::string quotaUsage();
 /// Quotas are on unless the container's configuration (or the host's settings)
 /// says DISK_QUOTA=no. QUOTAUGIDLIMIT=0 does not turn them off: every server
 /// without quotas is measured to have it, and its migration must still be able
-/// to set grace times on an empty table. Since the limits are kept and not yet
-/// enforced, a quota that is on answers kKept.
+/// to set grace times on an empty table.
+///
+/// Limits are always kept with the container. While its tree is a mounted image on
+/// which the kernel enforces quotas, they are set there too, "stat" answers kOk,
+/// and its table is the kernel's. Otherwise "stat" answers kKept.
 QuotaExit runQuotaCommand(const QuotaCommand& command, std::string& output);
+
+/// Sets the kept limits and grace times on the container's file system, just
+/// mounted, if that can enforce them. A failure is a warning on standard error: a
+/// container without limits is better than none.
+void applyKeptQuota(const Container& container);
 
 }  // namespace node
 

@@ -58,3 +58,14 @@ check "nginx is stopped" until_so 5 eval '! service_runs nginx'
 check "cron runs" service_runs cron
 start_services
 close_source
+
+step "As a node, such a machine enforces what qxquota sets"
+tools=$work/node-tools
+mkdir -p "$tools"
+cp "$(command -v qxctl)" "$(command -v mkqxfs)" "$(command -v qxquota)" "$tools"
+strip "$tools"/*
+# What the machine lacks of their libraries.
+ldd "$(command -v qxctl)" | awk '$3 ~ /^\// { print $3 }' | grep -vE '/lib(c|m)\.so' |
+  xargs -I{} cp -L {} "$tools"
+lab put $server "$tools" "$QX_E2E/quotas/node" /tmp
+check "all of it" on_server bash /tmp/node /tmp/node-tools
