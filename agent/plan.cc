@@ -118,13 +118,22 @@ class Checks {
     // An image of that size cannot hold more; a directory can.
     const Severity severity = image ? Severity::block : Severity::warning;
     if (image && limit("diskspace") == std::numeric_limits<long long>::max()) {
-      block("The node keeps containers in ext4 images (STORAGE): give the size with --diskspace.");
+      block("The node keeps containers in ext4 images (STORAGE): give a size with --diskspace.");
     }
-    if (limit("diskspace") < plan_.bytes / 1024) {
-      add(severity, "The container's disk limit is less than what is copied: give --diskspace.");
+    const auto enough = [](long long needed) {
+      return std::to_string(needed) + ":" +
+             std::to_string(needed + needed / 100 * spaceMarginPercent);
+    };
+    const long long blocks = plan_.bytes / 1024;
+    if (limit("diskspace") < blocks) {
+      add(severity, "The container's disk limit is " + bytesText(limit("diskspace") * 1024) +
+                        ", and " + bytesText(plan_.bytes) +
+                        " are copied: give --diskspace, such as " + enough(blocks) + ".");
     }
     if (limit("diskinodes") < plan_.files) {
-      add(severity, "The container's inode limit is less than what is copied: give --diskinodes.");
+      add(severity, "The container's limit is " + countText(limit("diskinodes")) + " inodes, and " +
+                        countText(plan_.files) + " files are copied: give --diskinodes, such as " +
+                        enough(plan_.files) + ".");
     }
     if (!plan_.counted) {
       note("There are too many files to look at each: sizes are those of the file systems.");
@@ -264,6 +273,9 @@ class Checks {
   Plan& plan_;
 };
 
+constexpr const char* lastlog = "/var/log/lastlog";
+constexpr const char* lastlogReason = "last logins, in a file that may be huge and sparse";
+
 std::vector<std::string> pathsOf(const std::vector<PlannedExclude>& excludes) {
   std::vector<std::string> paths;
   for (const PlannedExclude& exclude : excludes) paths.push_back(exclude.path);
@@ -279,7 +291,7 @@ std::string reasonFor(const MeasuredExclude& exclude, const Survey& survey) {
     return (mount.remote ? "on another machine: " : "not a disk of the server: ") + mount.type +
            " from " + mount.device;
   }
-  if (path == "/var/log/lastlog") return "sparse, and of no use in the copy";
+  if (path == lastlog) return lastlogReason;
   return exclude.decided ? "mounted on demand, removable, or a second view of other files"
                          : "made by the kernel or kept in memory";
 }
@@ -310,7 +322,7 @@ std::vector<PlannedExclude> plannedExcludes(const PlanFacts& facts) {
   for (const SwapFile& swap : facts.survey.swapFiles) add(swap.path, "swap file in use");
   add("/proc/*", "made by the kernel or kept in memory");
   add("/sys/*", "made by the kernel or kept in memory");
-  add("/var/log/lastlog", "sparse, and of no use in the copy");
+  add(lastlog, lastlogReason);
   add("/var/qxagent.tmp", "the agent itself");
   return list;
 }
@@ -357,7 +369,7 @@ std::vector<PlannedLimit> plannedLimits(const Measurement& m, const ShellVariabl
       {"cpuunits", "", ""},
       {"quotatime", "", ""},
       {"quotaugidlimit", "", countText(m.quotaugidlimit)},
-      {"slmmemorylimit", "bytes", "from all of memory"},
+      {"slmmemorylimit", "bytes", "from memory and buffers"},
   };
   std::vector<PlannedLimit> limits;
   for (const Row& row : rows) {

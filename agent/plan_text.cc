@@ -40,7 +40,22 @@ std::string numberOf(const std::string& limit, const std::string& unit) {
 
 std::string valueOf(const ShellVariables& variables, const std::string& name) {
   const auto found = variables.find(name);
-  return found == variables.end() ? "" : found->second;
+  return found == variables.end() || found->second.empty() ? "none" : found->second;
+}
+
+// What to do after a plan.
+const char* adviceFor(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::ready:
+      return "The same command without the word \"plan\" migrates.";
+    case Verdict::readyWithWarnings:
+      return "The same command without the word \"plan\" migrates; see above for what will not be "
+             "as on the server.";
+    case Verdict::blocked:
+      break;
+  }
+  return "A migration stops here, unless --force is given. Mend what is marked BLOCKED and plan "
+         "again.";
 }
 
 const char* labelOf(Severity severity) {
@@ -223,6 +238,8 @@ std::string planText(const PlanFacts& facts, const Plan& plan) {
                                   " remain");
 
   text += heading("The container");
+  if (facts.node.storage != "directory") text += row("storage", facts.node.storage);
+  if (facts.node.ids > 0) text += row("privileges", "none: its root is a user of the node");
   text += row("host name", valueOf(facts.config, "HOSTNAME"));
   text += row("addresses", joined(plan.addresses));
   text += row("name servers", valueOf(facts.config, "NAMESERVER"));
@@ -234,7 +251,7 @@ std::string planText(const PlanFacts& facts, const Plan& plan) {
   text += heading("Services");
   text += row("will be stopped", joined(facts.services));
   text += row("can be stopped", joined(facts.survey.runningServices));
-  return text + "\n" + verdictText(plan);
+  return text + "\n" + verdictText(plan) + wrapped("", "", adviceFor(plan.verdict));
 }
 
 }  // namespace agent

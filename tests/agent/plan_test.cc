@@ -16,6 +16,7 @@ using agent::Severity;
 using agent::Verdict;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::Field;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -111,16 +112,18 @@ TEST(Plan, AnImageIsAsLargeAsItsLimits) {
   EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
   facts.config["DISKSPACE"] = "1000:2000";
   expectFinding(facts, Severity::block,
-                "The container's disk limit is less than what is copied: give --diskspace.");
+                "The container's disk limit is 2.0 MiB, and 2.0 GiB are copied: give --diskspace, "
+                "such as 2097152:2306862.");
   facts.config["DISKSPACE"] = "unlimited:unlimited";
   expectFinding(
       facts, Severity::block,
-      "The node keeps containers in ext4 images (STORAGE): give the size with --diskspace.");
+      "The node keeps containers in ext4 images (STORAGE): give a size with --diskspace.");
   facts = goodFacts();
   facts.node.storage = "ext4";
   facts.config["DISKINODES"] = "1000:49999";
   expectFinding(facts, Severity::block,
-                "The container's inode limit is less than what is copied: give --diskinodes.");
+                "The container's limit is 49,999 inodes, and 50,000 files are copied: give "
+                "--diskinodes, such as 50000:55000.");
 }
 
 TEST(Plan, SpaceAndInodesBlockWhenShortAndWarnWithoutMargin) {
@@ -150,11 +153,13 @@ TEST(Plan, LimitsBelowWhatIsCopiedWarn) {
   agent::PlanFacts facts = goodFacts();
   facts.config["DISKSPACE"] = "1000:2000";
   expectFinding(facts, Severity::warning,
-                "The container's disk limit is less than what is copied: give --diskspace.");
+                "The container's disk limit is 2.0 MiB, and 2.0 GiB are copied: give --diskspace, "
+                "such as 2097152:2306862.");
   facts = goodFacts();
   facts.config["DISKINODES"] = "1000:49999";
   expectFinding(facts, Severity::warning,
-                "The container's inode limit is less than what is copied: give --diskinodes.");
+                "The container's limit is 49,999 inodes, and 50,000 files are copied: give "
+                "--diskinodes, such as 50000:55000.");
   facts.config["DISKINODES"] = "unlimited:unlimited";
   EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
 }
@@ -360,7 +365,7 @@ TEST(Plan, ExclusionsSayWhyAndComeOnce) {
       lines, ElementsAre("/srv/cache/*: asked for", "/proc/*: made by the kernel or kept in memory",
                          "/data/*: on another machine: nfs4 from nas:/data",
                          "/sys/*: made by the kernel or kept in memory",
-                         "/var/log/lastlog: sparse, and of no use in the copy",
+                         "/var/log/lastlog: last logins, in a file that may be huge and sparse",
                          "/var/qxagent.tmp: the agent itself"));
 }
 
@@ -388,7 +393,33 @@ TEST(PlanText, LimitsShowWhatWasMeasured) {
   const std::string text = agent::planText(facts, agent::makePlan(facts));
   EXPECT_THAT(text, HasSubstr("  numproc           240            240            18\n"));
   EXPECT_THAT(text, HasSubstr("  diskspace         2.0 GiB        2.2 GiB        2.0 GiB\n"));
-  EXPECT_THAT(text, HasSubstr("\nVerdict: ready\n"));
+  EXPECT_THAT(text, EndsWith("\nVerdict: ready\n"
+                             "The same command without the word \"plan\" migrates.\n"));
+}
+
+TEST(PlanText, EndsWithWhatToDo) {
+  agent::PlanFacts facts = goodFacts();
+  facts.measurement.warnings = {{1, "w"}};
+  EXPECT_THAT(agent::planText(facts, agent::makePlan(facts)),
+              EndsWith("\nwarning  w\nVerdict: ready with warnings\n"
+                       "The same command without the word \"plan\" migrates; see above for what "
+                       "will not\nbe as on the server.\n"));
+  facts.node.containerExists = true;
+  EXPECT_THAT(agent::planText(facts, agent::makePlan(facts)),
+              EndsWith("\nVerdict: blocked\nA migration stops here, unless --force is given. Mend "
+                       "what is marked BLOCKED and\nplan again.\n"));
+}
+
+TEST(PlanText, WhatTheContainerIsLikeIsShownWhereItIsNotTheUsual) {
+  agent::PlanFacts facts = goodFacts();
+  EXPECT_THAT(agent::planText(facts, agent::makePlan(facts)),
+              AllOf(Not(HasSubstr("\n  storage ")), Not(HasSubstr("privileges")),
+                    HasSubstr("\n  name servers    none\n")));
+  facts.node.storage = "ext4";
+  facts.node.ids = 65536;
+  EXPECT_THAT(agent::planText(facts, agent::makePlan(facts)),
+              AllOf(HasSubstr("\n  storage         ext4\n"),
+                    HasSubstr("\n  privileges      none: its root is a user of the node\n")));
 }
 
 TEST(PlanText, NumbersAreForPeople) {

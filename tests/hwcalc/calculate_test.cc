@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <map>
 
 #include "framework/env_config.h"
@@ -68,6 +70,33 @@ TEST(Calculator, CodesHaveTheirNumbers) {
   EXPECT_EQ(QXHWCalc::EC_EXEC, 2u);
   EXPECT_EQ(QXHWCalc::EC_PROC, 3u);
   EXPECT_EQ(QXHWCalc::EC_MTAB, 4u);
+}
+
+// Agents are built against this order.
+TEST(Calculator, FieldsComeInOrder) {
+  const QXHWCalc c;
+  const void* const fields[] = {&c.measureTime, &c.measureInterval, &c.procScale,
+                                &c.diskScale,   &c.distScripts,     c.errorText};
+  EXPECT_TRUE(std::is_sorted(std::begin(fields), std::end(fields)));
+}
+
+TEST(PhysParams, FieldsComeInOrder) {
+  const QXHWCalc::PhysParams p;
+  const void* const fields[] = {
+      &p.numproc,     &p.avnumproc,     &p.numtcpsock,     &p.numothersock, &p.numfile,
+      &p.privvmpages, &p.lockedpages,   &p.shmpages,       &p.numflock,     &p.numiptent,
+      &p.diskspace,   &p.diskinodes,    &p.quotaugidlimit, &p.distribution, &p.ip_addresses,
+      &p.hostname,    &p.reserved_list, &p.notes,          &p.nameservers,  &p.search_domains};
+  EXPECT_TRUE(std::is_sorted(std::begin(fields), std::end(fields)));
+}
+
+TEST(PhysParams, StartsEmpty) {
+  const QXHWCalc::PhysParams p;
+  EXPECT_EQ(p.numproc + p.numtcpsock + p.numothersock + p.numfile + p.privvmpages + p.lockedpages +
+                p.shmpages + p.numflock + p.numiptent + p.diskspace + p.diskinodes +
+                p.quotaugidlimit,
+            0u);
+  EXPECT_EQ(p.avnumproc, 0.0f);
 }
 
 TEST(SetError, FormatsAndReturnsTheCode) {

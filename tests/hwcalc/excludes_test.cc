@@ -83,6 +83,14 @@ TEST(MountPoints, VirtualTypesAreTakenContentsOnly) {
   EXPECT_THAT(pointsOf("none /proc proc rw\n"), ElementsAre(Pair("/proc", C)));
 }
 
+TEST(MountPoints, TheTypeDecidesBeforeTheDeviceAndBothBeforeTheKernelsList) {
+  EXPECT_THAT(pointsOf("/dev/fd0 /media/floppy auto rw,loop\n"),
+              ElementsAre(Pair("/media/floppy", E)));
+  EXPECT_THAT(pointsOf("/dev/loop0 /r rootfs rw,loop\n/dev/fd0 /d devfs rw,bind\n"), IsEmpty());
+  EXPECT_THAT(pointsOf("/var/tmp /tmp tmpfs rw,bind\n"), ElementsAre(Pair("/tmp", EC)));
+  EXPECT_THAT(pointsOf("/proc/fd /x proc rw\n"), ElementsAre(Pair("/x", EC)));
+}
+
 TEST(MountPoints, OtherFileSystemsAreCopied) {
   EXPECT_THAT(pointsOf("/dev/sda1 / ext3 rw\n/dev/sda2 /home xfs rw\n"), IsEmpty());
 }
@@ -120,6 +128,11 @@ TEST(Excludes, MountPointInsideAnExcludedOneIsDropped) {
 TEST(Excludes, MountPointInsideAContentsOnlyOneIsDropped) {
   EXPECT_THAT(excludesOf("x /dev tmpfs rw\nx /dev/pts devpts rw\nx /dev/shm tmpfs rw\n"),
               ElementsAre("/dev/*"));
+}
+
+TEST(Excludes, MountPointInsideACopiedOneStays) {
+  EXPECT_THAT(excludesOf("/dev/sda2 /home ext3 rw\ns:/x /home/x nfs rw\n"),
+              ElementsAre("/home/x/*!"));
 }
 
 TEST(Excludes, NeighbourWithTheSameBeginningIsNotInside) {

@@ -43,6 +43,14 @@ TEST(DfOutput, UsedColumnIsSummed) {
             4001234);
 }
 
+TEST(DfOutput, FileSystemsWithoutFiguresAddNothing) {
+  EXPECT_EQ(hwcalc::sumUsed("Filesystem Inodes IUsed IFree IUse% Mounted on\n"
+                            "/dev/sda1  600000 1234  1     1%    /\n"
+                            "/dev/sdb1       -    -  -     -     /boot\n"
+                            "/dev/sdc1       0    0  0     -     /data\n"),
+            1234);
+}
+
 TEST(DfOutput, HeaderAloneIsZero) {
   EXPECT_EQ(hwcalc::sumUsed("Filesystem 1K-blocks Used Available Use% Mounted on\n"), 0);
   EXPECT_EQ(hwcalc::sumUsed(""), 0);

@@ -135,6 +135,16 @@ TEST(Sampling, IntervalIsAtMostTheTime) {
   });
 }
 
+// A pause below zero is the smaller one, and none: samples follow each other at once.
+TEST(Sampling, PauseIsComparedWithTheTimeAsASignedNumber) {
+  const ScratchHost host = measuredHost();
+  host.run([&] {
+    const Sampled sampled = sample(2, -5);
+    EXPECT_GT(callsOf(host, "/usr/bin/ps"), 3);
+    EXPECT_LT(sampled.seconds, 6.0);
+  });
+}
+
 TEST(Sampling, LastSleepIsCutAtTheEndOfTheTime) {
   const ScratchHost host = measuredHost();
   host.run([&] {

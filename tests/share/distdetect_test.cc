@@ -5,8 +5,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -56,6 +59,11 @@ const std::vector<Case> cases = {
     {"arch", {{"os-release", "ID=arch\nBUILD_ID=rolling\n"}}},
     {"alpine-3.19",
      {{"os-release", "ID=alpine\nVERSION_ID=3.19.1\n"}, {"alpine-release", "3.19.1\n"}}},
+    {"debian-3.1", {{"os-release", "ID=debian\nVERSION_ID=\"3.1\"\n"}}},
+    {"sled-15", {{"os-release", "ID=\"sled\"\nVERSION_ID=\"15.4\"\n"}}},
+    {"sles-12", {{"os-release", "ID=\"sles_sap\"\nVERSION_ID=\"12.5\"\n"}}},
+    {"opensuse-13.2", {{"os-release", "ID=opensuse\nVERSION_ID=\"13.2\"\n"}}},
+    {"scientific-7", {{"os-release", "ID=\"scientific\"\nVERSION_ID=\"7.9\"\n"}}},
     {"mageia-9", {{"os-release", "ID=mageia\nVERSION_ID=9  \n"}}},
     // an os-release that does not say who it is, or that is not to be trusted
     {"debian-11", {{"os-release", "NAME=\"Some Appliance\"\n"}, {"debian_version", "11.2\n"}}},
@@ -72,6 +80,15 @@ const std::vector<Case> cases = {
     {"oracle-6",
      {{"oracle-release", "Oracle Linux Server release 6.5\n"},
       {"redhat-release", "Red Hat Enterprise Linux Server release 6.5 (Santiago)\n"}}},
+    {"redhat-3", {{"redhat-release", "Red Hat Enterprise Linux AS release 3 (Taroon Update 9)\n"}}},
+    {"rocky-8", {{"redhat-release", "Rocky Linux release 8.10 (Green Obsidian)\n"}}},
+    {"almalinux-8", {{"redhat-release", "AlmaLinux release 8.9 (Midnight Oncilla)\n"}}},
+    {"oracle-5",
+     {{"enterprise-release", "Enterprise Linux Enterprise Linux Server release 5.5 (Carthage)\n"},
+      {"redhat-release", "Red Hat Enterprise Linux Server release 5.5 (Tikanga)\n"}}},
+    {"centos-6",
+     {{"centos-release", "CentOS release 6.10 (Final)\n"},
+      {"redhat-release", "Red Hat Enterprise Linux Server release 5.5 (Tikanga)\n"}}},
     {"fedora-4", {{"redhat-release", "Fedora Core release 4 (Stentz)\n"}}},
     {"fedora-20", {{"fedora-release", "Fedora release 20 (Heisenbug)\n"}}},
     {"scientific-6", {{"redhat-release", "Scientific Linux release 6.5 (Carbon)\n"}}},
@@ -80,10 +97,15 @@ const std::vector<Case> cases = {
     {"opensuse-13.1", {{"SuSE-release", "openSUSE 13.1 (x86_64)\nVERSION = 13.1\n"}}},
     {"sles-11", {{"SuSE-release", "SUSE Linux Enterprise Server 11 (x86_64)\nVERSION = 11\n"}}},
     {"sles-9", {{"SuSE-release", "SUSE LINUX Enterprise Server 9 (i586)\nVERSION = 9\n"}}},
+    {"sled-10", {{"SuSE-release", "SUSE LINUX ENTERPRISE DESKTOP 10 (i586)\nVERSION = 10\n"}}},
+    {"sles-10", {{"SuSE-release", "\nSUSE LINUX ENTERPRISE SERVER 10 (x86_64)\n"}}},
     {"sled-11", {{"SuSE-release", "SUSE Linux Enterprise Desktop 11 (x86_64)\nVERSION = 11\n"}}},
     {"ubuntu-8.04",
      {{"lsb-release", "DISTRIB_ID=Ubuntu\nDISTRIB_RELEASE=8.04\n"},
       {"debian_version", "lenny/sid\n"}}},
+    {"debian-7", {{"lsb-release", "DISTRIB_ID=Debian\nDISTRIB_RELEASE=7.11\n"}}},
+    {"linuxmint-13", {{"lsb-release", "DISTRIB_ID=LinuxMint\nDISTRIB_RELEASE=13\n"}}},
+    {"arch", {{"lsb-release", "DISTRIB_ID=Arch\nDISTRIB_RELEASE=rolling\n"}}},
     {"centos-6",
      {{"lsb-release", "LSB_VERSION=base-4.0-amd64\n"},
       {"redhat-release", "CentOS release 6.10 (Final)\n"}}},
@@ -93,6 +115,8 @@ const std::vector<Case> cases = {
     {"alpine-3.4", {{"alpine-release", "3.4.6\n"}}},
     {"slackware-14.2", {{"slackware-version", "Slackware 14.2\n"}}},
     {"arch", {{"arch-release", ""}}},
+    {"gentoo", {{"gentoo-release", "Gentoo Base System release 2.2\n"}}},
+    {"debian-4", {{"debian_version", "4.0\n"}}},
     // nothing, or nothing that says something
     {"", {}},
     {"", {{"redhat-release", "\n"}}},
@@ -144,6 +168,23 @@ void checkAllWith(const std::string& shell) {
 }
 
 }  // namespace
+
+// The names are those of the container host's table.
+TEST(DistributionDetection, EachNameOfTheTableIsPrintedForSomeServer) {
+  std::set<std::string> printed;
+  for (const Case& wanted : cases) {
+    const size_t dash = wanted.expected.rfind('-');
+    const bool hasVersion = dash != std::string::npos && std::isdigit(wanted.expected[dash + 1]);
+    printed.insert(wanted.expected.substr(0, hasVersion ? dash : std::string::npos));
+  }
+  unsigned names = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(QX_DISTS)) {
+    if (entry.path().extension() != ".conf") continue;
+    ++names;
+    EXPECT_EQ(printed.count(entry.path().stem()), 1U) << entry.path();
+  }
+  EXPECT_GE(names, 16U);
+}
 
 TEST(DistributionDetection, AllKnownReleasesWithTheMinimalShell) { checkAllWith("dash"); }
 TEST(DistributionDetection, AllKnownReleasesWithBash) { checkAllWith("bash --posix"); }

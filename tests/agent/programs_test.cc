@@ -1,0 +1,182 @@
+// qxmigrate's measurement and plan of a server whose agent is beside it, on a host of
+// the test's own: what they print, write and end with.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "support/scratch_host.h"
+
+namespace {
+
+using test_support::ScratchHost;
+using testing::Contains;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+constexpr char SOCKET[] = "/run/agent.sock";
+
+// Server and node in one. Its shared memory is told in the language that is asked for,
+// and in Klingon without.
+ScratchHost bothHosts() {
+  ScratchHost host;
+  host.tool("/usr/bin/ps", {.script = "seq 300"});
+  host.tool("/usr/bin/ipcs", {.script = "if [ \"$LC_ALL\" = C ]; then\n"
+                                        "echo 'pages allocated 30000'\n"
+                                        "else echo 'tenwal nobpu 30000'; fi\n"});
+  host.tool("/usr/bin/df",
+            {.script = "echo header; echo '/dev/sda1 10000000 4000000 5500000 43% /'"});
+  host.tool("/usr/sbin/iptables").tool("/usr/sbin/ip");
+  host.tool("/usr/local/share/qxlinmigrate/distdetect-common.sh", {.out = "debian-12\n"});
+  host.file("/etc/mtab", "").file("/etc/init.d/nginx", "", 0755);
+  host.file("/etc/sysconfig/qx-scripts/dists/debian.conf", "[GLOBAL]\nPOST_MIGRATE=debian.sh\n");
+  host.file("/etc/sysconfig/qx-scripts/dists/scripts/debian.sh", "");
+  host.dir("/var/lib").dir("/run").dir("/var/lock");
+  return host;
+}
+
+class Agent {
+ public:
+  // As on a server whose administrator reads another language.
+  Agent() : pid_(fork()) {
+    if (pid_ == 0) {
+      setenv("LC_ALL", "tlh_KX.UTF-8", 1);
+      const std::string listen = std::string("unix:") + SOCKET;
+      execl(QX_AGENT, "qxagent", "serve", "--listen", listen.c_str(), "--library", QX_LIBRARY,
+            static_cast<char*>(nullptr));
+      _exit(127);
+    }
+    for (int i = 0; i < 400 && !std::filesystem::exists(SOCKET); ++i) usleep(50000);
+    EXPECT_TRUE(std::filesystem::exists(SOCKET));
+  }
+  ~Agent() {
+    kill(pid_, SIGTERM);
+    waitpid(pid_, nullptr, 0);
+  }
+  Agent(const Agent&) = delete;
+  Agent& operator=(const Agent&) = delete;
+
+ private:
+  pid_t pid_;
+};
+
+struct Answer {
+  int status = -1;
+  std::string out, err;
+};
+
+std::string contentsOf(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+// Runs "qxmigrate COMMAND SOURCE OPTIONS".
+Answer qxmigrate(const std::string& command, const std::string& options) {
+  const std::string line = std::string(QX_MIGRATE) + " " + command + " unix:" + SOCKET +
+                           " --library " + QX_LIBRARY + " " + options +
+                           " >/tmp/out 2>/tmp/err </dev/null";
+  const int status = system(line.c_str());
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentsOf("/tmp/out"),
+          contentsOf("/tmp/err")};
+}
+
+Answer plan(const std::string& options) {
+  return qxmigrate("plan", "--duration 0 --ctid 101 --hostname web --ip 192.0.2.10/24 " + options);
+}
+
+// With room for whatever the machine's folders hold.
+constexpr char ROOM[] = "--diskspace 900000000:900000000 --diskinodes 900000000:900000000 ";
+
+TEST(Programs, MeasuringPrintsAndWritesAConfigurationThatAPlanTakes) {
+  bothHosts().run([] {
+    const Agent agent;
+    const Answer page = qxmigrate("measure", "--duration 0 --output /tmp/limits.conf");
+    EXPECT_EQ(page.status, 0) << page.err;
+    EXPECT_THAT(page.out, HasSubstr("  distribution    debian-12\n"));
+    EXPECT_THAT(page.out, HasSubstr("  numproc           300            300            300\n"));
+    const std::string written = contentsOf("/tmp/limits.conf");
+    EXPECT_THAT(written, HasSubstr("NUMPROC=\"300:300\"\n"));
+    EXPECT_THAT(written, HasSubstr("DISKSPACE=\"4000000:4400000\"\n"));
+
+    const Answer scaled =
+        qxmigrate("measure", "--duration 0 --proc-scale 2 --disk-scale 0.5 --json");
+    EXPECT_EQ(scaled.status, 0) << scaled.err;
+    const auto value = nlohmann::json::parse(scaled.out);
+    EXPECT_EQ(value["configuration"]["NUMPROC"], "600:600");
+    EXPECT_EQ(value["configuration"]["DISKSPACE"], "2000000:2200000");
+    EXPECT_EQ(value["measurement"]["numproc"], 300);
+    // What programs print is not translated for the agent.
+    EXPECT_EQ(value["measurement"]["shmpages"], 30000);
+
+    std::ofstream("/tmp/limits.conf") << written << "NUMPROC=\"777:888\"\n";
+    const Answer planned = plan("--json --config /tmp/limits.conf");
+    EXPECT_EQ(nlohmann::json::parse(planned.out)["configuration"]["NUMPROC"], "777:888");
+  });
+}
+
+TEST(Programs, APlanEndsWithItsVerdict) {
+  bothHosts().run([] {
+    const Agent agent;
+    const Answer page = plan(ROOM);
+    // The machine may have little room, or files of large ids: all but a block.
+    EXPECT_THAT(page.out, StartsWith("Plan: unix:/run/agent.sock becomes container 101."));
+    const Answer json = plan(std::string("--json ") + ROOM);
+    EXPECT_EQ(json.status, page.status);
+    const auto value = nlohmann::json::parse(json.out);
+    const std::string verdict = value["verdict"];
+    EXPECT_EQ(page.status, verdict == "ready" ? 0 : verdict == "warnings" ? 1 : 2) << page.out;
+
+    std::ofstream("/etc/sysconfig/qx-scripts/101.conf") << "HOSTNAME=\"other\"\n";
+    const Answer warned = plan(ROOM);
+    EXPECT_EQ(warned.status, 1) << warned.out;
+    EXPECT_THAT(warned.out, HasSubstr("warning  Container 101 has a configuration file already"));
+    EXPECT_THAT(warned.out, HasSubstr("\nVerdict: ready with warnings\n"));
+
+    const Answer blocked = plan("--stop-service no-such");
+    EXPECT_EQ(blocked.status, 2);
+    EXPECT_THAT(blocked.out,
+                HasSubstr("\nBLOCKED  Service no-such has no script in the server's /etc/init.d."));
+    EXPECT_THAT(blocked.out, HasSubstr("\nVerdict: blocked\n"));
+    EXPECT_THAT(plan("--stop-service nginx").out, Not(HasSubstr("no script in")));
+  });
+}
+
+TEST(Programs, AMigrationThatIsBlockedTouchesNothing) {
+  bothHosts().run([] {
+    const Agent agent;
+    const Answer answer = qxmigrate("", "--duration 0 --ctid 101 --distribution fancix-3");
+    EXPECT_EQ(answer.status, 2);
+    EXPECT_THAT(answer.err, HasSubstr("BLOCKED  The node has no script for fancix-3"));
+    EXPECT_THAT(answer.err, EndsWith("nothing was touched (see --force)\n"));
+    EXPECT_FALSE(std::filesystem::exists("/var/lib/qx/private/101"));
+    EXPECT_FALSE(std::filesystem::exists("/etc/sysconfig/qx-scripts/101.conf"));
+    // Forced, it gets as far as what the plan foretold.
+    const Answer forced = qxmigrate("", "--duration 0 --ctid 101 --distribution fancix-3 --force");
+    EXPECT_EQ(forced.status, 1);
+    EXPECT_THAT(forced.err, HasSubstr("stage "));
+  });
+}
+
+TEST(Programs, WithoutAServerThereIsNoPlan) {
+  bothHosts().run([] {
+    EXPECT_EQ(plan("").status, 3);
+    EXPECT_EQ(qxmigrate("measure", "").status, 1);
+    EXPECT_EQ(qxmigrate("measure", "--duration -1").status, 64);
+    EXPECT_EQ(qxmigrate("measure", "--proc-scale 0").status, 64);
+    EXPECT_EQ(qxmigrate("measure", "--interval 0").status, 64);
+  });
+}
+
+}  // namespace
