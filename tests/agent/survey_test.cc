@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -77,6 +79,45 @@ TEST_F(FilesTest, TheLargestOwnerIsFound) {
   EXPECT_EQ(found.largestUid, 70000U);
   EXPECT_EQ(found.largestUidPath, tree_.path("home/far"));
   EXPECT_EQ(found.largestGid, 80000U);
+}
+
+// Sets a file's attribute while it lives; false where the file system has none.
+class Attribute {
+ public:
+  Attribute(const std::string& path, int flag)
+      : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)), set_(put(flag)) {}
+  ~Attribute() {
+    put(0);
+    close(fd_);
+  }
+  Attribute(const Attribute&) = delete;
+  Attribute& operator=(const Attribute&) = delete;
+  bool isSet() const { return set_; }
+
+ private:
+  bool put(int flag) const {
+    int flags = 0;
+    if (ioctl(fd_, FS_IOC_GETFLAGS, &flags) != 0) return false;
+    flags = (flags & ~(FS_IMMUTABLE_FL | FS_APPEND_FL)) | flag;
+    return ioctl(fd_, FS_IOC_SETFLAGS, &flags) == 0;
+  }
+
+  int fd_;
+  bool set_;
+};
+
+TEST_F(FilesTest, ImmutableAndAppendOnlyFilesAreFound) {
+  for (const char* name : {"etc/resolv.conf", "srv/log", "srv/plain"}) write(name, 1);
+  const Attribute immutable(tree_.path("etc/resolv.conf"), FS_IMMUTABLE_FL);
+  const Attribute append(tree_.path("srv/log"), FS_APPEND_FL);
+  if (!immutable.isSet() || !append.isSet()) {
+    GTEST_SKIP() << "needs root and a file system with attributes";
+  }
+  const auto found = look({{root_, true}});
+  EXPECT_EQ(found.immutableCount, 2);
+  EXPECT_THAT(found.immutableFiles,
+              ElementsAre(tree_.path("etc/resolv.conf"), tree_.path("srv/log")));
+  EXPECT_EQ(look({{root_, true}}, {tree_.path("srv")}).immutableCount, 1);
 }
 
 TEST_F(FilesTest, TimeThatRunsOutIsTold) {
