@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "agent/channels.h"
+#include "agent/message.h"
 #include "fixtures/fake_workers.h"
 #include "fixtures/local_ends.h"
 #include "fixtures/served.h"
@@ -126,4 +127,21 @@ TEST(Readers, HaveTheFlagsThatEveryAgentKnows) {
   std::string text;
   EXPECT_EQ(P2V::BytesReader(&bytes).flags(), 1);
   EXPECT_EQ(P2V::QuotaReader(&text).flags(), 1);
+}
+
+TEST(Fields, HaveTheNumbersThatEveryAgentKnows) {
+  agent::Message bytes, quota;
+  EXPECT_EQ(P2V::BytesWriter(5000000000).write(bytes), 0);
+  long long value = 0;
+  EXPECT_EQ(bytes.getValueLongLong(value, 1017), 0);
+  EXPECT_EQ(value, 5000000000);
+  EXPECT_EQ(P2V::QuotaWriter("limits").write(quota), 0);
+  std::string text;
+  EXPECT_EQ(quota.getValueBase64(text, 1811), 0);
+  EXPECT_EQ(text, "limits");
+  // Readers of the same.
+  EXPECT_EQ(P2V::BytesReader(&value).read(bytes), 0);
+  EXPECT_EQ(P2V::QuotaReader(&text).read(quota), 0);
+  EXPECT_NE(P2V::BytesReader(&value).read(quota), 0);
+  EXPECT_NE(P2V::QuotaReader(&text).read(bytes), 0);
 }
