@@ -72,7 +72,7 @@ class Checks {
     const std::string id = std::to_string(facts_.ctid);
     const NodeFacts& node = facts_.node;
     if (node.containerExists) {
-      block("Container " + id + " exists on this node already.");
+      block("Container " + id + " exists on this node already: give another --ctid.");
     } else if (node.areaExists) {
       warn("The private area " + node.privateArea +
            " exists already: the copy goes into it, over what it holds.");
@@ -84,7 +84,7 @@ class Checks {
       warn("Container " + id + " has a configuration file already: it will be replaced.");
     }
     if (!facts_.node.lockHolder.empty()) {
-      block("Container " + id + " is locked by " + facts_.node.lockHolder + ".");
+      block("Container " + id + " is locked by " + facts_.node.lockHolder + ": wait for its end.");
     }
   }
 
@@ -94,7 +94,7 @@ class Checks {
                              const auto& shown) {
       if (free < needed) {
         block("Not enough " + what + " on the node: " + shown(needed) + " are needed, " +
-              shown(free) + " are free.");
+              shown(free) + " are free. Make room, or leave out more with --exclude.");
       } else if (free - needed < needed / 100 * spaceMarginPercent) {
         warn("Hardly any " + what + " to spare on the node: the copy leaves " +
              shown(free - needed) + ", less than " + std::to_string(spaceMarginPercent) +
@@ -185,7 +185,12 @@ class Checks {
     for (const std::string& name : facts_.services) {
       const auto& scripts = survey.initScripts;
       if (std::find(scripts.begin(), scripts.end(), name) == scripts.end()) {
-        block("Service " + name + " has no script in the server's /etc/init.d.");
+        std::string running;
+        for (const std::string& other : survey.runningServices) {
+          running += (running.empty() ? "" : ", ") + other;
+        }
+        block("Service " + name + " has no script in the server's /etc/init.d." +
+              (running.empty() ? "" : " These have one, and run: " + running + "."));
       }
     }
   }
@@ -197,11 +202,13 @@ class Checks {
     const NodeFacts& node = facts_.node;
     if (node.cgroupV2 && !node.cgroupV1 && version < 233) {
       block("The server's systemd " + std::to_string(version) +
-            " cannot run on a node that has control groups v2 only; 233 can.");
+            " cannot run on a node that has control groups v2 only; 233 can. Boot the node with "
+            "systemd.unified_cgroup_hierarchy=0.");
     }
     if (node.cgroupV1 && !node.cgroupV2 && version > 255) {
       block("The server's systemd " + std::to_string(version) +
-            " cannot run on a node that has control groups v1 only; 255 can.");
+            " cannot run on a node that has control groups v1 only; 255 can. Boot the node with "
+            "systemd.unified_cgroup_hierarchy=1.");
     }
   }
 

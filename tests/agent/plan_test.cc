@@ -78,10 +78,11 @@ TEST(Plan, NothingAgainstItIsReady) {
 TEST(Plan, AContainerThatExistsOrIsLockedBlocks) {
   agent::PlanFacts facts = goodFacts();
   facts.node.containerExists = true;
-  expectFinding(facts, Severity::block, "Container 101 exists on this node already.");
+  expectFinding(facts, Severity::block,
+                "Container 101 exists on this node already: give another --ctid.");
   facts = goodFacts();
   facts.node.lockHolder = "process 7";
-  expectFinding(facts, Severity::block, "Container 101 is locked by process 7.");
+  expectFinding(facts, Severity::block, "Container 101 is locked by process 7: wait for its end.");
 }
 
 TEST(Plan, RemainsOfAnotherContainerAreToldOf) {
@@ -129,16 +130,20 @@ TEST(Plan, AnImageIsAsLargeAsItsLimits) {
 TEST(Plan, SpaceAndInodesBlockWhenShortAndWarnWithoutMargin) {
   agent::PlanFacts facts = goodFacts();
   facts.node.freeBytes = gib;
-  expectFinding(facts, Severity::block,
-                "Not enough disk space on the node: 2.0 GiB are needed, 1.0 GiB are free.");
+  expectFinding(
+      facts, Severity::block,
+      "Not enough disk space on the node: 2.0 GiB are needed, 1.0 GiB are free. Make room, "
+      "or leave out more with --exclude.");
   facts.node.freeBytes = 2 * gib;
   expectFinding(
       facts, Severity::warning,
       "Hardly any disk space to spare on the node: the copy leaves 0 bytes, less than 10 % of it.");
   facts = goodFacts();
   facts.node.freeInodes = 49999;
-  expectFinding(facts, Severity::block,
-                "Not enough inodes on the node: 50,000 are needed, 49,999 are free.");
+  expectFinding(
+      facts, Severity::block,
+      "Not enough inodes on the node: 50,000 are needed, 49,999 are free. Make room, or leave "
+      "out more with --exclude.");
   facts.node.freeInodes = 54999;
   expectFinding(
       facts, Severity::warning,
@@ -199,6 +204,10 @@ TEST(Plan, AServiceWithoutInitScriptBlocks) {
   facts.services = {"nginx", "oracle"};
   expectFinding(facts, Severity::block,
                 "Service oracle has no script in the server's /etc/init.d.");
+  facts.survey.runningServices = {"cron", "nginx"};
+  expectFinding(facts, Severity::block,
+                "Service oracle has no script in the server's /etc/init.d. These have one, and "
+                "run: cron, nginx.");
 }
 
 TEST(Plan, SystemdThatCannotRunOnTheNodeBlocks) {
@@ -206,14 +215,14 @@ TEST(Plan, SystemdThatCannotRunOnTheNodeBlocks) {
   facts.survey.systemdVersion = 219;
   expectFinding(facts, Severity::block,
                 "The server's systemd 219 cannot run on a node that has control groups v2 only; "
-                "233 can.");
+                "233 can. Boot the node with systemd.unified_cgroup_hierarchy=0.");
   facts.node.cgroupV1 = true;
   EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
   facts.node.cgroupV2 = false;
   facts.survey.systemdVersion = 256;
   expectFinding(facts, Severity::block,
                 "The server's systemd 256 cannot run on a node that has control groups v1 only; "
-                "255 can.");
+                "255 can. Boot the node with systemd.unified_cgroup_hierarchy=1.");
   facts.survey.systemdVersion = 0;
   EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
 }

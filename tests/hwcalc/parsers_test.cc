@@ -43,6 +43,10 @@ TEST(DfOutput, UsedColumnIsSummed) {
             4001234);
 }
 
+TEST(DfOutput, HeaderIsNotRead) {
+  EXPECT_EQ(hwcalc::sumUsed("Filesystem 1K-blocks 2008 Available\n/dev/sda1 10 4 6\n"), 4);
+}
+
 TEST(DfOutput, FileSystemsWithoutFiguresAddNothing) {
   EXPECT_EQ(hwcalc::sumUsed("Filesystem Inodes IUsed IFree IUse% Mounted on\n"
                             "/dev/sda1  600000 1234  1     1%    /\n"

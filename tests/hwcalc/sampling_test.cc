@@ -159,7 +159,7 @@ TEST(Sampling, LargerValuesInTheRecordStay) {
   measuredHost().run([] {
     QXHWCalc::PhysParams params;
     params.numproc = 1000;
-    params.avnumproc = 5;
+    params.avnumproc = 1e30f;  // begins anew
     params.numtcpsock = params.numothersock = params.numfile = 1000;
     params.shmpages = 2000;
     params.numflock = params.numiptent = 1000;
@@ -254,6 +254,18 @@ TEST(SamplingFailure, OtherCommandsEndTheMeasurement) {
 TEST(SamplingFailure, FirewallAndRouteCountsAreZeroWhenTheyFail) {
   hostWithFailingCount(6).run([] { EXPECT_EQ(sample(0, 0).params.numiptent, 7u); });
   hostWithFailingCount(7).run([] { EXPECT_EQ(sample(0, 0).params.numiptent, 7u); });
+}
+
+TEST(SamplingFailure, WhatAFailingRouteCountPrintsDoesNotCount) {
+  ScratchHost host = measuredHost();
+  host.tool("/usr/bin/wc", {.script = "n=1; [ -f /wc ] && n=$(( $(cat /wc) + 1 ))\n"
+                                      "echo $n > /wc; echo 7\n"
+                                      "[ $n -lt 6 ] || [ $n -gt 7 ]\n"});
+  host.run([] {
+    const Sampled sampled = sample(0, 0);
+    EXPECT_EQ(sampled.code, QXHWCalc::EC_OK) << sampled.error;
+    EXPECT_EQ(sampled.params.numiptent, 0u);
+  });
 }
 
 TEST(SamplingFailure, EarlierValuesStay) {
