@@ -84,15 +84,20 @@ int Caller::call(const Request& request, nlohmann::json& answer,
     clearEvent(pending->event);
     for (;;) {
       nlohmann::json frame;
+      bool lost = false;
       {
         std::lock_guard lock(pending->mutex);
-        if (pending->frames.empty()) {
-          if (pending->lost) return done(connectionLost);
+        if (!pending->frames.empty()) {
+          frame = std::move(pending->frames.front());
+          pending->frames.pop_front();
+        } else if (pending->lost) {
+          lost = true;
+        } else {
           break;
         }
-        frame = std::move(pending->frames.front());
-        pending->frames.pop_front();
       }
+      // Not with that lock held: a loss takes the two in the other order.
+      if (lost) return done(connectionLost);
       if (frame["type"] == "answer") {
         answer = frame["body"];
         return done(0);
