@@ -91,6 +91,7 @@ namespace QXL {
 
 // What one run of a program needs. Error output is drained by a thread when
 // nobody else would: a program must never block on it.
+// As long as that thread is there, `error` and `errorTail` are its own.
 struct GenExec::State {
   explicit State(int bytes)
       : outputTail(static_cast<size_t>(bytes)),
@@ -190,10 +191,10 @@ bool GenExec::State::pump() {
       if (readChunks) chunks.add(bytes);
     });
   }
-  if (error && !drainer.joinable()) {
+  if (!drainer.joinable() && error) {
     drain(error, [this](std::string_view bytes) { errorTail.add(bytes); });
   }
-  return input || output || (error && !drainer.joinable());
+  return input || output || (!drainer.joinable() && error);
 }
 
 void GenExec::State::waitForActivity() {
@@ -201,7 +202,7 @@ void GenExec::State::waitForActivity() {
   nfds_t count = 0;
   if (input) entries[count++] = {input.get(), POLLOUT, 0};
   if (output) entries[count++] = {output.get(), POLLIN, 0};
-  if (error && !drainer.joinable()) entries[count++] = {error.get(), POLLIN, 0};
+  if (!drainer.joinable() && error) entries[count++] = {error.get(), POLLIN, 0};
   if (child.fd() >= 0) entries[count++] = {child.fd(), POLLIN, 0};
   const agent::CurrentRequest* request = agent::CurrentRequest::get();
   if (request && request->cancel && !terminated) {
