@@ -41,7 +41,7 @@ std::string arrivalCommand(uint64_t bytes, const std::string& sha256) {
       "if [ -n \"$p\" ] && [ -e /proc/$p ] && "
       "tr \"\\000\" \" \" </proc/$p/cmdline 2>/dev/null | grep -q qxagent.tmp; "
       "then no live $p; fi; "
-      "[ -h $D ] || [ ! -O $D ] || up; rm -rf $D; fi; "
+      "[ -h $D ] || { [ -O $D ] && up; }; rm -rf $D; fi; "
       "f=`df -P -k /var 2>/dev/null | tail -n 1 | { read x x x f x; echo $f; }`; "
       "[ \"${f:-65536}\" -ge 65536 ] || no space $f; "
       "e=`mkdir -m 0700 $D 2>&1` || no directory $e; "
