@@ -112,6 +112,9 @@ TEST(NodeFacts, ThePrivateAreaIsTheContainersElseTheHosts) {
 
 TEST(NodeFacts, SpaceIsThatOfTheFileSystemWhichWillHoldTheArea) {
   ScratchHost().dir("/var/lib").run([] {
+    // More in use than the figures below may differ by.
+    write("/var/lib/large", std::string(4 << 20, 'x'));
+    for (int i = 0; i < 300; ++i) write("/var/lib/many/" + std::to_string(i), "");
     struct statvfs figures;
     ASSERT_EQ(statvfs("/var/lib", &figures), 0);
     ASSERT_NE(figures.f_files, 0u);
