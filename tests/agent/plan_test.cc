@@ -227,6 +227,33 @@ TEST(Plan, SystemdThatCannotRunOnTheNodeBlocks) {
   EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
 }
 
+TEST(Plan, SystemdOfTheFirstReleaseThatCanIsReady) {
+  agent::PlanFacts facts = goodFacts();
+  facts.survey.systemdVersion = 232;
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::blocked);
+  facts.survey.systemdVersion = 233;
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  facts.node.cgroupV1 = true;
+  facts.node.cgroupV2 = false;
+  facts.survey.systemdVersion = 255;
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+}
+
+TEST(Plan, AContainerWithoutHostNameWarns) {
+  agent::PlanFacts facts = goodFacts();
+  facts.config.erase("HOSTNAME");
+  expectFinding(facts, Severity::warning, "The container gets no host name: give --hostname.");
+}
+
+TEST(Plan, WhatWasLookedAtInPartIsNoted) {
+  agent::PlanFacts facts = goodFacts();
+  facts.survey.scanComplete = false;
+  expectFinding(facts, Severity::note,
+                "There are too many files to look at each: sizes are those of the file systems.");
+  expectFinding(facts, Severity::note,
+                "Immutable files and large ids were looked for in a part of the files only.");
+}
+
 TEST(Plan, RemoteMountsAreMissingAndWarnedOfOnce) {
   agent::PlanFacts facts = goodFacts();
   agent::SurveyedFileSystem data{"nas:/data", "/data", "nfs4", "rw"};
@@ -327,6 +354,11 @@ TEST(Plan, ASparseLastlogIsNoted) {
   facts.survey.lastlogAllocated = 40960;
   expectFinding(facts, Severity::note,
                 "/var/log/lastlog is sparse (12.0 GiB, 40.0 KiB on disk); it is never copied.");
+  facts.survey.lastlogAllocated = facts.survey.lastlogBytes;
+  EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
+  facts.survey.lastlogBytes = 292292;
+  facts.survey.lastlogAllocated = 4096;
+  EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
 }
 
 TEST(Plan, StorageOfContainersInsideWarns) {
