@@ -43,6 +43,7 @@ TEST(InitLibraryOutOfMemory, LeavesWhatWasRegisteredInOrder) {
   bool done = false;
   for (long allowed = 0; !done; ++allowed) {
     bool threw = false;
+    const long before = held;
     left = allowed;
     try {
       initLibrary();
@@ -52,14 +53,19 @@ TEST(InitLibraryOutOfMemory, LeavesWhatWasRegisteredInOrder) {
     }
     left = -1;
     EXPECT_NE(threw, done);
-    std::string registered;
-    if (kit.m_controls.count("")) registered += "controller ";
-    if (kit.m_localDeserializers.count("")) registered += "local-deserializer ";
-    if (kit.m_localSerializers.count("")) registered += "local-serializer ";
-    if (kit.m_agentDeserializers.count("")) registered += "agent-deserializer ";
-    if (kit.m_agentSerializers.count("")) registered += "agent-serializer ";
-    if (seen.empty() || seen.back() != registered) seen.push_back(registered);
+    const bool known[] = {kit.m_controls.count("") != 0, kit.m_localDeserializers.count("") != 0,
+                          kit.m_localSerializers.count("") != 0,
+                          kit.m_agentDeserializers.count("") != 0,
+                          kit.m_agentSerializers.count("") != 0};
     finiLibrary();
+    EXPECT_EQ(held, before) << "the factory that was being registered is left, after " << allowed;
+    std::string registered;
+    if (known[0]) registered += "controller ";
+    if (known[1]) registered += "local-deserializer ";
+    if (known[2]) registered += "local-serializer ";
+    if (known[3]) registered += "agent-deserializer ";
+    if (known[4]) registered += "agent-serializer ";
+    if (seen.empty() || seen.back() != registered) seen.push_back(registered);
   }
   EXPECT_THAT(seen, testing::ElementsAre(
                         "", "controller ", "controller local-deserializer ",

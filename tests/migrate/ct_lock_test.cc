@@ -80,8 +80,8 @@ TEST(CtLock, LiveHolderKeepsTheLock) {
 }
 
 TEST(CtLock, StaleLockIsRemovedAndTaken) {
-  // A pid that is gone, no number at all, nothing, and zero.
-  for (const std::string contents : {"4190000\nmigrating\n", "no number\n", "", "0\nx\n"}) {
+  // A pid above the largest that a kernel gives, no number at all, nothing, and zero.
+  for (const std::string contents : {"4194305\nmigrating\n", "no number\n", "", "0\nx\n"}) {
     ScratchHost host;
     host.file(kLock, contents);
     host.run([&] {
