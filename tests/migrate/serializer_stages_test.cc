@@ -9,6 +9,7 @@ using namespace fixtures;
 using namespace test_support;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 namespace {
 
@@ -107,6 +108,30 @@ TEST(DumpQuota, WithoutQuotasTheSectionsAreEmpty) {
   host.run([&] {
     Started source(host, newParams());
     EXPECT_EQ(source.request("dumpQuota").quota(), "limits 0 0\ngraces 0 0\n\n");
+  });
+}
+
+TEST(DumpQuota, QuotasOfUsersAloneFillBothSections) {
+  ScratchHost host = serverHost();
+  host.file("/etc/mtab", "/dev/gone / ext3 rw,usrquota 0 0\n");
+  host.tool("/usr/sbin/repquota", {.script = "echo report $*"});
+  host.tool("/usr/sbin/edquota", {.script = "echo table $*"});
+  host.run([&] {
+    Started source(host, newParams());
+    EXPECT_EQ(source.request("dumpQuota").quota(),
+              "limits 0 13\ngraces 13 13\n\nreport -un /\ntable -utf /\n");
+  });
+}
+
+TEST(DumpQuota, SilentToolsGiveAHeaderAlone) {
+  ScratchHost host = serverHost();
+  host.file("/etc/mtab", "/dev/gone / ext3 rw,usrquota,grpquota 0 0\n");
+  host.tool("/usr/sbin/repquota", {.script = ":"});
+  host.tool("/usr/sbin/edquota", {.script = ":"});
+  host.run([&] {
+    Started source(host, newParams());
+    EXPECT_EQ(source.request("dumpQuota").quota(), "limits 0 0\ngraces 0 0\n\n");
+    EXPECT_THAT(host.calls(), SizeIs(4));
   });
 }
 
