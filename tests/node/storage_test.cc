@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/magic.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -16,6 +17,7 @@
 #include "node/engine.h"
 #include "node/error.h"
 #include "node/ext4_image.h"
+#include "node/fd.h"
 #include "node/file.h"
 #include "node/mounts.h"
 #include "node/private_area.h"
@@ -148,12 +150,18 @@ class ImageTest : public testing::Test {
  protected:
   void SetUp() override {
     if (!hasLoopDevices()) GTEST_SKIP() << "no loop devices here";
+    // Loop devices are the whole machine's, so these tests take turns.
+    ASSERT_GE(turn_.get(), 0);
+    ASSERT_EQ(flock(turn_.get(), LOCK_EX), 0);
   }
   static ScratchHost host(const std::string& more = "") {
     return ScratchHost()
         .file("/etc/qx/qx.conf", "STORAGE=ext4\n")
         .file(kConf, "DISKSPACE=65536:65536\n" + more);
   }
+
+ private:
+  node::Fd turn_{open("/tmp/qxlinmigrate-loop-tests.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0600)};
 };
 
 TEST_F(ImageTest, LifeOfAContainerAsAMigrationLeadsIt) {
