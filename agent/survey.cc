@@ -61,10 +61,68 @@ bool hasOption(const std::string& options, const std::string& name) {
   return ("," + options + ",").find("," + name + ",") != std::string::npos;
 }
 
+// Which folder of its file system each mount point shows (proc(5), mountinfo).
+std::map<std::string, std::string> mountRoots() {
+  std::map<std::string, std::string> roots;
+  std::istringstream lines(contentsOf("/proc/self/mountinfo"));
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string id, parent, device, root, point;
+    if (words >> id >> parent >> device >> root >> point) roots[unescaped(point)] = unescaped(root);
+  }
+  return roots;
+}
+
+// A local file system at its mount point.
+struct Seen {
+  size_t place;  // in Survey::fileSystems
+  dev_t device;
+  ino_t inode;
+  std::string root;
+};
+
+// Whether the folder that is mounted at `seen` is also met below `other`, on a way
+// that is copied.
+bool isMetBelow(const Seen& seen, const std::string& point, const Seen& other,
+                const std::string& otherPoint, const std::vector<std::string>& excludes) {
+  if (seen.device != other.device) return false;
+  const std::string above = other.root == "/" ? "" : other.root;
+  if (seen.root != other.root && seen.root.compare(0, above.size() + 1, above + "/") != 0)
+    return false;
+  const std::string rest = seen.root == other.root ? "" : seen.root.substr(above.size());
+  const std::string path = (otherPoint == "/" && !rest.empty() ? "" : otherPoint) + rest;
+  // Another mount may hide it, and then its files are nowhere else.
+  struct stat info;
+  return path != point && !isLeftOut(path, excludes) && stat(path.c_str(), &info) == 0 &&
+         info.st_dev == seen.device && info.st_ino == seen.inode;
+}
+
+// Leaves out what is a second view of files that are copied anyway. Larger views
+// come first, and among equal ones the one that was mounted first.
+void leaveOutSecondViews(std::vector<Seen> seen, const std::vector<std::string>& excludes,
+                         std::vector<SurveyedFileSystem>& fileSystems) {
+  std::stable_sort(seen.begin(), seen.end(),
+                   [](const Seen& a, const Seen& b) { return a.root.size() < b.root.size(); });
+  std::vector<Seen> copied;
+  for (const Seen& one : seen) {
+    SurveyedFileSystem& found = fileSystems[one.place];
+    const bool second = std::any_of(copied.begin(), copied.end(), [&](const Seen& other) {
+      return isMetBelow(one, found.mountPoint, other, fileSystems[other.place].mountPoint,
+                        excludes);
+    });
+    if (second) {
+      found.copied = false;
+      found.reason = "a second view of other files";
+    }
+    if (found.copied) copied.push_back(one);
+  }
+}
+
 void surveyFileSystems(const SurveyRequest& request, Survey& survey) {
   const std::set<std::string> kernelOnly = virtualTypes();
   std::set<std::string> points;
-  std::map<dev_t, size_t> devices;
+  std::vector<Seen> seen;
+  std::map<std::string, std::string> roots = mountRoots();
   const std::vector<MountLine> mounts = parseMounts(contentsOf("/proc/self/mounts"));
   // Of mounts over each other only the last is seen.
   std::map<std::string, size_t> last;
@@ -89,11 +147,8 @@ void surveyFileSystems(const SurveyRequest& request, Survey& survey) {
       // One file in another's place is copied as what it shows.
       if (!S_ISDIR(info.st_mode)) continue;
       found.copied = !isLeftOut(mount.mountPoint, request.excludes);
-      if (devices.count(info.st_dev)) {
-        found.copied = false;
-        found.reason = "a second view of other files";
-      }
-      if (found.copied) devices[info.st_dev] = survey.fileSystems.size();
+      seen.push_back(
+          {survey.fileSystems.size(), info.st_dev, info.st_ino, roots[mount.mountPoint]});
       struct statvfs figures;
       if (statvfs(mount.mountPoint.c_str(), &figures) == 0) {
         found.bytes = static_cast<long long>(figures.f_blocks - figures.f_bfree) *
@@ -103,6 +158,7 @@ void surveyFileSystems(const SurveyRequest& request, Survey& survey) {
     }
     survey.fileSystems.push_back(found);
   }
+  leaveOutSecondViews(std::move(seen), request.excludes, survey.fileSystems);
   for (const MountLine& line : parseMounts(contentsOf("/etc/fstab"))) {
     if (line.mountPoint.empty() || line.mountPoint[0] != '/' || points.count(line.mountPoint))
       continue;
@@ -116,7 +172,9 @@ void surveyFileSystems(const SurveyRequest& request, Survey& survey) {
 
   std::map<std::string, bool> copied;
   for (const MountLine& mount : mounts) copied[mount.mountPoint] = false;
-  for (const auto& [device, place] : devices) copied[survey.fileSystems[place].mountPoint] = true;
+  for (const SurveyedFileSystem& found : survey.fileSystems) {
+    if (found.copied) copied[found.mountPoint] = true;
+  }
   const CurrentRequest* current = CurrentRequest::get();
   const FileFindings files =
       lookAtFiles("/", copied, request.excludes,
@@ -130,8 +188,8 @@ void surveyFileSystems(const SurveyRequest& request, Survey& survey) {
   survey.largestGid = files.largestGid;
   survey.largestGidPath = files.largestGidPath;
   if (!files.complete) return;
-  for (const auto& [device, place] : devices) {
-    SurveyedFileSystem& found = survey.fileSystems[place];
+  for (SurveyedFileSystem& found : survey.fileSystems) {
+    if (!found.copied) continue;
     const auto count = files.perMount.find(found.mountPoint);
     found.counted = true;
     found.bytes = count == files.perMount.end() ? 0 : count->second.bytes;

@@ -5,7 +5,8 @@
 # Makes a tree of real files: copies of a Debian root's /usr until there are
 # enough. make_tree FROM TO BYTES FILES
 make_tree() {
-    local from=$1 to=$2 bytes=$3 files=$4 copy=0 have_bytes=0 have_files=0
+    local from=$1 to=$2 bytes=$3 files=$4 copy=0 have_bytes=0
+    have_files=0
     while [ "$have_bytes" -lt "$bytes" ] || [ "$have_files" -lt "$files" ]; do
         copy=$((copy + 1))
         mkdir -p "$to/copy$copy"
@@ -17,6 +18,17 @@ make_tree() {
         have_bytes=$((copy * one_bytes)) have_files=$((copy * one_files))
     done
     echo "tree: $have_files files, $((have_bytes / 1048576)) MiB"
+}
+
+# The container has as many entries below a folder as there are in the tree: a copy
+# that leaves it out would be fast.
+check_copied() {
+    local copied
+    copied=$(find "/var/lib/qx/private/$1/fs$2" | wc -l)
+    [ "$copied" -ge "$have_files" ] || {
+        echo "only $copied of $have_files files were copied" >&2
+        return 1
+    }
 }
 
 # Seconds of a command, with milliseconds, in SECONDS_TAKEN.

@@ -295,6 +295,36 @@ TEST(Survey, ASecondViewOfFilesIsNotCopied) {
   });
 }
 
+// As after "mount DISK /mnt; mount --bind /mnt/a /a; ...; umount /mnt".
+TEST(Survey, FoldersOfOneDiskThatAreSeenOnlyOnceAreAllCopied) {
+  ScratchHost host;
+  host.dir("/disk").dir("/a").dir("/b").dir("/below").dir("/hidden");
+  host.file("/proc/filesystems", "nodev\tproc\nnodev\toverlay\n\ttmpfs\n");
+  host.run([] {
+    ASSERT_EQ(mount("disk", "/disk", "tmpfs", 0, nullptr), 0);
+    for (const char* folder : {"/disk/a", "/disk/b", "/disk/b/below", "/disk/b/hidden"})
+      ASSERT_EQ(mkdir(folder, 0755), 0);
+    ASSERT_EQ(mount("/disk/b/below", "/below", nullptr, MS_BIND, nullptr), 0);
+    ASSERT_EQ(mount("/disk/b/hidden", "/hidden", nullptr, MS_BIND, nullptr), 0);
+    ASSERT_EQ(mount("/disk/a", "/a", nullptr, MS_BIND, nullptr), 0);
+    ASSERT_EQ(mount("/disk/b", "/b", nullptr, MS_BIND, nullptr), 0);
+    ASSERT_EQ(umount("/disk"), 0);
+    ASSERT_EQ(mount("over", "/b/hidden", "tmpfs", 0, nullptr), 0);
+    agent::Survey survey = quickSurvey({});
+    for (const char* place : {"/a", "/b", "/hidden"}) {
+      ASSERT_NE(find(survey, place), nullptr) << place;
+      EXPECT_TRUE(find(survey, place)->copied) << place;
+      EXPECT_EQ(find(survey, place)->reason, "") << place;
+    }
+    EXPECT_FALSE(find(survey, "/below")->copied);
+    EXPECT_EQ(find(survey, "/below")->reason, "a second view of other files");
+    // What is not copied with the larger view is no second view.
+    survey = quickSurvey({"/b/below"});
+    EXPECT_TRUE(find(survey, "/below")->copied);
+    EXPECT_EQ(find(survey, "/below")->reason, "");
+  });
+}
+
 TEST(Survey, SwapFilesDoNotCount) {
   ScratchHost host;
   host.dir("/place").file("/place/kept", std::string(8192, 'x'));
