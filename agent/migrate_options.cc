@@ -46,6 +46,14 @@ boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams> makeParams(const MigrateOp
     }
     for (const auto& [name, value] : given) variables[name] = value;
   }
+  std::string refused;
+  for (const std::string& address : options.addresses) {
+    if (refused.empty()) refused = checkAddress(address);
+  }
+  for (const std::string& address : options.nameservers) {
+    if (refused.empty()) refused = checkNameserver(address);
+  }
+  if (!refused.empty()) throw std::runtime_error(refused);
   const auto put = [&](const char* name, const std::string& value) {
     if (!value.empty()) variables[name] = value;
   };

@@ -124,6 +124,7 @@ NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params) {
   NodeFacts facts;
   ShellVariables settings;
   if (readHostSettings(settings) != 0) throw std::runtime_error(QXL::getErrorMessage());
+  facts.hasAddressPool = !hostSetting(settings, "IP_POOL").empty();
   const auto ctid = static_cast<unsigned>(params.ctid);
   const QXA::QXAEnvConfig& config = *params.options.config;
 

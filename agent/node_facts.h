@@ -22,6 +22,7 @@ struct NodeFacts {
   // Host of each address that is taken, without prefix: "this host" or
   // "container 102".
   std::map<std::string, std::string> addresses;
+  bool hasAddressPool = false;     // IP_POOL, for the address "auto"
   std::string distributionScript;  // path; empty when the table has none
   bool distributionScriptExists = false;
   std::vector<std::string> distributions;  // names that the table has

@@ -151,6 +151,11 @@ class Checks {
     const std::vector<std::string>& addresses = plan_.addresses;
     if (addresses.empty()) warn("The container gets no address: give --ip.");
     for (const std::string& address : addresses) {
+      if (address == "auto" && !facts_.node.hasAddressPool) {
+        block(
+            "There are no addresses for --ip auto: set IP_POOL=\"FIRST-LAST/PREFIX\" in "
+            "/etc/qx/qx.conf, or give an address.");
+      }
       const auto taken = facts_.node.addresses.find(bare(address));
       if (taken == facts_.node.addresses.end()) continue;
       block("Address " + bare(address) + " is in use by " + taken->second + ".");

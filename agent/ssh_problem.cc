@@ -22,6 +22,10 @@ constexpr Known knownProblems[] = {
     {"Could not resolve hostname",
      "the host of %1 is not known: check the name, or add it to /etc/hosts or DNS"},
     {"Connection refused", "%1 refuses the connection: is sshd running there, on that port?"},
+    {"during banner exchange",
+     "%1 takes the connection, but does not answer: it hangs, or something else than sshd listens "
+     "there"},
+    {" not responding.", "%1 does not answer any more: it hangs, or the network is cut"},
     {"Connection timed out", "%1 does not answer: check the address, the network and firewalls"},
     {"Operation timed out", "%1 does not answer: check the address, the network and firewalls"},
     {"No route to host", "there is no route to %1: check the address and the network"},

@@ -154,12 +154,24 @@ std::vector<std::string> SshSession::command(bool master, const std::string& rem
   return argv;
 }
 
+// A server that hangs takes a connection and says nothing, and ssh would wait for ever:
+// for its greeting, or for what comes before the agent's own heartbeat. What the
+// user's configuration says of it stands.
+void SshSession::limitWaiting(const std::string& configuration) {
+  const auto says = [&](const char* line) {
+    return ("\n" + configuration).find(std::string("\n") + line + "\n") != std::string::npos;
+  };
+  if (says("connecttimeout none")) options_.push_back("ConnectTimeout=30");
+  if (says("serveraliveinterval 0")) {
+    options_.insert(options_.end(), {"ServerAliveInterval=20", "ServerAliveCountMax=3"});
+  }
+}
+
 // Where the processor has AES instructions, AES-GCM is several times as fast as
 // OpenSSH's own first choice. It goes in front of the client's list unless the
 // user has an opinion: then the list differs from the one of an empty
 // configuration. Servers of the last fifteen years have the instructions, too.
-void SshSession::chooseCipher() {
-  if (!hasAesInstructions()) return;
+void SshSession::completeOptions() {
   const auto configuration = [&](const std::vector<std::string>& first) {
     std::vector<std::string> argv = {program_, "-G"};
     argv.insert(argv.end(), first.begin(), first.end());
@@ -169,6 +181,8 @@ void SshSession::chooseCipher() {
   std::vector<std::string> users;
   for (const std::string& option : options_) users.insert(users.end(), {"-o", option});
   const auto own = configuration(users);
+  if (own) limitWaiting(*own);
+  if (!hasAesInstructions()) return;
   const auto plain = configuration({"-F", "none"});
   if (!own || !plain || ciphersIn(*own) != ciphersIn(*plain)) return;
   // Clients before 8.1 do not know the "^".
@@ -181,7 +195,7 @@ void SshSession::start(const Bundle& bundle, QXL::QXLProgressHandlerPrototype* h
     if (handler) handler->progress(QXL::QXLRequestProgressData(text));
   };
   tell("Connecting to " + address_.target() + " by ssh...");
-  chooseCipher();
+  completeOptions();
 
   UniqueFd theirInput, theirOutput;
   makePipe(theirInput, input_);

@@ -50,7 +50,8 @@ class SshSession {
 
  private:
   std::vector<std::string> command(bool master, const std::string& remote) const;
-  void chooseCipher();
+  void completeOptions();
+  void limitWaiting(const std::string& configuration);
   std::string readLine(const CancelToken* cancel);
   void sendBundle(const Bundle& bundle, const CancelToken* cancel);
   [[noreturn]] void giveUp(const CancelToken* cancel);

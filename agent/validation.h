@@ -8,8 +8,8 @@
 
 namespace agent {
 
-// The largest container id: ids are printed as signed numbers here and there.
-inline constexpr long long maxContainerId = 2147483647;
+// The largest container id, which the node's tools take.
+inline constexpr long long maxContainerId = 2147483644;
 
 // Each returns an empty text, or one that names the refused value and says why.
 std::string checkContainerId(long long ctid);
@@ -20,6 +20,9 @@ std::string checkExclusion(const std::string& pattern);
 std::string checkRoot(const char* name, const std::string& path);
 // A plain file name.
 std::string checkService(const std::string& name);
+// ADDRESS or ADDRESS/PREFIX, IPv4 or IPv6, of one host; or "dhcp" or "auto".
+std::string checkAddress(const std::string& text);
+std::string checkNameserver(const std::string& text);
 std::string checkRecord(const QXA::QXAMigrateP2VSerializerParams& record);
 
 }  // namespace agent

@@ -153,7 +153,7 @@ TEST(MigrateOptions, BadValuesAreNamed) {
   options.distribution = "debian-12";
   EXPECT_EQ(makeProblem(options), "");
   options.ctid = 0;
-  EXPECT_EQ(makeProblem(options), "container id 0 is not between 1 and 2147483647");
+  EXPECT_EQ(makeProblem(options), "container id 0 is not between 1 and 2147483644");
   options.ctid = 101;
   options.excludes = {"relative"};
   EXPECT_EQ(makeProblem(options), "exclusion 'relative' is not an absolute path");

@@ -169,6 +169,17 @@ TEST(Plan, LimitsBelowWhatIsCopiedWarn) {
   EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
 }
 
+TEST(Plan, AnAddressFromThePoolNeedsAPool) {
+  agent::PlanFacts facts = goodFacts();
+  facts.config["NETIF"] = "ifname=eth0,ip=auto";
+  facts.node.hasAddressPool = true;
+  EXPECT_NE(agent::makePlan(facts).verdict, Verdict::blocked);
+  facts.node.hasAddressPool = false;
+  expectFinding(facts, Severity::block,
+                "There are no addresses for --ip auto: set IP_POOL=\"FIRST-LAST/PREFIX\" in "
+                "/etc/qx/qx.conf, or give an address.");
+}
+
 TEST(Plan, AddressesInUseBlockAndTheServersOwnIsNoted) {
   agent::PlanFacts facts = goodFacts();
   facts.node.addresses["192.0.2.50"] = "container 102";

@@ -70,6 +70,12 @@ TEST(SshProblem, KnownFailuresGetAHintAndSshsOwnWords) {
   EXPECT_THAT(explain("@ WARNING: REMOTE HOST IDENTIFICATION HAS CHANGED! @\nHost key verification "
                       "failed.\n"),
               HasSubstr("the host key of root@web has changed"));
+  EXPECT_THAT(explain("Timeout, server web not responding.\r\n"),
+              HasSubstr("root@web does not answer any more"));
+  EXPECT_THAT(
+      explain("Connection timed out during banner exchange\r\nConnection to 192.0.2.11 port "
+              "22 timed out\r\n"),
+      HasSubstr("root@web takes the connection, but does not answer"));
   EXPECT_THAT(explain("ssh: Could not resolve hostname web: Name or service not known"),
               HasSubstr("the host of root@web is not known"));
   EXPECT_THAT(explain("ssh: connect to host web port 22: Connection refused"),

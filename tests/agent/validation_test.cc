@@ -6,11 +6,11 @@ namespace {
 
 TEST(Validation, ContainerIdsHaveARange) {
   EXPECT_EQ(agent::checkContainerId(1), "");
-  EXPECT_EQ(agent::checkContainerId(2147483647), "");
-  EXPECT_EQ(agent::checkContainerId(0), "container id 0 is not between 1 and 2147483647");
-  EXPECT_EQ(agent::checkContainerId(-5), "container id -5 is not between 1 and 2147483647");
-  EXPECT_EQ(agent::checkContainerId(2147483648),
-            "container id 2147483648 is not between 1 and 2147483647");
+  EXPECT_EQ(agent::checkContainerId(2147483644), "");
+  EXPECT_EQ(agent::checkContainerId(0), "container id 0 is not between 1 and 2147483644");
+  EXPECT_EQ(agent::checkContainerId(-5), "container id -5 is not between 1 and 2147483644");
+  EXPECT_EQ(agent::checkContainerId(2147483645),
+            "container id 2147483645 is not between 1 and 2147483644");
 }
 
 TEST(Validation, ExclusionsMayHoldWildcardsOnly) {
@@ -74,6 +74,39 @@ TEST(Validation, ARecordIsCheckedWhole) {
   EXPECT_EQ(agent::checkRecord(record), "");
   record.options.services.push_back({"a/b"});
   EXPECT_EQ(agent::checkRecord(record), "service 'a/b' is not a plain name");
+}
+
+TEST(Validation, AddressesAreThoseOfOneHost) {
+  for (const char* good : {"192.0.2.10/24", "192.0.2.10", "192.0.2.10/32", "2001:db8::5/64",
+                           "2001:db8::5/128", "dhcp", "auto"}) {
+    EXPECT_EQ(agent::checkAddress(good), "") << good;
+  }
+  for (const char* none : {"foo", "", "192.0.2.300/24", "192.0.2.5,192.0.2.6", "192.0.2/24", "DHCP",
+                           "/24", "2001:db8:::5"}) {
+    EXPECT_EQ(agent::checkAddress(none),
+              "the address '" + std::string(none) +
+                  "' is none: ADDRESS/PREFIX such as 192.0.2.10/24, \"dhcp\" or \"auto\" is "
+                  "expected");
+  }
+  for (const char* prefix : {"192.0.2.5/33", "192.0.2.5/", "192.0.2.5/0", "192.0.2.5/-1",
+                             "192.0.2.5/24x", "192.0.2.5/+24"}) {
+    EXPECT_EQ(agent::checkAddress(prefix), "the address '" + std::string(prefix) +
+                                               "' has a prefix that is not between 1 and 32");
+  }
+  EXPECT_EQ(agent::checkAddress("2001:db8::5/129"),
+            "the address '2001:db8::5/129' has a prefix that is not between 1 and 128");
+  for (const char* nobodys : {"0.0.0.0/0", "::", "0.0.0.0"}) {
+    EXPECT_EQ(agent::checkAddress(nobodys),
+              "the address '" + std::string(nobodys) + "' is nobody's");
+  }
+}
+
+TEST(Validation, NameServersAreAddresses) {
+  EXPECT_EQ(agent::checkNameserver("192.0.2.53"), "");
+  EXPECT_EQ(agent::checkNameserver("2001:db8::53"), "");
+  EXPECT_EQ(agent::checkNameserver("192.0.2.53/24"),
+            "the name server '192.0.2.53/24' is no address");
+  EXPECT_EQ(agent::checkNameserver("foo"), "the name server 'foo' is no address");
 }
 
 }  // namespace

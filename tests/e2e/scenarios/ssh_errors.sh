@@ -72,6 +72,21 @@ mv "$root/usr/bin/gzip" "$root/usr/bin/gzip.away"
 check_refused "root@$server lacks the program gzip"
 mv "$root/usr/bin/gzip.away" "$root/usr/bin/gzip"
 
+step "The server hangs: it takes the connection and says nothing"
+lab freeze $server
+before=$SECONDS
+migrate
+check_status 1
+check_begins "qxmigrate: stage 'connect' failed: root@$server takes the connection, but does not answer: it hangs, or something else than sshd listens there"
+check "it gave up within a minute" test $((SECONDS - before)) -le 60
+lab thaw $server
+check_rolled_back
+
+step "Addresses that are none are refused before the server is met"
+qxmigrate plan "$source" --ctid $ctid --ip 192.0.2.300/24 >"$out" 2>&1 && status=0 || status=$?
+check_status 64
+check_begins "qxmigrate: the address '192.0.2.300/24' is none"
+
 step "None of these touched the services"
 check_services_run
 close_source
