@@ -24,6 +24,12 @@ Assignments parseAssignments(const std::vector<std::string>& words);
 std::string withAssignments(std::string_view text, const Assignments& assignments,
                             const ShellVars& known);
 
+/// Refuses values of HOSTNAME, IP_ADDRESS, NETIF, GATEWAY, NAMESERVER and
+/// SLMMEMORYLIMIT with which the container could not live: `container` has them
+/// already, and only variables of `assignments` are looked at. Throws Error
+/// (kUsage) that names the value.
+void checkSettings(const Container& container, const Assignments& assignments);
+
 /// Does this to the container's configuration file, unless what comes out could
 /// not be started from. Returns the container as it is then. Throws Error.
 Container setVariables(const Container& container, const Assignments& assignments);

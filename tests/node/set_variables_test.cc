@@ -22,6 +22,49 @@ TEST(SetVariables, WhatWouldBreakTheContainerIsRefused) {
   }
 }
 
+TEST(SetVariables, ValuesThatNoContainerCanLiveWithAreRefused) {
+  const auto refused = [](const std::string& name, const std::string& value) -> std::string {
+    node::Container container;
+    container.id = 101;
+    container.vars[name] = value;
+    try {
+      node::checkSettings(container, {{name, value}});
+    } catch (const node::Error& error) {
+      EXPECT_EQ(error.code(), node::ExitCode::kUsage);
+      return error.what();
+    }
+    return "";
+  };
+  for (const auto& [name, value] : {std::pair{"HOSTNAME", "web-1.example.org"},
+                                    {"HOSTNAME", "old_name"},
+                                    {"HOSTNAME", ""},
+                                    {"IP_ADDRESS", "192.0.2.1/24 2001:db8::1/64 192.0.2.9 dhcp"},
+                                    {"IP_ADDRESS", ""},
+                                    {"NETIF", "ifname=eth0,ip=192.0.2.1/32,ip=dhcp"},
+                                    {"GATEWAY", "192.0.2.1 2001:db8::1"},
+                                    {"NAMESERVER", "192.0.2.53"},
+                                    {"SLMMEMORYLIMIT", "16777216:16777216"},
+                                    {"SLMMEMORYLIMIT", "unlimited"},
+                                    {"OTHER", "whatever; it is"}}) {
+    EXPECT_EQ(refused(name, value), "") << name;
+  }
+  for (const char* name : {"a;b", "web.", ".web", "a..b", "-web", "with blank", "b\xc3\xa4r"}) {
+    EXPECT_EQ(refused("HOSTNAME", name),
+              "HOSTNAME is '" + std::string(name) + "': that is no host name");
+  }
+  for (const char* address :
+       {"foo", "192.0.2.300/24", "192.0.2.1/33", "192.0.2.1/0", "192.0.2.1/", "2001:db8::1/129"}) {
+    const std::string said =
+        " has '" + std::string(address) + "': ADDRESS/PREFIX or \"dhcp\" is expected";
+    EXPECT_EQ(refused("IP_ADDRESS", address), "IP_ADDRESS" + said);
+    EXPECT_EQ(refused("NETIF", "ifname=eth0,ip=" + std::string(address)), "NETIF" + said);
+  }
+  EXPECT_EQ(refused("GATEWAY", "192.0.2.1/24"), "GATEWAY has '192.0.2.1/24': that is no address");
+  EXPECT_EQ(refused("NAMESERVER", "192.0.2.53 foo"), "NAMESERVER has 'foo': that is no address");
+  EXPECT_EQ(refused("SLMMEMORYLIMIT", "512"),
+            "SLMMEMORYLIMIT is 512 bytes: a container needs 16777216 at least");
+}
+
 TEST(SetVariables, LinesAreReplacedInPlaceAndTheRestStays) {
   EXPECT_EQ(node::withAssignments("# Limits\nNUMPROC=\"1:1\" # old\n\nHOSTNAME=web\nNUMPROC=2\n",
                                   {{"NUMPROC", "3:3"}, {"NOTE", "it's"}}, {}),
