@@ -188,6 +188,11 @@ class Checks {
   void services() {
     const Survey& survey = facts_.survey;
     for (const std::string& name : facts_.services) {
+      if (name == "ssh" || name == "sshd") {
+        warn("Service " + name +
+             " stays stopped when the migration succeeds: nobody can log in to the server any "
+             "more, except at its console.");
+      }
       const auto& scripts = survey.initScripts;
       if (std::find(scripts.begin(), scripts.end(), name) == scripts.end()) {
         std::string running;

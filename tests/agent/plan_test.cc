@@ -221,6 +221,18 @@ TEST(Plan, AServiceWithoutInitScriptBlocks) {
                 "run: cron, nginx.");
 }
 
+TEST(Plan, StoppingTheServersDoorIsWarnedOf) {
+  for (const std::string name : {"ssh", "sshd"}) {
+    agent::PlanFacts facts = goodFacts();
+    facts.survey.initScripts.push_back(name);
+    facts.services = {name};
+    expectFinding(facts, Severity::warning,
+                  "Service " + name +
+                      " stays stopped when the migration succeeds: nobody can log in to the "
+                      "server any more, except at its console.");
+  }
+}
+
 TEST(Plan, SystemdThatCannotRunOnTheNodeBlocks) {
   agent::PlanFacts facts = goodFacts();
   facts.survey.systemdVersion = 219;
