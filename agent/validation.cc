@@ -1,12 +1,10 @@
 #include "agent/validation.h"
 
-#include <arpa/inet.h>
-
-#include <charconv>
-
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+
+#include "node/address.h"
 
 namespace agent {
 
@@ -52,13 +50,6 @@ std::string checkName(const std::string& what, const std::string& name) {
   return "";
 }
 
-// AF_UNSPEC for what is no address.
-int familyOf(const std::string& address) {
-  in6_addr bytes;
-  if (inet_pton(AF_INET, address.c_str(), &bytes) == 1) return AF_INET;
-  return inet_pton(AF_INET6, address.c_str(), &bytes) == 1 ? AF_INET6 : AF_UNSPEC;
-}
-
 }  // namespace
 
 std::string checkContainerId(long long ctid) {
@@ -101,29 +92,13 @@ std::string checkRoot(const char* name, const std::string& path) {
 std::string checkService(const std::string& name) { return checkName("service", name); }
 
 std::string checkAddress(const std::string& text) {
-  if (text == "dhcp" || text == "auto") return "";
-  const std::string refused = "the address '" + text + "'";
-  const size_t slash = text.find('/');
-  const std::string address = text.substr(0, slash);
-  const int family = familyOf(address);
-  if (family == AF_UNSPEC) {
-    return refused +
-           " is none: ADDRESS/PREFIX such as 192.0.2.10/24, \"dhcp\" or \"auto\" is expected";
-  }
-  if (address.find_first_not_of("0.:") == std::string::npos) return refused + " is nobody's";
-  if (slash == std::string::npos) return "";
-  const std::string prefix = text.substr(slash + 1);
-  const int most = family == AF_INET ? 32 : 128;
-  int value = 0;
-  const auto [end, error] = std::from_chars(prefix.data(), prefix.data() + prefix.size(), value);
-  if (error != std::errc() || end != prefix.data() + prefix.size() || value < 1 || value > most) {
-    return refused + " has a prefix that is not between 1 and " + std::to_string(most);
-  }
-  return "";
+  if (text == "dhcp" || text == "auto" || node::isInterfaceAddress(text)) return "";
+  return "the address '" + text +
+         "' is none: ADDRESS/PREFIX such as 192.0.2.10/24, \"dhcp\" or \"auto\" is expected";
 }
 
 std::string checkNameserver(const std::string& text) {
-  return familyOf(text) == AF_UNSPEC ? "the name server '" + text + "' is no address" : "";
+  return node::isAddress(text) ? "" : "the name server '" + text + "' is no address";
 }
 
 std::string checkRecord(const QXA::QXAMigrateP2VSerializerParams& record) {

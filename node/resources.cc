@@ -96,21 +96,22 @@ std::optional<ResourceValue> parseResource(std::string_view text) {
   return ResourceValue{*first, *second};
 }
 
+std::optional<ResourceValue> recordOf(const Container& container, const char* record) {
+  const std::string text = container.var(record);
+  if (text.empty()) return std::nullopt;
+  const std::optional<ResourceValue> value = parseResource(text);
+  if (!value) {
+    fail(ExitCode::kBadConfig,
+         "%s of container %u is neither a number nor two separated by ':': '%s'", record,
+         container.id, text.c_str());
+  }
+  return value;
+}
+
 ResourcePlan planResources(const Container& container, const CgroupLayout& layout) {
   ResourcePlan plan;
-  const auto valueOfRecord = [&](const char* record) -> std::optional<ResourceValue> {
-    const std::string text = container.var(record);
-    if (text.empty()) return std::nullopt;
-    const std::optional<ResourceValue> value = parseResource(text);
-    if (!value) {
-      fail(ExitCode::kBadConfig,
-           "%s of container %u is neither a number nor two separated by ':': '%s'", record,
-           container.id, text.c_str());
-    }
-    return value;
-  };
   for (const Mapping& mapping : kMappings) {
-    const std::optional<ResourceValue> value = valueOfRecord(mapping.record);
+    const std::optional<ResourceValue> value = recordOf(container, mapping.record);
     if (!value) continue;
     if (std::optional<Limit> limit = planOne(mapping, value->limit, layout)) {
       plan.limits.push_back(std::move(*limit));
@@ -120,7 +121,7 @@ ResourcePlan planResources(const Container& container, const CgroupLayout& layou
   }
   for (const char* record : kUnenforced) {
     // No limit at all is nothing that could fail to be enforced.
-    const std::optional<ResourceValue> value = valueOfRecord(record);
+    const std::optional<ResourceValue> value = recordOf(container, record);
     if (value && value->limit < kUnlimited) plan.unenforced.emplace_back(record);
   }
   return plan;

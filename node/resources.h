@@ -26,6 +26,10 @@ inline constexpr uint64_t kUnlimited = 9223372036854775807ULL;
 /// Nothing when the text is malformed. Greater numbers count as unlimited.
 std::optional<ResourceValue> parseResource(std::string_view text);
 
+/// The container's record of this name, nothing when it has none. Throws Error
+/// (kBadConfig) when it is malformed.
+std::optional<ResourceValue> recordOf(const Container& container, const char* record);
+
 /// One limit that the host's kernel holds for the container.
 struct Limit {
   std::string record;  ///< name of the record, such as "NUMPROC"

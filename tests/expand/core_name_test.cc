@@ -54,19 +54,18 @@ TEST(CoreDumpName, IsEmptyWithoutAKillingSignal) {
 }
 
 TEST(CoreDumpName, NamesTheFileThatACrashLeaves) {
-  const std::string pattern = readFile("/proc/sys/kernel/core_pattern");
-  rlimit limit;
-  getrlimit(RLIMIT_CORE, &limit);
-  if (pattern != "core\n" || limit.rlim_max == 0) {
-    GTEST_SKIP() << "this machine does not leave files named core in the working directory";
-  }
+  // Where a program takes the cores, that one decides whether there is one.
+  const rlimit unlimited = {RLIM_INFINITY, RLIM_INFINITY};
+  const bool leavesFiles = readFile("/proc/sys/kernel/core_pattern") == "core\n" &&
+                           setrlimit(RLIMIT_CORE, &unlimited) == 0;
   const TempTree tree;
   std::vector<Connector*> none = {nullptr, nullptr, nullptr};
-  CallerExec runner("sh", {"-c", "ulimit -c unlimited; kill -SEGV $$"}, {"PATH=/bin"},
-                    {.workDir = tree.root()});
+  CallerExec runner("sh", {"-c", "kill -SEGV $$"}, {"PATH=/bin"}, {.workDir = tree.root()});
   runner.call(none);
   EXPECT_EQ(runner.exitCode(), -1);
   EXPECT_EQ(runner.killingSignal(), SIGSEGV);
-  ASSERT_NE(runner.getCoreDumpName(), "");
-  EXPECT_TRUE(std::filesystem::exists(tree.path(runner.getCoreDumpName())));
+  if (leavesFiles) {
+    ASSERT_NE(runner.getCoreDumpName(), "");
+    EXPECT_TRUE(std::filesystem::exists(tree.path(runner.getCoreDumpName())));
+  }
 }
