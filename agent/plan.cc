@@ -6,12 +6,17 @@
 #include <limits>
 #include <sstream>
 
+#include "agent/disk_limits.h"
 #include "agent/plan_text.h"
 #include "agent/validation.h"
 
 namespace agent {
 
 namespace {
+
+constexpr long long kUnlimited = std::numeric_limits<long long>::max();
+// An image that is fuller than this from the start is warned of.
+constexpr int kFullestPercent = 80;
 
 std::vector<std::string> words(const std::string& text) {
   std::istringstream stream(text);
@@ -57,7 +62,10 @@ class Checks {
     files();
     nested();
     hostname();
+    memory();
     for (const MeasureWarning& warning : facts_.measurement.warnings) warn(warning.text);
+    for (const std::string& text : facts_.measurement.notes) note(text);
+    for (const std::string& text : facts_.notes) note(text);
   }
 
  private:
@@ -88,6 +96,38 @@ class Checks {
     }
   }
 
+  // The hard limit of that name; the largest number when there is none.
+  long long limit(const char* name) const {
+    for (const PlannedLimit& row : plan_.limits) {
+      if (row.name == name && row.hard != "unlimited") {
+        return strtoll(row.hard.c_str(), nullptr, 10);
+      }
+    }
+    return kUnlimited;
+  }
+
+  // What the container is promised and what the server uses, against what there is.
+  void memory() {
+    const Measurement& measured = facts_.measurement;
+    const NodeFacts& node = facts_.node;
+    const long long promised = limit("slmmemorylimit");
+    const long long used =
+        static_cast<long long>(measured.privvmpages) * static_cast<long long>(measured.pageSize);
+    if (promised != kUnlimited && node.memoryBytes > 0 && promised > node.memoryBytes) {
+      warn("The container is promised " + bytesText(promised) + " of memory, and the node has " +
+           bytesText(node.memoryBytes) + ".");
+    }
+    if (promised < used) {
+      warn("The server's programs use " + bytesText(used) +
+           " of memory of their own, and the container's limit is " + bytesText(promised) +
+           ": some of them would be killed. Give a larger SLMMEMORYLIMIT in --config.");
+    }
+    if (node.processors > 0 && facts_.survey.processors > node.processors) {
+      warn("The server has " + countText(facts_.survey.processors) +
+           " processors, and the node has " + countText(node.processors) + ".");
+    }
+  }
+
   void space() {
     const NodeFacts& node = facts_.node;
     const auto compare = [&](long long needed, long long free, const std::string& what,
@@ -107,17 +147,9 @@ class Checks {
     if (node.freeInodes >= 0 && !image) {
       compare(plan_.files, node.freeInodes, "inodes", countText);
     }
-    const auto limit = [&](const char* name) {
-      for (const PlannedLimit& row : plan_.limits) {
-        if (row.name == name && row.hard != "unlimited") {
-          return strtoll(row.hard.c_str(), nullptr, 10);
-        }
-      }
-      return std::numeric_limits<long long>::max();
-    };
     // An image of that size cannot hold more; a directory can.
     const Severity severity = image ? Severity::block : Severity::warning;
-    if (image && limit("diskspace") == std::numeric_limits<long long>::max()) {
+    if (image && limit("diskspace") == kUnlimited) {
       block("The node keeps containers in ext4 images (STORAGE): give a size with --diskspace.");
     }
     const auto enough = [](long long needed) {
@@ -129,6 +161,12 @@ class Checks {
       add(severity, "The container's disk limit is " + bytesText(limit("diskspace") * 1024) +
                         ", and " + bytesText(plan_.bytes) +
                         " are copied: give --diskspace, such as " + enough(blocks) + ".");
+    } else if (image && limit("diskspace") / 100 * kFullestPercent < blocks) {
+      const long long size = blocks / 100 * (100 + kFileSystemRoomPercent);
+      warn("The container's disk is more than " + std::to_string(kFullestPercent) +
+           " % full from the start, " + bytesText(plan_.bytes) + " of " +
+           bytesText(limit("diskspace") * 1024) + ": give --diskspace, such as " +
+           std::to_string(size) + ":" + std::to_string(size) + ".");
     }
     if (limit("diskinodes") < plan_.files) {
       add(severity, "The container's limit is " + countText(limit("diskinodes")) + " inodes, and " +
@@ -412,21 +450,14 @@ Plan makePlan(const PlanFacts& facts) {
   plan.limits = plannedLimits(facts.measurement, facts.config);
   plan.distribution = valueOf(facts.config, "DISTRIBUTION");
   plan.addresses = addressesOf(facts.config);
-  plan.counted = facts.survey.scanComplete;
   for (const SurveyedFileSystem& mount : facts.survey.fileSystems) {
-    if (mount.copied) {
-      plan.bytes += mount.bytes;
-      plan.files += mount.files;
-    } else {
-      plan.missingMounts.push_back({mount.mountPoint, mount.type, mount.device, mount.reason});
-    }
+    if (mount.copied) continue;
+    plan.missingMounts.push_back({mount.mountPoint, mount.type, mount.device, mount.reason});
   }
-  // What was counted file by file has them left out already.
-  for (const SwapFile& swap : facts.survey.swapFiles) {
-    if (plan.counted) break;
-    plan.bytes -= std::min(plan.bytes, swap.bytes);
-    plan.files -= std::min(plan.files, 1LL);
-  }
+  const CopiedFigures copied = copiedFigures(facts.survey);
+  plan.bytes = copied.bytes;
+  plan.files = copied.files;
+  plan.counted = copied.counted;
   Checks(facts, plan).all();
   std::stable_sort(plan.findings.begin(), plan.findings.end(),
                    [](const Finding& a, const Finding& b) { return a.severity > b.severity; });

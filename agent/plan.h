@@ -22,6 +22,7 @@ struct PlanFacts {
   ShellVariables config;                   // of the container, options included
   std::vector<std::string> givenExcludes;  // by the administrator
   std::vector<std::string> services;       // to be stopped
+  std::vector<std::string> notes;          // what was done to the measured figures
 };
 
 enum class Severity { note, warning, block };

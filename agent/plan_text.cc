@@ -158,10 +158,11 @@ std::string measurementText(const std::string& source, const Measurement& m,
     text += heading("Not to be copied");
     for (const MeasuredExclude& exclude : m.excludes) text += wrapped("  ", "    ", exclude.path);
   }
-  if (!m.warnings.empty()) text += "\n";
+  if (!m.warnings.empty() || !m.notes.empty()) text += "\n";
   for (const MeasureWarning& warning : m.warnings) {
     text += wrapped("warning  ", "         ", warning.text);
   }
+  for (const std::string& note : m.notes) text += wrapped("note     ", "         ", note);
   return text;
 }
 
