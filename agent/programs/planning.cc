@@ -109,7 +109,8 @@ PlanFacts Planning::gather(MigrateOptions& options, const MeasureSettings& setti
   const auto params = makeParams(checked);
   facts.node = nodeFacts(*params);
   const QXA::QXAEnvConfigBashParser parser((QXL::QXLVocCacheLocal()));
-  parseShell(parser.format(*params->options.config), facts.config);
+  facts.config =
+      host::parseOwnShellVars(parser.format(*params->options.config), host::idAsWritten());
   options.excludes = exclusionPatterns(facts);
   return facts;
 }

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <string>
 
-#include "agent/system/unique_fd.h"
+#include "host/fd.h"
 
 namespace agent {
 
@@ -30,7 +30,7 @@ class CancelToken {
   mutable std::mutex mutex_;
   int code_ = 0;
   std::string argument_;
-  UniqueFd event_;
+  host::Fd event_;
 };
 
 }  // namespace agent

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/system/unique_fd.h"
+#include "host/fd.h"
 
 namespace agent {
 
