@@ -12,6 +12,7 @@
 #include "host/error.h"
 #include "host/file.h"
 #include "host/paths.h"
+#include "host/settings.h"
 #include "host/text.h"
 
 namespace host {
@@ -21,12 +22,6 @@ namespace {
 bool isWithin(std::string_view path, std::string_view ancestor) {
   return path.substr(0, ancestor.size()) == ancestor &&
          (path.size() == ancestor.size() || path[ancestor.size()] == '/' || ancestor == "/");
-}
-
-std::string valueOrDefault(const ShellVars& vars, const char* name, const char* fallback) {
-  const std::string value = valueOf(vars, name);
-  if (!value.empty()) return value;
-  return parseShellVars(textf("%s=%s", name, fallback), vars).at(name);
 }
 
 }  // namespace
@@ -84,15 +79,14 @@ void checkPlace(const char* variable, const std::string& path) {
 Container findContainer(unsigned id) {
   Container container;
   container.id = id;
-  const ShellVars base{{"VEID", std::to_string(id)}};
-  const ShellVars host = readShellVars(kHostConfig, base).value_or(base);
+  const ShellVars host = hostSettings(std::to_string(id));
   const std::optional<ShellVars> own = readShellVars(configPath(id), host);
   container.configured = own.has_value();
   container.vars = own.value_or(host);
   container.vars["VEID"] = std::to_string(id);
-  container.lockDir = valueOf(host, "LOCKDIR", kDefaultLockDir);
-  container.root = valueOrDefault(container.vars, "VE_ROOT", kDefaultRoot);
-  container.privateArea = valueOrDefault(container.vars, "VE_PRIVATE", kDefaultPrivate);
+  container.lockDir = settingOf(host, "LOCKDIR");
+  container.root = settingOf(container.vars, "VE_ROOT");
+  container.privateArea = settingOf(container.vars, "VE_PRIVATE");
   checkPlace("VE_ROOT", container.root);
   checkPlace("VE_PRIVATE", container.privateArea);
   if (isWithin(container.root, container.privateArea) ||

@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace host {
@@ -14,17 +15,26 @@ class Fd {
  public:
   Fd() = default;
   explicit Fd(int fd) : fd_(fd) {}
-  Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  Fd(Fd&& other) noexcept : fd_(other.release()) {}
   Fd& operator=(Fd&& other) noexcept {
-    std::swap(fd_, other.fd_);
-    other.reset();
+    reset(other.release());
     return *this;
   }
   ~Fd() { reset(); }
 
   int get() const { return fd_; }
   explicit operator bool() const { return fd_ >= 0; }
-  void reset();
+  /// Gives the descriptor away: nobody closes it here any more.
+  int release() { return std::exchange(fd_, -1); }
+  /// Owns `fd` from now on.
+  void reset(int fd = -1) {
+    if (fd_ >= 0) {
+      const int number = errno;
+      close(fd_);
+      errno = number;
+    }
+    fd_ = fd;
+  }
 
  private:
   int fd_ = -1;

@@ -15,13 +15,6 @@
 
 namespace host {
 
-void Fd::reset() {
-  if (fd_ < 0) return;
-  const int number = errno;
-  close(std::exchange(fd_, -1));
-  errno = number;
-}
-
 std::optional<std::string> readFile(const std::string& path) {
   const Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!fd) return std::nullopt;
@@ -46,17 +39,29 @@ bool writeAll(int fd, std::string_view data) {
   return true;
 }
 
-void replaceFile(const std::string& path, std::string_view content, mode_t mode) {
+namespace {
+
+void replace(const std::string& path, std::string_view content, mode_t mode, bool durably) {
   std::string temporary = path + ".XXXXXX";
   const Fd fd(mkostemp(temporary.data(), O_CLOEXEC));
-  if (!fd) failErrno("cannot create %s", temporary.c_str());
+  if (!fd) failErrno("cannot write %s", path.c_str());
   if (!writeAll(fd.get(), content) || fchmod(fd.get(), mode) != 0 ||
-      rename(temporary.c_str(), path.c_str()) != 0) {
+      (durably && fsync(fd.get()) != 0) || rename(temporary.c_str(), path.c_str()) != 0) {
     const int number = errno;
     unlink(temporary.c_str());
     errno = number;
     failErrno("cannot write %s", path.c_str());
   }
+}
+
+}  // namespace
+
+void replaceFile(const std::string& path, std::string_view content, mode_t mode) {
+  replace(path, content, mode, false);
+}
+
+void replaceFileDurably(const std::string& path, std::string_view content, mode_t mode) {
+  replace(path, content, mode, true);
 }
 
 bool isDirectory(const std::string& path) {

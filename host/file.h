@@ -24,6 +24,9 @@ bool writeAll(int fd, std::string_view data);
 /// forced to disk.
 void replaceFile(const std::string& path, std::string_view content, mode_t mode);
 
+/// The same, and the data is on the disk when it returns.
+void replaceFileDurably(const std::string& path, std::string_view content, mode_t mode);
+
 /// Whether there is a directory (symbolic links followed) at `path`.
 bool isDirectory(const std::string& path);
 /// Whether there is anything at `path`, a dangling symbolic link included.

@@ -38,7 +38,7 @@ bool isMac(std::string_view mac) {
   return true;
 }
 
-void putField(const Container& container, std::string_view field, Interface& interface) {
+void putField(const std::string& variable, std::string_view field, Interface& interface) {
   const size_t equals = field.find('=');
   const std::string_view key = field.substr(0, equals);
   const std::string value(equals == field.npos ? std::string_view() : field.substr(equals + 1));
@@ -47,7 +47,7 @@ void putField(const Container& container, std::string_view field, Interface& int
                     : key == "mac" ? isMac(value)
                                    : isInterfaceName(value);
   if (!known || !good) {
-    fail(ExitCode::kBadConfig, "NETIF of container %u has the %s field '%s'", container.id,
+    fail(ExitCode::kBadConfig, "%s has the %s field '%s'", variable.c_str(),
          known ? "malformed" : "unknown", std::string(field).c_str());
   }
   if (key == "ifname") interface.name = value;
@@ -58,18 +58,35 @@ void putField(const Container& container, std::string_view field, Interface& int
 
 }  // namespace
 
-std::vector<Interface> interfacesOf(const Container& container) {
+std::vector<Interface> parseNetif(std::string_view netif, const std::string& variable) {
   std::vector<Interface> interfaces;
-  const std::string netif = container.var("NETIF");
   for (const std::string_view part : cut(netif, ';')) {
     Interface interface;
-    for (const std::string_view field : cut(part, ',')) putField(container, field, interface);
+    for (const std::string_view field : cut(part, ',')) putField(variable, field, interface);
     if (interface.name.empty()) {
-      fail(ExitCode::kBadConfig, "NETIF of container %u has an interface without ifname: '%s'",
-           container.id, std::string(part).c_str());
+      fail(ExitCode::kBadConfig, "%s has an interface without ifname: '%s'", variable.c_str(),
+           std::string(part).c_str());
     }
     interfaces.push_back(std::move(interface));
   }
+  return interfaces;
+}
+
+std::string formatNetif(const std::vector<Interface>& interfaces) {
+  std::string text;
+  for (const Interface& interface : interfaces) {
+    text += (text.empty() ? "ifname=" : ";ifname=") + interface.name;
+    if (!interface.hostName.empty()) text += ",host_ifname=" + interface.hostName;
+    if (!interface.mac.empty()) text += ",mac=" + interface.mac;
+    for (const std::string& address : interface.addresses) text += ",ip=" + address;
+  }
+  return text;
+}
+
+std::vector<Interface> interfacesOf(const Container& container) {
+  const std::string netif = container.var("NETIF");
+  std::vector<Interface> interfaces =
+      parseNetif(netif, textf("NETIF of container %u", container.id));
   const std::string addresses = container.var("IP_ADDRESS");
   if (netif.empty() && !splitWords(addresses).empty()) {
     Interface interface;

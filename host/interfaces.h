@@ -3,6 +3,7 @@
 #define QX_HOST_INTERFACES_H
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/container.h"
@@ -16,10 +17,17 @@ struct Interface {
   std::vector<std::string> addresses;  ///< ADDRESS, ADDRESS/PREFIX or "dhcp"
 };
 
-/// What NETIF says: interfaces separated by ";", each of fields separated by
-/// ",": ifname=NAME, host_ifname=NAME, mac=MAC, any number of ip=ADDRESS. When
-/// it is not set, eth0 with the addresses of IP_ADDRESS; none without these.
-/// An interface that names no other end gets "qxID.NUMBER". Throws Error
+/// Reads a value of NETIF: interfaces separated by ";", each of fields separated by ",":
+/// ifname=NAME, host_ifname=NAME, mac=MAC, any number of ip=ADDRESS, where "auto" stands
+/// for an address that is still to be chosen. Throws Error (kBadConfig) that begins with
+/// `variable`.
+std::vector<Interface> parseNetif(std::string_view netif, const std::string& variable = "NETIF");
+
+/// What parseNetif reads back.
+std::string formatNetif(const std::vector<Interface>& interfaces);
+
+/// What NETIF says. When it is not set, eth0 with the addresses of IP_ADDRESS; none
+/// without these. An interface that names no other end gets "qxID.NUMBER". Throws Error
 /// (kBadConfig).
 std::vector<Interface> interfacesOf(const Container& container);
 

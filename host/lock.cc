@@ -25,17 +25,8 @@ struct TemporaryFile {
   ~TemporaryFile() { unlink(path.c_str()); }
 };
 
-/// Whether a live process holds the lock; its pid and what it is doing then.
-std::optional<std::string> liveHolder(const std::string& path) {
-  const std::optional<std::string> content = readFile(path);
-  if (!content) return std::nullopt;
-  const std::optional<pid_t> pid = parseLockHolder(*content);
-  struct stat st;
-  if (!pid || stat(textf("/proc/%d", *pid).c_str(), &st) != 0) return std::nullopt;
-  const std::vector<std::string_view> lines = splitLines(*content);
-  const std::string status = lines.size() > 1 ? std::string(lines[1]) : std::string();
-  return textf("process %d%s%s%s", *pid, status.empty() ? "" : " (", status.c_str(),
-               status.empty() ? "" : ")");
+std::string lockPath(const std::string& lockDir, unsigned id) {
+  return textf("%s/%u.lck", lockDir.c_str(), id);
 }
 
 }  // namespace
@@ -48,9 +39,21 @@ std::optional<pid_t> parseLockHolder(std::string_view content) {
   return static_cast<pid_t>(*pid);
 }
 
+std::optional<std::string> lockHolder(const std::string& lockDir, unsigned id) {
+  const std::optional<std::string> content = readFile(lockPath(lockDir, id));
+  if (!content) return std::nullopt;
+  const std::optional<pid_t> pid = parseLockHolder(*content);
+  struct stat st;
+  if (!pid || stat(textf("/proc/%d", *pid).c_str(), &st) != 0) return std::nullopt;
+  const std::vector<std::string_view> lines = splitLines(*content);
+  const std::string status = lines.size() > 1 ? std::string(lines[1]) : std::string();
+  return textf("process %d%s%s%s", *pid, status.empty() ? "" : " (", status.c_str(),
+               status.empty() ? "" : ")");
+}
+
 ContainerLock::ContainerLock(const std::string& lockDir, unsigned id, std::string_view status) {
   makeDirectories(lockDir);
-  const std::string path = textf("%s/%u.lck", lockDir.c_str(), id);
+  const std::string path = lockPath(lockDir, id);
   TemporaryFile temporary{path + "XXXXXX"};
   const Fd fd(mkostemp(temporary.path.data(), O_CLOEXEC));
   if (!fd) failErrno("cannot lock container %u: cannot create %s", id, temporary.path.c_str());
@@ -69,7 +72,7 @@ ContainerLock::ContainerLock(const std::string& lockDir, unsigned id, std::strin
       return;
     }
     if (errno != EEXIST) failErrno("cannot lock container %u: cannot create %s", id, path.c_str());
-    if (const std::optional<std::string> holder = liveHolder(path)) {
+    if (const std::optional<std::string> holder = lockHolder(lockDir, id)) {
       fail(ExitCode::kLocked, "container %u is locked by %s", id, holder->c_str());
     }
     if (unlink(path.c_str()) != 0 && errno != ENOENT) {

@@ -15,6 +15,10 @@ namespace host {
 /// no positive number, in which case the lock counts as stale.
 std::optional<pid_t> parseLockHolder(std::string_view content);
 
+/// Who holds the lock file LOCKDIR/ID.lck, such as "process 12 (creating)"; nothing when
+/// no live process does.
+std::optional<std::string> lockHolder(const std::string& lockDir, unsigned id);
+
 /// Holds a container's lock file LOCKDIR/ID.lck, "PID\nSTATUS\n", from
 /// construction to destruction. The file appears at once with its content: a
 /// temporary file is written and hard-linked to the name. A lock whose process

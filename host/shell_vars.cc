@@ -1,5 +1,7 @@
 #include "host/shell_vars.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 
 #include "host/error.h"
@@ -12,9 +14,17 @@ bool isNameStart(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z
 bool isNameChar(char c) { return isNameStart(c) || (c >= '0' && c <= '9'); }
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
 
+const std::string* valueIn(const ShellVars& vars, const std::string& name) {
+  const auto found = vars.find(name);
+  return found == vars.end() ? nullptr : &found->second;
+}
+
+/// Of a line that is no assignment.
+constexpr size_t kShownBytes = 80;
+
 class Reader {
  public:
-  Reader(std::string_view text, const ShellVars& known) : text_(text), vars_(known) {}
+  Reader(std::string_view text, const ShellVars& known) : text_(text), known_(known) {}
 
   ShellVars read() {
     for (;;) {
@@ -56,13 +66,26 @@ class Reader {
     return name;
   }
 
+  /// What is left of the line, as it can be shown.
+  std::string restOfLine() const {
+    std::string rest(text_.substr(at_, std::min(text_.find('\n', at_) - at_, kShownBytes)));
+    for (char& c : rest) {
+      if (iscntrl(static_cast<unsigned char>(c)) != 0) c = '?';
+    }
+    return rest;
+  }
+
   void readAssignment() {
+    const size_t start = at_;
     std::string name = readName();
     if (name == "export" && isBlank(peek())) {
       skipBlanks();
       name = readName();
     }
-    if (name.empty() || peek() != '=') refuse("NAME=value expected");
+    if (name.empty() || peek() != '=') {
+      at_ = start;
+      refuse("NAME=value expected instead of '" + restOfLine() + "'");
+    }
     ++at_;
     const std::string value = readValue();
     skipBlanks();
@@ -164,12 +187,14 @@ class Reader {
       refuse("only $NAME and ${NAME} are expanded here; write \\$ for a dollar sign");
     }
     if (braces) ++at_;
-    const auto found = vars_.find(name);
-    if (found == vars_.end()) refuse("variable " + name + " is not set");
-    value += found->second;
+    const std::string* found = valueIn(vars_, name);
+    if (found == nullptr) found = valueIn(known_, name);
+    if (found == nullptr) refuse("variable " + name + " is not set");
+    value += *found;
   }
 
   std::string_view text_;
+  const ShellVars& known_;
   size_t at_ = 0;
   ShellVars vars_;
 };
@@ -182,30 +207,59 @@ std::string valueOf(const ShellVars& vars, const std::string& name, const std::s
 }
 
 std::string shellQuoted(std::string_view value) {
-  std::string quoted = "'";
-  for (char c : value) {
-    if (c == '\'') {
-      quoted += "'\\''";
-    } else {
-      quoted += c;
-    }
+  std::string quoted = "\"";
+  for (const char c : value) {
+    if (std::string_view("$`\"\\").find(c) != std::string_view::npos) quoted += '\\';
+    quoted += c;
   }
-  return quoted + "'";
+  return quoted + "\"";
 }
 
-ShellVars parseShellVars(std::string_view text, const ShellVars& known) {
+const ShellVars& idAsWritten() {
+  static const ShellVars known{{"VEID", "$VEID"}};
+  return known;
+}
+
+std::string formatShellVars(const ShellVars& vars) {
+  std::string text;
+  for (const auto& [name, value] : vars) {
+    std::string quoted = shellQuoted(value);
+    for (size_t at = 0; (at = quoted.find("\\$", at)) != quoted.npos; ++at) {
+      const std::string_view rest = std::string_view(quoted).substr(at + 2);
+      if (!rest.starts_with("VEID")) continue;
+      const bool joined = rest.size() > 4 && isNameChar(rest[4]);
+      quoted.replace(at, 6, joined ? "${VEID}" : "$VEID");
+    }
+    text += name + "=" + quoted + "\n";
+  }
+  return text;
+}
+
+ShellVars parseOwnShellVars(std::string_view text, const ShellVars& known) {
   return Reader(text, known).read();
 }
 
-std::optional<ShellVars> readShellVars(const std::string& path, const ShellVars& known) {
+ShellVars parseShellVars(std::string_view text, const ShellVars& known) {
+  ShellVars vars = parseOwnShellVars(text, known);
+  vars.insert(known.begin(), known.end());
+  return vars;
+}
+
+std::optional<ShellVars> readOwnShellVars(const std::string& path, const ShellVars& known) {
   const std::optional<std::string> text = readFile(path);
   if (!text && errno == ENOENT) return std::nullopt;
   if (!text) failErrno("cannot read %s", path.c_str());
   try {
-    return parseShellVars(*text, known);
+    return parseOwnShellVars(*text, known);
   } catch (const Error& error) {
     fail(error.code(), "%s: %s", path.c_str(), error.what());
   }
+}
+
+std::optional<ShellVars> readShellVars(const std::string& path, const ShellVars& known) {
+  std::optional<ShellVars> vars = readOwnShellVars(path, known);
+  if (vars) vars->insert(known.begin(), known.end());
+  return vars;
 }
 
 }  // namespace host

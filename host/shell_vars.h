@@ -15,8 +15,16 @@ using ShellVars = std::map<std::string, std::string>;
 std::string valueOf(const ShellVars& vars, const std::string& name,
                     const std::string& fallback = {});
 
-/// The value in single quotes, as parseShellVars and every shell read it back.
+/// The value in double quotes, as parseShellVars and every shell read it back.
 std::string shellQuoted(std::string_view value);
+
+/// What is known to a text that is to keep its references to the container's id, because
+/// it is read where there is none: with it "$VEID" and "${VEID}" are read as "$VEID".
+const ShellVars& idAsWritten();
+
+/// Lines NAME="value" in name order. "$VEID" in a value is written as a reference, so
+/// that what was read with idAsWritten() comes back; everything else stands for itself.
+std::string formatShellVars(const ShellVars& vars);
 
 /// Reads the text the way a shell reads plain assignments: single and double
 /// quotes, backslashes, comments, "export" before a name, and references $NAME
@@ -32,9 +40,13 @@ std::string shellQuoted(std::string_view value);
 /// that starts with "line N: ".
 ShellVars parseShellVars(std::string_view text, const ShellVars& known = {});
 
+/// The same, but only what the text itself assigns.
+ShellVars parseOwnShellVars(std::string_view text, const ShellVars& known = {});
+
 /// The same for a file; errors start with its path. Nothing when there is no
 /// such file; any other trouble in reading it throws Error.
 std::optional<ShellVars> readShellVars(const std::string& path, const ShellVars& known = {});
+std::optional<ShellVars> readOwnShellVars(const std::string& path, const ShellVars& known = {});
 
 }  // namespace host
 

@@ -6,10 +6,10 @@
 #include <array>
 #include <cstdio>
 
+#include "host/distributions.h"
 #include "host/error.h"
 #include "host/file.h"
 #include "host/paths.h"
-#include "host/text.h"
 #include "node/runscript.h"
 
 namespace node {
@@ -18,30 +18,13 @@ namespace {
 constexpr std::array kGuestVariables{"HOSTNAME", "IP_ADDRESS", "NETIF",
                                      "GATEWAY",  "NAMESERVER", "SEARCHDOMAIN"};
 
-/// The value of POST_MIGRATE in section GLOBAL of a table file.
-std::string scriptName(std::string_view table) {
-  constexpr std::string_view kKey = "POST_MIGRATE=";
-  bool inside = false;
-  for (std::string_view line : splitLines(table)) {
-    const std::vector<std::string_view> words = splitWords(line);
-    if (words.size() != 1) continue;
-    if (words[0].starts_with('[')) inside = words[0] == "[GLOBAL]";
-    if (inside && words[0].starts_with(kKey)) return std::string(words[0].substr(kKey.size()));
-  }
-  return {};
-}
-
 }  // namespace
 
 std::string adaptationScript(const std::string& distribution) {
-  if (distribution.empty() || distribution.find('/') != distribution.npos) return {};
-  const std::string directory = std::string(kConfigDir) + "/dists/";
-  for (const std::string& name : {distribution, distribution.substr(0, distribution.rfind('-'))}) {
-    const std::optional<std::string> table = readFile(directory + name + ".conf");
-    const std::string script = table ? scriptName(*table) : std::string();
-    if (!script.empty() && script.find('/') == script.npos) return directory + "scripts/" + script;
-  }
-  return {};
+  const std::string script = findDistribution(distribution).script;
+  // Scripts are in one directory: no other place is handed into a container.
+  const size_t slash = script.rfind('/');
+  return slash != script.npos && script.substr(0, slash).ends_with("/dists/scripts") ? script : "";
 }
 
 bool isGuestVariable(const std::string& variable) {

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <optional>
 
 #include "host/address.h"
 #include "host/error.h"
 #include "host/file.h"
+#include "host/host_name.h"
 #include "host/interfaces.h"
 #include "host/text.h"
 #include "node/resources.h"
@@ -39,20 +39,11 @@ std::string assignedBy(std::string_view line, const ShellVars& known) {
 /// With less memory not even an init comes up.
 constexpr uint64_t kLeastMemory = 16 << 20;
 
-/// Letters, digits, hyphens and underscores, in labels that dots separate.
-bool isHostName(std::string_view name) {
-  if (name.size() > 253 || name.starts_with('.') || name.ends_with('.')) return false;
-  if (name.find("..") != name.npos || name.starts_with('-')) return false;
-  return std::all_of(name.begin(), name.end(), [](char c) {
-    return isalnum(static_cast<unsigned char>(c)) != 0 || c == '-' || c == '_' || c == '.';
-  });
-}
-
 }  // namespace
 
 void checkSettings(const Container& container, const Assignments& assignments) {
   for (const auto& [name, value] : assignments) {
-    if (name == "HOSTNAME" && !isHostName(value)) {
+    if (name == "HOSTNAME" && !value.empty() && !isHostName(value)) {
       fail(ExitCode::kUsage, "HOSTNAME is '%s': that is no host name", value.c_str());
     }
     if (name == "GATEWAY" || name == "NAMESERVER") {

@@ -1,27 +1,9 @@
 #include "framework/env_config.h"
 
-#include <cctype>
-
 #include "agent/system/last_error.h"
+#include "host/host_name.h"
 
 namespace {
-
-bool isHostname(const std::string& name) {
-  if (name.empty() || name.size() > 253) return false;
-  size_t label = 0;
-  for (size_t i = 0; i < name.size(); ++i) {
-    const char c = name[i];
-    if (c == '.') {
-      if (label == 0 || name[i - 1] == '-') return false;
-      label = 0;
-      continue;
-    }
-    if (!isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_') return false;
-    if (c == '-' && label == 0) return false;
-    if (++label > 63) return false;
-  }
-  return label > 0 && name.back() != '-';
-}
 
 std::string expandId(const std::string& text, unsigned int ctid) {
   std::string result;
@@ -57,7 +39,8 @@ QXLEnvConfig::QXLEnvConfig() = default;
 QXLEnvConfig::~QXLEnvConfig() = default;
 
 int QXLEnvConfig::setHostname(const std::optional<std::string>& hostname) {
-  if (hostname && !isHostname(*hostname)) return agent::fail("no host name: '" + *hostname + "'");
+  if (hostname && !host::isHostName(*hostname))
+    return agent::fail("no host name: '" + *hostname + "'");
   m_hostname = hostname;
   return 0;
 }

@@ -16,11 +16,13 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "agent/system/file_io.h"
 #include "agent/system/last_error.h"
-#include "agent/system/shell_format.h"
 #include "framework/env_manager.h"
 #include "framework/errors.h"
+#include "host/distributions.h"
+#include "host/file.h"
+#include "host/interfaces.h"
+#include "host/shell_vars.h"
 
 namespace {
 
@@ -38,13 +40,6 @@ std::string upper(std::string text) {
   return text;
 }
 
-std::vector<std::string> cut(const std::string& text, char separator) {
-  std::vector<std::string> parts;
-  std::istringstream stream(text);
-  for (std::string part; std::getline(stream, part, separator);) parts.push_back(part);
-  return parts;
-}
-
 std::vector<std::string> words(const std::string& text) {
   std::istringstream stream(text);
   std::vector<std::string> found;
@@ -57,16 +52,6 @@ std::string joined(const Range& range) {
   std::string text;
   for (const auto& item : range) text += (text.empty() ? "" : " ") + std::string(item);
   return text;
-}
-
-// A distribution's version is what follows the last "-", if that is a digit.
-QXA::QXADistribution parseDistribution(const std::string& text) {
-  const size_t dash = text.rfind('-');
-  if (dash == std::string::npos || dash == 0 || dash + 1 >= text.size() ||
-      !isdigit(static_cast<unsigned char>(text[dash + 1]))) {
-    return {text, ""};
-  }
-  return {text.substr(0, dash), text.substr(dash + 1)};
 }
 
 bool parseNumber(const std::string& text, long long& value) {
@@ -93,34 +78,24 @@ int parseQoS(const std::string& name, const std::string& text, QXL::QXLQoS& qos)
   return 0;
 }
 
-std::string formatInterface(const QXA::QXANetVEth& interface) {
-  std::string text = "ifname=" + interface.name;
-  if (!interface.hostName.empty()) text += ",host_ifname=" + interface.hostName;
-  if (!interface.mac.empty()) text += ",mac=" + interface.mac;
-  for (const QXL::QXLIPAddress& address : interface.addresses) text += ",ip=" + address.text;
-  return text;
+std::string formatInterfaces(const std::vector<QXA::QXANetVEth>& interfaces) {
+  std::vector<host::Interface> all;
+  for (const QXA::QXANetVEth& interface : interfaces) {
+    all.push_back({interface.name, interface.hostName, interface.mac, {}});
+    for (const QXL::QXLIPAddress& address : interface.addresses)
+      all.back().addresses.push_back(address.text);
+  }
+  return host::formatNetif(all);
 }
 
-int parseInterface(const std::string& text, QXA::QXANetVEth& interface) {
-  for (const std::string& field : cut(text, ',')) {
-    const size_t equals = field.find('=');
-    const std::string key = field.substr(0, equals);
-    const std::string value = equals == std::string::npos ? "" : field.substr(equals + 1);
-    if (key == "ifname") {
-      interface.name = value;
-    } else if (key == "host_ifname") {
-      interface.hostName = value;
-    } else if (key == "mac") {
-      interface.mac = value;
-    } else if (key == "ip") {
-      interface.addresses.emplace_back(value);
-    } else {
-      return agent::fail("NETIF has an unknown field: '" + field + "'");
+int parseInterfaces(const std::string& text, std::vector<QXA::QXANetVEth>& interfaces) {
+  return agent::attempt([&]() {
+    for (const host::Interface& interface : host::parseNetif(text)) {
+      interfaces.push_back({interface.name, interface.hostName, interface.mac, {}});
+      for (const std::string& address : interface.addresses)
+        interfaces.back().addresses.emplace_back(address);
     }
-  }
-  if (interface.name.empty())
-    return agent::fail("NETIF has an interface without ifname: '" + text + "'");
-  return 0;
+  });
 }
 
 }  // namespace
@@ -141,7 +116,7 @@ QXAEnvConfigBashParser::QXAEnvConfigBashParser(const QXL::QXLVocCacheLocal& voca
     : m_vocabulary(vocabulary) {}
 
 std::string QXAEnvConfigBashParser::format(const QXAEnvConfig& config) const {
-  agent::ShellVariables variables(config.otherVariables.begin(), config.otherVariables.end());
+  host::ShellVars variables(config.otherVariables.begin(), config.otherVariables.end());
   const auto putText = [&](const char* name, const std::optional<std::string>& value) {
     if (value) variables[name] = *value;
   };
@@ -182,13 +157,7 @@ std::string QXAEnvConfigBashParser::format(const QXAEnvConfig& config) const {
 
   std::optional<std::vector<QXANetVEth>> interfaces;
   config.getNetVEths(interfaces);
-  if (interfaces) {
-    std::string all;
-    for (const QXANetVEth& interface : *interfaces) {
-      all += (all.empty() ? "" : ";") + formatInterface(interface);
-    }
-    variables["NETIF"] = all;
-  }
+  if (interfaces) variables["NETIF"] = formatInterfaces(*interfaces);
   std::optional<std::set<QXL::QXLQoS>> qoses;
   config.getQoSes(qoses);
   if (qoses) {
@@ -197,12 +166,15 @@ std::string QXAEnvConfigBashParser::format(const QXAEnvConfig& config) const {
           (qos.barrierPresent ? std::to_string(qos.barrier) + ":" : "") + std::to_string(qos.limit);
     }
   }
-  return agent::formatShell(variables);
+  return host::formatShellVars(variables);
 }
 
 int QXAEnvConfigBashParser::parse(const std::string& text, QXAEnvConfig& config) const {
-  agent::ShellVariables variables;
-  if (agent::parseShell(text, variables) != 0) return -1;
+  host::ShellVars variables;
+  if (agent::attempt([&]() { variables = host::parseOwnShellVars(text, host::idAsWritten()); }) !=
+      0) {
+    return -1;
+  }
   const auto take = [&](const std::string& name) -> std::optional<std::string> {
     const auto found = variables.find(name);
     if (found == variables.end()) return std::nullopt;
@@ -216,7 +188,10 @@ int QXAEnvConfigBashParser::parse(const std::string& text, QXAEnvConfig& config)
   if (const auto value = take("VE_ROOT")) config.setVERootVar(*value);
   if (const auto value = take("VE_PRIVATE")) config.setVEPrivateVar(*value);
   if (const auto value = take("SLMMODE")) config.setSLMMode(*value);
-  if (const auto value = take("DISTRIBUTION")) config.setDistribution(parseDistribution(*value));
+  if (const auto value = take("DISTRIBUTION")) {
+    const auto [name, version] = host::splitDistribution(*value);
+    config.setDistribution(QXADistribution{name, version});
+  }
   if (const auto value = take("OSTEMPLATE")) config.setOsTemplate(QXAOsTemplate{*value});
   if (const auto value = take("IP_ADDRESS")) {
     std::vector<QXL::QXLIPAddress> addresses;
@@ -234,11 +209,7 @@ int QXAEnvConfigBashParser::parse(const std::string& text, QXAEnvConfig& config)
   }
   if (const auto value = take("NETIF")) {
     std::vector<QXANetVEth> interfaces;
-    for (const std::string& part : cut(*value, ';')) {
-      QXANetVEth interface;
-      if (parseInterface(part, interface) != 0) return -1;
-      interfaces.push_back(interface);
-    }
+    if (parseInterfaces(*value, interfaces) != 0) return -1;
     config.setNetVEths(interfaces);
   }
   std::set<QXL::QXLQoS> qoses;
@@ -255,13 +226,13 @@ int QXAEnvConfigBashParser::parse(const std::string& text, QXAEnvConfig& config)
 }
 
 int QXAEnvConfigBashParser::write(const std::string& path, const QXAEnvConfig& config) const {
-  return agent::writeFileAtomically(path, format(config), 0644);
+  return agent::attempt([&]() { host::replaceFileDurably(path, format(config), 0644); });
 }
 
 int QXAEnvConfigBashParser::read(const std::string& path, QXAEnvConfig& config) const {
-  std::string text;
-  if (agent::readFile(path, text) != 0) return -1;
-  if (parse(text, config) != 0) return agent::fail(path + ": " + QXL::getErrorMessage());
+  const std::optional<std::string> text = host::readFile(path);
+  if (!text) return agent::failErrno("cannot read " + path);
+  if (parse(*text, config) != 0) return agent::fail(path + ": " + QXL::getErrorMessage());
   return 0;
 }
 

@@ -70,7 +70,7 @@ class Chunks {
 };
 
 // Reads what a descriptor has; false at its end.
-bool drain(agent::UniqueFd& fd, const std::function<void(std::string_view)>& sink) {
+bool drain(host::Fd& fd, const std::function<void(std::string_view)>& sink) {
   char buffer[16384];
   for (;;) {
     const ssize_t count = read(fd.get(), buffer, sizeof buffer);
@@ -101,7 +101,7 @@ struct GenExec::State {
 
   agent::Child child;
   int wired[3] = {-1, -1, -1};
-  agent::UniqueFd input, output, error;
+  host::Fd input, output, error;
   std::string toFeed;
   agent::TailBuffer outputTail, errorTail;
   Chunks chunks;
@@ -111,7 +111,7 @@ struct GenExec::State {
   Clock::time_point deadline = Clock::time_point::max();
   Clock::time_point killAt = Clock::time_point::max();
   bool terminated = false;
-  agent::UniqueFd drainerStop;
+  host::Fd drainerStop;
   std::thread drainer;
 
   int start(const char* const* argv, int flags, int seconds, const char* feed);
@@ -126,8 +126,8 @@ struct GenExec::State {
 int GenExec::State::start(const char* const* argv, int flags, int seconds, const char* feed) {
   agent::ChildOptions options;
   options.dieWithParent = dieWithParent;
-  agent::UniqueFd childEnds[3];
-  const auto makePipe = [&](int stream, agent::UniqueFd& ours, bool weWrite) {
+  host::Fd childEnds[3];
+  const auto makePipe = [&](int stream, host::Fd& ours, bool weWrite) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) return errno;
     ours.reset(ends[weWrite ? 1 : 0]);
@@ -163,7 +163,7 @@ void GenExec::State::startDrainer() {
   int stop[2];
   if (pipe2(stop, O_CLOEXEC) != 0) return;
   drainerStop.reset(stop[1]);
-  drainer = std::thread([this, stopRead = agent::UniqueFd(stop[0])]() {
+  drainer = std::thread([this, stopRead = host::Fd(stop[0])]() {
     for (;;) {
       pollfd entries[2] = {{error.get(), POLLIN, 0}, {stopRead.get(), POLLIN, 0}};
       if (poll(entries, 2, -1) < 0 && errno != EINTR) return;

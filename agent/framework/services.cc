@@ -5,12 +5,13 @@
 #include <cstdlib>
 #include <string>
 
-#include "agent/system/file_io.h"
+#include "agent/system/last_error.h"
 #include "framework/errors.h"
 #include "framework/logger.h"
 #include "framework/migrate_params.h"
 #include "framework/request.h"
 #include "framework/runner.h"
+#include "host/file.h"
 
 namespace agent {
 
@@ -33,7 +34,7 @@ void rememberStopped(const QXL::QXLHaulSerializerBaseParams* params) {
   for (auto service = services.rbegin(); service != services.rend(); ++service) {
     names += service->name + "\n";
   }
-  if (writeFileAtomically(path, names, 0600) != 0) {
+  if (attempt([&]() { host::replaceFileDurably(path, names, 0600); }) != 0) {
     QXL::logMessage(1, "qxagent", "services", "rememberStopped", "%s",
                     QXL::getErrorMessage().c_str());
   }

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "host/address.h"
+#include "host/container.h"
 
 namespace agent {
 
@@ -53,9 +54,9 @@ std::string quotedText(const std::string& value) {
 }
 
 std::string checkContainerId(long long ctid) {
-  if (ctid >= 1 && ctid <= maxContainerId) return "";
+  if (ctid >= 1 && ctid <= host::kMaxCtid) return "";
   return "container id " + std::to_string(ctid) + " is not between 1 and " +
-         std::to_string(maxContainerId);
+         std::to_string(host::kMaxCtid);
 }
 
 std::string checkExclusion(const std::string& pattern) {

@@ -8,9 +8,6 @@
 
 namespace agent {
 
-// The largest container id, which the node's tools take.
-inline constexpr long long maxContainerId = 2147483644;
-
 // Each returns an empty text, or one that names the refused value and says why.
 std::string checkContainerId(long long ctid);
 // Absolute; of the shell's special characters only * ? [ and ].

@@ -22,8 +22,12 @@ struct NodeFacts {
   // Host of each address that is taken, without prefix: "this host" or
   // "container 102".
   std::map<std::string, std::string> addresses;
-  bool hasAddressPool = false;     // IP_POOL, for the address "auto"
-  std::string distributionScript;  // path; empty when the table has none
+  // Why addresses of other containers could not be found out.
+  std::vector<std::string> addressProblems;
+  bool hasAddressPool = false;      // IP_POOL, for the address "auto"
+  std::string distributionFile;     // its path, or where it would be
+  std::string distributionProblem;  // why that file cannot be used; empty when it can
+  std::string distributionScript;   // path; empty when the table has none
   bool distributionScriptExists = false;
   std::vector<std::string> distributions;  // names that the table has
   long long memoryBytes = 0;               // 0: not known
@@ -39,7 +43,7 @@ struct NodeFacts {
 };
 
 // Looks at this machine for a migration with these parameters. Throws
-// std::runtime_error when the host's settings cannot be read.
+// std::runtime_error when the host's settings cannot be read or name nonsense.
 NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params);
 
 }  // namespace agent

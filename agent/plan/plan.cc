@@ -9,6 +9,7 @@
 #include "agent/framework/validation.h"
 #include "agent/plan/disk_limits.h"
 #include "agent/plan/plan_text.h"
+#include "host/interfaces.h"
 
 namespace agent {
 
@@ -25,23 +26,17 @@ std::vector<std::string> words(const std::string& text) {
   return found;
 }
 
-std::string valueOf(const ShellVariables& variables, const std::string& name) {
-  const auto found = variables.find(name);
-  return found == variables.end() ? "" : found->second;
-}
-
 std::string bare(const std::string& address) { return address.substr(0, address.find('/')); }
 
 // The addresses of the interfaces, or those of the old variable without any.
-std::vector<std::string> addressesOf(const ShellVariables& config) {
+std::vector<std::string> addressesOf(const host::ShellVars& config) {
+  host::Container container;
+  container.vars = config;
   std::vector<std::string> addresses;
-  std::string fields = valueOf(config, "NETIF");
-  std::replace_if(
-      fields.begin(), fields.end(), [](char c) { return c == ',' || c == ';'; }, ' ');
-  for (const std::string& field : words(fields)) {
-    if (field.compare(0, 3, "ip=") == 0) addresses.push_back(field.substr(3));
+  for (const host::Interface& interface : host::interfacesOf(container)) {
+    addresses.insert(addresses.end(), interface.addresses.begin(), interface.addresses.end());
   }
-  return addresses.empty() ? words(valueOf(config, "IP_ADDRESS")) : addresses;
+  return addresses.empty() ? words(host::valueOf(config, "IP_ADDRESS")) : addresses;
 }
 
 // The checks, a function each. Each adds what it finds.
@@ -194,9 +189,16 @@ class Checks {
             "There are no addresses for --ip auto: set IP_POOL=\"FIRST-LAST/PREFIX\" in "
             "/etc/qx/qx.conf, or give an address.");
       }
+      if (address == "auto" && !facts_.node.addressProblems.empty()) {
+        block("No address can be chosen for --ip auto, as it is not known which ones are free.");
+      }
       const auto taken = facts_.node.addresses.find(bare(address));
       if (taken == facts_.node.addresses.end()) continue;
       block("Address " + bare(address) + " is in use by " + taken->second + ".");
+    }
+    for (const std::string& problem : facts_.node.addressProblems) {
+      warn("The addresses of a container are not known, one of them may be in use: " + problem +
+           ".");
     }
     const auto& own = facts_.measurement.addresses;
     for (const std::string& address : addresses) {
@@ -211,12 +213,16 @@ class Checks {
       return block("The server's distribution is not known: give --distribution NAME-VERSION.");
     }
     const NodeFacts& node = facts_.node;
-    if (node.distributionScript.empty()) {
+    if (!node.distributionProblem.empty()) {
+      block("The node cannot use its file for " + plan_.distribution + ": " +
+            node.distributionProblem + ".");
+    } else if (node.distributionScript.empty()) {
       std::string known;
       for (const std::string& name : node.distributions)
         known += (known.empty() ? "" : ", ") + name;
-      block("The node has no script for " + plan_.distribution +
-            "; it knows: " + (known.empty() ? "none" : known) + ".");
+      block("The node has no script for " + plan_.distribution + "; it knows: " +
+            (known.empty() ? "none" : known) + ". Give it one with POST_MIGRATE in " +
+            node.distributionFile + ", or give another --distribution.");
     } else if (!node.distributionScriptExists) {
       block("The script for " + plan_.distribution + " is missing: " + node.distributionScript +
             ".");
@@ -319,7 +325,7 @@ class Checks {
   }
 
   void hostname() {
-    if (valueOf(facts_.config, "HOSTNAME").empty()) {
+    if (host::valueOf(facts_.config, "HOSTNAME").empty()) {
       warn("The container gets no host name: give --hostname.");
     }
   }
@@ -386,7 +392,7 @@ std::vector<std::string> exclusionPatterns(const PlanFacts& facts) {
   return pathsOf(plannedExcludes(facts));
 }
 
-std::vector<PlannedLimit> plannedLimits(const Measurement& m, const ShellVariables& config) {
+std::vector<PlannedLimit> plannedLimits(const Measurement& m, const host::ShellVars& config) {
   struct Row {
     const char* name;
     const char* unit;
@@ -448,7 +454,7 @@ Plan makePlan(const PlanFacts& facts) {
   Plan plan;
   plan.excludes = plannedExcludes(facts);
   plan.limits = plannedLimits(facts.measurement, facts.config);
-  plan.distribution = valueOf(facts.config, "DISTRIBUTION");
+  plan.distribution = host::valueOf(facts.config, "DISTRIBUTION");
   plan.addresses = addressesOf(facts.config);
   for (const SurveyedFileSystem& mount : facts.survey.fileSystems) {
     if (mount.copied) continue;

@@ -9,7 +9,7 @@
 #include "agent/plan/measurement.h"
 #include "agent/plan/node_facts.h"
 #include "agent/plan/survey.h"
-#include "agent/system/shell_format.h"
+#include "host/shell_vars.h"
 
 namespace agent {
 
@@ -19,7 +19,7 @@ struct PlanFacts {
   Measurement measurement;
   Survey survey;
   NodeFacts node;
-  ShellVariables config;                   // of the container, options included
+  host::ShellVars config;                  // of the container, options included
   std::vector<std::string> givenExcludes;  // by the administrator
   std::vector<std::string> services;       // to be stopped
   std::vector<std::string> notes;          // what was done to the measured figures
@@ -77,7 +77,7 @@ std::vector<PlannedExclude> plannedExcludes(const PlanFacts& facts);
 std::vector<std::string> exclusionPatterns(const PlanFacts& facts);
 
 std::vector<PlannedLimit> plannedLimits(const Measurement& measurement,
-                                        const ShellVariables& config);
+                                        const host::ShellVars& config);
 
 Plan makePlan(const PlanFacts& facts);
 

@@ -30,7 +30,7 @@ const char* nameOf(Verdict verdict) {
 }  // namespace
 
 std::string measurementJson(const std::string& source, const Measurement& measurement,
-                            const ShellVariables& config) {
+                            const host::ShellVars& config) {
   return dumped(
       {{"source", source}, {"measurement", withoutConfig(measurement)}, {"configuration", config}});
 }

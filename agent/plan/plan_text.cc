@@ -40,11 +40,6 @@ std::string numberOf(const std::string& limit, const std::string& unit) {
   return countText(number);
 }
 
-std::string valueOf(const ShellVariables& variables, const std::string& name) {
-  const auto found = variables.find(name);
-  return found == variables.end() || found->second.empty() ? "none" : found->second;
-}
-
 // What to do after a plan.
 const char* adviceFor(Verdict verdict) {
   switch (verdict) {
@@ -138,7 +133,7 @@ std::string limitsText(const std::vector<PlannedLimit>& limits, bool fixedToo) {
 }
 
 std::string measurementText(const std::string& source, const Measurement& m,
-                            const ShellVariables& config) {
+                            const host::ShellVars& config) {
   std::string text = wrapped("", "", "Measurement of " + source);
   text += row("host name", m.hostname);
   text += row("distribution", m.distribution.empty() ? "not known" : m.distribution);
@@ -234,9 +229,9 @@ std::string planText(const PlanFacts& facts, const Plan& plan) {
   text += heading("The container");
   if (facts.node.storage != "directory") text += row("storage", facts.node.storage);
   if (facts.node.ids > 0) text += row("privileges", "none: its root is a user of the node");
-  text += row("host name", valueOf(facts.config, "HOSTNAME"));
+  text += row("host name", host::valueOf(facts.config, "HOSTNAME", "none"));
   text += row("addresses", joined(plan.addresses));
-  text += row("name servers", valueOf(facts.config, "NAMESERVER"));
+  text += row("name servers", host::valueOf(facts.config, "NAMESERVER", "none"));
   text += row("distribution", plan.distribution.empty() ? "not known" : plan.distribution);
   text += row("its script",
               facts.node.distributionScript.empty() ? "none" : facts.node.distributionScript);

@@ -22,7 +22,7 @@ std::string wrapped(const std::string& first, const std::string& indent, const s
 std::string limitsText(const std::vector<PlannedLimit>& limits, bool fixedToo);
 
 std::string measurementText(const std::string& source, const Measurement& measurement,
-                            const ShellVariables& config);
+                            const host::ShellVars& config);
 // Findings, one or more lines each, and the verdict.
 std::string verdictText(const Plan& plan);
 std::string planText(const PlanFacts& facts, const Plan& plan);

@@ -13,9 +13,9 @@
 #include <sstream>
 
 #include "agent/plan/survey_files.h"
-#include "agent/system/file_io.h"
 #include "agent/wire/request_context.h"
 #include "framework/runner.h"
+#include "host/file.h"
 
 namespace agent {
 
@@ -42,11 +42,7 @@ std::string unescaped(const std::string& text) {
   return result;
 }
 
-std::string contentsOf(const std::string& path) {
-  std::string text;
-  if (readFile(path, text) != 0) text.clear();
-  return text;
-}
+std::string contentsOf(const std::string& path) { return host::readFile(path).value_or(""); }
 
 // The types that have no device of their own.
 std::set<std::string> virtualTypes() {

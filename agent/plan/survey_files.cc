@@ -13,7 +13,7 @@
 #include <set>
 #include <tuple>
 
-#include "agent/system/unique_fd.h"
+#include "host/fd.h"
 
 namespace agent {
 
@@ -113,7 +113,7 @@ class Walk {
       findings.largestGidPath = path;
     }
     if (!S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode)) return;
-    const UniqueFd fd(
+    const host::Fd fd(
         open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOATIME));
     int flags = 0;
     if (!fd || ioctl(fd.get(), FS_IOC_GETFLAGS, &flags) != 0) return;

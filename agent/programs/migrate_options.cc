@@ -3,9 +3,10 @@
 #include <stdexcept>
 
 #include "agent/framework/validation.h"
-#include "agent/system/shell_format.h"
 #include "framework/env_manager.h"
 #include "framework/errors.h"
+#include "host/error.h"
+#include "host/settings.h"
 
 namespace agent {
 
@@ -17,27 +18,37 @@ std::string joined(const std::vector<std::string>& words) {
   return text;
 }
 
+// What the file assigns. Like a container's own file it may refer to the settings of the
+// host.
+std::string configText(const std::string& path) {
+  try {
+    const auto own = host::readOwnShellVars(path, host::hostSettings());
+    if (own) return host::formatShellVars(*own);
+  } catch (const host::Error& error) {
+    throw std::runtime_error("--config: " + std::string(error.what()));
+  }
+  throw std::runtime_error("--config: there is no file " + path);
+}
+
 }  // namespace
 
 boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams> makeParams(const MigrateOptions& options) {
   const QXA::QXAEnvConfigBashParser parser((QXL::QXLVocCacheLocal()));
   // Options are variables of the same file, so all go one road.
-  const auto read = [&](const QXA::QXAEnvConfig& config) {
-    ShellVariables variables;
-    parseShell(parser.format(config), variables);
-    return variables;
+  const auto variablesOf = [&](const QXA::QXAEnvConfig& config) {
+    return host::parseOwnShellVars(parser.format(config), host::idAsWritten());
   };
   QXA::QXAEnvConfig measured;
   if (parser.parse(options.measuredConfig, measured) != 0) {
     throw std::runtime_error("the measurement: " + QXL::getErrorMessage());
   }
-  ShellVariables variables = read(measured);
+  host::ShellVars variables = variablesOf(measured);
   if (!options.configFile.empty()) {
     QXA::QXAEnvConfig file;
-    if (parser.read(options.configFile, file) != 0) {
-      throw std::runtime_error("--config " + QXL::getErrorMessage());
+    if (parser.parse(configText(options.configFile), file) != 0) {
+      throw std::runtime_error("--config " + options.configFile + ": " + QXL::getErrorMessage());
     }
-    const ShellVariables given = read(file);
+    const host::ShellVars given = variablesOf(file);
     // The two say one thing: one of them from the file and the other measured would
     // disagree.
     if (given.count("NETIF") || given.count("IP_ADDRESS")) {
@@ -81,7 +92,7 @@ boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams> makeParams(const MigrateOp
       new QXA::QXAMigrateP2VSerializerParams());
   params->ctid = options.ctid;
   params->options.config.reset(new QXA::QXAEnvConfig());
-  if (parser.parse(formatShell(variables), *params->options.config) != 0) {
+  if (parser.parse(host::formatShellVars(variables), *params->options.config) != 0) {
     throw std::runtime_error(QXL::getErrorMessage());
   }
   params->options.excludes = options.excludes;

@@ -137,7 +137,7 @@ PlanFacts Planning::gather(MigrateOptions& options, const MeasureSettings& setti
     // Whoever gave a limit by an option or a file has decided otherwise.
     if (limitOf(config, limit.name) == limit.limit) facts.notes.push_back(limit.text);
   }
-  parseShell(parser.format(config), facts.config);
+  facts.config = host::parseOwnShellVars(parser.format(config), host::idAsWritten());
   options.excludes = exclusionPatterns(facts);
   return facts;
 }

@@ -20,10 +20,12 @@
 #include "agent/programs/planning.h"
 #include "agent/programs/version.h"
 #include "agent/system/event.h"
-#include "agent/system/file_io.h"
+#include "agent/system/last_error.h"
 #include "agent/system/log_level.h"
 #include "agent/system/signals.h"
 #include "framework/errors.h"
+#include "host/file.h"
+#include "host/shell_vars.h"
 #include "host/visible.h"
 
 namespace {
@@ -63,7 +65,7 @@ class CancelOnSignal {
   }
 
  private:
-  agent::UniqueFd done_;
+  host::Fd done_;
   std::thread thread_;
 };
 
@@ -190,22 +192,24 @@ int usage(const std::exception& problem) {
   return exitUsage;
 }
 
-agent::ShellVariables variablesOf(const std::string& config) {
-  agent::ShellVariables variables;
-  if (agent::parseShell(config, variables) != 0) {
-    throw std::runtime_error("the measurement: " + QXL::getErrorMessage());
+host::ShellVars variablesOf(const std::string& config) {
+  try {
+    return host::parseOwnShellVars(config, host::idAsWritten());
+  } catch (const std::exception& problem) {
+    throw std::runtime_error("the measurement: " + std::string(problem.what()));
   }
-  return variables;
 }
 
 int measure(const Settings& settings, agent::MigrationView& view,
             const std::shared_ptr<agent::CancelToken>& cancel) {
   agent::Planning planning(settings.source, view, cancel);
   const agent::Measurement measurement = planning.measure(settings.measure);
-  const agent::ShellVariables config = variablesOf(measurement.config);
-  if (!settings.output.empty() &&
-      agent::writeFileAtomically(settings.output, measurement.config, 0644) != 0) {
-    throw std::runtime_error("--output " + QXL::getErrorMessage());
+  const host::ShellVars config = variablesOf(measurement.config);
+  if (!settings.output.empty() && agent::attempt([&]() {
+                                    host::replaceFileDurably(settings.output, measurement.config,
+                                                             0644);
+                                  }) != 0) {
+    throw std::runtime_error("--output: " + QXL::getErrorMessage());
   }
   const auto format = settings.json ? agent::measurementJson : agent::measurementText;
   fputs(format(settings.source.address, measurement, config).c_str(), stdout);

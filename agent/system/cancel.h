@@ -6,7 +6,7 @@
 #include <mutex>
 #include <string>
 
-#include "agent/system/unique_fd.h"
+#include "host/fd.h"
 
 namespace agent {
 
@@ -40,9 +40,9 @@ class CancelToken {
   mutable std::mutex mutex_;
   int code_ = 0;
   std::string argument_;
-  UniqueFd event_;
+  host::Fd event_;
   std::atomic<bool> abandoned_{false};
-  UniqueFd abandonEvent_;
+  host::Fd abandonEvent_;
 };
 
 }  // namespace agent

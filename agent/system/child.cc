@@ -77,7 +77,7 @@ int Child::start(const std::vector<std::string>& argv, const ChildOptions& optio
   // A failed exec is told through a pipe that a good one closes.
   int report[2];
   if (pipe2(report, O_CLOEXEC) != 0) return errno;
-  UniqueFd reportRead(report[0]), reportWrite(report[1]);
+  host::Fd reportRead(report[0]), reportWrite(report[1]);
 
   const pid_t parent = getpid();
   const pid_t pid = fork();

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/system/unique_fd.h"
+#include "host/fd.h"
 
 namespace agent {
 
@@ -54,7 +54,7 @@ class Child {
   bool ownGroup_ = true;
   bool ended_ = false;
   int status_ = 0;
-  UniqueFd pidfd_;
+  host::Fd pidfd_;
 };
 
 }  // namespace agent

@@ -8,23 +8,23 @@
 #include <cstdint>
 #include <system_error>
 
-#include "agent/system/unique_fd.h"
+#include "host/fd.h"
 
 namespace agent {
 
-inline UniqueFd newEvent() {
-  UniqueFd event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+inline host::Fd newEvent() {
+  host::Fd event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   if (!event) throw std::system_error(errno, std::generic_category(), "eventfd");
   return event;
 }
 
-inline void raiseEvent(const UniqueFd& event) {
+inline void raiseEvent(const host::Fd& event) {
   const uint64_t one = 1;
   // Fails only when the counter is full, and then it is readable already.
   [[maybe_unused]] const ssize_t written = write(event.get(), &one, sizeof one);
 }
 
-inline void clearEvent(const UniqueFd& event) {
+inline void clearEvent(const host::Fd& event) {
   uint64_t count;
   // Fails only when nobody has raised it.
   [[maybe_unused]] const ssize_t got = read(event.get(), &count, sizeof count);

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <vector>
 
-#include "agent/system/file_io.h"
 #include "agent/system/last_error.h"
+#include "host/file.h"
 
 namespace agent {
 
@@ -22,14 +22,15 @@ int findBundle(Bundle& bundle) {
   for (const std::filesystem::path& folder : folders) {
     const std::filesystem::path archive = (folder / "bundle.tar.gz").lexically_normal();
     if (!std::filesystem::exists(archive, error)) continue;
-    std::string digest;
-    if (readFile((folder / "bundle.sha256").lexically_normal(), digest) != 0) return -1;
+    const std::string digestPath = (folder / "bundle.sha256").lexically_normal();
+    const std::optional<std::string> digest = host::readFile(digestPath);
+    if (!digest) return failErrno("cannot read " + digestPath);
     bundle.path = archive;
     bundle.bytes = std::filesystem::file_size(archive, error);
-    bundle.sha256 = digest.substr(0, 64);
+    bundle.sha256 = digest->substr(0, 64);
     if (bundle.sha256.size() != 64 ||
         bundle.sha256.find_first_not_of("0123456789abcdef") != std::string::npos) {
-      return fail((folder / "bundle.sha256").string() + " holds no SHA-256 digest");
+      return fail(digestPath + " holds no SHA-256 digest");
     }
     return 0;
   }

@@ -40,7 +40,7 @@ struct Caller::Pending {
   std::mutex mutex;
   std::deque<nlohmann::json> frames;
   bool lost = false;
-  UniqueFd event;
+  host::Fd event;
 
   void push(const nlohmann::json& frame) {
     std::lock_guard lock(mutex);

@@ -20,19 +20,19 @@ namespace agent {
 
 namespace {
 
-UniqueFd connectUnix(const std::string& path) {
+host::Fd connectUnix(const std::string& path) {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   if (path.empty() || path.size() >= sizeof address.sun_path) {
     fail("'" + path + "' cannot be the path of a socket: it must have 1 to " +
          std::to_string(sizeof address.sun_path - 1) + " bytes");
-    return UniqueFd();
+    return host::Fd();
   }
   memcpy(address.sun_path, path.c_str(), path.size() + 1);
-  UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  host::Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd || connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     failErrno("cannot connect to the agent at unix:" + path);
-    return UniqueFd();
+    return host::Fd();
   }
   return fd;
 }
@@ -74,9 +74,9 @@ boost::shared_ptr<QXL::QXLRequestTransport> connect(const QXL::QXLConnectionInfo
     if (address == "local")
       return boost::shared_ptr<QXL::QXLRequestTransport>(new LocalTransport());
     if (address.compare(0, 5, "unix:") == 0) {
-      UniqueFd fd = connectUnix(address.substr(5));
+      host::Fd fd = connectUnix(address.substr(5));
       if (!fd) return nullptr;
-      UniqueFd second(fcntl(fd.get(), F_DUPFD_CLOEXEC, 3));
+      host::Fd second(fcntl(fd.get(), F_DUPFD_CLOEXEC, 3));
       return boost::shared_ptr<QXL::QXLRequestTransport>(
           new RemoteTransport(std::move(fd), std::move(second), address));
     }

@@ -15,7 +15,7 @@ namespace {
 constexpr std::chrono::seconds greetingPatience(30);
 }
 
-RemoteTransport::RemoteTransport(UniqueFd input, UniqueFd output, const std::string& peer,
+RemoteTransport::RemoteTransport(host::Fd input, host::Fd output, const std::string& peer,
                                  const HeartbeatTimes& times)
     : peer_(peer), connection_(std::move(input), std::move(output), times), caller_(connection_) {
   if (const CurrentRequest* request = CurrentRequest::get()) cancelOnLoss_ = request->cancel;
@@ -24,7 +24,7 @@ RemoteTransport::RemoteTransport(UniqueFd input, UniqueFd output, const std::str
   // Touched by the connection's thread only.
   const auto waiting = std::make_shared<bool>(true);
   connection_.start(
-      [this, greeting, waiting](const nlohmann::json& frame, std::vector<UniqueFd>) {
+      [this, greeting, waiting](const nlohmann::json& frame, std::vector<host::Fd>) {
         if (*waiting) {
           checkHello(frame);
           *waiting = false;

@@ -17,7 +17,7 @@ class RemoteTransport : public QXL::QXLRequestTransport {
  public:
   // Greets the agent. Throws std::runtime_error when it does not greet back
   // within 30 seconds or speaks another version.
-  RemoteTransport(UniqueFd input, UniqueFd output, const std::string& peer,
+  RemoteTransport(host::Fd input, host::Fd output, const std::string& peer,
                   const HeartbeatTimes& times = HeartbeatTimes());
   ~RemoteTransport() override;
 

@@ -12,11 +12,11 @@
 #include <stdexcept>
 
 #include "agent/system/event.h"
-#include "agent/system/file_io.h"
 #include "agent/system/last_error.h"
 #include "agent/transport/arrival.h"
 #include "agent/transport/ssh_problem.h"
 #include "framework/runner.h"
+#include "host/file.h"
 
 namespace agent {
 
@@ -40,7 +40,7 @@ std::string findProgram(const std::string& name) {
   return "";
 }
 
-void makePipe(UniqueFd& readEnd, UniqueFd& writeEnd) {
+void makePipe(host::Fd& readEnd, host::Fd& writeEnd) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe: " + errnoText(errno));
   readEnd.reset(ends[0]);
@@ -66,8 +66,7 @@ std::string ciphersIn(const std::string& configuration) {
 }
 
 bool hasAesInstructions() {
-  std::string text;
-  if (readFile("/proc/cpuinfo", text) != 0) return false;
+  const std::string text = host::readFile("/proc/cpuinfo").value_or("");
   return text.find(" aes ") != std::string::npos || text.find(" aes\n") != std::string::npos;
 }
 
@@ -197,11 +196,11 @@ void SshSession::start(const Bundle& bundle, QXL::QXLProgressHandlerPrototype* h
   tell("Connecting to " + address_.target() + " by ssh...");
   completeOptions();
 
-  UniqueFd theirInput, theirOutput;
+  host::Fd theirInput, theirOutput;
   makePipe(theirInput, input_);
   makePipe(output_, theirOutput);
   makePipe(errors_, errorsWrite_);
-  for (const UniqueFd* fd : {&input_, &output_, &errors_}) {
+  for (const host::Fd* fd : {&input_, &output_, &errors_}) {
     fcntl(fd->get(), F_SETFL, fcntl(fd->get(), F_GETFL) | O_NONBLOCK);
   }
   ChildOptions options;
@@ -264,7 +263,7 @@ std::string SshSession::readLine(const CancelToken* cancel) {
 }
 
 void SshSession::sendBundle(const Bundle& bundle, const CancelToken* cancel) {
-  const UniqueFd file(open(bundle.path.c_str(), O_RDONLY | O_CLOEXEC));
+  const host::Fd file(open(bundle.path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!file) throw std::runtime_error(bundle.path + ": " + errnoText(errno));
   char buffer[65536];
   ssize_t got;
@@ -315,7 +314,7 @@ bool SshSession::drainErrors() {
 
 // From now on what comes is the agent's log.
 void SshSession::startErrorThread() {
-  UniqueFd stopRead;
+  host::Fd stopRead;
   makePipe(stopRead, stopErrors_);
   errorThread_ = std::thread([this, stop = std::move(stopRead)]() {
     for (;;) {

@@ -38,8 +38,8 @@ class SshSession {
              const CancelToken* cancel);
 
   // The agent's streams, after start.
-  UniqueFd takeInput() { return std::move(output_); }
-  UniqueFd takeOutput() { return std::move(input_); }
+  host::Fd takeInput() { return std::move(output_); }
+  host::Fd takeOutput() { return std::move(input_); }
 
   // Starts a session that joins the agent's channel `token` to two new pipes, and
   // waits until login scripts of the server have printed what they print there.
@@ -62,10 +62,10 @@ class SshSession {
   std::vector<std::string> options_;
   std::string program_;
   std::string controlDir_;
-  UniqueFd input_;   // to the server
-  UniqueFd output_;  // from the server
-  UniqueFd errors_, errorsWrite_;
-  UniqueFd stopErrors_;
+  host::Fd input_;   // to the server
+  host::Fd output_;  // from the server
+  host::Fd errors_, errorsWrite_;
+  host::Fd stopErrors_;
   std::chrono::seconds leavePatience_{60};
   std::string errorText_;
   std::string unread_;

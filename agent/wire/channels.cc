@@ -12,7 +12,7 @@
 
 namespace agent {
 
-LocalChannelEnd::LocalChannelEnd(UniqueFd input, UniqueFd output, UniqueFd attendant)
+LocalChannelEnd::LocalChannelEnd(host::Fd input, host::Fd output, host::Fd attendant)
     : input_(std::move(input)), output_(std::move(output)), attendant_(std::move(attendant)) {
   if (attendant_) fcntl(attendant_.get(), F_SETFD, 0);
 }
@@ -41,12 +41,12 @@ ChannelPair makeChannelPair(int pipeBytes) {
     failErrno("a data channel could not be made");
     return {};
   }
-  UniqueFd forthRead(forth[0]), forthWrite(forth[1]);
+  host::Fd forthRead(forth[0]), forthWrite(forth[1]);
   if (pipe2(back, O_CLOEXEC) != 0) {
     failErrno("a data channel could not be made");
     return {};
   }
-  UniqueFd backRead(back[0]), backWrite(back[1]);
+  host::Fd backRead(back[0]), backWrite(back[1]);
   if (pipeBytes > 0) {
     fcntl(forthWrite.get(), F_SETPIPE_SZ, pipeBytes);
     fcntl(backWrite.get(), F_SETPIPE_SZ, pipeBytes);
@@ -66,8 +66,8 @@ ChannelPair makeSocketChannelPair(int bufferBytes) {
   ChannelPair pair;
   boost::intrusive_ptr<LocalChannelEnd>* ends[] = {&pair.first, &pair.second};
   for (int i = 0; i < 2; ++i) {
-    UniqueFd input(sockets[i]);
-    UniqueFd output(fcntl(sockets[i], F_DUPFD_CLOEXEC, 3));
+    host::Fd input(sockets[i]);
+    host::Fd output(fcntl(sockets[i], F_DUPFD_CLOEXEC, 3));
     if (!output) {
       failErrno("a data channel could not be made");
       if (i == 0) close(sockets[1]);

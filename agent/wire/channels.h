@@ -8,8 +8,8 @@
 #include <mutex>
 #include <string>
 
-#include "agent/system/unique_fd.h"
 #include "framework/channel.h"
+#include "host/fd.h"
 
 namespace agent {
 
@@ -18,14 +18,14 @@ class LocalChannelEnd : public QXL::QXLChannelEndPrototype {
  public:
   // attendant: a descriptor that is to stay open as long as anyone uses the end;
   // it is inherited by programs that are started with the end.
-  LocalChannelEnd(UniqueFd input, UniqueFd output, UniqueFd attendant = UniqueFd());
+  LocalChannelEnd(host::Fd input, host::Fd output, host::Fd attendant = host::Fd());
   int getInputFd() override { return input_.get(); }
   int getOutputFd() override { return output_.get(); }
 
  private:
-  UniqueFd input_;
-  UniqueFd output_;
-  UniqueFd attendant_;
+  host::Fd input_;
+  host::Fd output_;
+  host::Fd attendant_;
 };
 
 // An end that waits in an agent's channel table under its token.

@@ -31,7 +31,7 @@ int millisecondsUntil(Clock::time_point when) {
 
 }  // namespace
 
-Connection::Connection(UniqueFd input, UniqueFd output, const HeartbeatTimes& times)
+Connection::Connection(host::Fd input, host::Fd output, const HeartbeatTimes& times)
     : input_(std::move(input)),
       output_(std::move(output)),
       isSocket_(isSocket(output_.get())),
@@ -151,7 +151,7 @@ bool Connection::receive() {
   decoder_.feed(std::string_view(buffer, static_cast<size_t>(count)));
   while (std::optional<nlohmann::json> frame = decoder_.next()) {
     if ((*frame)["type"] == "beat") continue;
-    std::vector<UniqueFd> fds;
+    std::vector<host::Fd> fds;
     if ((*frame)["type"] == "channel") fds = std::exchange(received_, {});
     onFrame_(*frame, std::move(fds));
   }

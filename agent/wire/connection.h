@@ -11,8 +11,8 @@
 #include <thread>
 #include <vector>
 
-#include "agent/system/unique_fd.h"
 #include "agent/wire/frames.h"
+#include "host/fd.h"
 
 namespace agent {
 
@@ -27,13 +27,13 @@ struct HeartbeatTimes {
 // peace).
 class Connection : public FrameSink {
  public:
-  typedef std::function<void(const nlohmann::json&, std::vector<UniqueFd>)> FrameHandler;
+  typedef std::function<void(const nlohmann::json&, std::vector<host::Fd>)> FrameHandler;
   typedef std::function<void(const std::string&)> LossHandler;
 
   // input and output may be the same socket (give the output a duplicate). Over a
   // UNIX socket descriptors travel with frames (SCM_RIGHTS, unix(7)): they belong
   // to the frame whose first byte they came with.
-  Connection(UniqueFd input, UniqueFd output, const HeartbeatTimes& times = HeartbeatTimes());
+  Connection(host::Fd input, host::Fd output, const HeartbeatTimes& times = HeartbeatTimes());
   // Closes the connection and waits for the reading thread.
   ~Connection() override;
 
@@ -56,15 +56,15 @@ class Connection : public FrameSink {
   bool receive();
   bool writeAll(const std::string& bytes, const std::vector<int>& fds);
 
-  UniqueFd input_;
-  UniqueFd output_;
+  host::Fd input_;
+  host::Fd output_;
   bool isSocket_;
   HeartbeatTimes times_;
   FrameHandler onFrame_;
   LossHandler onLost_;
   FrameDecoder decoder_;
-  std::vector<UniqueFd> received_;
-  UniqueFd wake_;
+  std::vector<host::Fd> received_;
+  host::Fd wake_;
   std::mutex writeMutex_;
   std::atomic<bool> closed_{false};
   std::atomic<bool> silent_{false};

@@ -8,7 +8,7 @@
 
 namespace agent {
 
-void Dispatcher::onFrame(const nlohmann::json& frame, std::vector<UniqueFd> fds) {
+void Dispatcher::onFrame(const nlohmann::json& frame, std::vector<host::Fd> fds) {
   const std::string type = textOf(frame, "type");
   if (type == "request") return request(frame);
   if (type == "cancel") {

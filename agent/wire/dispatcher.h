@@ -26,7 +26,7 @@ class Dispatcher {
   // A "request", "cancel" or "channel" frame came in, the last with two
   // descriptors: where its user reads, and where it writes. Throws
   // std::runtime_error when the frame is malformed.
-  void onFrame(const nlohmann::json& frame, std::vector<UniqueFd> fds);
+  void onFrame(const nlohmann::json& frame, std::vector<host::Fd> fds);
 
   // Ends every session, as after the loss of the connection.
   void end();

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/system/unique_fd.h"
+#include "host/fd.h"
 
 namespace agent {
 

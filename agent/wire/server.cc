@@ -34,13 +34,13 @@ QXL::QXLClientContext peerOf(int fd) {
 
 }  // namespace
 
-Peer::Peer(UniqueFd input, UniqueFd output, const QXL::QXLClientContext& client,
+Peer::Peer(host::Fd input, host::Fd output, const QXL::QXLClientContext& client,
            std::chrono::seconds channelPatience, const HeartbeatTimes& times)
     : event_(newEvent()),
       connection_(std::move(input), std::move(output), times),
       dispatcher_(connection_, client, channelPatience) {
   connection_.start(
-      [this](const nlohmann::json& frame, std::vector<UniqueFd> fds) {
+      [this](const nlohmann::json& frame, std::vector<host::Fd> fds) {
         if (!greeted_) {
           checkHello(frame);
           greeted_ = true;
@@ -75,7 +75,7 @@ Server::Server(const std::string& path) : path_(path) {
     throw std::runtime_error("cannot listen on unix:" + path + ": " + why);
   };
 
-  UniqueFd probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  host::Fd probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   listener_.reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!probe || !listener_) refuse(errnoText(errno));
   struct stat info;
@@ -110,9 +110,9 @@ void Server::run(int stopFd) {
 }
 
 void Server::accept() {
-  UniqueFd fd(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+  host::Fd fd(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
   if (!fd) return;
-  UniqueFd second(fcntl(fd.get(), F_DUPFD_CLOEXEC, 3));
+  host::Fd second(fcntl(fd.get(), F_DUPFD_CLOEXEC, 3));
   if (!second) return;
   const QXL::QXLClientContext client = peerOf(fd.get());
   peers_.push_back(std::make_unique<Peer>(std::move(fd), std::move(second), client));

@@ -16,7 +16,7 @@ namespace agent {
 class Peer {
  public:
   // channelPatience: see Dispatcher.
-  Peer(UniqueFd input, UniqueFd output, const QXL::QXLClientContext& client,
+  Peer(host::Fd input, host::Fd output, const QXL::QXLClientContext& client,
        std::chrono::seconds channelPatience = std::chrono::seconds(0),
        const HeartbeatTimes& times = HeartbeatTimes());
   // Closes the connection and ends its sessions.
@@ -29,7 +29,7 @@ class Peer {
   ChannelTable& channels() { return dispatcher_.channels(); }
 
  private:
-  UniqueFd event_;
+  host::Fd event_;
   std::atomic<bool> ended_{false};
   bool greeted_ = false;
   Connection connection_;
@@ -52,7 +52,7 @@ class Server {
   void accept();
 
   std::string path_;
-  UniqueFd listener_;
+  host::Fd listener_;
   std::list<std::unique_ptr<Peer>> peers_;
 };
 

@@ -39,7 +39,7 @@ sockaddr_un channelAddress() {
 // Takes the token and the two descriptors that one `qxagent channel` hands over.
 // Its connection goes with the channel end: whoever inherits the descriptors keeps
 // it open, and when the last one closes it that process ends.
-void receiveChannel(UniqueFd connection, ChannelTable& channels) {
+void receiveChannel(host::Fd connection, ChannelTable& channels) {
   const timeval patience{10, 0};
   setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   char token[tokenBytes];
@@ -57,15 +57,15 @@ void receiveChannel(UniqueFd connection, ChannelTable& channels) {
   }
   int fds[2];
   memcpy(fds, CMSG_DATA(header), sizeof fds);
-  UniqueFd input(fds[0]), output(fds[1]);
+  host::Fd input(fds[0]), output(fds[1]);
   if (count != static_cast<ssize_t>(sizeof token)) return;
   channels.put(std::string(token, sizeof token),
                boost::intrusive_ptr<QXL::QXLChannelEndPrototype>(new LocalChannelEnd(
                    std::move(input), std::move(output), std::move(connection))));
 }
 
-UniqueFd listenForChannels() {
-  UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+host::Fd listenForChannels() {
+  host::Fd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const sockaddr_un address = channelAddress();
   unlink(address.sun_path);
   if (!listener ||
@@ -85,14 +85,14 @@ std::string channelSocketPath() {
 
 void serveStdio(int stopFd) {
   // The streams are the connection's; nothing else may write or read there.
-  UniqueFd input(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
-  UniqueFd output(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3));
+  host::Fd input(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
+  host::Fd output(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3));
   if (!input || !output) throw std::runtime_error("no connection on the standard streams");
-  const UniqueFd nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
+  const host::Fd nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
   dup2(nothing.get(), STDIN_FILENO);
   dup2(STDERR_FILENO, STDOUT_FILENO);
 
-  const UniqueFd listener = listenForChannels();
+  const host::Fd listener = listenForChannels();
   QXL::QXLClientContext client;
   client.uid = static_cast<long>(geteuid());
   const char* account = getenv("SUDO_USER") ? getenv("SUDO_USER") : getenv("LOGNAME");
@@ -104,7 +104,7 @@ void serveStdio(int stopFd) {
     if (poll(entries, 3, -1) < 0 && errno != EINTR) break;
     if (entries[0].revents) break;
     if (entries[2].revents) {
-      UniqueFd connection(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+      host::Fd connection(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
       if (connection) receiveChannel(std::move(connection), peer.channels());
     }
   }
@@ -117,7 +117,7 @@ int offerChannel(const std::string& token) {
     return 2;
   }
   const sockaddr_un address = channelAddress();
-  const UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const host::Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd || connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     fprintf(stderr, "qxagent: no agent listens on %s: %s\n", address.sun_path,
             errnoText(errno).c_str());

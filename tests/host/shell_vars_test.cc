@@ -89,6 +89,52 @@ TEST(ShellVars, QuotedTextReadsBackUnchanged) {
   EXPECT_EQ(parseShellVars("A=" + host::shellQuoted(value)).at("A"), value);
 }
 
+TEST(ShellVars, WhatIsNoAssignmentIsNamedAsItCanBeShown) {
+  EXPECT_EQ(refusal("A=1\nLOCKDIR /locks\n"),
+            "line 2: NAME=value expected instead of 'LOCKDIR /locks'");
+  EXPECT_EQ(refusal("\x1b[2J"), "line 1: NAME=value expected instead of '?[2J'");
+  EXPECT_EQ(refusal(std::string(1000, '-')),
+            "line 1: NAME=value expected instead of '" + std::string(80, '-') + "'");
+}
+
+TEST(ShellVars, OwnAssignmentsAreThoseOfTheTextAlone) {
+  EXPECT_THAT(host::parseOwnShellVars("P=$BASE/x\n", {{"BASE", "/srv"}, {"C", "3"}}),
+              ElementsAre(Pair("P", "/srv/x")));
+}
+
+TEST(ShellVars, WhatIsWrittenIsReadBack) {
+  const ShellVars vars = {{"A", "plain"},
+                          {"B", "two words"},
+                          {"C", "quote\" back\\slash `tick' it's"},
+                          {"D", "/r/$VEID"},
+                          {"E", "it costs $5, \\$HOME"},
+                          {"F", ""},
+                          {"G", "line\nline"},
+                          {"H", "\xff\xfe"},
+                          {"I", "$VEIDx"},
+                          {"K", "literal ${VEID}"},
+                          {"J", "\\$VEID"}};
+  EXPECT_EQ(host::parseOwnShellVars(host::formatShellVars(vars), host::idAsWritten()), vars);
+}
+
+TEST(ShellVars, ReferencesToTheIdStayReferences) {
+  const std::string text = "A=\"/r/$VEID\"\nB=\"${VEID}x\"\nC=\"\\$HOME\"\n";
+  EXPECT_EQ(host::formatShellVars(host::parseOwnShellVars(text, host::idAsWritten())), text);
+  EXPECT_EQ(host::formatShellVars({{"A", "$VEIDx"}}), "A=\"${VEID}x\"\n");
+}
+
+TEST(ShellVars, AShellReadsTheSame) {
+  const ShellVars vars = {{"A", "two words \"quoted\" back\\slash `tick` 'x'"},
+                          {"E", "literal $HOME"}};
+  const std::string script = host::formatShellVars(vars) + "printf '%s|%s' \"$A\" \"$E\"";
+  FILE* shell = popen(("sh <<'END'\n" + script + "\nEND").c_str(), "r");
+  char buffer[256];
+  const size_t count = fread(buffer, 1, sizeof buffer, shell);
+  pclose(shell);
+  EXPECT_EQ(std::string(buffer, count),
+            "two words \"quoted\" back\\slash `tick` 'x'|literal $HOME");
+}
+
 TEST(ShellVars, MissingFileIsNothingAndErrorsNameTheFile) {
   test_support::TempTree tree({test_support::fileAt("bad.conf", "A=(\n")});
   EXPECT_FALSE(host::readShellVars(tree.path("none.conf")));

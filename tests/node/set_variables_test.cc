@@ -68,12 +68,12 @@ TEST(SetVariables, ValuesThatNoContainerCanLiveWithAreRefused) {
 TEST(SetVariables, LinesAreReplacedInPlaceAndTheRestStays) {
   EXPECT_EQ(node::withAssignments("# Limits\nNUMPROC=\"1:1\" # old\n\nHOSTNAME=web\nNUMPROC=2\n",
                                   {{"NUMPROC", "3:3"}, {"NOTE", "it's"}}, {}),
-            "# Limits\nNUMPROC='3:3'\n\nHOSTNAME=web\nNOTE='it'\\''s'\n");
+            "# Limits\nNUMPROC=\"3:3\"\n\nHOSTNAME=web\nNOTE=\"it's\"\n");
 }
 
 TEST(SetVariables, FileWithoutLastLineEnd) {
-  EXPECT_EQ(node::withAssignments("A=1", {{"B", "2"}}, {}), "A=1\nB='2'\n");
-  EXPECT_EQ(node::withAssignments("", {{"B", "2"}}, {}), "B='2'\n");
+  EXPECT_EQ(node::withAssignments("A=1", {{"B", "2"}}, {}), "A=1\nB=\"2\"\n");
+  EXPECT_EQ(node::withAssignments("", {{"B", "2"}}, {}), "B=\"2\"\n");
 }
 
 TEST(SetVariables, LineInsideALongerValueIsNoAssignment) {
@@ -85,12 +85,12 @@ TEST(SetVariables, LineInsideALongerValueIsNoAssignment) {
 }
 
 TEST(SetVariables, LastAssignmentOfAVariableWinsInTheListToo) {
-  EXPECT_EQ(node::withAssignments("A=1\n", {{"A", "2"}, {"A", "3"}}, {}), "A='3'\n");
+  EXPECT_EQ(node::withAssignments("A=1\n", {{"A", "2"}, {"A", "3"}}, {}), "A=\"3\"\n");
 }
 
 TEST(SetVariables, ReferencesToOtherVariablesSurvive) {
   EXPECT_EQ(node::withAssignments("A=$VEID\nB=1\n", {{"B", "2"}}, {{"VEID", "101"}}),
-            "A=$VEID\nB='2'\n");
+            "A=$VEID\nB=\"2\"\n");
 }
 
 }  // namespace

@@ -112,7 +112,7 @@ TEST(EnvConfigFile, BadValuesAreNamed) {
   EXPECT_EQ(QXL::getErrorMessage(),
             "NETIF has an interface without ifname: 'mac=02:00:00:00:00:01'");
   EXPECT_NE(parser().parse("NETIF=\"ifname=eth0,speed=1\"\n", config), 0);
-  EXPECT_EQ(QXL::getErrorMessage(), "NETIF has an unknown field: 'speed=1'");
+  EXPECT_EQ(QXL::getErrorMessage(), "NETIF has the unknown field 'speed=1'");
   EXPECT_NE(parser().parse("HOSTNAME=\"no name\"\n", config), 0);
 }
 
@@ -131,9 +131,11 @@ TEST(EnvConfigFile, FilesAreWrittenWholeAndRead) {
   ASSERT_EQ(parser().read(tree.path("101.conf"), again), 0);
   EXPECT_EQ(parser().format(again), "HOSTNAME=\"web\"\n");
   EXPECT_NE(parser().write(tree.path("none/101.conf"), config), 0);
-  EXPECT_EQ(QXL::getErrorMessage(), tree.path("none/101.conf") + ": No such file or directory");
+  EXPECT_EQ(QXL::getErrorMessage(),
+            "cannot write " + tree.path("none/101.conf") + ": No such file or directory");
   EXPECT_NE(parser().read(tree.path("102.conf"), again), 0);
-  EXPECT_EQ(QXL::getErrorMessage(), tree.path("102.conf") + ": No such file or directory");
+  EXPECT_EQ(QXL::getErrorMessage(),
+            "cannot read " + tree.path("102.conf") + ": No such file or directory");
 }
 
 }  // namespace

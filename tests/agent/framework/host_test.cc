@@ -6,6 +6,7 @@
 #include "agent/programs/migrate_options.h"
 #include "framework/env_manager.h"
 #include "framework/errors.h"
+#include "host/container.h"
 #include "support/scratch_host.h"
 
 namespace {
@@ -43,6 +44,16 @@ TEST(HostSettings, ComeFromTheFile) {
   });
 }
 
+TEST(HostSettings, MayReferToEachOtherAndKeepTheContainersId) {
+  ScratchHost host;
+  host.file("/etc/qx/qx.conf", "BASE=/srv/qx\nVE_PRIVATE=$BASE/private/$VEID\n");
+  host.file("/etc/sysconfig/qx-scripts/101.conf", "HOSTNAME=web\n");
+  host.run([]() {
+    EXPECT_EQ(settings().defaults.at("ve_private"), "/srv/qx/private/$VEID");
+    EXPECT_EQ(host::findContainer(101).privateArea, "/srv/qx/private/101");
+  });
+}
+
 TEST(HostSettings, AFileThatCannotBeReadIsAnError) {
   ScratchHost host;
   host.file("/etc/qx/qx.conf", "LOCKDIR /locks\n");
@@ -50,7 +61,7 @@ TEST(HostSettings, AFileThatCannotBeReadIsAnError) {
     QXA::QXAVtSettings result;
     EXPECT_NE(QXA::QXALibFunctionality::getQXAEnvMLocal()->getVtSettings(result), 0);
     EXPECT_EQ(QXL::getErrorMessage(),
-              "/etc/qx/qx.conf: line 1 is not an assignment: 'LOCKDIR /locks'");
+              "/etc/qx/qx.conf: line 1: NAME=value expected instead of 'LOCKDIR /locks'");
   });
 }
 
@@ -83,6 +94,30 @@ TEST(AddressPool, GivesTheFirstFreeAddresses) {
     EXPECT_NE(assign(more), 0);
     EXPECT_EQ(QXL::getErrorMessage(),
               "no address for eth0: IP_POOL '192.0.2.10-192.0.2.12/24 198.51.100.1' has none left");
+  });
+}
+
+TEST(AddressPool, KnowsTheAddressesOfContainersWithQuotesInANote) {
+  ScratchHost host;
+  host.file("/etc/qx/qx.conf", "IP_POOL=192.0.2.10-192.0.2.11\n");
+  host.file("/etc/sysconfig/qx-scripts/102.conf", "IP_ADDRESS=192.0.2.10\nNOTE='it'\\''s Bob'\n");
+  host.run([]() {
+    std::vector<QXA::QXANetVEth> some = {interfaceWith({"auto"})};
+    ASSERT_EQ(assign(some), 0) << QXL::getErrorMessage();
+    EXPECT_EQ(some[0].addresses[0].text, "192.0.2.11");
+  });
+}
+
+TEST(AddressPool, GivesNothingWhileAContainersAddressesAreUnknown) {
+  ScratchHost host;
+  host.file("/etc/qx/qx.conf", "IP_POOL=192.0.2.10-192.0.2.11\n");
+  host.file("/etc/sysconfig/qx-scripts/102.conf", "IP_ADDRESS=192.0.2.10\nNOTE=it's Bob\n");
+  host.run([]() {
+    std::vector<QXA::QXANetVEth> some = {interfaceWith({"auto"})};
+    EXPECT_NE(assign(some), 0);
+    EXPECT_EQ(QXL::getErrorMessage(),
+              "no address for eth0: it is not known which ones are free: "
+              "/etc/sysconfig/qx-scripts/102.conf: line 2: the closing ' is missing");
   });
 }
 
@@ -145,6 +180,23 @@ TEST(MigrateOptions, TheCommandLineOverridesTheFile) {
             "ONBOOT=\"yes\"\n");
 }
 
+TEST(MigrateOptions, AConfigurationFileMayReferToTheSettingsOfTheHost) {
+  ScratchHost host;
+  host.file("/etc/qx/qx.conf", "BASE=/srv/qx\n");
+  host.file("/tmp/c.conf", "DISTRIBUTION=debian-12\nVE_PRIVATE=$BASE/$VEID\n");
+  host.file("/tmp/bad.conf", "DISTRIBUTION=debian-12\nVE_PRIVATE=$BASIS/$VEID\n");
+  host.run([]() {
+    agent::MigrateOptions options;
+    options.ctid = 101;
+    options.configFile = "/tmp/c.conf";
+    std::string area;
+    agent::makeParams(options)->options.config->getVEPrivate(101, area);
+    EXPECT_EQ(area, "/srv/qx/101");
+    options.configFile = "/tmp/bad.conf";
+    EXPECT_EQ(makeProblem(options), "--config: /tmp/bad.conf: line 2: variable BASIS is not set");
+  });
+}
+
 TEST(MigrateOptions, BadValuesAreNamed) {
   agent::MigrateOptions options;
   options.ctid = 101;
@@ -162,7 +214,7 @@ TEST(MigrateOptions, BadValuesAreNamed) {
   EXPECT_EQ(makeProblem(options), "no host name: 'bad name'");
   options.hostname.clear();
   options.configFile = "/no/such/file";
-  EXPECT_EQ(makeProblem(options), "--config /no/such/file: No such file or directory");
+  EXPECT_EQ(makeProblem(options), "--config: there is no file /no/such/file");
 }
 
 }  // namespace

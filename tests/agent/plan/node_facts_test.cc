@@ -90,7 +90,7 @@ TEST(NodeFacts, AContainerIsItsConfigurationAndItsArea) {
 TEST(NodeFacts, ALockCountsWhileItsProcessLives) {
   ScratchHost().file("/etc/qx/qx.conf", "LOCKDIR=/locks\n").run([] {
     write("/locks/101.lck", std::to_string(getpid()) + "\nmigrating\n");
-    EXPECT_EQ(factsWith().lockHolder, "process " + std::to_string(getpid()));
+    EXPECT_EQ(factsWith().lockHolder, "process " + std::to_string(getpid()) + " (migrating)");
     const pid_t ended = fork();
     if (ended == 0) _exit(0);
     waitpid(ended, nullptr, 0);
@@ -135,7 +135,9 @@ TEST(NodeFacts, AddressesAreThoseOfTheHostAndOfOtherContainers) {
   host.file(conf("101"), "IP_ADDRESS=\"192.0.2.9\"\n");
   host.file(conf("104"), "this is no configuration\n");
   host.run([] {
-    const auto addresses = factsWith().addresses;
+    const agent::NodeFacts facts = factsWith();
+    EXPECT_THAT(facts.addressProblems, ElementsAre(testing::HasSubstr("104.conf: line 1: ")));
+    const auto& addresses = facts.addresses;
     EXPECT_THAT(addresses, Contains(Pair("127.0.0.1", "this host")));
     EXPECT_THAT(addresses, Contains(Pair("192.0.2.5", "container 102")));
     EXPECT_THAT(addresses, Contains(Pair("fd00::5", "container 102")));
@@ -157,6 +159,7 @@ TEST(NodeFacts, TheScriptIsThatOfTheVersionElseOfTheName) {
     EXPECT_TRUE(factsWith("", "debian-11").distributionScriptExists);
     EXPECT_EQ(scriptOf("debian"), "/etc/sysconfig/qx-scripts/dists/scripts/debian.sh");
     EXPECT_EQ(scriptOf("fedora-40"), "");
+    EXPECT_EQ(factsWith("", "fedora-40").distributionFile, dist("fedora"));
     EXPECT_THAT(factsWith().distributions, ElementsAre("debian", "debian-12"));
   });
 }

@@ -238,6 +238,19 @@ TEST(Plan, AnAddressFromThePoolNeedsAPool) {
                 "/etc/qx/qx.conf, or give an address.");
 }
 
+TEST(Plan, AddressesThatAreNotKnownAreReportedAndNoneIsChosen) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.hasAddressPool = true;
+  facts.node.addressProblems = {"102.conf: line 3: the closing ' is missing"};
+  expectFinding(facts, Severity::warning,
+                "The addresses of a container are not known, one of them may be in use: 102.conf: "
+                "line 3: the closing ' is missing.");
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::readyWithWarnings);
+  facts.config["NETIF"] = "ifname=eth0,ip=auto";
+  expectFinding(facts, Severity::block,
+                "No address can be chosen for --ip auto, as it is not known which ones are free.");
+}
+
 TEST(Plan, AddressesInUseBlockAndTheServersOwnIsNoted) {
   agent::PlanFacts facts = goodFacts();
   facts.node.addresses["192.0.2.50"] = "container 102";
@@ -258,8 +271,14 @@ TEST(Plan, ADistributionWithoutScriptBlocks) {
                 "The server's distribution is not known: give --distribution NAME-VERSION.");
   facts = goodFacts();
   facts.node.distributionScript = "";
+  facts.node.distributionFile = "/dists/debian.conf";
   expectFinding(facts, Severity::block,
-                "The node has no script for debian-12; it knows: debian, ubuntu.");
+                "The node has no script for debian-12; it knows: debian, ubuntu. Give it one with "
+                "POST_MIGRATE in /dists/debian.conf, or give another --distribution.");
+  facts.node.distributionProblem = "/dists/debian.conf: line 2: '=' or ':' expected";
+  expectFinding(facts, Severity::block,
+                "The node cannot use its file for debian-12: /dists/debian.conf: line 2: '=' or "
+                "':' expected.");
   facts = goodFacts();
   facts.node.distributionScriptExists = false;
   expectFinding(facts, Severity::block,

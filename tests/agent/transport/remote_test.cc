@@ -45,7 +45,7 @@ class RemoteTest : public testing::Test {
   test_support::TempTree tree_;
   std::string path_;
   std::unique_ptr<agent::Server> server_;
-  agent::UniqueFd stop_;
+  host::Fd stop_;
   std::thread thread_;
 };
 
@@ -217,7 +217,7 @@ TEST(Connect, APeerThatIsNoAgentIsRefused) {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   memcpy(address.sun_path, path.c_str(), path.size() + 1);
-  const agent::UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const host::Fd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   ASSERT_EQ(bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
   ASSERT_EQ(listen(listener.get(), 1), 0);
   for (const auto& [reply, problem] : std::vector<std::pair<std::string, std::string>>{
@@ -228,7 +228,7 @@ TEST(Connect, APeerThatIsNoAgentIsRefused) {
            {agent::encodeFrame({{"type", "hello"}, {"version", 99}, {"eid", "x"}}),
             ": the peer speaks version 99 of the protocol, this agent 1"}}) {
     std::thread peer([&, &text = reply]() {
-      const agent::UniqueFd fd(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+      const host::Fd fd(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
       char buffer[4096];
       [[maybe_unused]] const ssize_t got = read(fd.get(), buffer, sizeof buffer);
       [[maybe_unused]] const ssize_t put = write(fd.get(), text.data(), text.size());
@@ -245,7 +245,7 @@ TEST(Server, ASocketNobodyListensOnIsTakenOver) {
   address.sun_family = AF_UNIX;
   memcpy(address.sun_path, path.c_str(), path.size() + 1);
   {
-    const agent::UniqueFd old(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const host::Fd old(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     ASSERT_EQ(bind(old.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
   }
   struct stat info;

@@ -14,10 +14,10 @@ using nlohmann::json;
 // One end of a connection that remembers what comes.
 class End {
  public:
-  End(agent::UniqueFd input, agent::UniqueFd output, const agent::HeartbeatTimes& times)
+  End(host::Fd input, host::Fd output, const agent::HeartbeatTimes& times)
       : connection_(std::move(input), std::move(output), times) {
     connection_.start(
-        [this](const json& frame, std::vector<agent::UniqueFd> fds) {
+        [this](const json& frame, std::vector<host::Fd> fds) {
           std::lock_guard lock(mutex_);
           frames_.push_back(frame);
           for (auto& fd : fds) fds_.push_back(std::move(fd));
@@ -46,7 +46,7 @@ class End {
   }
 
   std::vector<json> frames_;
-  std::vector<agent::UniqueFd> fds_;
+  std::vector<host::Fd> fds_;
   std::string reason_;
   agent::Connection connection_;
 
@@ -56,7 +56,7 @@ class End {
   bool lost_ = false;
 };
 
-agent::UniqueFd duplicate(int fd) { return agent::UniqueFd(fcntl(fd, F_DUPFD_CLOEXEC, 3)); }
+host::Fd duplicate(int fd) { return host::Fd(fcntl(fd, F_DUPFD_CLOEXEC, 3)); }
 
 struct Sockets {
   Sockets() {
@@ -65,11 +65,11 @@ struct Sockets {
     first.reset(ends[0]);
     second.reset(ends[1]);
   }
-  std::unique_ptr<End> end(agent::UniqueFd& fd, const agent::HeartbeatTimes& times = {}) {
-    agent::UniqueFd output = duplicate(fd.get());
+  std::unique_ptr<End> end(host::Fd& fd, const agent::HeartbeatTimes& times = {}) {
+    host::Fd output = duplicate(fd.get());
     return std::make_unique<End>(std::move(fd), std::move(output), times);
   }
-  agent::UniqueFd first, second;
+  host::Fd first, second;
 };
 
 TEST(Connection, FramesGoBothWays) {
@@ -89,8 +89,8 @@ TEST(Connection, WorksOverPipes) {
   int forth[2], back[2];
   ASSERT_EQ(pipe2(forth, O_CLOEXEC), 0);
   ASSERT_EQ(pipe2(back, O_CLOEXEC), 0);
-  End first(agent::UniqueFd{back[0]}, agent::UniqueFd{forth[1]}, {});
-  End second(agent::UniqueFd{forth[0]}, agent::UniqueFd{back[1]}, {});
+  End first(host::Fd{back[0]}, host::Fd{forth[1]}, {});
+  End second(host::Fd{forth[0]}, host::Fd{back[1]}, {});
   EXPECT_TRUE(first.connection_.send({{"type", "a"}}));
   ASSERT_TRUE(second.waitFrames(1));
   first.connection_.close("");
@@ -104,7 +104,7 @@ TEST(Connection, DescriptorsTravelWithTheirFrame) {
   const auto second = sockets.end(sockets.second);
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  const agent::UniqueFd readEnd(ends[0]), writeEnd(ends[1]);
+  const host::Fd readEnd(ends[0]), writeEnd(ends[1]);
   EXPECT_TRUE(first->connection_.send({{"type", "x"}}));
   EXPECT_TRUE(first->connection_.send({{"type", "channel"}}, {readEnd.get(), writeEnd.get()}));
   ASSERT_TRUE(second->waitFrames(2));
@@ -168,14 +168,14 @@ TEST(Connection, GarbageEndsTheConnectionWithAReason) {
 
 TEST(Connection, AHandlersRefusalEndsTheConnectionWithItsText) {
   Sockets sockets;
-  agent::UniqueFd output = duplicate(sockets.first.get());
+  host::Fd output = duplicate(sockets.first.get());
   agent::Connection connection(std::move(sockets.first), std::move(output));
   std::string reason;
   std::mutex mutex;
   std::condition_variable changed;
   bool lost = false;
   connection.start(
-      [](const json&, std::vector<agent::UniqueFd>) { throw std::runtime_error("not wanted"); },
+      [](const json&, std::vector<host::Fd>) { throw std::runtime_error("not wanted"); },
       [&](const std::string& why) {
         std::lock_guard lock(mutex);
         reason = why;

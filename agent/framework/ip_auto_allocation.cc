@@ -1,25 +1,19 @@
 // Addresses from the host's pool: IP_POOL="FIRST-LAST[/PREFIX] ..." of the host
 // settings, IPv4.
 
-#include "agent/framework/ip_pool.h"
-
 #include <arpa/inet.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <filesystem>
-#include <set>
 #include <sstream>
 
-#include "agent/system/file_io.h"
-#include "agent/system/host_settings.h"
 #include "agent/system/last_error.h"
 #include "framework/env_manager.h"
+#include "host/paths.h"
+#include "host/settings.h"
+#include "host/used_addresses.h"
 
 namespace {
-
-// An address without its prefix.
-std::string bare(const std::string& text) { return text.substr(0, text.find('/')); }
 
 bool toNumber(const std::string& text, uint32_t& number) {
   in_addr address;
@@ -53,51 +47,29 @@ bool parseRange(const std::string& text, Range& range) {
 
 }  // namespace
 
-namespace agent {
-
-std::map<std::string, std::string> containerAddresses(long long exceptCtid) {
-  std::map<std::string, std::string> used;
-  std::error_code error;
-  const QXA::QXAEnvConfigBashParser parser((QXL::QXLVocCacheLocal()));
-  for (const auto& entry : std::filesystem::directory_iterator(containerConfigDir, error)) {
-    const std::string id = entry.path().stem();
-    if (entry.path().extension() != ".conf" || id == std::to_string(exceptCtid)) continue;
-    QXA::QXAEnvConfig config;
-    if (parser.read(entry.path(), config) != 0) continue;
-    const auto take = [&](const std::vector<QXL::QXLIPAddress>& addresses) {
-      for (const QXL::QXLIPAddress& address : addresses) {
-        if (address.text != "dhcp" && address.text != "auto")
-          used[bare(address.text)] = "container " + id;
-      }
-    };
-    std::optional<std::vector<QXL::QXLIPAddress>> addresses;
-    config.getAddresses(addresses);
-    if (addresses) take(*addresses);
-    std::optional<std::vector<QXA::QXANetVEth>> interfaces;
-    config.getNetVEths(interfaces);
-    if (!interfaces) continue;
-    for (const QXA::QXANetVEth& interface : *interfaces) take(interface.addresses);
-  }
-  return used;
-}
-
-}  // namespace agent
-
 namespace QXA::IPAutoAllocation {
 
 Builder::Builder(const boost::intrusive_ptr<QXL::QXLAccessProviderPrototype>&) {}
 
 int Builder::allocate(const QXANetVEth& interface, QXL::QXLIPAddress& address) {
-  agent::ShellVariables settings;
-  if (agent::readHostSettings(settings) != 0) return -1;
-  const std::string pool = agent::hostSetting(settings, "IP_POOL");
+  std::string pool;
+  host::UsedAddresses used;
+  if (agent::attempt([&]() {
+        pool = host::settingOf(host::hostSettings(), "IP_POOL");
+        used = host::usedAddresses(0);
+      }) != 0) {
+    return -1;
+  }
   if (pool.empty()) {
     return agent::fail("no address for " + interface.name + ": IP_POOL is not set in " +
-                       agent::hostSettingsPath);
+                       host::kHostConfig);
   }
-  std::set<std::string> used;
-  for (const auto& [taken, holder] : agent::containerAddresses(0)) used.insert(taken);
-  for (const std::string& given : m_given) used.insert(given);
+  // An address that is not known to be free may be another container's.
+  if (!used.problems.empty()) {
+    return agent::fail("no address for " + interface.name +
+                       ": it is not known which ones are free: " + used.problems[0]);
+  }
+  for (const std::string& given : m_given) used.holders[given] = interface.name;
   std::istringstream stream(pool);
   for (std::string text; stream >> text;) {
     Range range;
@@ -106,7 +78,7 @@ int Builder::allocate(const QXANetVEth& interface, QXL::QXLIPAddress& address) {
     }
     for (uint64_t number = range.first; number <= range.last; ++number) {
       const std::string candidate = toText(static_cast<uint32_t>(number));
-      if (used.count(candidate)) continue;
+      if (used.holders.contains(candidate)) continue;
       m_given.push_back(candidate);
       address.text = candidate + range.prefix;
       return 0;
