@@ -14,6 +14,7 @@
 #include "node/error.h"
 #include "node/fd.h"
 #include "node/file.h"
+#include "node/mounts.h"
 #include "node/paths.h"
 #include "node/text.h"
 
@@ -153,6 +154,7 @@ void mountMapped(const std::string& root, const IdMap& map) {
       0) {
     failErrno("cannot mount %s with other owners", root.c_str());
   }
+  makePrivate(root);
 }
 
 bool isMapped(const std::string& root, const std::string& tree) {

@@ -16,7 +16,7 @@
 #include "node/error.h"
 #include "node/file.h"
 #include "node/sandbox.h"
-#include "node/state.h"
+#include "node/settle.h"
 #include "node/storage.h"
 #include "node/text.h"
 
@@ -123,10 +123,7 @@ std::vector<std::string> scriptEnvironment(const Container& container) {
 }
 
 int runScript(const Container& container, const std::string& scriptPath) {
-  if (const std::optional<pid_t> init = runningInit(container.id)) {
-    fail(ExitCode::kBusy, "container %u is running (its init is process %d): stop it first",
-         container.id, *init);
-  }
+  refuseRunning(container, "run a script in it");
   Plan plan;
   const std::optional<std::string> script = readFile(scriptPath);
   if (!script) {

@@ -50,7 +50,7 @@ void parse(char which, const std::string& text) {
       node::keyValueLeaseGrants(text, "192.0.2.7");
       return;
     case 'i':
-      node::parseInitRecord(text);
+      node::parseProcessRecord(text);
       node::parseStartTime(text);
       node::parseLockHolder(text);
       return;

@@ -4,10 +4,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "node/error.h"
 #include "node/file.h"
+#include "node/id_map.h"
+#include "node/mounts.h"
 #include "node/private_area.h"
 #include "node/state.h"
 #include "node/text.h"
@@ -85,6 +88,40 @@ TEST(Mount, RootWithFilesOrAForeignMountIsRefused) {
   hostWithContainer().dir(kRoot).dir("/data").run([] {
     ASSERT_EQ(mount("/data", kRoot, nullptr, MS_BIND, nullptr), 0);
     EXPECT_EQ(codeOf([] { node::mountContainer(node::loadContainer(101)); }), ExitCode::kBusy);
+  });
+}
+
+/// As on every host that systemd has booted.
+void shareEveryMount() { ASSERT_EQ(mount(nullptr, "/", nullptr, MS_SHARED | MS_REC, nullptr), 0); }
+
+TEST(Mount, WhatIsMountedOnTheRootDoesNotAppearOnTheTree) {
+  hostWithContainer().dir("/data").run([] {
+    shareEveryMount();
+    const node::Container container = node::loadContainer(101);
+    node::mountContainer(container);
+    ASSERT_EQ(mount("/data", kRoot, nullptr, MS_BIND, nullptr), 0);
+    EXPECT_EQ(node::countMountsAt(node::mountPoints(), container.tree()), 0u);
+    EXPECT_TRUE(node::exists(container.tree() + "/etc/motd"));
+    node::umountContainer(container);
+    EXPECT_FALSE(node::isMounted(container));
+  });
+}
+
+TEST(Mount, OfMappedOwnersLeavesTheTreesOwnersAlone) {
+  hostWithContainer().run([] {
+    shareEveryMount();
+    const node::Container container = node::loadContainer(101);
+    // A second time, as after a guest that has shut itself down.
+    for (int round = 0; round < 2; ++round) {
+      node::mountContainer(container);
+      node::mountMapped(container.root, node::IdMap());
+      EXPECT_TRUE(node::isMapped(container.root, container.tree()));
+      struct stat st {};
+      ASSERT_EQ(stat(container.tree().c_str(), &st), 0);
+      EXPECT_EQ(st.st_uid, 0u);
+    }
+    node::umountContainer(container);
+    EXPECT_FALSE(node::isMounted(container));
   });
 }
 

@@ -54,7 +54,7 @@ TEST_F(LxcConfig, EverythingTheConfigurationSays) {
                      {"BRIDGE", "br7"},
                      {"NUMPROC", "300:300"}};
   node::HostFacts facts;
-  facts.cgroups.v1 = {"pids"};
+  facts.cgroups.v1 = {{"pids", ""}};
   facts.qxctl = "/usr/sbin/qxctl";
   const node::LxcItems found = items(facts);
   for (const auto& [key, value] : node::LxcItems{{"lxc.rootfs.path", "dir:/var/lib/qx/root/101"},
@@ -84,6 +84,27 @@ TEST_F(LxcConfig, SecurityDefaultsComeBeforeWhatChangesThem) {
   node::HostFacts facts;
   facts.appArmor = true;
   EXPECT_THAT(items(facts), Contains(Pair("lxc.apparmor.profile", "generated")));
+}
+
+TEST_F(LxcConfig, LimitsLieOnAGroupThatTheGuestDoesNotSee) {
+  const node::LxcItems found = items();
+  EXPECT_THAT(found, Contains(Pair("lxc.cgroup.dir.container", "lxc.payload.qx-101")));
+  EXPECT_THAT(found, Contains(Pair("lxc.cgroup.dir.container.inner", "guest")));
+  EXPECT_THAT(found, Contains(Pair("lxc.cgroup.dir.monitor", "lxc.monitor.qx-101")));
+}
+
+TEST_F(LxcConfig, IsAFileOfLinesAndRefusesWhatNoLineHolds) {
+  EXPECT_EQ(node::lxcConfigText({{"lxc.mount.auto", ""}, {"lxc.rootfs.path", "dir:/a b=c # d"}}),
+            "lxc.mount.auto = \nlxc.rootfs.path = dir:/a b=c # d\n");
+  for (const char* value : {"a\nlxc.hook.stop = /x", " a", "a ", "\"a\"", "'a'", "a\rb"}) {
+    try {
+      node::lxcConfigText({{"lxc.uts.name", value}});
+      ADD_FAILURE() << value << " was accepted";
+    } catch (const node::Error& error) {
+      EXPECT_EQ(error.code(), node::ExitCode::kBadConfig);
+      EXPECT_THAT(error.what(), testing::HasSubstr("lxc.uts.name"));
+    }
+  }
 }
 
 TEST_F(LxcConfig, WithoutAddressesTheNetworkIsEmptyButItsOwn) {

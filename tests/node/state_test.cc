@@ -10,12 +10,12 @@
 namespace {
 
 TEST(InitRecord, IsAPidAndAStartTime) {
-  const auto record = node::parseInitRecord("123 4567\n");
+  const auto record = node::parseProcessRecord("123 4567\n");
   ASSERT_TRUE(record);
   EXPECT_EQ(record->pid, 123);
   EXPECT_EQ(record->startTime, 4567u);
   for (const char* text : {"", "123", "0 1", "-1 1", "123 x", "1 2 3", "99999999999 1"}) {
-    EXPECT_FALSE(node::parseInitRecord(text)) << text;
+    EXPECT_FALSE(node::parseProcessRecord(text)) << text;
   }
 }
 
@@ -24,6 +24,9 @@ TEST(StartTime, IsFoundBehindAnyCommandName) {
             98765u);
   EXPECT_FALSE(node::parseStartTime("7 (sh) S 1 2 3"));
   EXPECT_FALSE(node::parseStartTime(""));
+  EXPECT_EQ(node::parseParent("7 (a) b (c)) S 42 7 7 0"), 42);
+  EXPECT_FALSE(node::parseParent("7 (sh) S"));
+  EXPECT_FALSE(node::parseParent("7 (sh) S -1"));
 }
 
 TEST(RunningInit, IsBelievedOnlyWhileThatVeryProcessLives) {
