@@ -13,12 +13,13 @@
 #include <cstring>
 #include <thread>
 
-#include "node/error.h"
-#include "node/fd.h"
-#include "node/file.h"
-#include "node/mounts.h"
-#include "node/process.h"
-#include "node/text.h"
+#include "host/error.h"
+#include "host/fd.h"
+#include "host/file.h"
+#include "host/mounts.h"
+#include "host/process.h"
+#include "host/text.h"
+#include "node/host.h"
 
 namespace node {
 namespace {

@@ -2,9 +2,10 @@
 
 #include <fcntl.h>
 
-#include "node/fd.h"
-#include "node/file.h"
-#include "node/text.h"
+#include "host/fd.h"
+#include "host/file.h"
+#include "host/text.h"
+#include "node/host.h"
 
 namespace node {
 namespace {

@@ -6,14 +6,14 @@
 #include <algorithm>
 #include <climits>
 
+#include "host/error.h"
+#include "host/file.h"
+#include "host/id_map.h"
+#include "host/interfaces.h"
+#include "host/paths.h"
+#include "host/text.h"
 #include "node/cgroups.h"
-#include "node/error.h"
-#include "node/file.h"
-#include "node/id_map.h"
-#include "node/interfaces.h"
-#include "node/paths.h"
 #include "node/resources.h"
-#include "node/text.h"
 
 namespace node {
 namespace {

@@ -5,12 +5,13 @@
 #include <filesystem>
 #include <system_error>
 
-#include "node/error.h"
-#include "node/file.h"
+#include "host/error.h"
+#include "host/file.h"
+#include "host/paths.h"
+#include "host/state.h"
+#include "host/text.h"
+#include "node/host.h"
 #include "node/lxc_config.h"
-#include "node/paths.h"
-#include "node/state.h"
-#include "node/text.h"
 
 namespace node {
 namespace {

@@ -3,8 +3,8 @@
 #include <chrono>
 #include <thread>
 
-#include "node/error.h"
-#include "node/state.h"
+#include "host/error.h"
+#include "host/state.h"
 
 namespace node {
 

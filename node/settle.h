@@ -6,7 +6,8 @@
 
 #include <optional>
 
-#include "node/container.h"
+#include "host/container.h"
+#include "node/host.h"
 
 namespace node {
 

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "node/file.h"
+#include "host/file.h"
 #include "support/scratch_host.h"
 
 namespace {
@@ -64,9 +64,9 @@ TEST_F(LimitFiles, AreReadAndWrittenInTheGenerationThatHasThem) {
         EXPECT_TRUE(node::setLimit(layout(), 101, 1, tasks));
         EXPECT_TRUE(node::setLimit(layout(), 101, 1, memory));
         EXPECT_TRUE(node::setLimit(layout(), 101, 1, ptys)) << "it counts at start";
-        EXPECT_THAT(node::readFile("/groups/pids/lxc.payload.qx-101/pids.max").value(),
+        EXPECT_THAT(host::readFile("/groups/pids/lxc.payload.qx-101/pids.max").value(),
                     testing::StartsWith("500"));
-        EXPECT_THAT(node::readFile("/groups/unified/lxc.payload.qx-101/memory.max").value(),
+        EXPECT_THAT(host::readFile("/groups/unified/lxc.payload.qx-101/memory.max").value(),
                     testing::StartsWith("8192"));
         EXPECT_FALSE(node::setLimit(layout(), 102, 1, tasks)) << "no such container";
         EXPECT_FALSE(node::setLimit(layout(), 101, 1, {"CPUUNITS", "lxc.cgroup2.cpu.weight", "1"}))

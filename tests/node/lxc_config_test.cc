@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "node/error.h"
-#include "node/file.h"
+#include "host/error.h"
+#include "host/file.h"
 
 namespace {
 
@@ -31,7 +31,7 @@ class LxcConfig : public testing::Test {
   ~LxcConfig() override { fs::remove_all(place_); }
 
   void initIs(const std::string& program) {
-    node::replaceFile(place_ + "/fs" + program, "", 0755);
+    host::replaceFile(place_ + "/fs" + program, "", 0755);
     fs::create_symlink(program, place_ + "/fs/sbin/init");
   }
   node::LxcItems items(const node::HostFacts& facts = {}) const {
@@ -44,7 +44,7 @@ class LxcConfig : public testing::Test {
   }
 
   std::string place_;
-  node::Container container_;
+  host::Container container_;
 };
 
 TEST_F(LxcConfig, EverythingTheConfigurationSays) {
@@ -100,8 +100,8 @@ TEST_F(LxcConfig, IsAFileOfLinesAndRefusesWhatNoLineHolds) {
     try {
       node::lxcConfigText({{"lxc.uts.name", value}});
       ADD_FAILURE() << value << " was accepted";
-    } catch (const node::Error& error) {
-      EXPECT_EQ(error.code(), node::ExitCode::kBadConfig);
+    } catch (const host::Error& error) {
+      EXPECT_EQ(error.code(), host::ExitCode::kBadConfig);
       EXPECT_THAT(error.what(), testing::HasSubstr("lxc.uts.name"));
     }
   }
@@ -117,7 +117,7 @@ TEST_F(LxcConfig, EachInitIsStoppedInItsWay) {
   initIs("/bin/busybox");
   EXPECT_EQ(node::haltSignal(container_), "SIGUSR2");
   fs::remove(place_ + "/fs/sbin/init");
-  node::replaceFile(place_ + "/fs/sbin/init", "", 0755);
+  host::replaceFile(place_ + "/fs/sbin/init", "", 0755);
   EXPECT_EQ(node::haltSignal(container_), "") << "an init that is asked by a program";
 }
 

@@ -8,17 +8,17 @@
 
 #include <thread>
 
+#include "host/error.h"
+#include "host/file.h"
+#include "host/state.h"
+#include "host/text.h"
 #include "node/engine.h"
-#include "node/error.h"
-#include "node/file.h"
-#include "node/state.h"
-#include "node/text.h"
 #include "support/scratch_host.h"
 
 namespace {
 
-using node::Error;
-using node::ExitCode;
+using host::Error;
+using host::ExitCode;
 using test_support::ScratchHost;
 using testing::HasSubstr;
 
@@ -30,9 +30,9 @@ ScratchHost host() {
 }
 
 void record(const char* kind, pid_t pid) {
-  const auto stat = node::readFile(node::textf("/proc/%d/stat", pid));
-  node::replaceFile(node::runRecordPath(101, kind),
-                    node::textf("%d %llu\n", pid, node::parseStartTime(*stat).value()), 0644);
+  const auto stat = host::readFile(host::textf("/proc/%d/stat", pid));
+  host::replaceFile(host::runRecordPath(101, kind),
+                    host::textf("%d %llu\n", pid, host::parseStartTime(*stat).value()), 0644);
 }
 
 /// Ends after this time, and is gone then.
@@ -43,7 +43,7 @@ class Monitor {
     if (pid_ == 0) {
       for (;;) pause();
     }
-    record(node::kMonitorRecord, pid_);
+    record(host::kMonitorRecord, pid_);
     end_ = std::thread([pid = pid_, life] {
       std::this_thread::sleep_for(life);
       kill(pid, SIGKILL);
@@ -60,19 +60,19 @@ class Monitor {
 TEST(SettledInit, IsTheOneThatRunsOrNone) {
   host().run([] {
     EXPECT_FALSE(node::settledInit(101));
-    EXPECT_FALSE(node::isRunning(101));
-    record(node::kInitRecord, getpid());
+    EXPECT_FALSE(host::isRunning(101));
+    record(host::kInitRecord, getpid());
     EXPECT_EQ(node::settledInit(101), getpid());
-    EXPECT_TRUE(node::isRunning(101));
+    EXPECT_TRUE(host::isRunning(101));
   });
 }
 
 TEST(SettledInit, WaitsForTheMonitorOfAnInitThatHasEnded) {
   host().run([] {
     const Monitor monitor(std::chrono::milliseconds(300));
-    EXPECT_TRUE(node::isRunning(101)) << "it is not over yet";
+    EXPECT_TRUE(host::isRunning(101)) << "it is not over yet";
     EXPECT_FALSE(node::settledInit(101));
-    EXPECT_FALSE(node::isRunning(101));
+    EXPECT_FALSE(host::isRunning(101));
   });
 }
 
@@ -81,7 +81,7 @@ TEST(SettledInit, IsTheNextOneOfAGuestThatReboots) {
     const Monitor monitor(std::chrono::milliseconds(1500));
     std::thread next([] {
       std::this_thread::sleep_for(std::chrono::milliseconds(200));
-      record(node::kInitRecord, getpid());
+      record(host::kInitRecord, getpid());
     });
     EXPECT_EQ(node::settledInit(101), getpid());
     next.join();
@@ -97,25 +97,25 @@ TEST(SettledInit, NamesAMonitorThatStays) {
     } catch (const Error& error) {
       EXPECT_EQ(error.code(), ExitCode::kBusy);
       EXPECT_THAT(error.what(),
-                  HasSubstr(node::textf("process %d", node::runningMonitor(101).value_or(0))));
+                  HasSubstr(host::textf("process %d", host::runningMonitor(101).value_or(0))));
     }
   });
 }
 
 TEST(SettledInit, IsAwaitedBeforeAContainerIsUnmountedOrDestroyed) {
   host().run([] {
-    const node::Container container = node::loadContainer(101);
+    const host::Container container = host::loadContainer(101);
     node::mountContainer(container);
     {
       const Monitor monitor(std::chrono::milliseconds(300));
       node::umountContainer(container);
-      EXPECT_FALSE(node::runningMonitor(101));
+      EXPECT_FALSE(host::runningMonitor(101));
     }
     node::mountContainer(container);
     const Monitor monitor(std::chrono::milliseconds(300));
     node::destroyContainer(container);
-    EXPECT_FALSE(node::runningMonitor(101));
-    EXPECT_THAT(node::listDirectory("/run/qx"), testing::IsEmpty()) << "nothing is kept of it";
+    EXPECT_FALSE(host::runningMonitor(101));
+    EXPECT_THAT(host::listDirectory("/run/qx"), testing::IsEmpty()) << "nothing is kept of it";
   });
 }
 
