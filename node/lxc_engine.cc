@@ -126,7 +126,7 @@ Outcome startContainer(const Container& container) {
   if (map) requireSetAside(*map);
   const bool wasMounted = mountContainer(container) == Outcome::kAlready;
   try {
-    if (map) mountMapped(container.root, *map);
+    if (map) mountMapped(container.root, makeUserNamespace(*map));
     const LxcHandle lxc = openLxc(container.id);
     configure(lxc, container);
     lxc->want_daemonize(lxc.get(), true);

@@ -114,7 +114,7 @@ TEST(Mount, OfMappedOwnersLeavesTheTreesOwnersAlone) {
     // A second time, as after a guest that has shut itself down.
     for (int round = 0; round < 2; ++round) {
       node::mountContainer(container);
-      host::mountMapped(container.root, host::IdMap());
+      host::mountMapped(container.root, host::makeUserNamespace({}));
       EXPECT_TRUE(host::isMapped(container.root, container.tree()));
       struct stat st {};
       ASSERT_EQ(stat(container.tree().c_str(), &st), 0);
