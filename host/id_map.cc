@@ -14,6 +14,7 @@
 #include "host/error.h"
 #include "host/fd.h"
 #include "host/file.h"
+#include "host/mounts.h"
 #include "host/paths.h"
 #include "host/text.h"
 
@@ -129,18 +130,24 @@ void requireSetAside(const IdMap& map) {
   }
 }
 
-void mountMapped(const std::string& root, const IdMap& map) {
+Fd makeUserNamespace(const IdMap& map) {
   const Waiter waiter;
   writeMap(waiter.path("uid_map"), map);
   writeMap(waiter.path("gid_map"), map);
-  const Fd space(open(waiter.path("ns/user").c_str(), O_RDONLY | O_CLOEXEC));
+  Fd space(open(waiter.path("ns/user").c_str(), O_RDONLY | O_CLOEXEC));
   if (!space) failErrno("cannot open a user namespace");
+  return space;
+}
+
+void mountMapped(const std::string& root, const Fd& userNamespace) {
   const Fd tree(static_cast<int>(
       syscall(SYS_open_tree, AT_FDCWD, root.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC)));
   if (!tree) failErrno("cannot copy the mount of %s", root.c_str());
   mount_attr attributes{};
   attributes.attr_set = MOUNT_ATTR_IDMAP | MOUNT_ATTR_NODEV;
-  attributes.userns_fd = static_cast<unsigned long long>(space.get());
+  // What is set-id belongs to the mapped owners, who are nobody on the host.
+  attributes.attr_clr = MOUNT_ATTR_NOSUID;
+  attributes.userns_fd = static_cast<unsigned long long>(userNamespace.get());
   if (syscall(SYS_mount_setattr, tree.get(), "", AT_EMPTY_PATH, &attributes, sizeof attributes) !=
       0) {
     failErrno(
@@ -153,6 +160,7 @@ void mountMapped(const std::string& root, const IdMap& map) {
       0) {
     failErrno("cannot mount %s with other owners", root.c_str());
   }
+  makePrivate(root);
 }
 
 bool isMapped(const std::string& root, const std::string& tree) {

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "host/container.h"
+#include "host/fd.h"
 
 namespace host {
 
@@ -31,10 +32,15 @@ bool setsAside(std::string_view text, const IdMap& map);
 /// (kBadConfig) that says how to do that.
 void requireSetAside(const IdMap& map);
 
-/// Mounts the mounted directory `root` on itself once more, with mapped owners and
-/// without its device files, which the kernel and the file system must be able to.
-/// Not left to LXC, which forgets it when the guest reboots. Throws Error (kFailed).
-void mountMapped(const std::string& root, const IdMap& map);
+/// A new user namespace with these ids, which lasts while the descriptor does. Throws
+/// Error (kFailed).
+Fd makeUserNamespace(const IdMap& map);
+
+/// Mounts the mounted directory `root` on itself once more, with the owners as the user
+/// namespace maps them and without its device files, which the kernel and the file system
+/// must be able to. Not left to LXC, which forgets it when the guest reboots. Throws Error
+/// (kFailed).
+void mountMapped(const std::string& root, const Fd& userNamespace);
 
 /// Whether what is mounted on `root` shows the directory `tree` with other owners.
 bool isMapped(const std::string& root, const std::string& tree);

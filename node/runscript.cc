@@ -15,9 +15,13 @@
 
 #include "host/error.h"
 #include "host/file.h"
+#include "host/id_map.h"
 #include "host/state.h"
 #include "host/text.h"
+#include "node/confine.h"
 #include "node/sandbox.h"
+#include "node/script_output.h"
+#include "node/settle.h"
 #include "node/storage.h"
 
 namespace node {
@@ -30,7 +34,32 @@ struct Plan {
   std::string script;
   std::vector<std::string> command;
   std::vector<std::string> environment;
+  Fd userNamespace;  ///< none for a container whose ids are the host's
 };
+
+/// Pipes from the script: its standard output and error, and what went wrong before it.
+struct Pipes {
+  Fd out[2], err[2], error[2];
+};
+
+void makePipe(Fd (&ends)[2], const std::optional<IdMap>& map) {
+  int fds[2];
+  if (pipe2(fds, O_CLOEXEC) != 0) failErrno("cannot make a pipe");
+  ends[0] = Fd(fds[0]);
+  ends[1] = Fd(fds[1]);
+  // "echo >/dev/stderr" opens it anew, which only its owner may.
+  if (map && fchown(ends[1].get(), map->first, map->first) != 0) {
+    failErrno("cannot give a pipe to the script");
+  }
+}
+
+/// The environment that the process began with can be read in /proc by all it starts.
+void wipeEnvironment() {
+  for (char** word = environ; word != nullptr && *word != nullptr; ++word) {
+    explicit_bzero(*word, strlen(*word));
+  }
+  clearenv();
+}
 
 std::vector<char*> pointers(const std::vector<std::string>& texts) {
   std::vector<char*> result;
@@ -47,10 +76,9 @@ int exitStatus(int status) {
 [[noreturn]] void execScript(const Plan& plan, int errorPipe) {
   const std::vector<char*> argv = pointers(plan.command);
   const std::vector<char*> environment = pointers(plan.environment);
-  // Without a controlling terminal nothing in there can type for the user.
-  setsid();
-  const int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
-  if (input >= 0) dup2(input, STDIN_FILENO);
+  if (plan.userNamespace) joinUserNamespace(plan.userNamespace);
+  closeAllBut(errorPipe);
+  confine();
   execve(argv[0], argv.data(), environment.data());
   const std::string text = textf("cannot run %s in the container: %s", argv[0], strerror(errno));
   writeAll(errorPipe, text);
@@ -59,18 +87,31 @@ int exitStatus(int status) {
 
 /// The first process of the pid namespace: sets the place up, starts the
 /// script, collects orphans, and takes everybody along when it ends.
-[[noreturn]] void runFirstProcess(const Plan& plan, int parent, int errorPipe) {
+[[noreturn]] void runFirstProcess(const Plan& plan, int parent, const Pipes& pipes) {
+  const int errorPipe = pipes.error[1].get();
   try {
+    wipeEnvironment();
+    // Without a controlling terminal nothing in there can type for the user.
+    setsid();
+    const Fd input(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (!input || dup2(input.get(), STDIN_FILENO) < 0 ||
+        dup2(pipes.out[1].get(), STDOUT_FILENO) < 0 ||
+        dup2(pipes.err[1].get(), STDERR_FILENO) < 0) {
+      failErrno("cannot redirect the script's input and output");
+    }
     // When the parent dies, so does this process, and with it the namespace.
     // It may have died before this call: its descriptor is readable then.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     pollfd gone{parent, POLLIN, 0};
     if (poll(&gone, 1, 0) != 0) _exit(1);
-    enterSandbox(plan.tree, plan.hostname, plan.script);
-    closeAllBut(errorPipe);
+    enterSandbox(plan.tree, plan.hostname, plan.script, plan.userNamespace);
+    // Nor may anybody in there look into this process, or write to its memory.
+    if (prctl(PR_SET_DUMPABLE, 0) != 0) failErrno("cannot hide the script's first process");
     const pid_t child = fork();
     if (child < 0) failErrno("cannot make a process for the script");
     if (child == 0) execScript(plan, errorPipe);
+    confine();
+    closeAllBut(errorPipe);
     close(errorPipe);
     int status = 0;
     for (;;) {
@@ -123,10 +164,7 @@ std::vector<std::string> scriptEnvironment(const Container& container) {
 }
 
 int runScript(const Container& container, const std::string& scriptPath) {
-  if (const std::optional<pid_t> init = runningInit(container.id)) {
-    fail(ExitCode::kBusy, "container %u is running (its init is process %d): stop it first",
-         container.id, *init);
-  }
+  refuseRunning(container, "run a script in it");
   Plan plan;
   const std::optional<std::string> script = readFile(scriptPath);
   if (!script) {
@@ -143,11 +181,11 @@ int runScript(const Container& container, const std::string& scriptPath) {
   plan.command = scriptInterpreter(*script);
   plan.command.push_back(kScriptInSandbox);
   plan.environment = scriptEnvironment(container);
+  const std::optional<IdMap> map = idMapOf(container);
+  if (map) plan.userNamespace = makeUserNamespace(*map);
 
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) failErrno("cannot make a pipe");
-  const Fd readEnd(ends[0]);
-  Fd writeEnd(ends[1]);
+  Pipes pipes;
+  for (auto* ends : {&pipes.out, &pipes.err, &pipes.error}) makePipe(*ends, map);
   const Fd self(static_cast<int>(syscall(SYS_pidfd_open, getpid(), 0)));
   if (!self) failErrno("cannot open a descriptor of this process");
   // The child may do more than async-signal-safe calls: the tools have one thread.
@@ -156,9 +194,10 @@ int runScript(const Container& container, const std::string& scriptPath) {
   arguments.exit_signal = SIGCHLD;
   const auto child = static_cast<pid_t>(syscall(SYS_clone3, &arguments, sizeof arguments));
   if (child < 0) failErrno("cannot make a process in a pid namespace for the script");
-  if (child == 0) runFirstProcess(plan, self.get(), writeEnd.get());
-  writeEnd.reset();
-  const std::string error = readAll(readEnd.get());
+  if (child == 0) runFirstProcess(plan, self.get(), pipes);
+  for (auto* ends : {&pipes.out, &pipes.err, &pipes.error}) (*ends)[1].reset();
+  relayOutput(pipes.out[0], pipes.err[0]);
+  const std::string error = readAll(pipes.error[0].get());
   int status = 0;
   while (waitpid(child, &status, 0) < 0) {
     if (errno != EINTR) failErrno("cannot wait for the script");

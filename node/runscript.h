@@ -26,10 +26,11 @@ std::vector<std::string> scriptEnvironment(const Container& container);
 /// The script is handed in as a file of a private /dev, so nothing of it stays.
 /// It runs as root in mount, pid, uts, ipc and network namespaces of its own,
 /// with a private read-only /proc and a /dev of null, zero, full, random,
-/// urandom and tty, and without the capabilities by which root reaches past
-/// namespaces. Standard output and error are this process's, standard input is
-/// empty. When it ends, whatever it left running is killed; so is everything
-/// when this process dies.
+/// urandom and tty, confined (confine.h), and in the user namespace of a container
+/// that has one. It has no terminal: what it writes comes through pipes and is
+/// written to this process's standard output and error, made fit to be shown;
+/// its standard input is empty. When it ends, whatever it left running is killed;
+/// so is everything when this process dies.
 ///
 /// Throws Error when the script could not be run: kNotFound for a missing script
 /// or tree, kBusy when the container is running.

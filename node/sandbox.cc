@@ -1,10 +1,9 @@
 #include "node/sandbox.h"
 
 #include <fcntl.h>
-#include <linux/capability.h>
+#include <grp.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/syscall.h>
@@ -18,6 +17,7 @@
 #include "host/error.h"
 #include "host/fd.h"
 #include "host/file.h"
+#include "host/id_map.h"
 #include "host/text.h"
 #include "node/host.h"
 
@@ -25,15 +25,6 @@ namespace node {
 namespace {
 
 constexpr std::array kDevices{"null", "zero", "full", "random", "urandom", "tty"};
-
-/// Loading modules, raw memory and disks, mounting, device files, the clock,
-/// rebooting, the kernel log, tracing, security policies, files by their handle:
-/// none of them stays inside a namespace, and no script that edits files needs them.
-constexpr std::array kDroppedCapabilities{
-    CAP_SYS_MODULE,    CAP_SYS_RAWIO,   CAP_SYS_ADMIN,      CAP_MKNOD,         CAP_SYS_TIME,
-    CAP_SYS_BOOT,      CAP_SYSLOG,      CAP_SYS_PTRACE,     CAP_MAC_ADMIN,     CAP_MAC_OVERRIDE,
-    CAP_AUDIT_CONTROL, CAP_AUDIT_WRITE, CAP_WAKE_ALARM,     CAP_BLOCK_SUSPEND, CAP_SYS_RESOURCE,
-    CAP_SYS_NICE,      CAP_SYS_PACCT,   CAP_DAC_READ_SEARCH};
 
 /// The mount flags that a file system has now, in mount's terms: a remount must
 /// repeat those that were not its own to take away.
@@ -54,22 +45,25 @@ unsigned long currentFlags(const char* path) {
   return flags;
 }
 
-void makeDirectory(const char* path) {
-  if (mkdir(path, 0755) != 0 && errno != EEXIST) failErrno("cannot create directory %s", path);
-}
-
-/// Makes the tree the root directory. The old root stays mounted beneath; its
-/// descriptor is returned.
-Fd changeRoot(const std::string& tree) {
+/// Makes the tree the root directory, with owners as the user namespace maps them if there
+/// is one. The old root stays mounted beneath; its descriptor is returned.
+Fd changeRoot(const std::string& tree, const Fd& userNamespace) {
   if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
     failErrno("cannot make the mounts private");
   }
   const char* path = tree.c_str();
   if (mount(path, path, nullptr, MS_BIND, nullptr) != 0) failErrno("cannot bind %s", path);
-  if (mount("none", path, nullptr, MS_BIND | MS_REMOUNT | MS_NODEV | currentFlags(path), nullptr) !=
-      0) {
+  if (mount("none", path, nullptr, MS_BIND | MS_REMOUNT | MS_NODEV | MS_NOSUID | currentFlags(path),
+            nullptr) != 0) {
     failErrno("cannot disable the device files of %s", path);
   }
+  // Where owners are mapped, this process can make nothing.
+  for (const char* place : {"/proc", "/dev"}) {
+    if (mkdir((tree + place).c_str(), 0755) != 0 && errno != EEXIST) {
+      failErrno("cannot create directory %s", (tree + place).c_str());
+    }
+  }
+  if (userNamespace) mountMapped(tree, userNamespace);
   Fd oldRoot(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!oldRoot) failErrno("cannot open the root directory");
   if (chdir(path) != 0) failErrno("cannot enter %s", path);
@@ -78,7 +72,6 @@ Fd changeRoot(const std::string& tree) {
 }
 
 void mountProc() {
-  makeDirectory("/proc");
   if (mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_RDONLY, nullptr) != 0) {
     failErrno("cannot mount /proc for the script");
   }
@@ -92,7 +85,6 @@ void makeFile(const std::string& path, const std::string& content, mode_t mode) 
 /// Fills /dev. Device files are bound from the host's, since making them anew
 /// is not allowed in every user namespace.
 void mountDev(const std::vector<Fd>& devices, const std::string& script) {
-  makeDirectory("/dev");
   if (mount("qx-dev", "/dev", "tmpfs", MS_NOSUID | MS_NOEXEC, "mode=0755,size=16m") != 0) {
     failErrno("cannot mount /dev for the script");
   }
@@ -112,7 +104,8 @@ void mountDev(const std::vector<Fd>& devices, const std::string& script) {
                                                            {"/dev/stderr", "/proc/self/fd/2"}}}) {
     if (symlink(target, name) != 0) failErrno("cannot create %s", name);
   }
-  makeFile(kScriptInSandbox, script, 0500);
+  // Root of a user namespace is not its owner.
+  makeFile(kScriptInSandbox, script, 0555);
 }
 
 void leaveOldRoot(Fd oldRoot) {
@@ -123,7 +116,8 @@ void leaveOldRoot(Fd oldRoot) {
 
 }  // namespace
 
-void enterSandbox(const std::string& tree, const std::string& hostname, const std::string& script) {
+void enterSandbox(const std::string& tree, const std::string& hostname, const std::string& script,
+                  const Fd& userNamespace) {
   if (unshare(CLONE_NEWNS | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWNET) != 0) {
     failErrno("cannot make namespaces for the script");
   }
@@ -131,7 +125,7 @@ void enterSandbox(const std::string& tree, const std::string& hostname, const st
     failErrno("cannot set the host name '%s'", hostname.c_str());
   }
   umask(022);
-  Fd oldRoot = changeRoot(tree);
+  Fd oldRoot = changeRoot(tree, userNamespace);
   // The old root's tree is still there beneath: the devices come from it.
   std::vector<Fd> devices;
   for (const char* name : kDevices) {
@@ -143,10 +137,12 @@ void enterSandbox(const std::string& tree, const std::string& hostname, const st
   mountDev(devices, script);
   devices.clear();
   leaveOldRoot(std::move(oldRoot));
-  for (const int capability : kDroppedCapabilities) {
-    if (prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) != 0) {
-      failErrno("cannot drop capability %d", capability);
-    }
+}
+
+void joinUserNamespace(const Fd& userNamespace) {
+  if (setns(userNamespace.get(), CLONE_NEWUSER) != 0 || setgroups(0, nullptr) != 0 ||
+      setresgid(0, 0, 0) != 0 || setresuid(0, 0, 0) != 0) {
+    failErrno("cannot enter the container's user namespace");
   }
 }
 

@@ -4,6 +4,9 @@
 
 #include <string>
 
+#include "host/fd.h"
+#include "node/host.h"
+
 namespace node {
 
 /// Where the script lies in there: in the private /dev, which vanishes with
@@ -14,10 +17,15 @@ inline constexpr char kScriptInSandbox[] = "/dev/qx-script";
 /// ipc and network namespaces of its own and makes `tree` its root: device files
 /// of the tree do not work, /proc is new and read-only, /dev holds null, zero,
 /// full, random, urandom, tty and the script. The host's mounts are gone from
-/// the namespace. An empty `hostname` leaves the name as it is. What is executed
-/// from here on lacks the capabilities by which root reaches past namespaces.
-/// Throws Error; the process is then fit for nothing but ending.
-void enterSandbox(const std::string& tree, const std::string& hostname, const std::string& script);
+/// the namespace. An empty `hostname` leaves the name as it is. With a user namespace,
+/// which may be none, the tree's files have the owners that it maps. The process keeps its
+/// rights: confine() takes them. Throws Error; the process is then fit for nothing but
+/// ending.
+void enterSandbox(const std::string& tree, const std::string& hostname, const std::string& script,
+                  const Fd& userNamespace);
+
+/// Makes this process root of the user namespace, and nobody outside. Throws Error.
+void joinUserNamespace(const Fd& userNamespace);
 
 /// Closes every descriptor but the first three and `kept`.
 void closeAllBut(int kept);

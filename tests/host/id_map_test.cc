@@ -104,7 +104,9 @@ TEST(IdMapping, ShowsOtherOwnersAndNoDevicesAndIsUndoneLikeAMount) {
     ASSERT_EQ(chown("/tree/file", 33, 1000), 0);
     ASSERT_EQ(mount("/tree", "/mnt", nullptr, MS_BIND, nullptr), 0);
     // The scratch host is a tmpfs, whose owners Linux 6.3 and newer can map.
-    const std::string answer = refusal([] { host::mountMapped("/mnt", {1000000, 65536}); });
+    const std::string answer = refusal([] {
+      host::mountMapped("/mnt", host::makeUserNamespace({1000000, 65536}));
+    });
     if (answer.find("set UNPRIVILEGED=no") != answer.npos) GTEST_SKIP() << answer;
     ASSERT_EQ(answer, "not refused");
     struct stat shown {};
@@ -124,7 +126,7 @@ TEST(IdMapping, OfAFileSystemThatCannotIsRefusedAndLeavesNothing) {
   test_support::ScratchHost().run([] {
     const size_t before = host::mountPoints().size();
     EXPECT_THAT(refusal([] {
-                  host::mountMapped("/proc", {1000000, 65536});
+                  host::mountMapped("/proc", host::makeUserNamespace({1000000, 65536}));
                 }),
                 HasSubstr("the kernel cannot show the files of /proc with the owners"));
     EXPECT_EQ(host::mountPoints().size(), before);

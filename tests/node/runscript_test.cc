@@ -154,6 +154,45 @@ TEST(RunScript, CannotReachTheHost) {
   });
 }
 
+TEST(RunScript, ItsFirstProcessShowsNothingOfTheAdministrators) {
+  onHost("", {"cat", "ls", "tr"}, [] {
+    setenv("SECRET", "of the administrator", 1);
+    EXPECT_EQ(runScript("tr -d '\\0' < /proc/1/environ\n").out.find("SECRET"), std::string::npos);
+    const std::string out = runScript("cat /proc/1/mem; cat /proc/1/environ; ls /proc/1/fd\n").out;
+    EXPECT_THAT(out, testing::Not(HasSubstr("of the administrator")));
+    EXPECT_THAT(out, HasSubstr("Permission denied"));
+    EXPECT_EQ(runScript("while read -r a b; do case $a in CapBnd: | NoNewPrivs: | Seccomp:)\n"
+                        "echo $a $b;; esac; done < /proc/self/status\n")
+                  .out,
+              "CapBnd: 00000000800400db\nNoNewPrivs: 1\nSeccomp: 2\n");
+  });
+}
+
+TEST(RunScript, OutputDrivesNoTerminalAndHasNone) {
+  onHost("", {"cat"}, [] {
+    EXPECT_EQ(runScript("printf 'a\\033[2Jb\\n\\302\\233c\\r'\n").out, "a\\x1b[2Jb\n\\x9bc\\r");
+    EXPECT_NE(runScript("cat < /dev/tty\n").status, 0);
+    EXPECT_EQ(runScript("echo x > /dev/stderr\n").out, "x\n");
+    EXPECT_EQ(runScript("echo y > /dev/stdout\n").out, "y\n");
+    EXPECT_EQ(runScript("[ -t 0 ] || [ -t 1 ] || [ -t 2 ] || echo none\n").out, "none\n");
+  });
+}
+
+TEST(RunScript, RunsAsNobodyOfTheHostWhereTheContainersRootIsNobody) {
+  onHost("UNPRIVILEGED=yes\n", {"id", "chown", "stat", "ls"}, [] {
+    const ScriptRun run = runScript(
+        "id -u; echo made > /file && chown 7:8 /file && stat -c %u:%g /file\n"
+        "read a b c < /proc/self/uid_map; echo $a $b $c; stat -c %u /proc/1\n"
+        "echo y > /dev/null && echo x > /dev/stdout\n");
+    EXPECT_EQ(run.out, "0\n7:8\n0 1000000 65536\n65534\nx\n");
+    EXPECT_EQ(run.status, 0);
+    struct stat st;
+    ASSERT_EQ(stat((std::string(kTree) + "/file").c_str(), &st), 0);
+    EXPECT_EQ(st.st_uid, 7u);
+    EXPECT_EQ(st.st_gid, 8u);
+  });
+}
+
 TEST(RunScript, DeviceFilesOfTheCopiedSystemDoNotWork) {
   onHost("", {"cat"}, [] {
     if (mknod((std::string(kTree) + "/null").c_str(), S_IFCHR | 0666, makedev(1, 3)) != 0) {
