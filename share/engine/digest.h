@@ -2,8 +2,8 @@
 #define QX_SHARE_ENGINE_DIGEST_H
 
 #include <cstdint>
-#include <memory>
 #include <string_view>
+#include <vector>
 
 struct XXH3_state_s;
 
@@ -37,6 +37,33 @@ class Digester {
  private:
   XXH3_state_s* state_;
   std::uint64_t next_ = 0;
+};
+
+/// Hashes of a file's blocks, of a size that is given, from its contents in pieces
+/// from front to back. A block that is nothing but hole has a hash of 0; a hole within a block
+/// counts as zero bytes.
+class BlockHasher {
+ public:
+  explicit BlockHasher(size_t blockSize);
+  ~BlockHasher();
+  BlockHasher(const BlockHasher&) = delete;
+  BlockHasher& operator=(const BlockHasher&) = delete;
+
+  void begin();
+  void add(std::uint64_t offset, std::string_view piece);
+  /// Of a file of this size; begin() comes next.
+  std::vector<Digest> finish(std::uint64_t size);
+
+ private:
+  void feed(std::string_view piece);
+  void skipTo(std::uint64_t offset);
+  void closeBlock();
+
+  size_t blockSize_;
+  XXH3_state_s* state_;
+  std::uint64_t next_ = 0;
+  bool touched_ = false;  // the block that next_ is in holds data
+  std::vector<Digest> blocks_;
 };
 
 }  // namespace engine

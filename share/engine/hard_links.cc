@@ -32,4 +32,10 @@ std::vector<HardLinks::Link> HardLinks::takeLinks() {
   return taken;
 }
 
+void HardLinks::forget() {
+  const std::scoped_lock lock(mutex_);
+  firsts_.clear();
+  links_.clear();
+}
+
 }  // namespace engine

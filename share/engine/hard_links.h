@@ -34,6 +34,8 @@ class HardLinks {
 
   /// Those to be made, in the order of their paths; afterwards there are none.
   std::vector<Link> takeLinks();
+  /// For another walk.
+  void forget();
 
  private:
   std::mutex mutex_;

@@ -39,7 +39,6 @@ void putHello(Buffer& to, const SenderHello& hello) {
   putNumber(to, kProtocolVersion);
   putNumber(to, static_cast<unsigned>(hello.way));
   putNumber(to, hello.lanes);
-  putText(to, hello.identity);
 }
 
 ReceiverHello takeReceiverHello(std::string_view payload) {
@@ -62,9 +61,22 @@ SenderHello takeSenderHello(std::string_view payload) {
   hello.way = static_cast<Way>(from.number(static_cast<unsigned>(Way::Differences), "way"));
   hello.lanes = static_cast<unsigned>(from.number(kMostLanes, "number of lanes"));
   if (hello.lanes == 0) throw ProtocolError("there are no lanes");
-  hello.identity = takeIdentity(from);
   expectEnd(from);
   return hello;
+}
+
+void putFarewell(Buffer& to, const Farewell& farewell) {
+  putNumber(to, farewell.problems);
+  putText(to, farewell.identity);
+}
+
+Farewell takeFarewell(std::string_view payload) {
+  Decoder from(payload);
+  Farewell farewell;
+  farewell.problems = from.number();
+  farewell.identity = takeIdentity(from);
+  expectEnd(from);
+  return farewell;
 }
 
 }  // namespace engine

@@ -33,7 +33,6 @@ enum class Way : unsigned {
 struct SenderHello {
   Way way = Way::Everything;
   unsigned lanes = 1;
-  std::string identity;  // of the manifest that is being made; may be empty
 
   bool operator==(const SenderHello&) const = default;
 };
@@ -43,6 +42,16 @@ void putHello(Buffer& to, const SenderHello& hello);
 /// Throw ProtocolError, for another version too.
 ReceiverHello takeReceiverHello(std::string_view payload);
 SenderHello takeSenderHello(std::string_view payload);
+
+/// What the sender says at the end.
+struct Farewell {
+  std::uint64_t problems = 0;
+  std::string identity;  // of the manifest that tells what there is now; may be empty
+
+  bool operator==(const Farewell&) const = default;
+};
+void putFarewell(Buffer& to, const Farewell& farewell);
+Farewell takeFarewell(std::string_view payload);
 
 }  // namespace engine
 

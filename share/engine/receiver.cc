@@ -15,6 +15,7 @@
 #include "share/engine/frame.h"
 #include "share/engine/hello.h"
 #include "share/engine/listing.h"
+#include "share/engine/marker.h"
 #include "share/rsync/failure.h"
 
 namespace engine {
@@ -82,6 +83,7 @@ class Receiver::Work {
   FrameWriter writer_;
   FrameReader reader_;
   Copy copy_;
+  Marker marker_{setup_.folder, tree_};
   std::atomic<std::uint64_t> bytesDone_{0};
   std::atomic<std::uint64_t> bytesKnown_{0};
   std::uint64_t problemsThere_ = 0;
@@ -97,7 +99,8 @@ class Receiver::Work {
 void Receiver::Work::greet() {
   copy_.wasEmpty = isEmpty(tree_);
   Buffer frame = emptyFrame();
-  putHello(frame, ReceiverHello{copy_.wasEmpty, {}, setup_.patterns});
+  // From here on what is there is not what a manifest tells, until the end.
+  putHello(frame, ReceiverHello{copy_.wasEmpty, marker_.take(), setup_.patterns});
   if (frame.size() - kFrameHeader > kLargestFrame)
     throw qxrsync::Failure(qxrsync::exitSyntax, "there are too many exclusions");
   writer_.write(Kind::Hello, 0, 0, frame);
@@ -106,8 +109,6 @@ void Receiver::Work::greet() {
   if (!header) throw ProtocolError("the other end of the data channel closed it");
   if (header->kind != Kind::Hello) throw ProtocolError("the other end does not greet");
   const SenderHello theirs = takeSenderHello(payload.view());
-  if (theirs.way == Way::Differences)
-    throw ProtocolError("the other end goes by a manifest that is not here");
   const std::scoped_lock lock(mutex_);
   for (unsigned i = 0; i < theirs.lanes; ++i) lanes_.push_back(std::make_unique<Lane>(copy_));
 }
@@ -203,6 +204,7 @@ bool Receiver::Work::take(const FrameHeader& header, Buffer& payload) {
     case Kind::Barrier: {
       const std::uint64_t number = from.number();
       waitForLanes();
+      copy_.wasEmpty = false;  // a further round may come
       sendNumber(Kind::Reached, number);
       return true;
     }
@@ -213,11 +215,14 @@ bool Receiver::Work::take(const FrameHeader& header, Buffer& payload) {
       bytesDone_ = from.number();
       bytesKnown_ = from.number();
       return true;
-    case Kind::End:
-      problemsThere_ = from.number();
+    case Kind::End: {
+      const Farewell farewell = takeFarewell(payload.view());
+      problemsThere_ = farewell.problems;
       waitForLanes();
+      if (!problems_.any()) marker_.put(farewell.identity);
       sendNumber(Kind::Summary, problems_.count());
       return false;
+    }
     default:
       throw ProtocolError("the other end sends what is not its turn");
   }

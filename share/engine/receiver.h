@@ -16,6 +16,7 @@ struct ReceiverSetup {
   bool accessLists = false;  // what both ends can hold
   bool attributes = false;   //
   bool keepsNanoseconds = true;
+  std::string folder;  // where is kept which manifest tells what there is; empty for none
 };
 
 /// How far it is.

@@ -12,6 +12,8 @@
 #include <thread>
 #include <vector>
 
+#include "share/engine/manifest.h"
+#include "share/engine/mapped_files.h"
 #include "share/engine/walker.h"
 #include "share/rsync/failure.h"
 
@@ -20,11 +22,14 @@ namespace engine {
 namespace {
 
 using qxrsync::Failure;
+using Clock = std::chrono::steady_clock;
 
 constexpr unsigned kFewestLanes = 2;
 constexpr unsigned kUsualMostLanes = 4;
 constexpr std::chrono::milliseconds kKnownInterval{500};
-constexpr size_t kMostWantedNames = 100000;  // in one frame
+constexpr std::chrono::seconds kLongRound{3};  // shorter ones need no further round
+constexpr int kMostRounds = 5;                 // after the first walk
+constexpr size_t kMostWantedNames = 100000;    // in one frame
 
 unsigned lanesHere() {
   return std::clamp(std::thread::hardware_concurrency(), kFewestLanes, kUsualMostLanes);
@@ -63,6 +68,8 @@ class Sender {
   void sendLinks();
   void sendKnown();
   void tellKnown();
+  void walkOnce();
+  void walk();
   void sendEnd();
   void fail(std::exception_ptr error);
   void waitForReached(std::uint64_t number);
@@ -76,7 +83,11 @@ class Sender {
   WorkQueue queue_;
   HardLinks links_;
   Rules rules_;
+  std::unique_ptr<Manifest> before_;
+  std::unique_ptr<ManifestWriter> after_;
+  std::string identity_;  // of the last manifest that is complete
   std::unique_ptr<Walk> walk_;
+  Clock::duration lastRound_{};
   unsigned lanes_ = lanesHere();
 
   std::mutex mutex_;
@@ -100,11 +111,15 @@ void Sender::greet() {
     if (!Rules::understands(pattern))
       throw ProtocolError("'" + printable(pattern) + "' is not a pattern");
   rules_ = Rules(theirs.patterns);
-  const Way way = theirs.empty ? Way::Everything : Way::Comparing;
+  if (!setup_.folder.empty() && !theirs.empty && !theirs.identity.empty()) {
+    before_ = Manifest::open(setup_.folder, theirs.patterns);
+    if (before_ && before_->identity() != theirs.identity) before_.reset();
+  }
+  const Way way = theirs.empty ? Way::Everything : before_ ? Way::Differences : Way::Comparing;
   const AttributeKinds kinds{setup_.accessLists, setup_.attributes};
   walk_ = std::make_unique<Walk>(tree_, rules_, kinds, way, queue_, links_, problems_);
   Buffer frame = emptyFrame();
-  putHello(frame, SenderHello{way, lanes_, {}});
+  putHello(frame, SenderHello{way, lanes_});
   writer_.write(Kind::Hello, 0, 0, frame);
 }
 
@@ -237,9 +252,48 @@ void Sender::tellKnown() {
   }
 }
 
+// One walk over the tree, until the other end has what it found.
+void Sender::walkOnce() {
+  if (!setup_.folder.empty()) {
+    after_ = std::make_unique<ManifestWriter>(setup_.folder, rules_.patterns());
+    if (!after_->good()) after_.reset();
+  }
+  if (after_) after_->addSuspects(writableMappings());
+  walk_->before = before_.get();
+  walk_->after = after_.get();
+  queue_.add({});
+  settle();
+  sendLinks();
+  settle();
+  identity_.clear();
+  if (!after_ || walk_->distrusted) return;
+  after_->addSuspects(writableMappings());
+  identity_ = after_->finish();
+}
+
+// While much was to be sent, much has changed: again, and again as long as it takes
+// clearly less time than before, so that little is left for the next pass, during
+// which services are down.
+void Sender::walk() {
+  const bool mayRepeat = walk_->way != Way::Differences;
+  for (int round = 1;; ++round) {
+    const Clock::time_point began = Clock::now();
+    walkOnce();
+    const Clock::duration took = Clock::now() - began;
+    const bool shrinks = round == 1 || took < lastRound_ * 7 / 10;
+    lastRound_ = took;
+    if (!mayRepeat || !shrinks || round > kMostRounds || took < kLongRound || identity_.empty())
+      return;
+    before_ = Manifest::open(setup_.folder, rules_.patterns());
+    if (!before_) return;
+    walk_->way = Way::Differences;
+    links_.forget();
+  }
+}
+
 void Sender::sendEnd() {
   Buffer frame = emptyFrame();
-  putNumber(frame, problems_.count());
+  putFarewell(frame, {problems_.count(), identity_});
   {
     const std::scoped_lock lock(mutex_);
     ended_ = true;
@@ -256,18 +310,13 @@ int Sender::run() {
       tree_.open() ? std::string() : "cannot open the directory '" + setup_.root + "'";
   const int error = errno;
   greet();
-  if (missing.empty())
-    queue_.add({});
-  else
-    problems_.add({}, missing + ": " + std::strerror(error));
+  if (!missing.empty()) problems_.add({}, missing + ": " + std::strerror(error));
   std::vector<std::thread> threads;
   threads.emplace_back([this] { listen(); });
   threads.emplace_back([this] { tellKnown(); });
   for (unsigned i = 0; i < lanes_; ++i) threads.emplace_back([this, i] { lane(i); });
   try {
-    settle();
-    sendLinks();
-    settle();
+    if (missing.empty()) walk();
     sendEnd();
   } catch (...) {
     // One that waits for the channel cannot be stopped; it ends with the process.

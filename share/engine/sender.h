@@ -11,6 +11,7 @@ struct SenderSetup {
   std::string root;
   bool accessLists = false;  // what both ends can hold
   bool attributes = false;   //
+  std::string folder;        // where a manifest is kept; empty for none
 };
 
 /// Sends a directory tree over a channel whose other end receives it. Runs until

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <exception>
 #include <future>
 #include <string_view>
@@ -29,6 +30,14 @@ namespace {
 constexpr std::chrono::milliseconds kBarInterval{100};
 constexpr int kAlmostAll = 99;  // per cent; a hundred is said at the end only
 constexpr mode_t kNewDestination = 0700;
+// What is in it is of no use after a restart of the machine.
+constexpr const char* kReceiverFolder = "/run/qxlinmigrate";
+
+// Within the agent's own, which goes when the agent goes and is never copied.
+std::string senderFolder() {
+  const char* folder = std::getenv("QXA_TMPDIR");
+  return folder == nullptr || *folder == '\0' ? std::string() : std::string(folder) + "/engine";
+}
 
 // Threads of a run that has failed may still wait for the channel, and end with the
 // process only; nothing that they use may be taken down before.
@@ -113,6 +122,7 @@ int fillByEngine(const EngineTask& task, Channel& channel, const Offer& agreed, 
   setup.accessLists = agreed.acls;
   setup.attributes = agreed.xattrs;
   setup.keepsNanoseconds = keepsNanoseconds(task.destination);
+  setup.folder = kReceiverFolder;
   engine::Receiver receiver(setup);
 
   // Before the threads, which are to have them blocked.
@@ -141,7 +151,14 @@ int fillByEngine(const EngineTask& task, Channel& channel, const Offer& agreed, 
 
 int serveByEngine(const std::string& served, const Offer& agreed) {
   try {
-    return engine::runSender({STDIN_FILENO, STDOUT_FILENO, served, agreed.acls, agreed.xattrs});
+    engine::SenderSetup setup;
+    setup.in = STDIN_FILENO;
+    setup.out = STDOUT_FILENO;
+    setup.root = served;
+    setup.accessLists = agreed.acls;
+    setup.attributes = agreed.xattrs;
+    setup.folder = senderFolder();
+    return engine::runSender(setup);
   } catch (...) {
     endAfter(std::current_exception());
   }

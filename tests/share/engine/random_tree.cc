@@ -52,6 +52,7 @@ std::string RandomTree::bytes(size_t count) {
 }
 
 size_t RandomTree::anySize() {
+  if (chance(4)) return (4 << 20) + pick(3000000);
   switch (pick(6)) {
     case 0:
       return 0;
@@ -181,13 +182,14 @@ void RandomTree::overwrite(const std::string& path) {
   if (::pwrite(file.get(), text.data(), text.size(), static_cast<off_t>(at)) < 0) return;
 }
 
-// Of another size too, or stock rsync would not see it.
+// Of another size too, or who goes by times and sizes would not see it.
 void RandomTree::overwriteWithOldTime(const std::string& path) {
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) return;
   {
-    const Fd file(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
-    if (::write(file.get(), "more", 4) != 4) return;
+    const Fd file(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    const off_t at = hides_ && status.st_size > 3 ? status.st_size - 4 : status.st_size;
+    if (::pwrite(file.get(), "more", 4, at) != 4) return;
   }
   const timespec times[] = {{0, UTIME_OMIT}, status.st_mtim};
   ::utimensat(AT_FDCWD, path.c_str(), times, 0);

@@ -11,6 +11,8 @@ class RandomTree {
  public:
   RandomTree(std::string root, unsigned seed);
 
+  /// Also changes that show in no size and no modification time.
+  void hideSomeChanges() { hides_ = true; }
   /// Makes so many entries.
   void grow(int count);
   /// So many changes: entries made, deleted, renamed, replaced by another kind,
@@ -37,6 +39,7 @@ class RandomTree {
 
   std::string root_;
   std::mt19937 random_;
+  bool hides_ = false;
 };
 
 #endif  // QX_TESTS_SHARE_ENGINE_RANDOM_TREE_H
