@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "share/rsync/child.h"
+#include "share/rsync/engine_ends.h"
 #include "share/rsync/failure.h"
 #include "share/rsync/file_systems.h"
 #include "share/rsync/handover.h"
@@ -100,8 +101,11 @@ int runClient(const Options& options) {
     Channel channel = takeChannel(options);
     Offer offer = probeByWriting(options.destination);
     offer.descriptors = carriesDescriptors(channel.in.get(), channel.out.get());
+    const std::optional<EngineTask> task = engineTask(options);
+    offer.engine = task.has_value();
     const Offer agreed =
         exchangeOffers(channel.in.get(), channel.out.get(), offer, Deadline(preludePatience));
+    if (agreed.engine) return fillByEngine(*task, channel, agreed, options.progressBar);
     usedBytes = agreed.usedBytes;
     handover = makeSocketPair();
     sendDescriptors(handover.first.get(), channel.in.get(), channel.out.get());

@@ -120,8 +120,8 @@ std::string formatOffer(const Offer& offer) {
   if (offer.xattrs) features += 'X';
   if (offer.descriptors) features += 'D';
   if (features.empty()) features = "-";
-  return std::string(tag) + " " + std::to_string(preludeVersion) + " " + features + " " +
-         std::to_string(offer.usedBytes);
+  return std::string(tag) + " " + std::to_string(preludeVersion) + " " + features +
+         (offer.engine ? " 0" : " ") + std::to_string(offer.usedBytes);
 }
 
 std::optional<Offer> parseOffer(std::string_view line) {
@@ -136,6 +136,7 @@ std::optional<Offer> parseOffer(std::string_view line) {
   offer.xattrs = features.find('X') != std::string_view::npos;
   offer.descriptors = features.find('D') != std::string_view::npos;
   if (!parseNumber(parts[3], offer.usedBytes)) return std::nullopt;
+  offer.engine = parts[3].size() > 1 && parts[3].front() == '0';
   const std::string again = formatOffer(offer);  // one way to write it
   return words(again)[2] == features ? std::optional<Offer>(offer) : std::nullopt;
 }
@@ -163,6 +164,7 @@ Offer exchangeOffers(int in, int out, const Offer& mine, const Deadline& deadlin
   theirs->acls = theirs->acls && mine.acls;
   theirs->xattrs = theirs->xattrs && mine.xattrs;
   theirs->descriptors = theirs->descriptors && mine.descriptors;
+  theirs->engine = theirs->engine && mine.engine;
   return *theirs;
 }
 

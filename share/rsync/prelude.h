@@ -23,6 +23,10 @@ namespace qxrsync {
 // a decimal number, 0 when unknown; WORD what stock rsync tells its remote self
 // about the wire format it knows, or "-".
 //
+// A zero in front of BYTES says that this end has an engine of its own. An end that
+// has none reads the same number. Where both ends say so, nothing of what follows
+// here happens: the channel is the engines' (docs/engine-protocol.md).
+//
 // "D" says that the channel is a UNIX socket. Where both ends say so they may be
 // on one machine, and then no byte has to go through the channel at all:
 //
@@ -38,6 +42,7 @@ struct Offer {
   bool acls = false;
   bool xattrs = false;
   bool descriptors = false;     // the channel carries them
+  bool engine = false;          // stock rsync is not needed
   std::uint64_t usedBytes = 0;  // sender only: in use on the file systems sent, 0 unknown
 
   bool operator==(const Offer&) const = default;

@@ -8,6 +8,7 @@
 
 #include "share/rsync/child.h"
 #include "share/rsync/descriptor.h"
+#include "share/rsync/engine_ends.h"
 #include "share/rsync/file_systems.h"
 #include "share/rsync/handover.h"
 #include "share/rsync/prelude.h"
@@ -55,8 +56,10 @@ int runServer(const Options& options) {
   Offer offer = probeByReading(options.served);
   offer.usedBytes = usedBytesBelow(options.served);
   offer.descriptors = carriesDescriptors(STDIN_FILENO, STDOUT_FILENO);
+  offer.engine = engineServes(options);
   const Deadline deadline(preludePatience);
   const Offer agreed = exchangeOffers(STDIN_FILENO, STDOUT_FILENO, offer, deadline);
+  if (agreed.engine) return serveByEngine(options.served, agreed);
   const std::string capabilities = receiveCapabilities(STDIN_FILENO, deadline);
   std::optional<Channel> streams;
   if (agreed.descriptors) streams = takeStreams(STDIN_FILENO, STDOUT_FILENO, deadline);

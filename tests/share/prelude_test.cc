@@ -36,11 +36,23 @@ TEST(Prelude, OfferSurvivesTheWire) {
     for (const bool xattrs : {false, true})
       for (const bool descriptors : {false, true})
         for (const std::uint64_t bytes : {std::uint64_t{0}, UINT64_MAX}) {
-          const Offer offer{acls, xattrs, descriptors, bytes};
-          EXPECT_EQ(parseOffer(formatOffer(offer)), offer) << formatOffer(offer);
+          for (const bool engine : {false, true}) {
+            const Offer offer{acls, xattrs, descriptors, engine, bytes};
+            EXPECT_EQ(parseOffer(formatOffer(offer)), offer) << formatOffer(offer);
+          }
         }
   EXPECT_EQ(formatOffer(everything), "QXRSYNC 2 AXD 12345");
   EXPECT_EQ(formatOffer({}), "QXRSYNC 2 - 0");
+}
+
+// An end that knows of no engine reads the number, and the zero means nothing to it.
+TEST(Prelude, EngineIsAZeroInFrontOfTheNumber) {
+  Offer offer = everything;
+  offer.engine = true;
+  EXPECT_EQ(formatOffer(offer), "QXRSYNC 2 AXD 012345");
+  offer.usedBytes = 0;
+  EXPECT_EQ(formatOffer(offer), "QXRSYNC 2 AXD 00");
+  EXPECT_FALSE(parseOffer("QXRSYNC 2 AXD 0")->engine);
 }
 
 TEST(Prelude, WhatIsNotExactlyAnOfferIsNone) {

@@ -1,0 +1,89 @@
+#include "share/engine/compression.h"
+
+#include <zstd.h>
+
+#include <algorithm>
+#include <new>
+#include <string>
+
+namespace engine {
+
+namespace {
+
+constexpr std::chrono::milliseconds kLookInterval{200};
+// Above this, bytes a second, compressing costs more than it saves.
+constexpr double kFastLink = 300e6;
+constexpr double kMuchWaiting = 0.7;    // share of the time
+constexpr double kLittleWaiting = 0.3;  //
+constexpr int kLongestPause = 64;       // frames
+
+}  // namespace
+
+int CompressionControl::next(int level, double waiting, double bytesPerSecond) {
+  if (level == kOff) return waiting > kMuchWaiting && bytesPerSecond < kFastLink ? kLowest : kOff;
+  if (waiting > kMuchWaiting) return std::min(level + 1, kHighest);
+  if (waiting < kLittleWaiting) return level > kLowest ? level - 1 : kOff;
+  return level;
+}
+
+void CompressionControl::sent(const FrameWriter& writer) {
+  const std::unique_lock lock(mutex_, std::try_to_lock);
+  if (!lock.owns_lock()) return;
+  const Clock::time_point now = Clock::now();
+  if (now - looked_ < kLookInterval) return;
+  const double seconds = std::chrono::duration<double>(now - looked_).count();
+  const std::uint64_t blocked = writer.blocked();
+  const std::uint64_t written = writer.written();
+  const double waiting = static_cast<double>(blocked - blockedThen_) / 1e9 / seconds;
+  level_ = next(level_, waiting, static_cast<double>(written - writtenThen_) / seconds);
+  looked_ = now;
+  blockedThen_ = blocked;
+  writtenThen_ = written;
+}
+
+Compressor::Compressor() : context_(ZSTD_createCCtx()) {
+  if (context_ == nullptr) throw std::bad_alloc();
+}
+
+Compressor::~Compressor() { ZSTD_freeCCtx(context_); }
+
+bool Compressor::compress(int level, const Buffer& frame) {
+  if (pause_ > 0) {
+    --pause_;
+    return false;
+  }
+  const std::string_view payload = frame.view().substr(kFrameHeader);
+  compressed_.clear();
+  compressed_.resize(kFrameHeader);
+  const size_t room = ZSTD_compressBound(payload.size());
+  char* to = compressed_.room(room);
+  const size_t size = ZSTD_compressCCtx(context_, to, room, payload.data(), payload.size(), level);
+  if (ZSTD_isError(size) != 0 || size > payload.size() - payload.size() / 16) {
+    patience_ = std::min(patience_ * 2, kLongestPause);
+    pause_ = patience_;
+    return false;
+  }
+  patience_ = 1;
+  compressed_.grow(size);
+  return true;
+}
+
+Decompressor::Decompressor() : context_(ZSTD_createDCtx()) {
+  if (context_ == nullptr) throw std::bad_alloc();
+}
+
+Decompressor::~Decompressor() { ZSTD_freeDCtx(context_); }
+
+void Decompressor::decompress(const Buffer& payload, Buffer& plain) {
+  const unsigned long long size = ZSTD_getFrameContentSize(payload.data(), payload.size());
+  if (size == ZSTD_CONTENTSIZE_UNKNOWN || size == ZSTD_CONTENTSIZE_ERROR || size > kLargestFrame)
+    throw ProtocolError("a compressed frame does not say how long it is, or is too long");
+  plain.clear();
+  char* to = plain.room(size);
+  const size_t made = ZSTD_decompressDCtx(context_, to, size, payload.data(), payload.size());
+  if (ZSTD_isError(made) != 0 || made != size)
+    throw ProtocolError("a compressed frame cannot be decompressed");
+  plain.grow(size);
+}
+
+}  // namespace engine

@@ -1,0 +1,114 @@
+#include "share/engine/frame.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <string>
+
+#include "share/rsync/failure.h"
+
+namespace engine {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+void waitFor(int fd, short events) {
+  pollfd wanted{fd, events, 0};
+  ::poll(&wanted, 1, -1);
+}
+
+}  // namespace
+
+FrameHeader decodeHeader(std::string_view eightBytes) {
+  Decoder decoder(eightBytes);
+  FrameHeader header;
+  header.length = decoder.fixed32();
+  const unsigned kind = decoder.byte();
+  header.lane = decoder.byte();
+  const unsigned flags = decoder.byte() | static_cast<unsigned>(decoder.byte()) << 8;
+  if (header.length > kLargestFrame)
+    throw ProtocolError("a frame of " + std::to_string(header.length) + " bytes is too long");
+  if (kind < static_cast<unsigned>(Kind::Hello) || kind > static_cast<unsigned>(Kind::Summary))
+    throw ProtocolError("there is no frame of kind " + std::to_string(kind));
+  if (header.lane >= kMostLanes)
+    throw ProtocolError("there is no lane " + std::to_string(header.lane));
+  header.kind = static_cast<Kind>(kind);
+  header.flags = static_cast<std::uint16_t>(flags);
+  if (flags > (header.kind == Kind::Records ? kCompressed : 0U))
+    throw ProtocolError("there are no frame flags " + std::to_string(flags));
+  return header;
+}
+
+Buffer emptyFrame(size_t capacity) {
+  Buffer frame(kFrameHeader + capacity);
+  frame.resize(kFrameHeader);
+  return frame;
+}
+
+void FrameWriter::write(Kind kind, std::uint8_t lane, std::uint16_t flags, Buffer& frame) {
+  Buffer header(kFrameHeader);
+  putFixed32(header, static_cast<std::uint32_t>(frame.size() - kFrameHeader));
+  header.append(std::string{static_cast<char>(kind), static_cast<char>(lane),
+                            static_cast<char>(flags & 0xff), static_cast<char>(flags >> 8)});
+  header.view().copy(frame.data(), kFrameHeader);
+
+  const std::scoped_lock lock(mutex_);
+  const Clock::time_point began = Clock::now();
+  std::string_view rest = frame.view();
+  written_ += rest.size();
+  while (!rest.empty()) {
+    const ssize_t count = ::write(fd_, rest.data(), rest.size());
+    if (count >= 0) {
+      rest.remove_prefix(static_cast<size_t>(count));
+    } else if (errno == EAGAIN) {
+      waitFor(fd_, POLLOUT);
+    } else if (errno != EINTR) {
+      throw qxrsync::systemFailure(qxrsync::exitProtocol, "cannot write to the data channel");
+    }
+  }
+  blocked_ += static_cast<std::uint64_t>(
+      std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - began).count());
+}
+
+std::uint64_t FrameWriter::blocked() const {
+  const std::scoped_lock lock(mutex_);
+  return blocked_;
+}
+
+std::uint64_t FrameWriter::written() const {
+  const std::scoped_lock lock(mutex_);
+  return written_;
+}
+
+bool FrameReader::fill(char* to, size_t count, bool mayEnd) const {
+  size_t have = 0;
+  while (have < count) {
+    const ssize_t got = ::read(fd_, to + have, count - have);
+    if (got > 0) {
+      have += static_cast<size_t>(got);
+    } else if (got == 0 || errno == ECONNRESET) {
+      if (have == 0 && mayEnd) return false;
+      throw ProtocolError("the other end of the data channel closed it within a frame");
+    } else if (errno == EAGAIN) {
+      waitFor(fd_, POLLIN);
+    } else if (errno != EINTR) {
+      throw qxrsync::systemFailure(qxrsync::exitProtocol, "cannot read from the data channel");
+    }
+  }
+  return true;
+}
+
+std::optional<FrameHeader> FrameReader::read(Buffer& payload) {
+  char bytes[kFrameHeader];
+  if (!fill(bytes, sizeof bytes, true)) return std::nullopt;
+  const FrameHeader header = decodeHeader({bytes, sizeof bytes});
+  payload.clear();
+  payload.resize(header.length);
+  fill(payload.data(), header.length, false);
+  return header;
+}
+
+}  // namespace engine

@@ -1,0 +1,88 @@
+#ifndef QX_SHARE_ENGINE_FRAME_H
+#define QX_SHARE_ENGINE_FRAME_H
+
+#include <cstdint>
+#include <mutex>
+#include <optional>
+
+#include "share/engine/wire.h"
+
+namespace engine {
+
+// A frame is eight bytes, least significant first: the payload's length (32
+// bits), its kind (8), the lane that it belongs to (8) and flags (16); then the
+// payload. docs/engine-protocol.md says what each kind holds.
+
+enum class Kind : std::uint8_t {
+  Hello = 1,    // both ends, first
+  Records = 2,  // sender: records of one lane
+  Barrier = 3,  // sender: answer when all lanes have done what came before
+  Reached = 4,  // receiver: the answer
+  Want = 5,     // receiver: send these files of one directory
+  Message = 6,  // sender: a line of text for people
+  Known = 7,    // sender: how much there is to send, as far as it knows
+  End = 8,      // sender: everything was sent
+  Summary = 9   // receiver: everything was done
+};
+
+inline constexpr size_t kFrameHeader = 8;         // bytes
+inline constexpr size_t kLargestFrame = 1 << 20;  // bytes of payload
+inline constexpr size_t kUsualFrame = 256 << 10;  // bytes; when records are sent off
+inline constexpr std::uint16_t kCompressed = 1;   // flag: Records, as a zstd frame
+inline constexpr unsigned kMostLanes = 16;
+
+struct FrameHeader {
+  std::uint32_t length = 0;
+  Kind kind = Kind::Hello;
+  std::uint8_t lane = 0;
+  std::uint16_t flags = 0;
+};
+
+/// The header in eight bytes. Throws ProtocolError for a length, kind, lane or
+/// flag that there is not.
+FrameHeader decodeHeader(std::string_view eightBytes);
+
+/// Writes whole frames to a descriptor; any thread may.
+class FrameWriter {
+ public:
+  /// The descriptor is not owned.
+  explicit FrameWriter(int fd) : fd_(fd) {}
+
+  /// The payload stands in the buffer behind kFrameHeader bytes of room, which
+  /// are filled here. Throws Failure (status 12) when the channel takes no more.
+  void write(Kind kind, std::uint8_t lane, std::uint16_t flags, Buffer& frame);
+
+  /// Nanoseconds that writing took, so far and in all threads: the time that
+  /// the channel, not this end, was waited for.
+  std::uint64_t blocked() const;
+  std::uint64_t written() const;  // bytes
+
+ private:
+  int fd_;
+  mutable std::mutex mutex_;
+  std::uint64_t blocked_ = 0;
+  std::uint64_t written_ = 0;
+};
+
+/// Reads whole frames from a descriptor; one thread.
+class FrameReader {
+ public:
+  explicit FrameReader(int fd) : fd_(fd) {}
+
+  /// The next frame, its payload in the buffer; nothing at the end of the
+  /// stream. Throws ProtocolError, also for a stream that ends within a frame,
+  /// and Failure (status 12) when the channel cannot be read.
+  std::optional<FrameHeader> read(Buffer& payload);
+
+ private:
+  bool fill(char* to, size_t count, bool mayEnd) const;
+
+  int fd_;
+};
+
+/// An empty frame to put a payload into.
+Buffer emptyFrame(size_t capacity = 256);
+
+}  // namespace engine
+
+#endif  // QX_SHARE_ENGINE_FRAME_H

@@ -1,0 +1,82 @@
+#include "share/engine/hello.h"
+
+#include "share/engine/frame.h"
+
+namespace engine {
+
+namespace {
+
+void takeVersion(Decoder& from) {
+  const std::uint64_t version = from.number();
+  if (version != kProtocolVersion)
+    throw ProtocolError("the other end speaks version " + std::to_string(version) +
+                        " of the protocol, not " + std::to_string(kProtocolVersion));
+}
+
+std::string takeIdentity(Decoder& from) {
+  const std::string_view identity = from.text(kLongestIdentity, "manifest's identity");
+  constexpr std::string_view allowed = "0123456789abcdef-";
+  if (identity.find_first_not_of(allowed) != std::string_view::npos)
+    throw ProtocolError("a manifest's identity holds strange letters");
+  return std::string(identity);
+}
+
+void expectEnd(const Decoder& from) {
+  if (!from.atEnd()) throw ProtocolError("there is more in a greeting than there should be");
+}
+
+}  // namespace
+
+void putHello(Buffer& to, const ReceiverHello& hello) {
+  putNumber(to, kProtocolVersion);
+  putNumber(to, hello.empty ? 1 : 0);
+  putText(to, hello.identity);
+  putNumber(to, hello.patterns.size());
+  for (const std::string& pattern : hello.patterns) putText(to, pattern);
+}
+
+void putHello(Buffer& to, const SenderHello& hello) {
+  putNumber(to, kProtocolVersion);
+  putNumber(to, static_cast<unsigned>(hello.way));
+  putNumber(to, hello.lanes);
+}
+
+ReceiverHello takeReceiverHello(std::string_view payload) {
+  Decoder from(payload);
+  takeVersion(from);
+  ReceiverHello hello;
+  hello.empty = from.number(1, "flag") == 1;
+  hello.identity = takeIdentity(from);
+  const std::uint64_t count = from.number(kMostPatterns, "number of patterns");
+  for (std::uint64_t i = 0; i < count; ++i)
+    hello.patterns.emplace_back(from.text(kLongestPattern, "pattern"));
+  expectEnd(from);
+  return hello;
+}
+
+SenderHello takeSenderHello(std::string_view payload) {
+  Decoder from(payload);
+  takeVersion(from);
+  SenderHello hello;
+  hello.way = static_cast<Way>(from.number(static_cast<unsigned>(Way::Differences), "way"));
+  hello.lanes = static_cast<unsigned>(from.number(kMostLanes, "number of lanes"));
+  if (hello.lanes == 0) throw ProtocolError("there are no lanes");
+  expectEnd(from);
+  return hello;
+}
+
+void putFarewell(Buffer& to, const Farewell& farewell) {
+  putNumber(to, farewell.problems);
+  putText(to, farewell.identity);
+}
+
+Farewell takeFarewell(std::string_view payload) {
+  Decoder from(payload);
+  Farewell farewell;
+  farewell.problems = from.number();
+  farewell.identity = takeIdentity(from);
+  expectEnd(from);
+  return farewell;
+}
+
+}  // namespace engine

@@ -1,0 +1,298 @@
+#include "share/engine/receiver.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <thread>
+
+#include "share/engine/applier.h"
+#include "share/engine/compression.h"
+#include "share/engine/frame.h"
+#include "share/engine/hello.h"
+#include "share/engine/listing.h"
+#include "share/engine/marker.h"
+#include "share/rsync/failure.h"
+
+namespace engine {
+
+namespace {
+
+constexpr size_t kFramesPerLane = 4;     // that may wait to be done
+constexpr size_t kWantFrame = 64 << 10;  // bytes, about
+constexpr size_t kWantedNamesPerFrame = 500;
+
+// Nothing is there but what a new file system has.
+bool isEmpty(const Tree& tree) {
+  Listing listing;
+  if (!listing.read(tree.root())) return false;
+  for (const Listing::Item& item : listing.items())
+    if (listing.name(item) != "lost+found") return false;
+  return true;
+}
+
+}  // namespace
+
+class Receiver::Work {
+ public:
+  explicit Work(const ReceiverSetup& setup)
+      : setup_(setup),
+        tree_(setup.root),
+        rules_(setup.patterns),
+        writer_(setup.out),
+        reader_(setup.in),
+        copy_(tree_, rules_, {setup.accessLists, setup.attributes}, problems_) {
+    copy_.keepsNanoseconds = setup.keepsNanoseconds;
+    copy_.want = [this](const std::string& directory, const std::vector<std::string>& names) {
+      sendWant(directory, names);
+    };
+  }
+
+  int run();
+  void abandon();
+  Reached reached() const { return {bytesDone_, bytesKnown_}; }
+
+ private:
+  // Frames of one lane, in order, and the thread that does them.
+  struct Lane {
+    explicit Lane(Copy& copy) : applier(copy) {}
+    Applier applier;
+    std::deque<std::pair<FrameHeader, Buffer>> frames;
+    bool busy = false;
+    std::thread thread;
+  };
+
+  void greet();
+  void runLane(Lane& lane);
+  void receive();
+  bool take(const FrameHeader& header, Buffer& payload);
+  void enqueue(const FrameHeader& header, Buffer& payload);
+  void waitForLanes();
+  void sendWant(const std::string& directory, const std::vector<std::string>& names);
+  void sendNumber(Kind kind, std::uint64_t number);
+  void stopLanes();
+
+  const ReceiverSetup setup_;
+  Tree tree_;
+  Rules rules_;
+  Problems problems_;
+  FrameWriter writer_;
+  FrameReader reader_;
+  Copy copy_;
+  Marker marker_{setup_.folder, tree_};
+  std::atomic<std::uint64_t> bytesDone_{0};
+  std::atomic<std::uint64_t> bytesKnown_{0};
+  std::uint64_t problemsThere_ = 0;
+
+  std::mutex mutex_;  // for what follows
+  std::condition_variable changed_;
+  std::deque<std::unique_ptr<Lane>> lanes_;
+  std::vector<Buffer> spare_;
+  bool closing_ = false;
+  std::exception_ptr error_;
+};
+
+void Receiver::Work::greet() {
+  copy_.wasEmpty = isEmpty(tree_);
+  Buffer frame = emptyFrame();
+  // From here on what is there is not what a manifest tells, until the end.
+  putHello(frame, ReceiverHello{copy_.wasEmpty, marker_.take(), setup_.patterns});
+  if (frame.size() - kFrameHeader > kLargestFrame)
+    throw qxrsync::Failure(qxrsync::exitSyntax, "there are too many exclusions");
+  writer_.write(Kind::Hello, 0, 0, frame);
+  Buffer payload;
+  const auto header = reader_.read(payload);
+  if (!header) throw ProtocolError("the other end of the data channel closed it");
+  if (header->kind != Kind::Hello) throw ProtocolError("the other end does not greet");
+  const SenderHello theirs = takeSenderHello(payload.view());
+  const std::scoped_lock lock(mutex_);
+  for (unsigned i = 0; i < theirs.lanes; ++i) lanes_.push_back(std::make_unique<Lane>(copy_));
+}
+
+void Receiver::Work::runLane(Lane& lane) {
+  Decompressor decompressor;
+  Buffer plain;
+  std::unique_lock lock(mutex_);
+  try {
+    while (true) {
+      changed_.wait(lock, [&] { return closing_ || !lane.frames.empty(); });
+      if (lane.frames.empty()) return;
+      auto [header, payload] = std::move(lane.frames.front());
+      lane.frames.pop_front();
+      lane.busy = true;
+      lock.unlock();
+      if ((header.flags & kCompressed) != 0) {
+        decompressor.decompress(payload, plain);
+        lane.applier.apply(plain.view());
+      } else {
+        lane.applier.apply(payload.view());
+      }
+      lock.lock();
+      lane.busy = false;
+      spare_.push_back(std::move(payload));
+      changed_.notify_all();
+    }
+  } catch (...) {
+    if (!lock.owns_lock()) lock.lock();
+    if (!error_) error_ = std::current_exception();
+    changed_.notify_all();
+  }
+}
+
+void Receiver::Work::enqueue(const FrameHeader& header, Buffer& payload) {
+  std::unique_lock lock(mutex_);
+  if (header.lane >= lanes_.size())
+    throw ProtocolError("there is no lane " + std::to_string(header.lane));
+  Lane& lane = *lanes_[header.lane];
+  changed_.wait(lock, [&] { return error_ || lane.frames.size() < kFramesPerLane; });
+  if (error_) std::rethrow_exception(error_);
+  lane.frames.emplace_back(header, std::move(payload));
+  if (spare_.empty()) {
+    payload = Buffer(kUsualFrame + (16 << 10));
+  } else {
+    payload = std::move(spare_.back());
+    spare_.pop_back();
+  }
+  lock.unlock();
+  changed_.notify_all();
+}
+
+void Receiver::Work::waitForLanes() {
+  std::unique_lock lock(mutex_);
+  const auto idle = [&] {
+    for (const auto& lane : lanes_)
+      if (lane->busy || !lane->frames.empty()) return false;
+    return true;
+  };
+  changed_.wait(lock, [&] { return error_ || idle(); });
+  if (error_) std::rethrow_exception(error_);
+}
+
+void Receiver::Work::sendWant(const std::string& directory, const std::vector<std::string>& names) {
+  for (size_t at = 0; at < names.size();) {
+    Buffer some;
+    std::uint64_t count = 0;
+    for (; at < names.size() && count < kWantedNamesPerFrame && some.size() < kWantFrame; ++at) {
+      putText(some, names[at]);
+      ++count;
+    }
+    Buffer frame = emptyFrame(some.size() + directory.size() + 32);
+    putText(frame, directory);
+    putNumber(frame, count);
+    frame.append(some.view());
+    writer_.write(Kind::Want, 0, 0, frame);
+  }
+}
+
+void Receiver::Work::sendNumber(Kind kind, std::uint64_t number) {
+  Buffer frame = emptyFrame();
+  putNumber(frame, number);
+  writer_.write(kind, 0, 0, frame);
+}
+
+// False: that was the last one.
+bool Receiver::Work::take(const FrameHeader& header, Buffer& payload) {
+  Decoder from(payload.view());
+  switch (header.kind) {
+    case Kind::Records:
+      enqueue(header, payload);
+      return true;
+    case Kind::Barrier: {
+      const std::uint64_t number = from.number();
+      waitForLanes();
+      copy_.wasEmpty = false;  // a further round may come
+      sendNumber(Kind::Reached, number);
+      return true;
+    }
+    case Kind::Message:
+      writeErrorLine(printable(from.text(kLongestPath, "message")));
+      return true;
+    case Kind::Known:
+      bytesDone_ = from.number();
+      bytesKnown_ = from.number();
+      return true;
+    case Kind::End: {
+      const Farewell farewell = takeFarewell(payload.view());
+      problemsThere_ = farewell.problems;
+      waitForLanes();
+      if (!problems_.any()) marker_.put(farewell.identity);
+      sendNumber(Kind::Summary, problems_.count());
+      return false;
+    }
+    default:
+      throw ProtocolError("the other end sends what is not its turn");
+  }
+}
+
+void Receiver::Work::receive() {
+  Buffer payload;
+  while (const auto header = reader_.read(payload))
+    if (!take(*header, payload)) return;
+  throw ProtocolError("the other end of the data channel closed it before the end");
+}
+
+void Receiver::Work::stopLanes() {
+  {
+    const std::scoped_lock lock(mutex_);
+    closing_ = true;
+  }
+  changed_.notify_all();
+  for (const auto& lane : lanes_) lane->thread.join();
+}
+
+void Receiver::Work::abandon() {
+  std::vector<Applier*> appliers;
+  {
+    const std::scoped_lock lock(mutex_);
+    for (const auto& lane : lanes_) appliers.push_back(&lane->applier);
+  }
+  for (Applier* applier : appliers) applier->abandon();
+}
+
+int Receiver::Work::run() {
+  if (!tree_.open())
+    throw qxrsync::systemFailure(qxrsync::exitFileSelection,
+                                 "cannot open the directory '" + setup_.root + "'");
+  ::umask(0);
+  rlimit files{};
+  if (::getrlimit(RLIMIT_NOFILE, &files) == 0) {  // one for each level of what is removed
+    files.rlim_cur = files.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &files);
+  }
+  greet();
+  for (const auto& lane : lanes_) lane->thread = std::thread([this, &lane] { runLane(*lane); });
+  try {
+    receive();
+  } catch (...) {
+    abandon();
+    for (const auto& lane : lanes_) lane->thread.detach();
+    throw;
+  }
+  stopLanes();
+  return problems_.any() || problemsThere_ > 0 ? qxrsync::exitPartial : 0;
+}
+
+Receiver::Receiver(const ReceiverSetup& setup) : work_(std::make_unique<Work>(setup)) {}
+
+Receiver::~Receiver() = default;
+
+int Receiver::run() {
+  try {
+    return work_->run();
+  } catch (...) {
+    static_cast<void>(work_.release());  // its threads may still run
+    throw;
+  }
+}
+
+void Receiver::abandon() {
+  if (work_) work_->abandon();
+}
+
+Reached Receiver::reached() const { return work_ ? work_->reached() : Reached{}; }
+
+}  // namespace engine

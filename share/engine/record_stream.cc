@@ -1,0 +1,24 @@
+#include "share/engine/record_stream.h"
+
+namespace engine {
+
+RecordStream::RecordStream(FrameWriter& writer, CompressionControl& control, std::uint8_t lane)
+    : writer_(writer), control_(control), lane_(lane), frame_(emptyFrame(kUsualFrame)) {}
+
+void RecordStream::makeRoom(size_t size) {
+  if (frame_.size() > kFrameHeader && frame_.size() - kFrameHeader + size > kUsualFrame) flush();
+}
+
+void RecordStream::flush() {
+  if (frame_.size() == kFrameHeader) return;
+  const int level = control_.level();
+  if (level == CompressionControl::kOff || !compressor_.compress(level, frame_)) {
+    writer_.write(Kind::Records, lane_, 0, frame_);
+  } else {
+    writer_.write(Kind::Records, lane_, kCompressed, compressor_.frame());
+  }
+  control_.sent(writer_);
+  frame_.resize(kFrameHeader);
+}
+
+}  // namespace engine

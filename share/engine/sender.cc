@@ -1,0 +1,343 @@
+#include "share/engine/sender.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "share/engine/manifest.h"
+#include "share/engine/mapped_files.h"
+#include "share/engine/walker.h"
+#include "share/rsync/failure.h"
+
+namespace engine {
+
+namespace {
+
+using qxrsync::Failure;
+using Clock = std::chrono::steady_clock;
+
+constexpr unsigned kFewestLanes = 2;
+constexpr unsigned kUsualMostLanes = 4;
+constexpr std::chrono::milliseconds kKnownInterval{500};
+constexpr std::chrono::seconds kLongRound{3};  // shorter ones need no further round
+constexpr int kMostRounds = 5;                 // after the first walk
+constexpr size_t kMostWantedNames = 100000;    // in one frame
+
+unsigned lanesHere() {
+  return std::clamp(std::thread::hardware_concurrency(), kFewestLanes, kUsualMostLanes);
+}
+
+// Problems at the sender are told at the receiver as well.
+class SenderProblems : public Problems {
+ public:
+  explicit SenderProblems(FrameWriter& writer) : writer_(writer) {}
+
+ protected:
+  void pass(const std::string& line) override {
+    Buffer frame = emptyFrame(line.size() + 16);
+    putText(frame, line.substr(0, kLongestPath));
+    writer_.write(Kind::Message, 0, 0, frame);
+  }
+
+ private:
+  FrameWriter& writer_;
+};
+
+class Sender {
+ public:
+  explicit Sender(const SenderSetup& setup)
+      : setup_(setup), tree_(setup.root), writer_(setup.out), reader_(setup.in) {}
+
+  int run();
+
+ private:
+  void greet();
+  void lane(unsigned number);
+  void listen();
+  void take(const FrameHeader& header, std::string_view payload);
+  void takeWant(std::string_view payload);
+  void settle();
+  void sendLinks();
+  void sendKnown();
+  void tellKnown();
+  void walkOnce();
+  void walk();
+  void sendEnd();
+  void fail(std::exception_ptr error);
+  void waitForReached(std::uint64_t number);
+
+  const SenderSetup setup_;
+  Tree tree_;
+  FrameWriter writer_;
+  FrameReader reader_;
+  CompressionControl compression_;
+  SenderProblems problems_{writer_};
+  WorkQueue queue_;
+  HardLinks links_;
+  Rules rules_;
+  std::unique_ptr<Manifest> before_;
+  std::unique_ptr<ManifestWriter> after_;
+  std::string identity_;  // of the last manifest that is complete
+  std::unique_ptr<Walk> walk_;
+  Clock::duration lastRound_{};
+  unsigned lanes_ = lanesHere();
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::uint64_t barriers_ = 0;  // sent
+  std::uint64_t reached_ = 0;   // answered
+  std::uint64_t wanted_ = 0;    // names asked for, ever
+  bool summed_ = false;
+  bool ended_ = false;  // End was sent
+  std::uint64_t problemsThere_ = 0;
+  std::exception_ptr error_;
+};
+
+void Sender::greet() {
+  Buffer payload;
+  const auto header = reader_.read(payload);
+  if (!header) throw ProtocolError("the other end of the data channel closed it");
+  if (header->kind != Kind::Hello) throw ProtocolError("the other end does not greet");
+  const ReceiverHello theirs = takeReceiverHello(payload.view());
+  for (const std::string& pattern : theirs.patterns)
+    if (!Rules::understands(pattern))
+      throw ProtocolError("'" + printable(pattern) + "' is not a pattern");
+  rules_ = Rules(theirs.patterns);
+  if (!setup_.folder.empty() && !theirs.empty && !theirs.identity.empty()) {
+    before_ = Manifest::open(setup_.folder, theirs.patterns);
+    if (before_ && before_->identity() != theirs.identity) before_.reset();
+  }
+  const Way way = theirs.empty ? Way::Everything : before_ ? Way::Differences : Way::Comparing;
+  const AttributeKinds kinds{setup_.accessLists, setup_.attributes};
+  walk_ = std::make_unique<Walk>(tree_, rules_, kinds, way, queue_, links_, problems_);
+  Buffer frame = emptyFrame();
+  putHello(frame, SenderHello{way, lanes_});
+  writer_.write(Kind::Hello, 0, 0, frame);
+}
+
+void Sender::fail(std::exception_ptr error) {
+  {
+    const std::scoped_lock lock(mutex_);
+    if (!error_) error_ = std::move(error);
+  }
+  queue_.close();
+  changed_.notify_all();
+}
+
+void Sender::lane(unsigned number) {
+  try {
+    RecordStream stream(writer_, compression_, static_cast<std::uint8_t>(number));
+    Walker walker(*walk_, stream);
+    while (const std::optional<Job> job = queue_.take([&] { stream.flush(); })) {
+      walker.run(*job);
+      queue_.done();
+    }
+  } catch (...) {
+    fail(std::current_exception());
+  }
+}
+
+void Sender::takeWant(std::string_view payload) {
+  Decoder from(payload);
+  Job job;
+  job.directory = takePath(from);
+  const std::uint64_t count = from.number(kMostWantedNames, "number of names");
+  if (count == 0) throw ProtocolError("nothing is wanted");
+  for (std::uint64_t i = 0; i < count; ++i) job.names.emplace_back(takeName(from));
+  {
+    const std::scoped_lock lock(mutex_);
+    wanted_ += count;
+  }
+  queue_.add(std::move(job));
+}
+
+void Sender::take(const FrameHeader& header, std::string_view payload) {
+  Decoder from(payload);
+  if (header.kind == Kind::Want) return takeWant(payload);
+  const std::scoped_lock lock(mutex_);
+  if (header.kind == Kind::Reached) {
+    reached_ = from.number();
+    if (reached_ > barriers_) throw ProtocolError("a barrier was reached that there is not");
+  } else if (header.kind == Kind::Summary && ended_) {
+    problemsThere_ = from.number();
+    summed_ = true;
+  } else {
+    throw ProtocolError("the other end sends what is not its turn");
+  }
+  changed_.notify_all();
+}
+
+void Sender::listen() {
+  try {
+    Buffer payload;
+    while (const auto header = reader_.read(payload)) {
+      take(*header, payload.view());
+      const std::scoped_lock lock(mutex_);
+      if (summed_) return;
+    }
+    throw ProtocolError("the other end of the data channel closed it");
+  } catch (...) {
+    fail(std::current_exception());
+  }
+}
+
+void Sender::sendKnown() {
+  Buffer frame = emptyFrame();
+  putNumber(frame, walk_->bytesDone);
+  putNumber(frame, walk_->bytesKnown);
+  writer_.write(Kind::Known, 0, 0, frame);
+}
+
+void Sender::waitForReached(std::uint64_t number) {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return error_ || reached_ >= number; });
+  if (error_) std::rethrow_exception(error_);
+}
+
+// Until nothing is left to do, and the other end, having done everything that was
+// sent, wants nothing more.
+void Sender::settle() {
+  while (true) {
+    const bool idle = queue_.waitUntilIdle(lanes_);
+    std::uint64_t wantedBefore = 0;
+    std::uint64_t number = 0;
+    {
+      const std::scoped_lock lock(mutex_);
+      if (error_) std::rethrow_exception(error_);
+      wantedBefore = wanted_;
+      number = ++barriers_;
+    }
+    if (!idle) throw Failure(qxrsync::exitProtocol, "the transfer was stopped");
+    sendKnown();
+    Buffer frame = emptyFrame();
+    putNumber(frame, number);
+    writer_.write(Kind::Barrier, 0, 0, frame);
+    waitForReached(number);
+    const std::scoped_lock lock(mutex_);
+    if (wanted_ == wantedBefore) return;
+  }
+}
+
+void Sender::sendLinks() {
+  RecordStream stream(writer_, compression_, 0);
+  for (const HardLinks::Link& link : links_.takeLinks()) {
+    stream.makeRoom(link.path.size() + link.first.size() + 32);
+    stream.begin(Record::Link);
+    putText(stream.buffer(), link.path);
+    putText(stream.buffer(), link.first);
+  }
+  stream.flush();
+}
+
+// So that the other end can show how far it is.
+void Sender::tellKnown() {
+  try {
+    while (true) {
+      {
+        std::unique_lock lock(mutex_);
+        if (changed_.wait_for(lock, kKnownInterval, [&] { return ended_ || error_; })) return;
+      }
+      sendKnown();
+    }
+  } catch (...) {
+    fail(std::current_exception());
+  }
+}
+
+// One walk over the tree, until the other end has what it found.
+void Sender::walkOnce() {
+  if (!setup_.folder.empty()) {
+    after_ = std::make_unique<ManifestWriter>(setup_.folder, rules_.patterns());
+    if (!after_->good()) after_.reset();
+  }
+  if (after_) after_->addSuspects(writableMappings());
+  walk_->before = before_.get();
+  walk_->after = after_.get();
+  queue_.add({});
+  settle();
+  sendLinks();
+  settle();
+  identity_.clear();
+  if (!after_ || walk_->distrusted) return;
+  after_->addSuspects(writableMappings());
+  identity_ = after_->finish();
+}
+
+// While much was to be sent, much has changed: again, and again as long as it takes
+// clearly less time than before, so that little is left for the next pass, during
+// which services are down.
+void Sender::walk() {
+  const bool mayRepeat = walk_->way != Way::Differences;
+  for (int round = 1;; ++round) {
+    const Clock::time_point began = Clock::now();
+    walkOnce();
+    const Clock::duration took = Clock::now() - began;
+    const bool shrinks = round == 1 || took < lastRound_ * 7 / 10;
+    lastRound_ = took;
+    if (!mayRepeat || !shrinks || round > kMostRounds || took < kLongRound || identity_.empty())
+      return;
+    before_ = Manifest::open(setup_.folder, rules_.patterns());
+    if (!before_) return;
+    walk_->way = Way::Differences;
+    links_.forget();
+  }
+}
+
+void Sender::sendEnd() {
+  Buffer frame = emptyFrame();
+  putFarewell(frame, {problems_.count(), identity_});
+  {
+    const std::scoped_lock lock(mutex_);
+    ended_ = true;
+  }
+  changed_.notify_all();
+  writer_.write(Kind::End, 0, 0, frame);
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return error_ || summed_; });
+  if (error_) std::rethrow_exception(error_);
+}
+
+int Sender::run() {
+  const std::string missing =
+      tree_.open() ? std::string() : "cannot open the directory '" + setup_.root + "'";
+  const int error = errno;
+  greet();
+  if (!missing.empty()) problems_.add({}, missing + ": " + std::strerror(error));
+  std::vector<std::thread> threads;
+  threads.emplace_back([this] { listen(); });
+  threads.emplace_back([this] { tellKnown(); });
+  for (unsigned i = 0; i < lanes_; ++i) threads.emplace_back([this, i] { lane(i); });
+  try {
+    if (missing.empty()) walk();
+    sendEnd();
+  } catch (...) {
+    // One that waits for the channel cannot be stopped; it ends with the process.
+    for (std::thread& one : threads) one.detach();
+    throw;
+  }
+  queue_.close();
+  for (std::thread& one : threads) one.join();
+  return problems_.any() || problemsThere_ > 0 ? qxrsync::exitPartial : 0;
+}
+
+}  // namespace
+
+int runSender(const SenderSetup& setup) {
+  auto sender = std::make_unique<Sender>(setup);
+  try {
+    return sender->run();
+  } catch (...) {
+    static_cast<void>(sender.release());  // its threads may still run
+    throw;
+  }
+}
+
+}  // namespace engine

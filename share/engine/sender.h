@@ -1,0 +1,26 @@
+#ifndef QX_SHARE_ENGINE_SENDER_H
+#define QX_SHARE_ENGINE_SENDER_H
+
+#include <string>
+
+namespace engine {
+
+struct SenderSetup {
+  int in = -1;   // the channel; not owned
+  int out = -1;  //
+  std::string root;
+  bool accessLists = false;  // what both ends can hold
+  bool attributes = false;   //
+  std::string folder;        // where a manifest is kept; empty for none
+};
+
+/// Sends a directory tree over a channel whose other end receives it. Runs until
+/// the other end has everything. Returns the exit status: 0, or 23 when something
+/// could not be carried over, and was named. Throws Failure, and ProtocolError
+/// when the other end is not to be understood; then threads may still run, so the
+/// process is to end without ado.
+int runSender(const SenderSetup& setup);
+
+}  // namespace engine
+
+#endif  // QX_SHARE_ENGINE_SENDER_H

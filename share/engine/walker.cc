@@ -1,0 +1,318 @@
+#include "share/engine/walker.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace engine {
+
+namespace {
+
+std::string because(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
+
+unsigned typeOf(int directory, const std::string& name, unsigned type) {
+  struct stat status {};
+  if (type != DT_UNKNOWN) return type;
+  if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return type;
+  return IFTODT(status.st_mode);
+}
+
+}  // namespace
+
+Entry entryOf(const std::string& name, const struct stat& status) {
+  Entry entry;
+  entry.name = name;
+  entry.mode = status.st_mode;
+  entry.uid = status.st_uid;
+  entry.gid = status.st_gid;
+  entry.seconds = status.st_mtim.tv_sec;
+  entry.nanoseconds = static_cast<std::uint32_t>(status.st_mtim.tv_nsec);
+  if (S_ISREG(status.st_mode)) entry.size = static_cast<std::uint64_t>(status.st_size);
+  if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) {
+    entry.major = major(status.st_rdev);
+    entry.minor = minor(status.st_rdev);
+  }
+  return entry;
+}
+
+Walker::Walker(Walk& walk, RecordStream& stream)
+    : walk_(walk), stream_(stream), contents_(stream, walk.bytesDone) {}
+
+void Walker::run(const Job& job) {
+  const Descriptor directory = walk_.tree.openDirectory(job.directory);
+  if (!directory.open()) {
+    if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)
+      walk_.problems.addVanished(job.directory);
+    else
+      walk_.problems.add(job.directory, because("cannot open the directory"));
+    return;
+  }
+  path_ = job.directory;
+  begun_ = false;
+  before_.reset();
+  if (job.names.empty())
+    runWhole(directory.get(), job.directory);
+  else
+    runSome(directory.get(), job);
+}
+
+void Walker::runWhole(int directory, const std::string& path) {
+  struct stat own {};
+  ::fstat(directory, &own);
+  if (walk_.before != nullptr) before_ = walk_.before->directory(path);
+  const bool complete = listing_.read(directory);
+  if (!complete) walk_.problems.add(path, because("cannot read the directory"));
+  listing_.sortByInode();
+  remembers_ = walk_.after != nullptr && complete;
+  if (remembers_) part_.begin(path, own);
+  flags_ = complete && !before_ ? kComplete : 0;
+  if (!before_) begin();
+  addAll(directory, walk_.way == Way::Comparing);
+  if (before_ && complete) removeGone();
+  if (begun_ || !unchanged(before_->own(), own)) endDirectory(directory);
+  if (remembers_) walk_.after->add(part_);
+}
+
+void Walker::addAll(int directory, bool comparing) {
+  for (const Listing::Item& item : listing_.items()) {
+    const std::string name(listing_.name(item));
+    const unsigned type = typeOf(directory, name, item.type);
+    if (walk_.rules.excludes(pathOf(name), type == DT_DIR)) continue;
+    if (type == DT_DIR)
+      addSubdirectory(name);
+    else if (type != DT_REG)
+      addOther(directory, name);
+    else if (comparing)
+      listFile(directory, name);
+    else
+      addFile(directory, name);
+  }
+}
+
+// What was there when the manifest was made.
+void Walker::removeGone() {
+  for (const auto& [name, wasDirectory] : before_->rest())
+    if (!walk_.rules.excludes(pathOf(name), wasDirectory)) putName(Record::Remove, name);
+}
+
+void Walker::runSome(int directory, const Job& job) {
+  remembers_ = false;
+  flags_ = 0;
+  begin();
+  for (const std::string& name : job.names) {
+    struct stat status {};
+    if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+      walk_.problems.addVanished(pathOf(name));
+      continue;
+    }
+    // Others may have been links to what there was.
+    if (walk_.before != nullptr && status.st_nlink > 1) walk_.distrusted = true;
+    if (S_ISREG(status.st_mode))
+      addFile(directory, name);
+    else if (!S_ISDIR(status.st_mode))
+      addOther(directory, name);
+  }
+  endDirectory(directory);
+}
+
+// Where only differences are sent, a directory is begun by the first of them.
+void Walker::begin() {
+  if (begun_) return;
+  begun_ = true;
+  stream_.makeRoom(path_.size() + 16);
+  stream_.begin(Record::DirBegin);
+  putText(stream_.buffer(), path_);
+  putNumber(stream_.buffer(), flags_);
+}
+
+void Walker::endDirectory(int directory) {
+  begin();
+  struct stat status {};
+  ::fstat(directory, &status);
+  Entry entry = entryOf({}, status);
+  takeAttributes(AttributePlace(directory), path_, entry);
+  stream_.makeRoom(recordSize(entry));
+  stream_.begin(Record::DirEnd);
+  putEntry(stream_.buffer(), entry);
+}
+
+void Walker::putName(Record record, const std::string& name) {
+  begin();
+  stream_.makeRoom(name.size() + 16);
+  stream_.begin(record);
+  putText(stream_.buffer(), name);
+}
+
+std::optional<Known> Walker::knownBefore(const std::string& name) {
+  return before_ ? before_->find(name) : std::nullopt;
+}
+
+void Walker::remember(const std::string& name, const Known& known) {
+  if (!remembers_) return;
+  part_.add(name, known);
+  if (!part_.large()) return;
+  walk_.after->add(part_);
+  part_.beginAgain();
+}
+
+void Walker::addSubdirectory(const std::string& name) {
+  const std::optional<Known> before = knownBefore(name);
+  if (!before || !S_ISDIR(before->mode)) putName(Record::Dir, name);
+  Known known;
+  known.mode = S_IFDIR;
+  remember(name, known);
+  walk_.queue.add({pathOf(name), {}});
+}
+
+void Walker::takeAttributes(const AttributePlace& place, const std::string& path, Entry& entry) {
+  std::string problem;
+  if (!readAttributes(place, walk_.kinds, entry.attributes, problem))
+    walk_.problems.add(path, problem);
+}
+
+bool Walker::isUnchanged(const std::optional<Known>& before, const struct stat& status) const {
+  return before && unchanged(*before, status) &&
+         !walk_.before->suspects(status.st_dev, status.st_ino);
+}
+
+// Only the first name of a file carries it over; the other end keeps what has
+// this name until the links are made.
+bool Walker::isFurtherName(const struct stat& status, const std::string& name,
+                           const std::optional<Known>& before) {
+  if (status.st_nlink < 2) return false;
+  const std::string own = pathOf(name);
+  const auto first = walk_.links.meet(status.st_dev, status.st_ino, own);
+  if (!first) return false;
+  if (!first->changed && isUnchanged(before, status)) {
+    remember(name, *before);
+    return true;
+  }
+  putName(Record::Keep, name);
+  walk_.links.addLink(own, first->path);
+  remember(name, knownOf(status));
+  return true;
+}
+
+// The other end has it as it is.
+bool Walker::passOver(const struct stat& status, const std::string& name,
+                      const std::optional<Known>& before) {
+  if (!isUnchanged(before, status)) return false;
+  if (status.st_nlink > 1) walk_.links.setUnchanged(status.st_dev, status.st_ino);
+  if (S_ISREG(status.st_mode)) walk_.bytesDone += static_cast<std::uint64_t>(status.st_size);
+  remember(name, *before);
+  return true;
+}
+
+void Walker::addFile(int directory, const std::string& name) {
+  const std::optional<Known> before = knownBefore(name);
+  struct stat status {};
+  if (before && ::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+      S_ISREG(status.st_mode) && isUnchanged(before, status)) {
+    walk_.bytesKnown += static_cast<std::uint64_t>(status.st_size);
+    if (!isFurtherName(status, name, before)) passOver(status, name, before);
+    return;
+  }
+  const Descriptor file = openEntry(directory, name, O_RDONLY);
+  if (!file.open()) {
+    const int error = errno;
+    if (error == ENOENT) return walk_.problems.addVanished(pathOf(name));
+    if (error == ELOOP) return addOther(directory, name);
+    walk_.problems.add(pathOf(name), because("cannot open it"));
+    return putName(Record::Keep, name);
+  }
+  if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
+    return addOther(directory, name);
+  walk_.bytesKnown += static_cast<std::uint64_t>(status.st_size);
+  if (!isFurtherName(status, name, before)) sendFile(file.get(), status, name, before);
+}
+
+void Walker::sendFile(int file, const struct stat& status, const std::string& name,
+                      const std::optional<Known>& before) {
+  Known known = knownOf(status);  // before it is read: a change from here on shows
+  Entry entry = entryOf(name, status);
+  takeAttributes(AttributePlace(file), pathOf(name), entry);
+  begin();
+  const bool sameFile = before && S_ISREG(before->mode) && before->device == status.st_dev &&
+                        before->inode == status.st_ino;
+  Sent sent;
+  if (sameFile && !before->blocks.empty() && entry.size >= kLargeFile) {
+    sent = contents_.sendPatch(file, status, entry, before->blocks);
+  } else if (sameFile && before->digest && sameApartFromChangeTime(*before, status) &&
+             contents_.digest(file, status) == before->digest) {
+    stream_.makeRoom(recordSize(entry));
+    stream_.begin(Record::Update);
+    putEntry(stream_.buffer(), entry);
+    sent.good = true;
+    sent.digest = before->digest;
+  } else {
+    sent = contents_.send(file, status, entry);
+  }
+  if (!sent.good) {
+    walk_.problems.add(pathOf(name), because("cannot read it"));
+    return putName(Record::Keep, name);
+  }
+  known.digest = sent.digest;
+  known.blocks = std::move(sent.blocks);
+  remember(name, known);
+}
+
+bool Walker::readLink(int directory, const std::string& name, Entry& entry) {
+  target_.resize(kLongestTarget + 1);
+  const ssize_t size = ::readlinkat(directory, name.c_str(), target_.data(), target_.size());
+  if (size <= 0 || static_cast<size_t>(size) > kLongestTarget) {
+    if (size < 0 && (errno == ENOENT || errno == EINVAL))
+      walk_.problems.addVanished(pathOf(name));
+    else
+      walk_.problems.add(pathOf(name), because("cannot read the symbolic link"));
+    return false;
+  }
+  entry.target = std::string_view(target_).substr(0, static_cast<size_t>(size));
+  return true;
+}
+
+void Walker::addOther(int directory, const std::string& name) {
+  const std::optional<Known> before = knownBefore(name);
+  struct stat status {};
+  if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (errno == ENOENT) return walk_.problems.addVanished(pathOf(name));
+    walk_.problems.add(pathOf(name), because("cannot look at it"));
+    return putName(Record::Keep, name);
+  }
+  // Became something else since its directory was read: the next pass has it.
+  if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode))
+    return walk_.problems.addVanished(pathOf(name));
+  if (isFurtherName(status, name, before) || passOver(status, name, before)) return;
+  const Known known = knownOf(status);
+  Entry entry = entryOf(name, status);
+  if (S_ISLNK(status.st_mode) && !readLink(directory, name, entry)) return;
+  takeAttributes(AttributePlace(directory, name), pathOf(name), entry);
+  begin();
+  stream_.makeRoom(recordSize(entry));
+  stream_.begin(Record::Other);
+  putEntry(stream_.buffer(), entry);
+  remember(name, known);
+}
+
+// For the comparing pass: contents are sent when they are asked for.
+void Walker::listFile(int directory, const std::string& name) {
+  struct stat status {};
+  if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+      !S_ISREG(status.st_mode))
+    return addOther(directory, name);
+  walk_.bytesKnown += static_cast<std::uint64_t>(status.st_size);
+  if (isFurtherName(status, name, std::nullopt)) return;
+  const Known known = knownOf(status);
+  Entry entry = entryOf(name, status);
+  takeAttributes(AttributePlace(directory, name), pathOf(name), entry);
+  stream_.makeRoom(recordSize(entry));
+  stream_.begin(Record::Listed);
+  putEntry(stream_.buffer(), entry);
+  putNumber(stream_.buffer(), status.st_nlink > 1 ? kHasLinks : 0);
+  remember(name, known);
+}
+
+}  // namespace engine

@@ -1,0 +1,167 @@
+#include "share/rsync/engine_ends.h"
+
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <future>
+#include <string_view>
+#include <thread>
+
+#include "share/engine/problems.h"
+#include "share/engine/receiver.h"
+#include "share/engine/sender.h"
+#include "share/engine/wire.h"
+#include "share/rsync/child.h"
+#include "share/rsync/failure.h"
+#include "share/rsync/file_systems.h"
+#include "share/rsync/progress.h"
+
+namespace qxrsync {
+
+namespace {
+
+constexpr std::chrono::milliseconds kBarInterval{100};
+constexpr int kAlmostAll = 99;  // per cent; a hundred is said at the end only
+constexpr mode_t kNewDestination = 0700;
+// What is in it is of no use after a restart of the machine.
+constexpr const char* kReceiverFolder = "/run/qxlinmigrate";
+
+// Within the agent's own, which goes when the agent goes and is never copied.
+std::string senderFolder() {
+  const char* folder = std::getenv("QXA_TMPDIR");
+  return folder == nullptr || *folder == '\0' ? std::string() : std::string(folder) + "/engine";
+}
+
+// Threads of a run that has failed may still wait for the channel, and end with the
+// process only; nothing that they use may be taken down before.
+[[noreturn]] void endWithout(int status, const std::string& text) {
+  engine::writeErrorLine(text);
+  ::_exit(status);
+}
+
+[[noreturn]] void endAfter(const std::exception_ptr& error) {
+  try {
+    std::rethrow_exception(error);
+  } catch (const Failure& failure) {
+    endWithout(failure.status(), failure.what());
+  } catch (const engine::ProtocolError& problem) {
+    endWithout(exitProtocol, problem.what());
+  } catch (const std::exception& problem) {
+    endWithout(exitSystem, problem.what());
+  }
+}
+
+void writeLine(std::string_view text, bool mayWait) {
+  pollfd output{STDOUT_FILENO, POLLOUT, 0};
+  if (!mayWait && (::poll(&output, 1, 0) != 1 || (output.revents & POLLOUT) == 0)) return;
+  while (!text.empty()) {
+    const ssize_t count = ::write(STDOUT_FILENO, text.data(), text.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return;  // nobody reads it: no reason to stop the transfer
+    text.remove_prefix(static_cast<size_t>(count));
+  }
+}
+
+// The share of what is in use on the sender's file systems, as far as that is
+// known; of what the sender has met otherwise.
+int percentOf(const engine::Reached& reached, std::uint64_t usedBytes) {
+  const std::uint64_t whole = std::max(usedBytes, reached.bytesKnown);
+  if (whole == 0) return 0;
+  const double share = static_cast<double>(reached.bytesDone) / static_cast<double>(whole);
+  return std::min(static_cast<int>(share * 100), kAlmostAll);
+}
+
+void makeDestination(const std::string& destination) {
+  struct stat status {};
+  if (::mkdir(destination.c_str(), kNewDestination) == 0 ||
+      (::stat(destination.c_str(), &status) == 0 && S_ISDIR(status.st_mode)))
+    return;
+  if (errno == 0) errno = ENOTDIR;
+  throw systemFailure(exitFileSelection, "cannot make the directory '" + destination + "'");
+}
+
+class Bar {
+ public:
+  Bar(bool wanted, std::uint64_t usedBytes) : wanted_(wanted), usedBytes_(usedBytes) {}
+
+  void show(const engine::Reached& reached) {
+    const std::string bar = renderBar(reached.bytesDone, percentOf(reached, usedBytes_));
+    if (!wanted_ || bar == shown_) return;
+    shown_ = bar;
+    writeLine(bar + "\r", false);
+  }
+
+  void finish(const engine::Reached& reached, int status) {
+    if (!wanted_) return;
+    const int percent = status == 0 ? 100 : percentOf(reached, usedBytes_);
+    writeLine(renderBar(reached.bytesDone, percent) + "\n", true);
+  }
+
+ private:
+  bool wanted_;
+  std::uint64_t usedBytes_;
+  std::string shown_;
+};
+
+}  // namespace
+
+int fillByEngine(const EngineTask& task, Channel& channel, const Offer& agreed, bool progressBar) {
+  makeDestination(task.destination);
+  engine::ReceiverSetup setup;
+  setup.in = channel.in.get();
+  setup.out = channel.out.get();
+  setup.root = task.destination;
+  setup.patterns = task.patterns;
+  setup.accessLists = agreed.acls;
+  setup.attributes = agreed.xattrs;
+  setup.keepsNanoseconds = keepsNanoseconds(task.destination);
+  setup.folder = kReceiverFolder;
+  engine::Receiver receiver(setup);
+
+  // Before the threads, which are to have them blocked.
+  const SignalsHeld signals;
+  std::packaged_task<int()> work([&] { return receiver.run(); });
+  std::future<int> result = work.get_future();
+  std::thread thread(std::move(work));
+  Bar bar(progressBar, agreed.usedBytes);
+  while (result.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+    const std::optional<int> signal = signals.next(kBarInterval);
+    if (signal && *signal != SIGCHLD) {
+      receiver.abandon();
+      endWithout(exitSignal, "stopped by a signal; files that were not whole are removed");
+    }
+    bar.show(receiver.reached());
+  }
+  thread.join();
+  try {
+    const int status = result.get();
+    bar.finish(receiver.reached(), status);
+    return status;
+  } catch (...) {
+    endAfter(std::current_exception());
+  }
+}
+
+int serveByEngine(const std::string& served, const Offer& agreed) {
+  try {
+    engine::SenderSetup setup;
+    setup.in = STDIN_FILENO;
+    setup.out = STDOUT_FILENO;
+    setup.root = served;
+    setup.accessLists = agreed.acls;
+    setup.attributes = agreed.xattrs;
+    setup.folder = senderFolder();
+    return engine::runSender(setup);
+  } catch (...) {
+    endAfter(std::current_exception());
+  }
+}
+
+}  // namespace qxrsync

@@ -1,0 +1,23 @@
+#ifndef QX_SHARE_RSYNC_ENGINE_ENDS_H
+#define QX_SHARE_RSYNC_ENGINE_ENDS_H
+
+#include "share/rsync/engine_choice.h"
+#include "share/rsync/handover.h"
+#include "share/rsync/prelude.h"
+
+namespace qxrsync {
+
+// The engine at either end of a channel on which both have agreed to it. Both
+// return the exit status and throw Failure; none of them starts a process.
+
+/// Fills the destination, with the progress bar if wanted. On a signal that ends
+/// or stops a run, files that are not whole are removed and the process ends with
+/// status 20.
+int fillByEngine(const EngineTask& task, Channel& channel, const Offer& agreed, bool progressBar);
+
+/// Sends what is served over standard input and output.
+int serveByEngine(const std::string& served, const Offer& agreed);
+
+}  // namespace qxrsync
+
+#endif  // QX_SHARE_RSYNC_ENGINE_ENDS_H
