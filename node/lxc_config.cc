@@ -103,6 +103,9 @@ HostFacts readHostFacts(const Container& container) {
   const ssize_t length = readlink("/proc/self/exe", self, sizeof self);
   if (length <= 0) failErrno("cannot find the path of this program");
   facts.qxctl.assign(self, static_cast<size_t>(length));
+  // As the kernel calls a program that was replaced while it ran, by an upgrade.
+  constexpr std::string_view kReplaced = " (deleted)";
+  if (facts.qxctl.ends_with(kReplaced)) facts.qxctl.resize(facts.qxctl.size() - kReplaced.size());
   facts.device = mountSource(readFile("/proc/self/mountinfo").value_or(""), container.tree());
   return facts;
 }

@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
+#include <thread>
 
 #include "host/error.h"
 #include "host/file.h"
@@ -31,6 +33,7 @@ namespace {
 
 constexpr int kKillSeconds = 30;
 constexpr int kAskAgainSeconds = 2;
+constexpr int kLeaveSeconds = 10;
 
 std::string logPath(unsigned id) { return lxcPlace(id, "log"); }
 
@@ -119,11 +122,22 @@ void askInit(const Container& container) {
   }
 }
 
+/// After a start that failed: LXC's monitor may still be leaving the mounts, and may not
+/// have come as far as being recorded.
 void unmountQuietly(const Container& container) {
-  try {
-    if (isMounted(container) || treeIsMounted(container.privateArea)) umountContainer(container);
-  } catch (const Error& error) {
-    fprintf(stderr, "qxctl: warning: %s\n", error.what());
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point end = Clock::now() + std::chrono::seconds(kLeaveSeconds);
+  for (;;) {
+    try {
+      if (isMounted(container) || treeIsMounted(container.privateArea)) umountContainer(container);
+      return;
+    } catch (const Error& error) {
+      if (error.code() != ExitCode::kBusy || Clock::now() >= end) {
+        fprintf(stderr, "qxctl: warning: %s\n", error.what());
+        return;
+      }
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
 }
 
@@ -153,9 +167,9 @@ Outcome startContainer(const Container& container) {
            lastComplaints(container.id).c_str());
     }
   } catch (const Error&) {
-    forgetRun(container.id);
     // A mount with mapped owners is of no use to anyone else.
     if (!wasMounted || map) unmountQuietly(container);
+    forgetRun(container.id);
     throw;
   }
   return Outcome::kDone;
