@@ -10,10 +10,13 @@
 #include "host/file.h"
 #include "host/id_map.h"
 #include "host/interfaces.h"
+#include "host/mounts.h"
 #include "host/paths.h"
 #include "host/text.h"
 #include "node/cgroups.h"
+#include "node/confinement.h"
 #include "node/resources.h"
+#include "node/run_record.h"
 
 namespace node {
 namespace {
@@ -51,7 +54,8 @@ void addNetwork(LxcItems& items, const Container& container) {
 
 void addSecurity(LxcItems& items, const Container& container, const HostFacts& facts) {
   items.emplace_back("lxc.include", kLxcCommonConfig);
-  if (const std::optional<IdMap> map = idMapOf(container)) {
+  const std::optional<IdMap> map = idMapOf(container);
+  if (map) {
     items.emplace_back("lxc.include", kLxcUserNamespaceConfig);
     for (const char kind : {'u', 'g'}) {
       items.emplace_back("lxc.idmap", textf("%c 0 %u %u", kind, map->first, map->count));
@@ -60,9 +64,16 @@ void addSecurity(LxcItems& items, const Container& container, const HostFacts& f
     // what guests take for leave to mount file systems of the host's kernel.
     items.emplace_back("lxc.cap.drop", "mac_admin mac_override sys_time sys_module sys_rawio");
   }
+  if (!map) items.emplace_back("lxc.seccomp.profile", lxcPlace(container.id, kSeccompFile));
   if (facts.appArmor) {
     items.emplace_back("lxc.apparmor.profile", "generated");
-    items.emplace_back("lxc.apparmor.allow_nesting", "1");
+    // Nesting allows every mount of /proc and /sys, which root of a user namespace may
+    // well have: its /proc and /sys obey the namespace.
+    if (map) {
+      items.emplace_back("lxc.apparmor.allow_nesting", "1");
+    } else {
+      for (const std::string& rule : mountRules()) items.emplace_back("lxc.apparmor.raw", rule);
+    }
   }
   // The guest's init mounts the control groups itself, those of its own
   // namespace. The shared configuration would put the host's kind there.
@@ -83,7 +94,7 @@ void addGroups(LxcItems& items, const Container& container) {
 
 }  // namespace
 
-HostFacts readHostFacts() {
+HostFacts readHostFacts(const Container& container) {
   HostFacts facts;
   facts.cgroups = readCgroupLayout();
   facts.appArmor =
@@ -92,6 +103,10 @@ HostFacts readHostFacts() {
   const ssize_t length = readlink("/proc/self/exe", self, sizeof self);
   if (length <= 0) failErrno("cannot find the path of this program");
   facts.qxctl.assign(self, static_cast<size_t>(length));
+  // As the kernel calls a program that was replaced while it ran, by an upgrade.
+  constexpr std::string_view kReplaced = " (deleted)";
+  if (facts.qxctl.ends_with(kReplaced)) facts.qxctl.resize(facts.qxctl.size() - kReplaced.size());
+  facts.device = mountSource(readFile("/proc/self/mountinfo").value_or(""), container.tree());
   return facts;
 }
 
@@ -130,6 +145,12 @@ LxcItems lxcItems(const Container& container, const HostFacts& facts) {
   if (!hostname.empty()) items.emplace_back("lxc.uts.name", hostname.substr(0, hostname.find('.')));
   const std::string halt = haltSignal(container);
   if (!halt.empty()) items.emplace_back("lxc.signal.halt", halt);
+  // The quota tools inside find their file system by its device. The rules for devices
+  // let nobody in there read or write it.
+  if (facts.device.starts_with("/dev/") && !idMapOf(container)) {
+    items.emplace_back("lxc.mount.entry", textf("%s %s none bind,create=file,optional 0 0",
+                                                facts.device.c_str(), facts.device.c_str() + 1));
+  }
   // They keep ID.init right also when the guest reboots or ends by itself.
   items.emplace_back("lxc.hook.start-host", facts.qxctl + " hook");
   items.emplace_back("lxc.hook.post-stop", facts.qxctl + " hook");

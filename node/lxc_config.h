@@ -17,6 +17,7 @@ namespace node {
 inline constexpr char kLxcCommonConfig[] = "/usr/share/lxc/config/common.conf";
 /// What it says otherwise for containers with a user namespace.
 inline constexpr char kLxcUserNamespaceConfig[] = "/usr/share/lxc/config/userns.conf";
+inline constexpr char kLxcSeccomp[] = "/usr/share/lxc/config/common.seccomp";
 inline constexpr char kDefaultBridge[] = "qxbr0";
 
 /// What the configuration depends on beside the container.
@@ -24,9 +25,10 @@ struct HostFacts {
   CgroupLayout cgroups;
   bool appArmor = false;  ///< the kernel enforces AppArmor profiles
   std::string qxctl;      ///< absolute path of this program, for the hooks
+  std::string device;     ///< what the container's tree is mounted from; empty if it is not
 };
 /// Throws Error.
-HostFacts readHostFacts();
+HostFacts readHostFacts(const Container& container);
 
 /// The name under which LXC knows the container: its hooks are called with it.
 std::string lxcName(unsigned id);

@@ -18,6 +18,7 @@
 #include "host/lock.h"
 #include "host/settings.h"
 #include "host/used_addresses.h"
+#include "host/host_security.h"
 
 namespace agent {
 
@@ -122,6 +123,7 @@ NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params) {
     facts.cgroupV1 = facts.cgroupV1 || mount.type == "cgroup";
     facts.cgroupV2 = facts.cgroupV2 || mount.type == "cgroup2";
   }
+  facts.weaknesses = host::hostWarnings(host::readHostSecurity());
   return facts;
 }
 

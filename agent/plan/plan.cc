@@ -58,6 +58,8 @@ class Checks {
     nested();
     hostname();
     memory();
+    // They hold for every container of the node: no reason to think twice about this one.
+    for (const std::string& weakness : facts_.node.weaknesses) note("The node: " + weakness + ".");
     for (const MeasureWarning& warning : facts_.measurement.warnings) warn(warning.text);
     for (const std::string& text : facts_.measurement.notes) note(text);
     for (const std::string& text : facts_.notes) note(text);
