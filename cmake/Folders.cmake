@@ -22,26 +22,37 @@ if(NOT CMAKE_CXX_CLANG_TIDY)
     $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-fno-gnu-unique>)
 endif()
 
-# qx_headers(FOLDER): target FOLDER_headers, which makes "FOLDER/..." includable.
+# qx_headers(FOLDER): target FOLDER_headers, which makes "FOLDER/..." includable. In
+# the names of targets a folder of a folder is written with an underscore.
 function(qx_headers folder)
-  set(root ${CMAKE_BINARY_DIR}/roots/${folder})
-  file(MAKE_DIRECTORY ${root})
+  string(REPLACE "/" "_" name ${folder})
+  set(root ${CMAKE_BINARY_DIR}/roots/${name})
+  cmake_path(GET folder PARENT_PATH parent)
+  file(MAKE_DIRECTORY ${root}/${parent})
   file(CREATE_LINK ${CMAKE_SOURCE_DIR}/${folder} ${root}/${folder} SYMBOLIC)
-  add_library(${folder}_headers INTERFACE)
-  target_include_directories(${folder}_headers INTERFACE ${root})
+  add_library(${name}_headers INTERFACE)
+  target_include_directories(${name}_headers INTERFACE ${root})
+endfunction()
+
+# qx_objects(FOLDER SEES folders... SOURCES files...): an object library of the
+# folder's name that sees the folder and those that it names.
+function(qx_objects folder)
+  cmake_parse_arguments(PART "" "" "SEES;SOURCES" ${ARGN})
+  string(REPLACE "/" "_" name ${folder})
+  qx_headers(${folder})
+  add_library(${name} OBJECT ${PART_SOURCES})
+  target_link_libraries(${name} PRIVATE qx_flags)
+  target_link_libraries(${name} PUBLIC ${name}_headers)
+  foreach(seen IN LISTS PART_SEES)
+    string(REPLACE "/" "_" seen ${seen})
+    target_link_libraries(${name} PUBLIC ${seen}_headers)
+  endforeach()
 endfunction()
 
 # qx_library_part(FOLDER SEES folders... SOURCES files...): an object library that
 # becomes part of libqxlinmigrate.so; everything hidden unless marked exported.
 function(qx_library_part folder)
-  cmake_parse_arguments(PART "" "" "SEES;SOURCES" ${ARGN})
-  qx_headers(${folder})
-  add_library(${folder} OBJECT ${PART_SOURCES})
-  target_link_libraries(${folder} PRIVATE qx_flags)
-  target_link_libraries(${folder} PUBLIC ${folder}_headers)
-  foreach(seen IN LISTS PART_SEES)
-    target_link_libraries(${folder} PUBLIC ${seen}_headers)
-  endforeach()
+  qx_objects(${folder} ${ARGN})
   set_target_properties(${folder} PROPERTIES
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 endfunction()

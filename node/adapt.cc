@@ -6,11 +6,11 @@
 #include <array>
 #include <cstdio>
 
-#include "node/error.h"
-#include "node/file.h"
-#include "node/paths.h"
+#include "host/error.h"
+#include "host/file.h"
+#include "host/paths.h"
+#include "host/text.h"
 #include "node/runscript.h"
-#include "node/text.h"
 
 namespace node {
 namespace {

@@ -4,7 +4,8 @@
 
 #include <string>
 
-#include "node/container.h"
+#include "host/container.h"
+#include "node/host.h"
 
 namespace node {
 

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 
-#include "node/error.h"
-#include "node/file.h"
-#include "node/text.h"
+#include "host/error.h"
+#include "host/file.h"
+#include "host/text.h"
+#include "node/host.h"
 
 namespace node {
 

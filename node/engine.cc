@@ -6,19 +6,19 @@
 
 #include <cerrno>
 
+#include "host/error.h"
+#include "host/file.h"
+#include "host/id_map.h"
+#include "host/interfaces.h"
+#include "host/mounts.h"
+#include "host/paths.h"
+#include "host/state.h"
+#include "host/users.h"
 #include "node/adapt.h"
-#include "node/error.h"
-#include "node/file.h"
-#include "node/id_map.h"
-#include "node/interfaces.h"
-#include "node/mounts.h"
-#include "node/paths.h"
 #include "node/private_area.h"
 #include "node/quota.h"
 #include "node/resources.h"
-#include "node/state.h"
 #include "node/storage.h"
-#include "node/users.h"
 
 namespace node {
 namespace {

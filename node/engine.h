@@ -4,7 +4,8 @@
 #ifndef QX_NODE_ENGINE_H
 #define QX_NODE_ENGINE_H
 
-#include "node/container.h"
+#include "host/container.h"
+#include "node/host.h"
 
 namespace node {
 

@@ -11,11 +11,12 @@
 #include <cstdio>
 #include <cstring>
 
-#include "node/error.h"
-#include "node/fd.h"
-#include "node/file.h"
-#include "node/process.h"
-#include "node/text.h"
+#include "host/error.h"
+#include "host/fd.h"
+#include "host/file.h"
+#include "host/process.h"
+#include "host/text.h"
+#include "node/host.h"
 
 namespace node {
 namespace {

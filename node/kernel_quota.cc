@@ -11,7 +11,7 @@
 #include <ctime>
 #include <limits>
 
-#include "node/error.h"
+#include "host/error.h"
 #include "node/storage.h"
 
 namespace node {

@@ -5,8 +5,9 @@
 #include <optional>
 #include <string>
 
-#include "node/container.h"
-#include "node/fd.h"
+#include "host/container.h"
+#include "host/fd.h"
+#include "node/host.h"
 #include "node/quota_table.h"
 
 namespace node {

@@ -7,13 +7,13 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "node/error.h"
+#include "host/error.h"
+#include "host/paths.h"
+#include "host/state.h"
+#include "host/text.h"
 #include "node/lxc_config.h"
 #include "node/lxc_engine.h"
 #include "node/lxc_handle.h"
-#include "node/paths.h"
-#include "node/state.h"
-#include "node/text.h"
 
 namespace node {
 namespace {

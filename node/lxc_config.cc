@@ -5,13 +5,13 @@
 
 #include <climits>
 
-#include "node/error.h"
-#include "node/file.h"
-#include "node/id_map.h"
-#include "node/interfaces.h"
-#include "node/paths.h"
+#include "host/error.h"
+#include "host/file.h"
+#include "host/id_map.h"
+#include "host/interfaces.h"
+#include "host/paths.h"
+#include "host/text.h"
 #include "node/resources.h"
-#include "node/text.h"
 
 namespace node {
 namespace {

@@ -6,8 +6,9 @@
 #include <utility>
 #include <vector>
 
+#include "host/container.h"
 #include "node/cgroups.h"
-#include "node/container.h"
+#include "node/host.h"
 
 namespace node {
 

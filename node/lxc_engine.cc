@@ -8,19 +8,19 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/error.h"
+#include "host/file.h"
+#include "host/id_map.h"
+#include "host/interfaces.h"
+#include "host/paths.h"
+#include "host/state.h"
+#include "host/text.h"
 #include "node/adapt.h"
-#include "node/error.h"
-#include "node/file.h"
-#include "node/id_map.h"
-#include "node/interfaces.h"
 #include "node/lxc_config.h"
 #include "node/lxc_handle.h"
-#include "node/paths.h"
 #include "node/private_area.h"
 #include "node/resources.h"
-#include "node/state.h"
 #include "node/storage.h"
-#include "node/text.h"
 
 namespace node {
 namespace {

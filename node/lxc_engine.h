@@ -8,8 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "node/container.h"
+#include "host/container.h"
 #include "node/engine.h"
+#include "node/host.h"
 
 namespace node {
 

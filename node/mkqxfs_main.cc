@@ -3,9 +3,9 @@
 #include <cstring>
 #include <string>
 
-#include "node/container.h"
-#include "node/error.h"
-#include "node/paths.h"
+#include "host/container.h"
+#include "host/error.h"
+#include "host/paths.h"
 #include "node/private_area.h"
 #include "node/storage.h"
 #include "node/tool_main.h"

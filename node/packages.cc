@@ -1,9 +1,9 @@
 #include "node/packages.h"
 
-#include "node/error.h"
-#include "node/state.h"
+#include "host/error.h"
+#include "host/state.h"
+#include "host/text.h"
 #include "node/template.h"
-#include "node/text.h"
 
 namespace node {
 

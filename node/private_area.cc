@@ -8,13 +8,13 @@
 #include <cerrno>
 #include <ctime>
 
-#include "node/error.h"
-#include "node/file.h"
-#include "node/mounts.h"
-#include "node/paths.h"
-#include "node/process.h"
+#include "host/error.h"
+#include "host/file.h"
+#include "host/mounts.h"
+#include "host/paths.h"
+#include "host/process.h"
+#include "host/text.h"
 #include "node/template.h"
-#include "node/text.h"
 
 namespace node {
 namespace {

@@ -10,7 +10,8 @@
 #include <optional>
 #include <string>
 
-#include "node/container.h"
+#include "host/container.h"
+#include "node/host.h"
 #include "node/storage.h"
 
 namespace node {

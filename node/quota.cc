@@ -7,11 +7,11 @@
 #include <cstdio>
 #include <limits>
 
-#include "node/error.h"
-#include "node/file.h"
+#include "host/error.h"
+#include "host/file.h"
+#include "host/paths.h"
+#include "host/text.h"
 #include "node/kernel_quota.h"
-#include "node/paths.h"
-#include "node/text.h"
 
 namespace node {
 namespace {

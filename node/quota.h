@@ -6,7 +6,8 @@
 #include <variant>
 #include <vector>
 
-#include "node/container.h"
+#include "host/container.h"
+#include "node/host.h"
 #include "node/quota_table.h"
 
 namespace node {

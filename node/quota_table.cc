@@ -2,8 +2,9 @@
 
 #include <limits>
 
-#include "node/error.h"
-#include "node/text.h"
+#include "host/error.h"
+#include "host/text.h"
+#include "node/host.h"
 
 namespace node {
 namespace {

@@ -5,16 +5,16 @@
 #include <string>
 #include <vector>
 
+#include "host/container.h"
+#include "host/error.h"
+#include "host/lock.h"
+#include "host/state.h"
 #include "node/adapt.h"
-#include "node/container.h"
 #include "node/engine.h"
-#include "node/error.h"
-#include "node/lock.h"
 #include "node/lxc_engine.h"
 #include "node/report.h"
 #include "node/runscript.h"
 #include "node/set_variables.h"
-#include "node/state.h"
 #include "node/tool_main.h"
 
 namespace {

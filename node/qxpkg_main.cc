@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "node/container.h"
-#include "node/error.h"
+#include "host/container.h"
+#include "host/error.h"
 #include "node/packages.h"
 #include "node/tool_main.h"
 

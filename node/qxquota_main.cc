@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "node/error.h"
+#include "host/error.h"
 #include "node/quota.h"
 
 namespace {

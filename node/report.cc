@@ -3,10 +3,10 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
-#include "node/id_map.h"
-#include "node/mounts.h"
-#include "node/state.h"
-#include "node/text.h"
+#include "host/id_map.h"
+#include "host/mounts.h"
+#include "host/state.h"
+#include "host/text.h"
 
 namespace node {
 namespace {

@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "node/container.h"
+#include "host/container.h"
+#include "node/host.h"
 #include "node/private_area.h"
 #include "node/resources.h"
 #include "node/storage.h"

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
-#include "node/error.h"
-#include "node/text.h"
+#include "host/error.h"
+#include "host/text.h"
 
 namespace node {
 namespace {

@@ -11,8 +11,9 @@
 #include <string_view>
 #include <vector>
 
+#include "host/container.h"
 #include "node/cgroups.h"
-#include "node/container.h"
+#include "node/host.h"
 
 namespace node {
 

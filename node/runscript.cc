@@ -13,12 +13,12 @@
 #include <csignal>
 #include <cstring>
 
-#include "node/error.h"
-#include "node/file.h"
+#include "host/error.h"
+#include "host/file.h"
+#include "host/state.h"
+#include "host/text.h"
 #include "node/sandbox.h"
-#include "node/state.h"
 #include "node/storage.h"
-#include "node/text.h"
 
 namespace node {
 namespace {

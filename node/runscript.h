@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "node/container.h"
+#include "host/container.h"
+#include "node/host.h"
 
 namespace node {
 

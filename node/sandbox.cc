@@ -15,10 +15,11 @@
 #include <climits>
 #include <vector>
 
-#include "node/error.h"
-#include "node/fd.h"
-#include "node/file.h"
-#include "node/text.h"
+#include "host/error.h"
+#include "host/fd.h"
+#include "host/file.h"
+#include "host/text.h"
+#include "node/host.h"
 
 namespace node {
 namespace {

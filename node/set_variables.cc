@@ -5,12 +5,12 @@
 #include <cctype>
 #include <optional>
 
-#include "node/address.h"
-#include "node/error.h"
-#include "node/file.h"
-#include "node/interfaces.h"
+#include "host/address.h"
+#include "host/error.h"
+#include "host/file.h"
+#include "host/interfaces.h"
+#include "host/text.h"
 #include "node/resources.h"
-#include "node/text.h"
 
 namespace node {
 namespace {

@@ -7,8 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include "node/container.h"
-#include "node/shell_vars.h"
+#include "host/container.h"
+#include "host/shell_vars.h"
+#include "node/host.h"
 
 namespace node {
 

@@ -13,14 +13,14 @@
 #include <cstdio>
 #include <cstring>
 
-#include "node/error.h"
+#include "host/error.h"
+#include "host/file.h"
+#include "host/mounts.h"
+#include "host/paths.h"
+#include "host/process.h"
+#include "host/text.h"
 #include "node/ext4_image.h"
-#include "node/file.h"
-#include "node/mounts.h"
-#include "node/paths.h"
-#include "node/process.h"
 #include "node/resources.h"
-#include "node/text.h"
 
 namespace node {
 namespace {

@@ -12,7 +12,8 @@
 #include <optional>
 #include <string>
 
-#include "node/container.h"
+#include "host/container.h"
+#include "node/host.h"
 
 namespace node {
 

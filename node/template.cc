@@ -2,10 +2,11 @@
 
 #include <array>
 
-#include "node/error.h"
-#include "node/file.h"
-#include "node/paths.h"
-#include "node/process.h"
+#include "host/error.h"
+#include "host/file.h"
+#include "host/paths.h"
+#include "host/process.h"
+#include "node/host.h"
 
 namespace node {
 namespace {

@@ -3,8 +3,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "node/error.h"
-#include "node/text.h"
+#include "host/error.h"
+#include "host/text.h"
+#include "node/host.h"
 
 namespace node {
 

@@ -5,9 +5,9 @@
 
 #include <stdexcept>
 
-#include "agent/channels.h"
-#include "agent/message_fields.h"
-#include "agent/operator_registry.h"
+#include "agent/wire/channels.h"
+#include "agent/wire/message_fields.h"
+#include "agent/wire/operator_registry.h"
 #include "framework/errors.h"
 #include "framework/migrate_params.h"
 #include "framework/runner.h"

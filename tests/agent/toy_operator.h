@@ -5,8 +5,8 @@
 #include <atomic>
 #include <string>
 
-#include "agent/message.h"
-#include "agent/transport.h"
+#include "agent/transport/transport.h"
+#include "agent/wire/message.h"
 #include "framework/op_factory.h"
 
 namespace toy {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "agent/local_transport.h"
+#include "agent/transport/local_transport.h"
 #include "fixtures/fake_workers.h"
 #include "fixtures/local_ends.h"
 #include "fixtures/served.h"

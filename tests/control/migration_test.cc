@@ -1,6 +1,6 @@
 // Whole migrations: the framework drives a controller that the kit made, its ends
 // are proxies, and behind them operators call workers.
-#include "agent/migration.h"
+#include "agent/programs/migration.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "agent/access.h"
-#include "agent/request_context.h"
+#include "agent/framework/access.h"
+#include "agent/wire/request_context.h"
 #include "control/control.h"
 
 // A request's context that is its own progress handler.

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "agent/message.h"
+#include "agent/wire/message.h"
 #include "frame/deserialize_operator.h"
 #include "frame/deserializer_agent.h"
 #include "frame/serialize_operator.h"

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "agent/channels.h"
-#include "agent/message.h"
+#include "agent/wire/channels.h"
+#include "agent/wire/message.h"
 #include "fixtures/fake_workers.h"
 #include "fixtures/local_ends.h"
 #include "fixtures/served.h"

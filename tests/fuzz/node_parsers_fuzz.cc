@@ -8,23 +8,23 @@
 #include <cstdlib>
 #include <string>
 
-#include "node/error.h"
-#include "node/leases.h"
-#include "node/lock.h"
-#include "node/mounts.h"
-#include "node/netlink.h"
+#include "host/error.h"
+#include "host/leases.h"
+#include "host/lock.h"
+#include "host/mounts.h"
+#include "host/netlink.h"
+#include "host/shell_vars.h"
+#include "host/state.h"
 #include "node/quota_table.h"
 #include "node/runscript.h"
-#include "node/shell_vars.h"
-#include "node/state.h"
 
 namespace {
 
 void shellVars(const std::string& text) {
   std::string again;
-  const node::ShellVars vars = node::parseShellVars(text, {{"VEID", "101"}});
-  for (const auto& [name, value] : vars) again += name + "=" + node::shellQuoted(value) + "\n";
-  if (node::parseShellVars(again) != vars) abort();
+  const host::ShellVars vars = host::parseShellVars(text, {{"VEID", "101"}});
+  for (const auto& [name, value] : vars) again += name + "=" + host::shellQuoted(value) + "\n";
+  if (host::parseShellVars(again) != vars) abort();
 }
 
 void quotaTable(const std::string& text) {
@@ -39,20 +39,20 @@ void parse(char which, const std::string& text) {
     case 'q':
       return quotaTable(text);
     case 'm':
-      node::parseMountPoints(text);
+      host::parseMountPoints(text);
       return;
     case 'n':
-      node::parseLinks(text);
-      node::parseAddresses(text);
+      host::parseLinks(text);
+      host::parseAddresses(text);
       return;
     case 'l':
-      node::dhclientLeaseGrants(text, "eth0", "192.0.2.7");
-      node::keyValueLeaseGrants(text, "192.0.2.7");
+      host::dhclientLeaseGrants(text, "eth0", "192.0.2.7");
+      host::keyValueLeaseGrants(text, "192.0.2.7");
       return;
     case 'i':
-      node::parseInitRecord(text);
-      node::parseStartTime(text);
-      node::parseLockHolder(text);
+      host::parseInitRecord(text);
+      host::parseStartTime(text);
+      host::parseLockHolder(text);
       return;
     default:
       node::scriptInterpreter(text);
@@ -67,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size == 0) return 0;
   try {
     parse(static_cast<char>(data[0]), std::string(data + 1, data + size));
-  } catch (const node::Error&) {
+  } catch (const host::Error&) {
     // Malformed text is refused so.
   }
   return 0;

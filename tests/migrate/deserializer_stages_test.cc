@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "agent/log_level.h"
+#include "agent/system/log_level.h"
 #include "fixtures/failing_fork.h"
 #include "quota/quota_dump.h"
 #include "workers.h"

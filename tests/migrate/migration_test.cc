@@ -1,7 +1,7 @@
 // A whole migration with the real workers on one scratch host: the framework
 // drives the controller, the proxies and the operators, and fake programs do the
 // work.
-#include "agent/migration.h"
+#include "agent/programs/migration.h"
 
 #include <unistd.h>
 

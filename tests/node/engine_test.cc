@@ -6,11 +6,11 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
-#include "node/error.h"
-#include "node/file.h"
+#include "host/error.h"
+#include "host/file.h"
+#include "host/state.h"
+#include "host/text.h"
 #include "node/private_area.h"
-#include "node/state.h"
-#include "node/text.h"
 #include "support/scratch_host.h"
 
 namespace {

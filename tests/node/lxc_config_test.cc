@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "node/error.h"
-#include "node/file.h"
+#include "host/error.h"
+#include "host/file.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "node/file.h"
-#include "node/text.h"
+#include "host/file.h"
+#include "host/text.h"
 #include "node_test/system_tree.h"
 #include "support/scratch_host.h"
 
@@ -45,10 +45,10 @@ std::string snapshot() {
     }
     struct stat st;
     EXPECT_EQ(stat(path.c_str(), &st), 0);
-    text += node::textf("%s %04o\n", path.c_str(), st.st_mode & 07777);
+    text += host::textf("%s %04o\n", path.c_str(), st.st_mode & 07777);
     if (S_ISREG(st.st_mode)) {
       const std::string content = test_support::readFile(path);
-      for (std::string_view line : node::splitLines(content)) {
+      for (std::string_view line : host::splitLines(content)) {
         text += (line.empty() ? "  |" : "  | " + std::string(line)) + "\n";
       }
     }
@@ -68,14 +68,14 @@ struct Case {
 // Returns what became of the tree, as seen from the machine.
 std::string migrate(const Case& which) {
   char name[] = "/tmp/qx-golden.XXXXXX";
-  const node::Fd result(mkostemp(name, O_CLOEXEC));
+  const host::Fd result(mkostemp(name, O_CLOEXEC));
   unlink(name);
   which.host.run([&] {
     // Whatever units the machine has, the tree has just those it names.
     ASSERT_EQ(system("mkdir -p /usr/lib/systemd/system"), 0);
     ASSERT_EQ(mount("none", "/usr/lib/systemd/system", "tmpfs", 0, nullptr), 0);
     for (const std::string& unit : which.units) {
-      node::replaceFile("/usr/lib/systemd/system/" + unit, "[Unit]\n", 0644);
+      host::replaceFile("/usr/lib/systemd/system/" + unit, "[Unit]\n", 0644);
     }
     std::vector<std::string> command{"/usr/bin/env", "-i", "PATH=/usr/sbin:/usr/bin"};
     command.insert(command.end(), which.environment.begin(), which.environment.end());
@@ -89,7 +89,7 @@ std::string migrate(const Case& which) {
     EXPECT_EQ(second.status, 0);
     EXPECT_EQ(second.out + second.err, "");
     EXPECT_EQ(snapshot(), once) << "the second run changed something";
-    EXPECT_TRUE(node::writeAll(result.get(), once));
+    EXPECT_TRUE(host::writeAll(result.get(), once));
   });
   std::string text(static_cast<size_t>(lseek(result.get(), 0, SEEK_END)), '\0');
   EXPECT_EQ(pread(result.get(), text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
@@ -99,7 +99,7 @@ std::string migrate(const Case& which) {
 void expectGolden(const Case& which) {
   const std::string text = migrate(which);
   const std::string golden = kGoldenDir + which.name + ".txt";
-  if (getenv("QX_UPDATE_GOLDEN") != nullptr) node::replaceFile(golden, text, 0644);
+  if (getenv("QX_UPDATE_GOLDEN") != nullptr) host::replaceFile(golden, text, 0644);
   EXPECT_EQ(text, test_support::readFile(golden)) << golden;
 }
 
@@ -396,7 +396,7 @@ TEST(DebianPostMigrate, RunsInAContainerThroughRunscript) {
                 HasSubstr("address 192.0.2.7\n    netmask 255.255.255.0\n"));
     EXPECT_THAT(test_support::readFile(tree + "/etc/hosts"),
                 HasSubstr("192.0.2.7 web.example.org web # qx\n"));
-    EXPECT_FALSE(node::exists("/etc/qx-changes")) << "the host was edited";
+    EXPECT_FALSE(host::exists("/etc/qx-changes")) << "the host was edited";
   });
 }
 

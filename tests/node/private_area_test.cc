@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "node/error.h"
-#include "node/file.h"
+#include "host/error.h"
+#include "host/file.h"
 #include "node/template.h"
 #include "node_test/system_tree.h"
 #include "support/scratch_host.h"

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "node/error.h"
+#include "host/error.h"
 
 namespace {
 
@@ -64,7 +64,7 @@ TEST(QuotaTable, MalformedLinesAreRefusedWithTheirNumber) {
     try {
       parseQuotaTable(text);
       ADD_FAILURE() << "accepted: " << text;
-    } catch (const node::Error& error) {
+    } catch (const host::Error& error) {
       EXPECT_EQ(error.what(), expected);
     }
   }

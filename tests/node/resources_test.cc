@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "node/error.h"
+#include "host/error.h"
 
 namespace {
 

@@ -12,10 +12,10 @@
 #include <csignal>
 #include <cstring>
 
-#include "node/error.h"
-#include "node/file.h"
-#include "node/mounts.h"
-#include "node/text.h"
+#include "host/error.h"
+#include "host/file.h"
+#include "host/mounts.h"
+#include "host/text.h"
 #include "node_test/system_tree.h"
 #include "support/scratch_host.h"
 

@@ -14,15 +14,15 @@
 
 #include <cstdlib>
 
+#include "host/error.h"
+#include "host/fd.h"
+#include "host/file.h"
+#include "host/mounts.h"
+#include "host/state.h"
 #include "node/engine.h"
-#include "node/error.h"
 #include "node/ext4_image.h"
-#include "node/fd.h"
-#include "node/file.h"
-#include "node/mounts.h"
 #include "node/private_area.h"
 #include "node/report.h"
-#include "node/state.h"
 #include "node_test/system_tree.h"
 #include "support/scratch_host.h"
 

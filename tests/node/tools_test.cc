@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "node/file.h"
-#include "node/mounts.h"
-#include "node/text.h"
+#include "host/file.h"
+#include "host/mounts.h"
+#include "host/text.h"
 #include "node_test/system_tree.h"
 #include "support/scratch_host.h"
 
@@ -55,15 +55,15 @@ TEST(Qxctl, LifeOfAContainerAsAMigrationLeadsIt) {
 
 TEST(Qxctl, HonoursTheLockUnlessToldToSkipIt) {
   ScratchHost().file(kConf, "").dir("/var/lib/qx/private/101/fs").dir("/var/lock/qx").run([] {
-    node::replaceFile("/var/lock/qx/101.lck", node::textf("%d\nmigrating\n", getpid()), 0644);
+    host::replaceFile("/var/lock/qx/101.lck", host::textf("%d\nmigrating\n", getpid()), 0644);
     const ToolResult refused = qxctl("mount", "101");
     EXPECT_EQ(refused.status, 9);
-    EXPECT_EQ(refused.err, node::textf("qxctl: container 101 is locked by process %d "
+    EXPECT_EQ(refused.err, host::textf("qxctl: container 101 is locked by process %d "
                                        "(migrating)\n",
                                        getpid()));
     EXPECT_EQ(qxctl("--skiplock", "mount", "101").status, 0);
     EXPECT_EQ(qxctl("status", "101").status, 0) << "looking needs no lock";
-    EXPECT_TRUE(node::exists("/var/lock/qx/101.lck"));
+    EXPECT_TRUE(host::exists("/var/lock/qx/101.lck"));
   });
 }
 
@@ -71,7 +71,7 @@ TEST(Qxctl, LocksWithoutBeingToldAndUnlocksAfterwards) {
   ScratchHost().file(kConf, "").dir("/var/lib/qx/private/101/fs").run([] {
     EXPECT_EQ(qxctl("mount", "101").status, 0);
     EXPECT_EQ(qxctl("destroy", "101").status, 0);
-    EXPECT_THAT(node::listDirectory("/var/lock/qx"), IsEmpty());
+    EXPECT_THAT(host::listDirectory("/var/lock/qx"), IsEmpty());
   });
 }
 
@@ -95,10 +95,10 @@ TEST(Qxctl, ManyAtOnceAreRefusedByTheLockOrDoTheirWork) {
       EXPECT_TRUE(allowed.at(verb).contains(result.status)) << verb << " " << result.status;
       EXPECT_EQ(result.status == 0, result.err.empty()) << verb << ": " << result.err;
     }
-    EXPECT_THAT(node::listDirectory("/var/lock/qx"), IsEmpty());
+    EXPECT_THAT(host::listDirectory("/var/lock/qx"), IsEmpty());
     EXPECT_EQ(qxctl("mount", "101").status, 0);
-    EXPECT_LE(node::countMountsAt(node::mountPoints(), "/var/lib/qx/root/101"), 1u);
-    EXPECT_TRUE(node::exists("/var/lib/qx/root/101/bin/sh"));
+    EXPECT_LE(host::countMountsAt(host::mountPoints(), "/var/lib/qx/root/101"), 1u);
+    EXPECT_TRUE(host::exists("/var/lib/qx/root/101/bin/sh"));
     EXPECT_EQ(qxctl("umount", "101").status, 0);
   });
 }
@@ -116,9 +116,9 @@ TEST(Qxctl, OneOfManyDestroysAndTheOthersFindNothing) {
       if (result.status == 0) ++done;
     }
     EXPECT_EQ(done, 1);
-    EXPECT_FALSE(node::exists("/var/lib/qx/private/101"));
-    EXPECT_FALSE(node::exists(kConf));
-    EXPECT_THAT(node::listDirectory("/var/lock/qx"), IsEmpty());
+    EXPECT_FALSE(host::exists("/var/lib/qx/private/101"));
+    EXPECT_FALSE(host::exists(kConf));
+    EXPECT_THAT(host::listDirectory("/var/lock/qx"), IsEmpty());
   });
 }
 
@@ -193,7 +193,7 @@ TEST(Qxctl, ListShowsTheOthersWhenOneFileIsMalformed) {
 TEST(Qxctl, MakesTheSecondNameOfTheConfigurationDirectory) {
   ScratchHost().run([] {
     EXPECT_EQ(qxctl("list").status, 0);
-    EXPECT_TRUE(node::isDirectory("/etc/qx/conf"));
+    EXPECT_TRUE(host::isDirectory("/etc/qx/conf"));
   });
 }
 
@@ -219,7 +219,7 @@ TEST(Mkqxfs, RefusesDangerousAndFilledPlaces) {
     EXPECT_EQ(tool("mkqxfs").status, 2);
     EXPECT_EQ(tool("mkqxfs", "/vz/101").status, 15);
     EXPECT_EQ(tool("mkqxfs", "/vz/102/").status, 0);
-    EXPECT_THAT(node::listDirectory("/vz/102"), ElementsAre("fs"));
+    EXPECT_THAT(host::listDirectory("/vz/102"), ElementsAre("fs"));
   });
 }
 

@@ -1,0 +1,317 @@
+#include "framework/runner.h"
+
+#include <fcntl.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <thread>
+#include <vector>
+
+#include "agent/system/child.h"
+#include "agent/system/last_error.h"
+#include "agent/system/tail_buffer.h"
+#include "agent/wire/request_context.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr std::chrono::seconds killGrace(5);
+// How often an end is looked for where the kernel cannot signal it.
+constexpr int pollMilliseconds = 20;
+
+std::vector<std::string> toVector(const char* const* argv) {
+  std::vector<std::string> words;
+  while (*argv) words.emplace_back(*argv++);
+  return words;
+}
+
+// Cuts a stream into chunks at any of the divider's characters.
+class Chunks {
+ public:
+  explicit Chunks(size_t limit) : limit_(limit) {}
+  void setDivider(const std::string& characters) { divider_ = characters; }
+
+  void add(std::string_view bytes) {
+    for (const char byte : bytes) {
+      if (divider_.find(byte) != std::string::npos) {
+        flush();
+      } else {
+        partial_ += byte;
+        // A stream without dividers must not fill the memory.
+        if (partial_.size() >= limit_) flush();
+      }
+    }
+  }
+  void flush() {
+    if (partial_.empty()) return;
+    whole_.push_back(std::move(partial_));
+    partial_.clear();
+  }
+  bool empty() const { return whole_.empty(); }
+  char* next() {
+    if (whole_.empty()) return nullptr;
+    current_ = std::move(whole_.front());
+    whole_.pop_front();
+    return current_.data();
+  }
+
+ private:
+  size_t limit_;
+  std::string divider_ = "\n";
+  std::string partial_;
+  std::string current_;
+  std::deque<std::string> whole_;
+};
+
+// Reads what a descriptor has; false at its end.
+bool drain(agent::UniqueFd& fd, const std::function<void(std::string_view)>& sink) {
+  char buffer[16384];
+  for (;;) {
+    const ssize_t count = read(fd.get(), buffer, sizeof buffer);
+    if (count > 0) {
+      sink(std::string_view(buffer, static_cast<size_t>(count)));
+      continue;
+    }
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0 && errno == EAGAIN) return true;
+    fd.reset();
+    return false;
+  }
+}
+
+}  // namespace
+
+namespace QXL {
+
+// What one run of a program needs. Error output is drained by a thread when
+// nobody else would: a program must never block on it.
+// As long as that thread is there, `error` and `errorTail` are its own.
+struct GenExec::State {
+  explicit State(int bytes)
+      : outputTail(static_cast<size_t>(bytes)),
+        errorTail(static_cast<size_t>(bytes)),
+        chunks(static_cast<size_t>(bytes)) {}
+  ~State() { stopDrainer(); }
+
+  agent::Child child;
+  int wired[3] = {-1, -1, -1};
+  agent::UniqueFd input, output, error;
+  std::string toFeed;
+  agent::TailBuffer outputTail, errorTail;
+  Chunks chunks;
+  bool readChunks = false;
+  bool dieWithParent = false;
+  std::string startFailure;
+  Clock::time_point deadline = Clock::time_point::max();
+  Clock::time_point killAt = Clock::time_point::max();
+  bool terminated = false;
+  agent::UniqueFd drainerStop;
+  std::thread drainer;
+
+  int start(const char* const* argv, int flags, int seconds, const char* feed);
+  void startDrainer();
+  void stopDrainer();
+  bool pump();
+  void waitForActivity();
+  void enforceLimits();
+  int finish();
+};
+
+int GenExec::State::start(const char* const* argv, int flags, int seconds, const char* feed) {
+  agent::ChildOptions options;
+  options.dieWithParent = dieWithParent;
+  agent::UniqueFd childEnds[3];
+  const auto makePipe = [&](int stream, agent::UniqueFd& ours, bool weWrite) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return errno;
+    ours.reset(ends[weWrite ? 1 : 0]);
+    childEnds[stream].reset(ends[weWrite ? 0 : 1]);
+    fcntl(ours.get(), F_SETFL, O_NONBLOCK);
+    options.streams[stream] = childEnds[stream].get();
+    return 0;
+  };
+  int problem = 0;
+  for (int i = 0; i < 3; ++i) options.streams[i] = wired[i];
+  if (feed && problem == 0) {
+    toFeed = feed;
+    problem = makePipe(0, input, true);
+  }
+  if ((flags & GenExecOutput) && wired[1] < 0 && problem == 0) {
+    problem = makePipe(1, output, false);
+  }
+  if (wired[2] < 0 && problem == 0) problem = makePipe(2, error, false);
+  if (problem == 0) problem = child.start(toVector(argv), options);
+  if (problem != 0) {
+    startFailure = std::string(argv[0]) + ": " + agent::errnoText(problem);
+    errorTail.add(startFailure);
+    input.reset();
+    output.reset();
+    error.reset();
+    return agent::fail(startFailure);
+  }
+  if (seconds > 0) deadline = Clock::now() + std::chrono::seconds(seconds);
+  return 0;
+}
+
+void GenExec::State::startDrainer() {
+  int stop[2];
+  if (pipe2(stop, O_CLOEXEC) != 0) return;
+  drainerStop.reset(stop[1]);
+  drainer = std::thread([this, stopRead = agent::UniqueFd(stop[0])]() {
+    for (;;) {
+      pollfd entries[2] = {{error.get(), POLLIN, 0}, {stopRead.get(), POLLIN, 0}};
+      if (poll(entries, 2, -1) < 0 && errno != EINTR) return;
+      const bool more = drain(error, [this](std::string_view bytes) { errorTail.add(bytes); });
+      if (!more || entries[1].revents) return;
+    }
+  });
+}
+
+void GenExec::State::stopDrainer() {
+  drainerStop.reset();
+  if (drainer.joinable()) drainer.join();
+}
+
+// Moves what can be moved without waiting. False when no pipe is open any more.
+bool GenExec::State::pump() {
+  if (input) {
+    const ssize_t count = write(input.get(), toFeed.data(), toFeed.size());
+    if (count > 0) toFeed.erase(0, static_cast<size_t>(count));
+    if (toFeed.empty() || (count < 0 && errno != EAGAIN && errno != EINTR)) input.reset();
+  }
+  if (output) {
+    drain(output, [this](std::string_view bytes) {
+      outputTail.add(bytes);
+      if (readChunks) chunks.add(bytes);
+    });
+  }
+  if (!drainer.joinable() && error) {
+    drain(error, [this](std::string_view bytes) { errorTail.add(bytes); });
+  }
+  return input || output || (!drainer.joinable() && error);
+}
+
+void GenExec::State::waitForActivity() {
+  pollfd entries[5];
+  nfds_t count = 0;
+  if (input) entries[count++] = {input.get(), POLLOUT, 0};
+  if (output) entries[count++] = {output.get(), POLLIN, 0};
+  if (!drainer.joinable() && error) entries[count++] = {error.get(), POLLIN, 0};
+  if (child.fd() >= 0) entries[count++] = {child.fd(), POLLIN, 0};
+  const agent::CurrentRequest* request = agent::CurrentRequest::get();
+  if (request && request->cancel && !terminated) {
+    entries[count++] = {request->cancel->fd(), POLLIN, 0};
+  }
+  int timeout = child.fd() >= 0 ? 1000 : pollMilliseconds;
+  const Clock::time_point next = std::min(deadline, killAt);
+  if (next != Clock::time_point::max()) {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now()).count() + 1;
+    timeout = static_cast<int>(std::clamp<long long>(left, 0, timeout));
+  }
+  poll(entries, count, timeout);
+}
+
+void GenExec::State::enforceLimits() {
+  const Clock::time_point now = Clock::now();
+  const agent::CurrentRequest* request = agent::CurrentRequest::get();
+  const bool cancelled = request && request->cancel && request->cancel->isCancelled();
+  if (!terminated && (cancelled || now >= deadline)) {
+    terminated = true;
+    child.signalGroup(SIGTERM);
+    deadline = Clock::time_point::max();
+    killAt = now + killGrace;
+  }
+  if (now >= killAt) {
+    child.signalGroup(SIGKILL);
+    killAt = Clock::time_point::max();
+  }
+}
+
+// Runs the program to its end. Output that descendants still hold open is not
+// waited for.
+int GenExec::State::finish() {
+  if (!child.started()) return 127 << 8;
+  while (!child.poll()) {
+    enforceLimits();
+    waitForActivity();
+    pump();
+  }
+  stopDrainer();
+  pump();
+  chunks.flush();
+  return child.status();
+}
+
+GenExec::GenExec(int bytes) : m_state(new State(std::max(bytes, 1))) {}
+GenExec::~GenExec() { delete m_state; }
+
+int GenExec::execWithOnlyError(const char* const* argv, int flags, int seconds) {
+  if (m_state->start(argv, flags & GenExecOutput, seconds, nullptr) != 0) return 127 << 8;
+  const int status = m_state->finish();
+  agent::setLastError(m_state->errorTail.text());
+  return status;
+}
+
+int GenExec::execAsync(int flags, const char* const* argv, int seconds) {
+  if (m_state->start(argv, flags & ~GenExecOutput, seconds, nullptr) != 0) return -1;
+  m_state->startDrainer();
+  return 0;
+}
+
+int GenExec::wait() {
+  const int status = m_state->finish();
+  agent::setLastError(m_state->errorTail.text());
+  return status;
+}
+
+void GenExec::setfd(int stream, int fd) {
+  const int index = stream == GenExecInput ? 0 : stream == GenExecOutput ? 1 : 2;
+  m_state->wired[index] = fd;
+}
+
+void GenExec::setChunkDivider(const std::string& characters) {
+  m_state->chunks.setDivider(characters);
+}
+
+int GenExec::execComplexBegin(const char* const* argv, int flags, int seconds, const char* input) {
+  m_state->readChunks = true;
+  return m_state->start(argv, flags, seconds, input);
+}
+
+int GenExec::execComplexGet() {
+  while (m_state->chunks.empty()) {
+    const bool ended = m_state->child.poll();
+    if (ended) m_state->pump();
+    if (ended || !m_state->output) {
+      m_state->chunks.flush();
+      return !m_state->chunks.empty();
+    }
+    m_state->enforceLimits();
+    m_state->waitForActivity();
+    m_state->pump();
+  }
+  return 1;
+}
+
+char* GenExec::gets(int stream) {
+  return stream == GenExecOutput ? m_state->chunks.next() : nullptr;
+}
+
+int GenExec::execComplexEnd() { return wait(); }
+
+std::string GenExec::getOutput(int stream) const {
+  return stream == GenExecError ? m_state->errorTail.text() : m_state->outputTail.text();
+}
+
+// A program that outlives one call would outlive a killed agent, too.
+HWExec::HWExec(int bytes) : GenExec(bytes) { m_state->dieWithParent = true; }
+HWExec::~HWExec() = default;
+
+}  // namespace QXL

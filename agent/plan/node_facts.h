@@ -1,0 +1,45 @@
+// What a plan needs to know of the container host.
+#ifndef QX_AGENT_PLAN_NODE_FACTS_H
+#define QX_AGENT_PLAN_NODE_FACTS_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "framework/migrate_params.h"
+
+namespace agent {
+
+struct NodeFacts {
+  bool containerExists = false;
+  bool configExists = false;  // the container's configuration file
+  bool areaExists = false;    // its private area
+  bool keptExists = false;    // what an earlier attempt has copied, kept for this one
+  std::string lockHolder;     // what holds the container id's lock; empty when it is free
+  std::string privateArea;    // where the copy will be
+  long long freeBytes = 0;
+  long long freeInodes = -1;  // -1: the file system has no fixed number
+  // Host of each address that is taken, without prefix: "this host" or
+  // "container 102".
+  std::map<std::string, std::string> addresses;
+  bool hasAddressPool = false;     // IP_POOL, for the address "auto"
+  std::string distributionScript;  // path; empty when the table has none
+  bool distributionScriptExists = false;
+  std::vector<std::string> distributions;  // names that the table has
+  bool cgroupV1 = false;  // systemd's own hierarchy, or a controller, of the generation
+  bool cgroupV2 = false;
+  // User and group ids that the container has, from 0 on; 0 for a privileged one,
+  // whose ids are the host's.
+  long long ids = 0;
+  // What the container's tree will lie on: "directory", "ext4" (an image of the size
+  // of its disk limits) or "btrfs".
+  std::string storage = "directory";
+};
+
+// Looks at this machine for a migration with these parameters. Throws
+// std::runtime_error when the host's settings cannot be read.
+NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params);
+
+}  // namespace agent
+
+#endif

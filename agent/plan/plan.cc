@@ -1,0 +1,441 @@
+#include "agent/plan/plan.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <limits>
+#include <sstream>
+
+#include "agent/framework/validation.h"
+#include "agent/plan/plan_text.h"
+
+namespace agent {
+
+namespace {
+
+std::vector<std::string> words(const std::string& text) {
+  std::istringstream stream(text);
+  std::vector<std::string> found;
+  for (std::string word; stream >> word;) found.push_back(word);
+  return found;
+}
+
+std::string valueOf(const ShellVariables& variables, const std::string& name) {
+  const auto found = variables.find(name);
+  return found == variables.end() ? "" : found->second;
+}
+
+std::string bare(const std::string& address) { return address.substr(0, address.find('/')); }
+
+// The addresses of the interfaces, or those of the old variable without any.
+std::vector<std::string> addressesOf(const ShellVariables& config) {
+  std::vector<std::string> addresses;
+  std::string fields = valueOf(config, "NETIF");
+  std::replace_if(
+      fields.begin(), fields.end(), [](char c) { return c == ',' || c == ';'; }, ' ');
+  for (const std::string& field : words(fields)) {
+    if (field.compare(0, 3, "ip=") == 0) addresses.push_back(field.substr(3));
+  }
+  return addresses.empty() ? words(valueOf(config, "IP_ADDRESS")) : addresses;
+}
+
+// The checks, a function each. Each adds what it finds.
+class Checks {
+ public:
+  Checks(const PlanFacts& facts, Plan& plan) : facts_(facts), plan_(plan) {}
+
+  void all() {
+    container();
+    space();
+    excludes();
+    addresses();
+    distribution();
+    services();
+    bootable();
+    mounts();
+    ids();
+    files();
+    nested();
+    hostname();
+    for (const MeasureWarning& warning : facts_.measurement.warnings) warn(warning.text);
+  }
+
+ private:
+  void add(Severity severity, const std::string& text) {
+    plan_.findings.push_back({severity, text});
+  }
+  void block(const std::string& text) { add(Severity::block, text); }
+  void warn(const std::string& text) { add(Severity::warning, text); }
+  void note(const std::string& text) { add(Severity::note, text); }
+
+  void container() {
+    const std::string id = std::to_string(facts_.ctid);
+    const NodeFacts& node = facts_.node;
+    if (node.containerExists) {
+      block("Container " + id + " exists on this node already: give another --ctid.");
+    } else if (node.areaExists) {
+      warn("The private area " + node.privateArea +
+           " exists already: the copy goes into it, over what it holds.");
+    } else if (node.keptExists) {
+      note("The migration goes on from what an earlier one has copied, " + node.privateArea +
+           ".migrated.");
+    }
+    if (!node.containerExists && node.configExists) {
+      warn("Container " + id + " has a configuration file already: it will be replaced.");
+    }
+    if (!facts_.node.lockHolder.empty()) {
+      block("Container " + id + " is locked by " + facts_.node.lockHolder + ": wait for its end.");
+    }
+  }
+
+  void space() {
+    const NodeFacts& node = facts_.node;
+    const auto compare = [&](long long needed, long long free, const std::string& what,
+                             const auto& shown) {
+      if (free < needed) {
+        block("Not enough " + what + " on the node: " + shown(needed) + " are needed, " +
+              shown(free) + " are free. Make room, or leave out more with --exclude.");
+      } else if (free - needed < needed / 100 * spaceMarginPercent) {
+        warn("Hardly any " + what + " to spare on the node: the copy leaves " +
+             shown(free - needed) + ", less than " + std::to_string(spaceMarginPercent) +
+             " % of it.");
+      }
+    };
+    compare(plan_.bytes, node.freeBytes, "disk space", bytesText);
+    // An image has inodes of its own.
+    const bool image = node.storage == "ext4";
+    if (node.freeInodes >= 0 && !image) {
+      compare(plan_.files, node.freeInodes, "inodes", countText);
+    }
+    const auto limit = [&](const char* name) {
+      for (const PlannedLimit& row : plan_.limits) {
+        if (row.name == name && row.hard != "unlimited") {
+          return strtoll(row.hard.c_str(), nullptr, 10);
+        }
+      }
+      return std::numeric_limits<long long>::max();
+    };
+    // An image of that size cannot hold more; a directory can.
+    const Severity severity = image ? Severity::block : Severity::warning;
+    if (image && limit("diskspace") == std::numeric_limits<long long>::max()) {
+      block("The node keeps containers in ext4 images (STORAGE): give a size with --diskspace.");
+    }
+    const auto enough = [](long long needed) {
+      return std::to_string(needed) + ":" +
+             std::to_string(needed + needed / 100 * spaceMarginPercent);
+    };
+    const long long blocks = plan_.bytes / 1024;
+    if (limit("diskspace") < blocks) {
+      add(severity, "The container's disk limit is " + bytesText(limit("diskspace") * 1024) +
+                        ", and " + bytesText(plan_.bytes) +
+                        " are copied: give --diskspace, such as " + enough(blocks) + ".");
+    }
+    if (limit("diskinodes") < plan_.files) {
+      add(severity, "The container's limit is " + countText(limit("diskinodes")) + " inodes, and " +
+                        countText(plan_.files) + " files are copied: give --diskinodes, such as " +
+                        enough(plan_.files) + ".");
+    }
+    if (!plan_.counted) {
+      note("There are too many files to look at each: sizes are those of the file systems.");
+    }
+  }
+
+  void excludes() {
+    for (const PlannedExclude& exclude : plan_.excludes) {
+      const std::string problem = checkExclusion(exclude.path);
+      if (!problem.empty()) block("Cannot be left out: " + problem + ".");
+    }
+  }
+
+  void addresses() {
+    const std::vector<std::string>& addresses = plan_.addresses;
+    if (addresses.empty()) warn("The container gets no address: give --ip.");
+    for (const std::string& address : addresses) {
+      if (address == "auto" && !facts_.node.hasAddressPool) {
+        block(
+            "There are no addresses for --ip auto: set IP_POOL=\"FIRST-LAST/PREFIX\" in "
+            "/etc/qx/qx.conf, or give an address.");
+      }
+      const auto taken = facts_.node.addresses.find(bare(address));
+      if (taken == facts_.node.addresses.end()) continue;
+      block("Address " + bare(address) + " is in use by " + taken->second + ".");
+    }
+    const auto& own = facts_.measurement.addresses;
+    for (const std::string& address : addresses) {
+      if (std::find(own.begin(), own.end(), bare(address)) == own.end()) continue;
+      note("The server has the address " + bare(address) +
+           " as well: turn it off before the container is started.");
+    }
+  }
+
+  void distribution() {
+    if (plan_.distribution.empty()) {
+      return block("The server's distribution is not known: give --distribution NAME-VERSION.");
+    }
+    const NodeFacts& node = facts_.node;
+    if (node.distributionScript.empty()) {
+      std::string known;
+      for (const std::string& name : node.distributions)
+        known += (known.empty() ? "" : ", ") + name;
+      block("The node has no script for " + plan_.distribution +
+            "; it knows: " + (known.empty() ? "none" : known) + ".");
+    } else if (!node.distributionScriptExists) {
+      block("The script for " + plan_.distribution + " is missing: " + node.distributionScript +
+            ".");
+    }
+  }
+
+  void services() {
+    const Survey& survey = facts_.survey;
+    for (const std::string& name : facts_.services) {
+      if (name == "ssh" || name == "sshd") {
+        warn("Service " + name +
+             " stays stopped when the migration succeeds: nobody can log in to the server any "
+             "more, except at its console.");
+      }
+      const auto& scripts = survey.initScripts;
+      if (std::find(scripts.begin(), scripts.end(), name) == scripts.end()) {
+        std::string running;
+        for (const std::string& other : survey.runningServices) {
+          running += (running.empty() ? "" : ", ") + other;
+        }
+        block("Service " + name + " has no script in the server's /etc/init.d." +
+              (running.empty() ? "" : " These have one, and run: " + running + "."));
+      }
+    }
+  }
+
+  // Whether the copy's init can run here.
+  void bootable() {
+    const long long version = facts_.survey.systemdVersion;
+    if (version == 0) return;
+    const NodeFacts& node = facts_.node;
+    if (node.cgroupV2 && !node.cgroupV1 && version < 233) {
+      block("The server's systemd " + std::to_string(version) +
+            " cannot run on a node that has control groups v2 only; 233 can. Boot the node with "
+            "systemd.unified_cgroup_hierarchy=0.");
+    }
+    if (node.cgroupV1 && !node.cgroupV2 && version > 255) {
+      block("The server's systemd " + std::to_string(version) +
+            " cannot run on a node that has control groups v1 only; 255 can. Boot the node with "
+            "systemd.unified_cgroup_hierarchy=1.");
+    }
+  }
+
+  void mounts() {
+    for (const SurveyedFileSystem& mount : facts_.survey.fileSystems) {
+      if (!mount.remote) continue;
+      warn(mount.mountPoint + " is " + mount.type + " from " + mount.device +
+           ": it is not copied, and missing in the container.");
+    }
+    for (const MissingMount& missing : plan_.missingMounts) {
+      if (isRemoteType(missing.type)) continue;
+      warn(missing.mountPoint + " (" + missing.type + ", " + missing.device +
+           ") will be missing in the container" +
+           (missing.reason.empty() ? "." : ": " + missing.reason + "."));
+    }
+  }
+
+  void ids() {
+    const Survey& survey = facts_.survey;
+    const auto check = [&](const char* what, long long id, const std::string& where) {
+      const std::string text =
+          std::string("The largest ") + what + " is " + std::to_string(id) + " (" + where + "): ";
+      const long long ids = facts_.node.ids;
+      if (ids > 0) {
+        if (id < ids) return;
+        block(text + "the unprivileged container has " + std::to_string(ids) +
+              " only (see UNPRIVILEGED_IDS).");
+      } else if (id > 65535) {
+        note(text + "an unprivileged container could not hold it.");
+      }
+    };
+    check("user id", survey.largestUid, survey.largestUidPath);
+    check("group id", survey.largestGid, survey.largestGidPath);
+  }
+
+  void files() {
+    const Survey& survey = facts_.survey;
+    if (survey.immutableCount > 0) {
+      warn(countText(survey.immutableCount) +
+           " immutable or append-only files lose that attribute, first " +
+           (survey.immutableFiles.empty() ? "" : survey.immutableFiles[0]) + ".");
+    }
+    if (!survey.scanComplete) {
+      note("Immutable files and large ids were looked for in a part of the files only.");
+    }
+    for (const SwapFile& swap : survey.swapFiles) {
+      note("Swap file " + swap.path + " (" + bytesText(swap.bytes) + ") is left out.");
+    }
+    if (survey.lastlogBytes > (1 << 20) && survey.lastlogAllocated < survey.lastlogBytes / 2) {
+      note("/var/log/lastlog is sparse (" + bytesText(survey.lastlogBytes) + ", " +
+           bytesText(survey.lastlogAllocated) + " on disk); it is never copied.");
+    }
+  }
+
+  void nested() {
+    for (const std::string& place : facts_.survey.nestedStorage) {
+      warn("Storage of containers, packages or machines inside: " + place +
+           " may not work in a container.");
+    }
+  }
+
+  void hostname() {
+    if (valueOf(facts_.config, "HOSTNAME").empty()) {
+      warn("The container gets no host name: give --hostname.");
+    }
+  }
+
+  const PlanFacts& facts_;
+  Plan& plan_;
+};
+
+constexpr const char* lastlog = "/var/log/lastlog";
+constexpr const char* lastlogReason = "last logins, in a file that may be huge and sparse";
+
+std::vector<std::string> pathsOf(const std::vector<PlannedExclude>& excludes) {
+  std::vector<std::string> paths;
+  for (const PlannedExclude& exclude : excludes) paths.push_back(exclude.path);
+  return paths;
+}
+
+std::string reasonFor(const MeasuredExclude& exclude, const Survey& survey) {
+  std::string path = exclude.path;
+  if (path.size() > 2 && path.compare(path.size() - 2, 2, "/*") == 0) path.resize(path.size() - 2);
+  for (const SurveyedFileSystem& mount : survey.fileSystems) {
+    if (mount.mountPoint != path) continue;
+    if (!mount.reason.empty()) return mount.reason;
+    return (mount.remote ? "on another machine: " : "not a disk of the server: ") + mount.type +
+           " from " + mount.device;
+  }
+  if (path == lastlog) return lastlogReason;
+  return exclude.decided ? "mounted on demand, removable, or a second view of other files"
+                         : "made by the kernel or kept in memory";
+}
+
+}  // namespace
+
+std::vector<PlannedExclude> plannedExcludes(const PlanFacts& facts) {
+  std::vector<PlannedExclude> list;
+  const auto add = [&](const std::string& path, const std::string& reason) {
+    for (const PlannedExclude& known : list) {
+      if (known.path == path) return;
+    }
+    list.push_back({path, reason});
+  };
+  for (const std::string& path : facts.givenExcludes) add(path, "asked for");
+  for (const MeasuredExclude& exclude : facts.measurement.excludes) {
+    add(exclude.path, reasonFor(exclude, facts.survey));
+  }
+  // The calculator knows the table of mounts only by what it says: a mount of a
+  // user's, another machine's through a program, or a bind mount that no longer tells.
+  const std::vector<std::string> known = pathsOf(list);
+  for (const SurveyedFileSystem& mount : facts.survey.fileSystems) {
+    if (mount.copied || !mount.mounted || (!mount.remote && mount.reason.empty())) continue;
+    if (isLeftOut(mount.mountPoint, known)) continue;
+    const std::string pattern = mount.mountPoint + "/*";
+    add(pattern, reasonFor({pattern, true}, facts.survey));
+  }
+  for (const SwapFile& swap : facts.survey.swapFiles) add(swap.path, "swap file in use");
+  add("/proc/*", "made by the kernel or kept in memory");
+  add("/sys/*", "made by the kernel or kept in memory");
+  add(lastlog, lastlogReason);
+  add("/var/qxagent.tmp", "the agent itself");
+  return list;
+}
+
+std::vector<std::string> exclusionPatterns(const PlanFacts& facts) {
+  return pathsOf(plannedExcludes(facts));
+}
+
+std::vector<PlannedLimit> plannedLimits(const Measurement& m, const ShellVariables& config) {
+  struct Row {
+    const char* name;
+    const char* unit;
+    std::string measured;
+  };
+  const std::string sockets = "from numtcpsock", others = "from numothersock";
+  const auto pages = [&](unsigned number) {
+    return countText(number) + " pages, " +
+           bytesText(static_cast<long long>(number) * static_cast<long long>(m.pageSize));
+  };
+  const Row rows[] = {
+      {"numproc", "", countText(m.numproc)},
+      {"avnumproc", "", countText(static_cast<long long>(m.avnumproc))},
+      {"numtcpsock", "", countText(m.numtcpsock)},
+      {"numothersock", "", countText(m.numothersock)},
+      {"numpty", "", ""},
+      {"numfile", "", countText(m.numfile)},
+      {"dcachesize", "bytes", "from numfile"},
+      {"kmemsize", "bytes", "from numproc, dcachesize"},
+      {"tcpsndbuf", "bytes", sockets},
+      {"tcprcvbuf", "bytes", sockets},
+      {"othersockbuf", "bytes", others},
+      {"dgramrcvbuf", "bytes", ""},
+      {"vmguarpages", "pages", ""},
+      {"privvmpages", "pages", pages(m.privvmpages)},
+      {"oomguarpages", "pages", ""},
+      {"lockedpages", "pages", pages(m.lockedpages)},
+      {"shmpages", "pages", pages(m.shmpages)},
+      {"physpages", "pages", ""},
+      {"numflock", "", countText(m.numflock)},
+      {"numsiginfo", "", ""},
+      {"numiptent", "", countText(m.numiptent)},
+      {"diskspace", "KiB", bytesText(static_cast<long long>(m.diskspace) * 1024)},
+      {"diskinodes", "", countText(m.diskinodes)},
+      {"cpuunits", "", ""},
+      {"quotatime", "", ""},
+      {"quotaugidlimit", "", countText(m.quotaugidlimit)},
+      {"slmmemorylimit", "bytes", "from memory and buffers"},
+  };
+  std::vector<PlannedLimit> limits;
+  for (const Row& row : rows) {
+    std::string name = row.name;
+    for (char& c : name) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
+    const auto found = config.find(name);
+    if (found == config.end()) continue;
+    const size_t colon = found->second.find(':');
+    PlannedLimit limit;
+    limit.name = row.name;
+    limit.unit = row.unit;
+    limit.measured = row.measured;
+    if (colon != std::string::npos) limit.soft = found->second.substr(0, colon);
+    limit.hard = colon == std::string::npos ? found->second : found->second.substr(colon + 1);
+    limits.push_back(limit);
+  }
+  return limits;
+}
+
+Plan makePlan(const PlanFacts& facts) {
+  Plan plan;
+  plan.excludes = plannedExcludes(facts);
+  plan.limits = plannedLimits(facts.measurement, facts.config);
+  plan.distribution = valueOf(facts.config, "DISTRIBUTION");
+  plan.addresses = addressesOf(facts.config);
+  plan.counted = facts.survey.scanComplete;
+  for (const SurveyedFileSystem& mount : facts.survey.fileSystems) {
+    if (mount.copied) {
+      plan.bytes += mount.bytes;
+      plan.files += mount.files;
+    } else {
+      plan.missingMounts.push_back({mount.mountPoint, mount.type, mount.device, mount.reason});
+    }
+  }
+  // What was counted file by file has them left out already.
+  for (const SwapFile& swap : facts.survey.swapFiles) {
+    if (plan.counted) break;
+    plan.bytes -= std::min(plan.bytes, swap.bytes);
+    plan.files -= std::min(plan.files, 1LL);
+  }
+  Checks(facts, plan).all();
+  std::stable_sort(plan.findings.begin(), plan.findings.end(),
+                   [](const Finding& a, const Finding& b) { return a.severity > b.severity; });
+  if (!plan.findings.empty()) {
+    const Severity worst = plan.findings.front().severity;
+    if (worst == Severity::block) plan.verdict = Verdict::blocked;
+    if (worst == Severity::warning) plan.verdict = Verdict::readyWithWarnings;
+  }
+  return plan;
+}
+
+}  // namespace agent

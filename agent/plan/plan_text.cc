@@ -1,0 +1,257 @@
+#include "agent/plan/plan_text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <sstream>
+
+namespace agent {
+
+namespace {
+
+std::string heading(const std::string& text) { return "\n" + text + "\n"; }
+
+std::string joined(const std::vector<std::string>& list) {
+  std::string text;
+  for (const std::string& item : list) text += (text.empty() ? "" : ", ") + item;
+  return text.empty() ? "none" : text;
+}
+
+// "  label       text", wrapped.
+std::string row(const std::string& label, const std::string& text) {
+  const std::string first =
+      "  " + label + std::string(16 - std::min<size_t>(label.size(), 15), ' ');
+  return wrapped(first, std::string(18, ' '), text);
+}
+
+std::string padded(std::string text, size_t width, bool right = false) {
+  if (text.size() > width) text = text.substr(0, width - 1) + "~";
+  const std::string space(width - text.size(), ' ');
+  return right ? space + text : text + space;
+}
+
+std::string numberOf(const std::string& limit, const std::string& unit) {
+  if (limit.empty()) return "";
+  if (limit == "unlimited" || limit == "9223372036854775807") return "unlimited";
+  const long long number = strtoll(limit.c_str(), nullptr, 10);
+  if (unit == "bytes") return bytesText(number);
+  if (unit == "KiB") return bytesText(number > (1LL << 52) ? number : number * 1024);
+  return countText(number);
+}
+
+std::string valueOf(const ShellVariables& variables, const std::string& name) {
+  const auto found = variables.find(name);
+  return found == variables.end() || found->second.empty() ? "none" : found->second;
+}
+
+// What to do after a plan.
+const char* adviceFor(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::ready:
+      return "The same command without the word \"plan\" migrates.";
+    case Verdict::readyWithWarnings:
+      return "The same command without the word \"plan\" migrates; see above for what will not be "
+             "as on the server.";
+    case Verdict::blocked:
+      break;
+  }
+  return "A migration stops here, unless --force is given. Mend what is marked BLOCKED and plan "
+         "again.";
+}
+
+const char* labelOf(Severity severity) {
+  switch (severity) {
+    case Severity::block:
+      return "BLOCKED  ";
+    case Severity::warning:
+      return "warning  ";
+    case Severity::note:
+      break;
+  }
+  return "note     ";
+}
+
+}  // namespace
+
+std::string bytesText(long long bytes) {
+  static const char* const units[] = {"bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+  if (bytes > -1024 && bytes < 1024) return std::to_string(bytes) + " bytes";
+  double value = static_cast<double>(bytes);
+  size_t unit = 0;
+  while ((value >= 1024 || value <= -1024) && unit + 1 < std::size(units)) {
+    value /= 1024;
+    ++unit;
+  }
+  char text[32];
+  snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
+  return text;
+}
+
+std::string countText(long long count) {
+  std::string text = std::to_string(count);
+  const size_t first = text[0] == '-' ? 1 : 0;
+  for (size_t at = text.size(); at > first + 3;) {
+    at -= 3;
+    text.insert(at, 1, ',');
+  }
+  return text;
+}
+
+std::string printable(const std::string& text) {
+  std::string result = text;
+  for (char& c : result) {
+    const unsigned char byte = static_cast<unsigned char>(c);
+    if (byte < 32 || byte == 127) c = '?';
+  }
+  return result;
+}
+
+std::string wrapped(const std::string& first, const std::string& indent, const std::string& text,
+                    size_t width) {
+  std::string result, line = first;
+  bool empty = true;
+  std::istringstream stream(printable(text));
+  for (std::string word; stream >> word;) {
+    if (!empty && line.size() + 1 + word.size() > width) {
+      result += line + "\n";
+      line = indent;
+      empty = true;
+    }
+    while (line.size() + (empty ? 0 : 1) + word.size() > width) {
+      const size_t room = width - line.size();
+      result += line + word.substr(0, room) + "\n";
+      word.erase(0, room);
+      line = indent;
+      empty = true;
+    }
+    line += (empty ? "" : " ") + word;
+    empty = false;
+  }
+  line.erase(line.find_last_not_of(' ') + 1);
+  return result + line + "\n";
+}
+
+std::string limitsText(const std::vector<PlannedLimit>& limits, bool fixedToo) {
+  std::string text = "  limit             soft           hard           measured\n";
+  for (const PlannedLimit& limit : limits) {
+    if (limit.measured.empty() && !fixedToo) continue;
+    std::string line = "  " + padded(limit.name, 18) +
+                       padded(numberOf(limit.soft, limit.unit), 15) +
+                       padded(numberOf(limit.hard, limit.unit), 15) +
+                       (limit.measured.empty() ? "(fixed)" : limit.measured);
+    line.erase(line.find_last_not_of(' ') + 1);
+    text += line + "\n";
+  }
+  return text;
+}
+
+std::string measurementText(const std::string& source, const Measurement& m,
+                            const ShellVariables& config) {
+  std::string text = wrapped("", "", "Measurement of " + source);
+  text += row("host name", m.hostname);
+  text += row("distribution", m.distribution.empty() ? "not known" : m.distribution);
+  text += row("addresses", joined(m.addresses));
+  text += row("name servers", joined(m.nameservers));
+  text += row("search domains", joined(m.searchDomains));
+  text += heading("Computed configuration");
+  text += limitsText(plannedLimits(m, config), true);
+  if (!m.excludes.empty()) {
+    text += heading("Not to be copied");
+    for (const MeasuredExclude& exclude : m.excludes) text += wrapped("  ", "    ", exclude.path);
+  }
+  if (!m.warnings.empty()) text += "\n";
+  for (const MeasureWarning& warning : m.warnings) {
+    text += wrapped("warning  ", "         ", warning.text);
+  }
+  return text;
+}
+
+std::string verdictText(const Plan& plan) {
+  std::string text;
+  for (const Finding& finding : plan.findings) {
+    text += wrapped(labelOf(finding.severity), "         ", finding.text);
+  }
+  switch (plan.verdict) {
+    case Verdict::ready:
+      return text + "Verdict: ready\n";
+    case Verdict::readyWithWarnings:
+      return text + "Verdict: ready with warnings\n";
+    case Verdict::blocked:
+      break;
+  }
+  return text + "Verdict: blocked\n";
+}
+
+std::string planText(const PlanFacts& facts, const Plan& plan) {
+  std::string text = wrapped("", "  ",
+                             "Plan: " + facts.source + " becomes container " +
+                                 std::to_string(facts.ctid) + ". Nothing was changed.");
+  text += heading("To be copied");
+  text += "  " + padded("file system", 38) + padded("type", 10) + padded("size", 13, true) +
+          padded("files", 14, true) + "\n";
+  size_t lines = 0;
+  for (const SurveyedFileSystem& mount : facts.survey.fileSystems) {
+    if (!mount.copied) continue;
+    ++lines;
+    text += "  " + padded(printable(mount.mountPoint + " (" + mount.device + ")"), 38) +
+            padded(printable(mount.type), 10) + padded(bytesText(mount.bytes), 13, true) +
+            padded(countText(mount.files), 14, true) + "\n";
+  }
+  if (lines > 1 || !facts.survey.swapFiles.empty()) {
+    text += "  " + padded("together", 48) + padded(bytesText(plan.bytes), 13, true) +
+            padded(countText(plan.files), 14, true) + "\n";
+  }
+
+  text += heading("Left out");
+  // Those of one reason together: a server has dozens of the kernel's own.
+  std::vector<std::pair<std::string, std::string>> reasons;
+  for (const PlannedExclude& exclude : plan.excludes) {
+    const auto known = std::find_if(reasons.begin(), reasons.end(), [&](const auto& entry) {
+      return entry.first == exclude.reason;
+    });
+    if (known == reasons.end()) {
+      reasons.push_back({exclude.reason, exclude.path});
+    } else {
+      known->second += " " + exclude.path;
+    }
+  }
+  for (const auto& [reason, paths] : reasons) {
+    text += wrapped("  ", "  ", reason + ":");
+    text += wrapped("    ", "    ", paths);
+  }
+  if (!plan.missingMounts.empty()) {
+    text += heading("Mount points that will hold nothing");
+    for (const MissingMount& missing : plan.missingMounts) {
+      text += wrapped("  ", "    ",
+                      missing.mountPoint + " (" + missing.type + ", " + missing.device + ")");
+    }
+  }
+
+  text += heading("On the node");
+  text += row("private area", facts.node.privateArea);
+  text +=
+      row("disk space", bytesText(plan.bytes) + " of " + bytesText(facts.node.freeBytes) +
+                            " free; " + bytesText(facts.node.freeBytes - plan.bytes) + " remain");
+  text += row("inodes", facts.node.freeInodes < 0
+                            ? countText(plan.files) + "; the file system has no fixed number"
+                            : countText(plan.files) + " of " + countText(facts.node.freeInodes) +
+                                  " free; " + countText(facts.node.freeInodes - plan.files) +
+                                  " remain");
+
+  text += heading("The container");
+  if (facts.node.storage != "directory") text += row("storage", facts.node.storage);
+  if (facts.node.ids > 0) text += row("privileges", "none: its root is a user of the node");
+  text += row("host name", valueOf(facts.config, "HOSTNAME"));
+  text += row("addresses", joined(plan.addresses));
+  text += row("name servers", valueOf(facts.config, "NAMESERVER"));
+  text += row("distribution", plan.distribution.empty() ? "not known" : plan.distribution);
+  text += row("its script",
+              facts.node.distributionScript.empty() ? "none" : facts.node.distributionScript);
+  text += "\n" + limitsText(plan.limits, false);
+
+  text += heading("Services");
+  text += row("will be stopped", joined(facts.services));
+  text += row("can be stopped", joined(facts.survey.runningServices));
+  return text + "\n" + verdictText(plan) + wrapped("", "", adviceFor(plan.verdict));
+}
+
+}  // namespace agent

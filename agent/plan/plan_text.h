@@ -1,0 +1,33 @@
+// Plans and measurements for people: pages of at most 80 columns.
+#ifndef QX_AGENT_PLAN_PLAN_TEXT_H
+#define QX_AGENT_PLAN_PLAN_TEXT_H
+
+#include <string>
+#include <vector>
+
+#include "agent/plan/plan.h"
+
+namespace agent {
+
+// "512 bytes", "1.5 GiB".
+std::string bytesText(long long bytes);
+// "1,234,567".
+std::string countText(long long count);
+// What a server says, fit for a terminal: control characters become "?".
+std::string printable(const std::string& text);
+// Lines of at most `width` columns, all but the first indented; long words are cut.
+std::string wrapped(const std::string& first, const std::string& indent, const std::string& text,
+                    size_t width = 80);
+
+// The table of limits, each with what it comes from; fixed ones only on request.
+std::string limitsText(const std::vector<PlannedLimit>& limits, bool fixedToo);
+
+std::string measurementText(const std::string& source, const Measurement& measurement,
+                            const ShellVariables& config);
+// Findings, one or more lines each, and the verdict.
+std::string verdictText(const Plan& plan);
+std::string planText(const PlanFacts& facts, const Plan& plan);
+
+}  // namespace agent
+
+#endif

@@ -1,0 +1,138 @@
+#include "agent/plan/survey_operator.h"
+
+#include <stdexcept>
+
+#include "agent/framework/access.h"
+#include "agent/wire/channels.h"
+#include "agent/wire/message.h"
+#include "agent/wire/message_fields.h"
+#include "agent/wire/operator_registry.h"
+#include "agent/wire/request_context.h"
+#include "framework/errors.h"
+
+namespace agent {
+
+namespace {
+
+using Iterator = boost::intrusive_ptr<QXL::QXLMessageIterator>;
+
+// Names of files may hold any byte; JSON has characters.
+std::string toText(const nlohmann::json& value) {
+  return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+class SurveyOperator : public QXL::QXLOperatorFunctionalPrototype {
+ public:
+  SurveyOperator() {
+    const auto add = [this](const char* name,
+                            void (SurveyOperator::*handler)(const Iterator&, const Iterator&)) {
+      m_methods[name] = {static_cast<QXLOpHandler>(handler), 0, 0};
+    };
+    add(methodCreate, &SurveyOperator::nothing);
+    add(methodFinish, &SurveyOperator::nothing);
+    add(methodMeasure, &SurveyOperator::measure);
+    add(methodSurvey, &SurveyOperator::survey);
+  }
+
+ private:
+  // There is no worker to make or to end.
+  void nothing(const Iterator&, const Iterator&) {}
+
+  void measure(const Iterator& in, const Iterator& out) {
+    serve<MeasureSettings>(in, out, measureHere);
+  }
+  void survey(const Iterator& in, const Iterator& out) {
+    serve<SurveyRequest>(in, out, surveyHere);
+  }
+
+  template <class Request, class Function>
+  void serve(const Iterator& in, const Iterator& out, Function function) {
+    if (QXL::QXLAccessChecker::accessCheck(QXL::QXLAccessChecker::getClientContext(),
+                                           QXL::QXLConfiguration::getLocalEID(),
+                                           migrateRight) != 0) {
+      return QXL::addError(out, QXL::QXLErrors, 414, QXL::getErrorMessage());
+    }
+    Request request;
+    try {
+      std::string text;
+      if (in->getValueBase64(text, fieldSurvey) != 0) throw std::runtime_error("no settings came");
+      request = nlohmann::json::parse(text).get<Request>();
+    } catch (const std::exception& problem) {
+      return QXL::addError(out, QXL::QXLErrors, 400, problem.what());
+    }
+    const CurrentRequest* current = CurrentRequest::get();
+    try {
+      const nlohmann::json answer = function(request);
+      if (current && current->cancel && current->cancel->isCancelled()) {
+        return QXL::addError(out, QXL::QXLErrors, current->cancel->code(),
+                             current->cancel->argument());
+      }
+      out->putValueBase64(toText(answer), fieldSurvey);
+    } catch (const std::exception& problem) {
+      out->putError(-1, problem.what());
+    }
+  }
+};
+
+}  // namespace
+
+void registerSurveyOperator() {
+  OperatorRegistry::instance().add(
+      QXL::newOperatorFactory<SurveyOperator, 10, 20, 4, true>(surveyOperator, "", 0));
+}
+
+SurveyClient::SurveyClient(QXL::QXLRequestTransport& transport,
+                           QXL::QXLProgressHandlerPrototype* handler, CancelToken* cancel)
+    : transport_(transport), handler_(handler), cancel_(cancel), session_(newToken()) {
+  std::string answer;
+  if (send(methodCreate, "", answer) != 0) throw std::runtime_error(answer);
+}
+
+SurveyClient::~SurveyClient() {
+  // Whoever gives up leaves, which ends the session too: an agent that is out of
+  // reach is not waited for.
+  if (cancel_ && cancel_->isCancelled()) return;
+  cancel_ = nullptr;
+  std::string answer;
+  send(methodFinish, "", answer);
+}
+
+Measurement SurveyClient::measure(const MeasureSettings& settings) {
+  return ask(methodMeasure, settings).get<Measurement>();
+}
+
+Survey SurveyClient::survey(const SurveyRequest& request) {
+  return ask(methodSurvey, request).get<Survey>();
+}
+
+nlohmann::json SurveyClient::ask(const std::string& method, const nlohmann::json& request) {
+  std::string answer;
+  if (send(method, toText(request), answer) != 0) throw std::runtime_error(answer);
+  return nlohmann::json::parse(answer);
+}
+
+// `answer` receives the result's text, or the error's.
+int SurveyClient::send(const std::string& method, const std::string& text, std::string& answer) {
+  boost::intrusive_ptr<Message> in(new Message());
+  in->putValueBase64(text, fieldSurvey);
+  Request request;
+  request.session = session_;
+  request.operatorName = surveyOperator;
+  request.method = method;
+  request.body = in->body();
+  nlohmann::json body;
+  if (const int failed = transport_.call(request, body, handler_, cancel_)) {
+    answer = QXL::getErrorMessage();
+    return failed;
+  }
+  Message out(std::move(body));
+  if (const auto error = out.firstError()) {
+    answer = error->second;
+    return error->first == 0 ? -1 : error->first;
+  }
+  answer.clear();
+  out.getValueBase64(answer, fieldSurvey);
+  return 0;
+}
+
+}  // namespace agent

@@ -1,0 +1,51 @@
+// The operator that every agent serves itself: it looks at its machine for a plan.
+#ifndef QX_AGENT_PLAN_SURVEY_OPERATOR_H
+#define QX_AGENT_PLAN_SURVEY_OPERATOR_H
+
+#include <string>
+
+#include "agent/plan/measurement.h"
+#include "agent/plan/survey.h"
+#include "agent/system/cancel.h"
+#include "agent/transport/transport.h"
+
+namespace agent {
+
+inline constexpr const char* surveyOperator = "qxagent_survey";
+inline constexpr const char* methodMeasure = "measure";
+inline constexpr const char* methodSurvey = "survey";
+
+// Message field of both methods: the request, and in the answer the result, a
+// JSON text.
+inline constexpr int fieldSurvey = 9101;
+
+// Puts the operator among those of this process.
+void registerSurveyOperator();
+
+// Asks the agent at the end of a road, in a session of its own. Progress goes to
+// the handler and `cancel` stops it; both may be null. Throws std::runtime_error
+// with the agent's reason, or when the answer is not one.
+class SurveyClient {
+ public:
+  SurveyClient(QXL::QXLRequestTransport& transport, QXL::QXLProgressHandlerPrototype* handler,
+               CancelToken* cancel);
+  ~SurveyClient();
+  SurveyClient(const SurveyClient&) = delete;
+  SurveyClient& operator=(const SurveyClient&) = delete;
+
+  Measurement measure(const MeasureSettings& settings);
+  Survey survey(const SurveyRequest& request);
+
+ private:
+  nlohmann::json ask(const std::string& method, const nlohmann::json& request);
+  int send(const std::string& method, const std::string& text, std::string& answer);
+
+  QXL::QXLRequestTransport& transport_;
+  QXL::QXLProgressHandlerPrototype* handler_;
+  CancelToken* cancel_;
+  std::string session_;
+};
+
+}  // namespace agent
+
+#endif

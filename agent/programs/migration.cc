@@ -1,0 +1,88 @@
+#include "agent/programs/migration.h"
+
+#include <chrono>
+
+#include "agent/framework/access.h"
+#include "agent/transport/local_transport.h"
+#include "agent/wire/message_fields.h"
+#include "framework/functionality.h"
+
+namespace agent {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// The controller's context: what its requests report goes to the view, and the
+// stage that failed first is remembered.
+class MigrationContext : public RequestContext, public QXL::QXLProgressHandlerPrototype {
+ public:
+  explicit MigrationContext(MigrationView& view)
+      : RequestContext([this](const QXL::QXLRequestProgressData& data) { progress(data); }),
+        view_(view) {}
+
+  void progress(const QXL::QXLRequestProgressData& data) override {
+    if (data.percent >= 0) view_.percent(data.description, data.percent);
+    if (!data.text.empty()) view_.line(data.text);
+  }
+
+  void error(int code, const std::string& text) override { setLastError(code, text); }
+
+  void stageBegins(const std::string& stage) override {
+    began_ = Clock::now();
+    view_.stageBegins(stage);
+  }
+
+  void stageEnds(const std::string& stage, int result) override {
+    const std::chrono::duration<double> took = Clock::now() - began_;
+    view_.stageEnds(stage, result, took.count());
+    if (stage == methodFinish) return;
+    lastStage_ = stage;
+    if (result != 0 && failedStage_.empty()) failedStage_ = stage;
+  }
+
+  // Where it failed.
+  std::string place() const {
+    if (!failedStage_.empty()) return failedStage_;
+    return lastStage_.empty() ? "connect" : "after " + lastStage_;
+  }
+
+ private:
+  MigrationView& view_;
+  Clock::time_point began_;
+  std::string lastStage_;
+  std::string failedStage_;
+};
+
+}  // namespace
+
+MigrationResult migrate(const QXL::QXLConnectionInfo& source,
+                        const boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams>& params,
+                        MigrationView& view, const std::shared_ptr<CancelToken>& cancel) {
+  boost::intrusive_ptr<MigrationContext> context(new MigrationContext(view));
+  CurrentRequest request;
+  request.client = QXL::QXLAccessChecker::getClientContext();
+  request.cancel = cancel;
+  const CurrentRequestScope scope(request, context);
+
+  boost::shared_ptr<QXL::QXLRequestTransport> local(new LocalTransport());
+  boost::intrusive_ptr<QXL::QXLAccessProviderPrototype> access(new ControlAccess(context, local));
+  const QXL::QXLHaulControlPtr control =
+      QXL::QXLFunctionality<QXL::QXLHaulControlFactory>::m_kit.getMigrateP2VControl(access, "");
+  MigrationResult result;
+  if (!control) {
+    result.stage = "connect";
+    result.text = "no plug-in offers migrations";
+    return result;
+  }
+  const boost::shared_ptr<QXL::QXLConnectionInfo> connection(new QXL::QXLConnectionInfo(source));
+  result.succeeded = control->execute(connection, params) == 0;
+  if (!result.succeeded) {
+    result.code = context->getLastErrorCode();
+    result.stage = context->place();
+    result.text = context->getLastErrorText();
+  }
+  return result;
+}
+
+}  // namespace agent

@@ -1,0 +1,43 @@
+// Running one migration on the node.
+#ifndef QX_AGENT_PROGRAMS_MIGRATION_H
+#define QX_AGENT_PROGRAMS_MIGRATION_H
+
+#include <memory>
+#include <string>
+
+#include "agent/system/cancel.h"
+#include "agent/wire/request_context.h"
+#include "framework/migrate_params.h"
+
+namespace agent {
+
+// What a person who watches a migration is shown.
+class MigrationView {
+ public:
+  virtual ~MigrationView() = default;
+  virtual void stageBegins(const std::string& stage) = 0;
+  virtual void stageEnds(const std::string& stage, int result, double seconds) = 0;
+  virtual void line(const std::string& text) = 0;
+  virtual void percent(const std::string& description, int percent) = 0;
+};
+
+// How a migration ended.
+struct MigrationResult {
+  bool succeeded = false;
+  // Error code and text of the failure. The stage is the one that failed; when the
+  // controller itself stopped between two stages, it is "after STAGE".
+  int code = 0;
+  std::string stage;
+  std::string text;
+};
+
+// Migrates the server behind the agent at `source` (see connect.h)
+// with this process as the node's agent. The plug-in must be loaded. `cancel`
+// stops it: what runs is stopped and both ends are finished before it returns.
+MigrationResult migrate(const QXL::QXLConnectionInfo& source,
+                        const boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams>& params,
+                        MigrationView& view, const std::shared_ptr<CancelToken>& cancel);
+
+}  // namespace agent
+
+#endif

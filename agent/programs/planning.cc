@@ -1,0 +1,117 @@
+#include "agent/programs/planning.h"
+
+#include <chrono>
+#include <stdexcept>
+
+#include "agent/plan/survey_operator.h"
+#include "agent/transport/connect.h"
+#include "framework/env_manager.h"
+
+namespace agent {
+
+namespace {
+
+class ViewHandler : public QXL::QXLProgressHandlerPrototype {
+ public:
+  explicit ViewHandler(MigrationView& view) : view_(view) {}
+  void progress(const QXL::QXLRequestProgressData& data) override {
+    if (data.percent >= 0) view_.percent(data.description, data.percent);
+    if (!data.text.empty()) view_.line(data.text);
+  }
+  // The caller tells it.
+  void error(int, const std::string&) override {}
+  void stageBegins(const std::string&) override {}
+  void stageEnds(const std::string&, int) override {}
+
+ private:
+  MigrationView& view_;
+};
+
+// Shows a step like a stage.
+template <class Function>
+auto shown(MigrationView& view, const char* step, Function function) {
+  const auto began = std::chrono::steady_clock::now();
+  const auto end = [&](int result) {
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
+    view.stageEnds(step, result, took.count());
+  };
+  view.stageBegins(step);
+  try {
+    auto result = function();
+    end(0);
+    return result;
+  } catch (...) {
+    end(-1);
+    throw;
+  }
+}
+
+CurrentRequest requestOf(const std::shared_ptr<CancelToken>& cancel) {
+  CurrentRequest request;
+  request.client = QXL::QXLAccessChecker::getClientContext();
+  request.cancel = cancel;
+  return request;
+}
+
+}  // namespace
+
+struct Planning::Parts {
+  Parts(const QXL::QXLConnectionInfo& connection, MigrationView& toView,
+        const std::shared_ptr<CancelToken>& token)
+      : source(connection.address),
+        view(toView),
+        cancel(token),
+        handler(new ViewHandler(toView)),
+        request(requestOf(token)),
+        scope(request,
+              boost::intrusive_ptr<QXL::QXLRequestContextPrototype>(new RequestContext())) {
+    kept = shown(view, "connect",
+                 [&]() { return std::make_unique<KeptConnection>(connection, handler.get()); });
+    client = std::make_unique<SurveyClient>(kept->transport(), handler.get(), cancel.get());
+  }
+
+  std::string source;
+  MigrationView& view;
+  std::shared_ptr<CancelToken> cancel;
+  boost::intrusive_ptr<ViewHandler> handler;
+  // The connection cancels this request when it is lost.
+  CurrentRequest request;
+  CurrentRequestScope scope;
+  std::unique_ptr<KeptConnection> kept;
+  std::unique_ptr<SurveyClient> client;  // before the connection goes
+};
+
+Planning::Planning(const QXL::QXLConnectionInfo& source, MigrationView& view,
+                   const std::shared_ptr<CancelToken>& cancel)
+    : parts_(std::make_unique<Parts>(source, view, cancel)) {}
+
+Planning::~Planning() = default;
+
+Measurement Planning::measure(const MeasureSettings& settings) {
+  return shown(parts_->view, "measure", [&]() { return parts_->client->measure(settings); });
+}
+
+PlanFacts Planning::gather(MigrateOptions& options, const MeasureSettings& settings) {
+  PlanFacts facts;
+  facts.source = parts_->source;
+  facts.ctid = options.ctid;
+  facts.givenExcludes = options.excludes;
+  facts.services = options.services;
+  facts.measurement = measure(settings);
+  SurveyRequest request;
+  request.excludes = exclusionPatterns(facts);
+  facts.survey = shown(parts_->view, "survey", [&]() { return parts_->client->survey(request); });
+
+  options.measuredConfig = facts.measurement.config;
+  // What cannot be passed on is a reason to stop, which the plan tells.
+  MigrateOptions checked = options;
+  checked.distributionRequired = false;
+  const auto params = makeParams(checked);
+  facts.node = nodeFacts(*params);
+  const QXA::QXAEnvConfigBashParser parser((QXL::QXLVocCacheLocal()));
+  parseShell(parser.format(*params->options.config), facts.config);
+  options.excludes = exclusionPatterns(facts);
+  return facts;
+}
+
+}  // namespace agent

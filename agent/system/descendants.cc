@@ -1,0 +1,36 @@
+#include "agent/system/descendants.h"
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace agent {
+
+namespace {
+
+void addChildren(pid_t process, pid_t thread, std::vector<pid_t>& found) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/task/" + std::to_string(thread) +
+                     "/children");
+  std::vector<pid_t> children;
+  for (pid_t child; file >> child;) children.push_back(child);
+  for (const pid_t child : children) {
+    found.push_back(child);
+    std::error_code error;
+    const std::filesystem::path tasks = "/proc/" + std::to_string(child) + "/task";
+    for (const auto& task : std::filesystem::directory_iterator(tasks, error)) {
+      addChildren(child, static_cast<pid_t>(std::stol(task.path().filename())), found);
+    }
+  }
+}
+
+}  // namespace
+
+std::vector<pid_t> descendantsOfThread(pid_t thread) {
+  std::vector<pid_t> found;
+  addChildren(getpid(), thread, found);
+  return found;
+}
+
+}  // namespace agent

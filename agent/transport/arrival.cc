@@ -1,0 +1,79 @@
+#include "agent/transport/arrival.h"
+
+namespace agent {
+
+namespace {
+
+// Runs a shell program, which must not hold a single quote, as root. What sudo says
+// is read by explainSshFailure, in English only.
+std::string asRoot(const std::string& program) {
+  return "/bin/sh -c 'if [ \"`id -u`\" = 0 ]; then exec /bin/sh -c \"$0\"; "
+         "else LC_ALL=C; export LC_ALL; exec sudo -n -- /bin/sh -c \"$0\"; fi' '" +
+         program + "'";
+}
+
+void replaceAll(std::string& text, const std::string& from, const std::string& to) {
+  for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
+    text.replace(at, from.size(), to);
+  }
+}
+
+}  // namespace
+
+std::string arrivalCommand(uint64_t bytes, const std::string& sha256) {
+  // Plain POSIX shell of any age. Each step that fails says so in one line.
+  std::string program =
+      "D=@DIR@; export LC_ALL=C; umask 077; "
+      "no() { echo \"QX error $*\"; exit 1; }; "
+      // What a killed agent had stopped, in this run or in one before it.
+      "up() { if [ -f $D/stopped-services ]; then "
+      "while read -r s; do /etc/init.d/$s start </dev/null >/dev/null 2>&1; done "
+      "<$D/stopped-services; fi; }; "
+      "trap : HUP PIPE; "
+      "u=`id -u`; [ \"$u\" = 0 ] || no root $u; "
+      "m=`uname -m`; [ \"$m\" = x86_64 ] || no machine $m; "
+      "k=`uname -r`; set -- `echo $k | tr -c 0-9 \" \"`; a=${1:-0}; b=${2:-0}; "
+      "[ \"$a\" -gt 3 ] || { [ \"$a\" = 3 ] && [ \"$b\" -ge 2 ]; } || no kernel $k; "
+      "for t in head tar gzip rm mkdir df; do "
+      "command -v $t >/dev/null 2>&1 || no tool $t; done; "
+      "if [ -e $D ] || [ -h $D ]; then "
+      "p=`head -n 1 $D/pid 2>/dev/null`; "
+      "if [ -n \"$p\" ] && [ -e /proc/$p ] && "
+      "tr \"\\000\" \" \" </proc/$p/cmdline 2>/dev/null | grep -q qxagent.tmp; "
+      "then no live $p; fi; "
+      "[ -h $D ] || { [ -O $D ] && up; }; rm -rf $D; fi; "
+      "f=`df -P -k /var 2>/dev/null | tail -n 1 | { read x x x f x; echo $f; }`; "
+      "[ \"${f:-65536}\" -ge 65536 ] || no space $f; "
+      "e=`mkdir -m 0700 $D 2>&1` || no directory $e; "
+      "echo $$ >$D/pid || { rm -rf $D; no directory cannot write there; }; "
+      "gone() { rm -rf $D; no \"$@\"; }; "
+      "printf \"#\\041/bin/sh\\nexit 0\\n\" >$D/try && chmod 700 $D/try && $D/try 2>/dev/null || "
+      "gone noexec; "
+      "echo \"QX send\"; "
+      "head -c @BYTES@ >$D/bundle || gone unpack cannot write the bundle; "
+      "if command -v sha256sum >/dev/null 2>&1; then s=`sha256sum <$D/bundle`; "
+      "[ \"${s%% *}\" = @SHA256@ ] || gone digest; "
+      "else s=`wc -c <$D/bundle`; [ $s -eq @BYTES@ ] || gone digest; fi; "
+      "e=`gzip -dc <$D/bundle | tar xf - -C $D 2>&1` || gone unpack $e; "
+      "chmod 0700 $D; "
+      "rm -f $D/bundle $D/try; "
+      "echo \"QX run\"; "
+      "QXA_TMPDIR=$D @LOADER@ --library-path @LIBRARIES@ @AGENT@ serve --stdio; r=$?; "
+      "trap \"\" HUP PIPE INT TERM; "
+      "up; rm -rf $D; exit $r";
+  replaceAll(program, "@DIR@", arrivalDir);
+  replaceAll(program, "@BYTES@", std::to_string(bytes));
+  replaceAll(program, "@SHA256@", sha256);
+  replaceAll(program, "@LOADER@", bundleLoader);
+  replaceAll(program, "@LIBRARIES@", bundleLibraries);
+  replaceAll(program, "@AGENT@", bundleAgent);
+  return asRoot(program);
+}
+
+std::string channelCommand(const std::string& token) {
+  return asRoot(std::string("echo \"") + channelBegins + "\"; QXA_TMPDIR=" + arrivalDir + " exec " +
+                bundleLoader + " --library-path " + bundleLibraries + " " + bundleAgent +
+                " channel " + token);
+}
+
+}  // namespace agent

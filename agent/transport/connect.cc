@@ -1,0 +1,90 @@
+#include "agent/transport/connect.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <stdexcept>
+
+#include "agent/system/last_error.h"
+#include "agent/transport/local_transport.h"
+#include "agent/transport/remote_transport.h"
+#include "agent/transport/ssh_transport.h"
+#include "framework/errors.h"
+
+namespace agent {
+
+namespace {
+
+UniqueFd connectUnix(const std::string& path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  if (path.empty() || path.size() >= sizeof address.sun_path) {
+    fail("'" + path + "' cannot be the path of a socket: it must have 1 to " +
+         std::to_string(sizeof address.sun_path - 1) + " bytes");
+    return UniqueFd();
+  }
+  memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!fd || connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    failErrno("cannot connect to the agent at unix:" + path);
+    return UniqueFd();
+  }
+  return fd;
+}
+
+std::mutex keptMutex;
+std::map<std::string, boost::shared_ptr<QXL::QXLRequestTransport>> keptConnections;
+
+// Two connections of one name are alike.
+std::string nameOf(const QXL::QXLConnectionInfo& connection) {
+  std::string name = connection.address;
+  for (const std::string& option : connection.transportOptions) name += '\n' + option;
+  return name;
+}
+
+}  // namespace
+
+KeptConnection::KeptConnection(const QXL::QXLConnectionInfo& connection,
+                               QXL::QXLProgressHandlerPrototype* handler)
+    : name_(nameOf(connection)), transport_(connect(connection, handler)) {
+  if (!transport_) throw std::runtime_error(QXL::getErrorMessage());
+  const std::lock_guard lock(keptMutex);
+  keptConnections[name_] = transport_;
+}
+
+KeptConnection::~KeptConnection() {
+  const std::lock_guard lock(keptMutex);
+  keptConnections.erase(name_);
+}
+
+boost::shared_ptr<QXL::QXLRequestTransport> connect(const QXL::QXLConnectionInfo& connection,
+                                                    QXL::QXLProgressHandlerPrototype* handler) {
+  const std::string& address = connection.address;
+  {
+    const std::lock_guard lock(keptMutex);
+    const auto kept = keptConnections.find(nameOf(connection));
+    if (kept != keptConnections.end()) return kept->second;
+  }
+  try {
+    if (address == "local")
+      return boost::shared_ptr<QXL::QXLRequestTransport>(new LocalTransport());
+    if (address.compare(0, 5, "unix:") == 0) {
+      UniqueFd fd = connectUnix(address.substr(5));
+      if (!fd) return nullptr;
+      UniqueFd second(fcntl(fd.get(), F_DUPFD_CLOEXEC, 3));
+      return boost::shared_ptr<QXL::QXLRequestTransport>(
+          new RemoteTransport(std::move(fd), std::move(second), address));
+    }
+    return connectSsh(address, connection.transportOptions, handler);
+  } catch (const std::exception& problem) {
+    fail(problem.what());
+  }
+  return nullptr;
+}
+
+}  // namespace agent

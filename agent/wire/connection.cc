@@ -1,0 +1,209 @@
+#include "agent/wire/connection.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+#include "agent/system/event.h"
+#include "agent/system/last_error.h"
+
+namespace agent {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr size_t maxDescriptors = 4;
+
+bool isSocket(int fd) {
+  struct stat info;
+  return fstat(fd, &info) == 0 && S_ISSOCK(info.st_mode);
+}
+
+int millisecondsUntil(Clock::time_point when) {
+  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(when - Clock::now());
+  return static_cast<int>(std::max<long long>(0, left.count() + 1));
+}
+
+}  // namespace
+
+Connection::Connection(UniqueFd input, UniqueFd output, const HeartbeatTimes& times)
+    : input_(std::move(input)),
+      output_(std::move(output)),
+      isSocket_(isSocket(output_.get())),
+      times_(times),
+      wake_(newEvent()) {
+  for (const int fd : {input_.get(), output_.get()}) {
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+  }
+}
+
+Connection::~Connection() { stop(); }
+
+void Connection::stop() {
+  close("");
+  if (thread_.joinable()) thread_.join();
+}
+
+void Connection::start(FrameHandler onFrame, LossHandler onLost) {
+  onFrame_ = std::move(onFrame);
+  onLost_ = std::move(onLost);
+  thread_ = std::thread([this]() { run(); });
+}
+
+void Connection::close(const std::string& reason) {
+  {
+    std::lock_guard lock(reasonMutex_);
+    if (closed_) return;
+    reason_ = reason;
+    closed_ = true;
+  }
+  raiseEvent(wake_);
+}
+
+bool Connection::send(const nlohmann::json& frame, const std::vector<int>& fds) {
+  const std::string bytes = encodeFrame(frame);
+  std::lock_guard lock(writeMutex_);
+  if (closed_) return false;
+  sentSinceBeat_ = true;
+  return writeAll(bytes, fds);
+}
+
+bool Connection::writeAll(const std::string& bytes, const std::vector<int>& fds) {
+  const Clock::time_point giveUp = Clock::now() + times_.dead;
+  for (size_t written = 0; written < bytes.size();) {
+    ssize_t count;
+    if (isSocket_) {
+      iovec part{const_cast<char*>(bytes.data()) + written, bytes.size() - written};
+      msghdr message = {};
+      message.msg_iov = &part;
+      message.msg_iovlen = 1;
+      alignas(cmsghdr) char control[CMSG_SPACE(maxDescriptors * sizeof(int))] = {};
+      if (written == 0 && !fds.empty()) {
+        message.msg_control = control;
+        message.msg_controllen = CMSG_SPACE(fds.size() * sizeof(int));
+        cmsghdr* header = CMSG_FIRSTHDR(&message);
+        header->cmsg_level = SOL_SOCKET;
+        header->cmsg_type = SCM_RIGHTS;
+        header->cmsg_len = CMSG_LEN(fds.size() * sizeof(int));
+        memcpy(CMSG_DATA(header), fds.data(), fds.size() * sizeof(int));
+      }
+      count = sendmsg(output_.get(), &message, MSG_NOSIGNAL);
+    } else {
+      count = write(output_.get(), bytes.data() + written, bytes.size() - written);
+    }
+    if (count >= 0) {
+      written += static_cast<size_t>(count);
+      continue;
+    }
+    if (errno == EINTR) continue;
+    if (errno != EAGAIN) {
+      close(errnoText(errno));
+      return false;
+    }
+    pollfd entries[2] = {{output_.get(), POLLOUT, 0}, {wake_.get(), POLLIN, 0}};
+    poll(entries, 2, millisecondsUntil(giveUp));
+    if (closed_) return false;
+    if (Clock::now() >= giveUp) {
+      close("the peer takes no data");
+      return false;
+    }
+  }
+  return true;
+}
+
+bool Connection::receive() {
+  char buffer[65536];
+  ssize_t count;
+  if (isSocket_) {
+    iovec part{buffer, sizeof buffer};
+    msghdr message = {};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    alignas(cmsghdr) char control[CMSG_SPACE(maxDescriptors * sizeof(int))];
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    count = recvmsg(input_.get(), &message, MSG_CMSG_CLOEXEC);
+    if (count >= 0) {
+      for (cmsghdr* header = CMSG_FIRSTHDR(&message); header;
+           header = CMSG_NXTHDR(&message, header)) {
+        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
+        const size_t fds = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+        for (size_t i = 0; i < fds; ++i) {
+          int fd;
+          memcpy(&fd, CMSG_DATA(header) + i * sizeof(int), sizeof fd);
+          received_.emplace_back(fd);
+        }
+      }
+    }
+  } else {
+    count = read(input_.get(), buffer, sizeof buffer);
+  }
+  if (count == 0) return false;
+  if (count < 0) {
+    if (errno == EAGAIN || errno == EINTR) return true;
+    throw std::runtime_error(errnoText(errno));
+  }
+  decoder_.feed(std::string_view(buffer, static_cast<size_t>(count)));
+  while (std::optional<nlohmann::json> frame = decoder_.next()) {
+    if ((*frame)["type"] == "beat") continue;
+    std::vector<UniqueFd> fds;
+    if ((*frame)["type"] == "channel") fds = std::exchange(received_, {});
+    onFrame_(*frame, std::move(fds));
+  }
+  // Descriptors that no frame has asked for are not kept.
+  if (received_.size() > maxDescriptors) throw std::runtime_error("stray descriptors came in");
+  return true;
+}
+
+void Connection::run() {
+  Clock::time_point heard = Clock::now();
+  Clock::time_point nextBeat = Clock::now() + times_.beat;
+  while (!closed_) {
+    pollfd entries[2] = {{input_.get(), POLLIN, 0}, {wake_.get(), POLLIN, 0}};
+    poll(entries, 2, millisecondsUntil(std::min(nextBeat, heard + times_.dead)));
+    if (closed_) break;
+    const Clock::time_point now = Clock::now();
+    if (entries[0].revents) {
+      heard = now;
+      try {
+        if (!receive()) {
+          close("");
+          break;
+        }
+      } catch (const std::exception& problem) {
+        close(problem.what());
+        break;
+      }
+    } else if (now >= heard + times_.dead) {
+      silent_ = true;
+      close("nothing was heard for " +
+            std::to_string(std::chrono::duration_cast<std::chrono::seconds>(times_.dead).count()) +
+            " seconds");
+      break;
+    }
+    if (now >= nextBeat) {
+      if (!sentSinceBeat_.exchange(false)) send({{"type", "beat"}});
+      sentSinceBeat_ = false;
+      nextBeat = now + times_.beat;
+    }
+  }
+  {
+    // Nobody writes any more; the peer sees the end at once.
+    std::lock_guard lock(writeMutex_);
+    if (isSocket_) shutdown(output_.get(), SHUT_RDWR);
+    output_.reset();
+  }
+  std::string reason;
+  {
+    std::lock_guard lock(reasonMutex_);
+    reason = reason_;
+  }
+  onLost_(reason);
+}
+
+}  // namespace agent

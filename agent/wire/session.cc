@@ -1,0 +1,138 @@
+#include "agent/wire/session.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+
+#include "agent/system/descendants.h"
+#include "agent/wire/message_fields.h"
+#include "agent/wire/request_context.h"
+#include "framework/errors.h"
+
+namespace agent {
+
+Session::Session(boost::intrusive_ptr<QXL::QXLOpFactory> factory, FrameSink& sink,
+                 ChannelTable& channels, const QXL::QXLClientContext& client)
+    : factory_(std::move(factory)),
+      sink_(sink),
+      channels_(channels),
+      client_(client),
+      operator_(factory_->newOperator()),
+      accesser_(factory_->newAccesser(operator_)),
+      thread_([this]() { run(); }) {}
+
+Session::~Session() { end(); }
+
+bool Session::submit(long long id, const std::string& method, const nlohmann::json& body) {
+  std::lock_guard lock(mutex_);
+  if (queue_.size() >= static_cast<size_t>(accesser_->maxQueued())) return false;
+  queue_.push_back({id, method, body});
+  changed_.notify_all();
+  return true;
+}
+
+void Session::cancel(long long id) {
+  std::lock_guard lock(mutex_);
+  if (running_ == id) {
+    cancel_->cancel();
+    stopPrograms();
+  }
+  for (auto item = queue_.begin(); item != queue_.end(); ++item) {
+    if (item->id != id) continue;
+    queue_.erase(item);
+    boost::intrusive_ptr<Message> out(new Message());
+    QXL::addError(out, QXL::QXLErrors, cancelledByUser, "");
+    sink_.send({{"type", "answer"}, {"id", id}, {"body", out->body()}});
+    return;
+  }
+}
+
+// The framework's runner watches the token; programs that the operator's code
+// runs by itself are told here.
+void Session::stopPrograms() {
+  for (const pid_t program : descendantsOfThread(threadId_)) kill(program, SIGTERM);
+}
+
+void Session::end() {
+  {
+    std::unique_lock lock(mutex_);
+    if (ended_) return;
+    ended_ = true;
+    ending_ = true;
+    queue_.clear();
+    changed_.notify_all();
+    while (running_ != 0) {
+      cancel_->cancel(connectionLost, "");
+      stopPrograms();
+      changed_.wait_for(lock, std::chrono::milliseconds(500));
+    }
+  }
+  if (thread_.joinable()) thread_.join();
+}
+
+void Session::run() {
+  threadId_ = static_cast<int>(syscall(SYS_gettid));
+  const bool acquired = accesser_->acquire() == 0;
+  const std::string refusal = acquired ? "" : QXL::getErrorMessage();
+  for (;;) {
+    Item item;
+    {
+      std::unique_lock lock(mutex_);
+      running_ = 0;
+      changed_.notify_all();
+      changed_.wait(lock, [this]() { return ending_ || finished_ || !queue_.empty(); });
+      if (ending_ || finished_) break;
+      item = std::move(queue_.front());
+      queue_.pop_front();
+      running_ = item.id;
+      cancel_ = std::make_shared<CancelToken>();
+    }
+    if (acquired) {
+      serve(item, true);
+      continue;
+    }
+    boost::intrusive_ptr<Message> out(new Message());
+    QXL::addError(out, QXL::QXLErrors, 429, refusal);
+    sink_.send({{"type", "answer"}, {"id", item.id}, {"body", out->body()}});
+    finished_ = true;
+  }
+  if (acquired && !finished_) {
+    cancel_ = std::make_shared<CancelToken>();
+    serve({0, methodFinish, nlohmann::json::object()}, false);
+  }
+  accesser_.reset();
+  operator_.reset();
+}
+
+void Session::serve(const Item& item, bool answer) {
+  const auto progress = [&](const QXL::QXLRequestProgressData& data) {
+    if (!answer) return;
+    sink_.send({{"type", "progress"},
+                {"id", item.id},
+                {"text", data.text},
+                {"description", data.description},
+                {"percent", data.percent}});
+  };
+  boost::intrusive_ptr<Message> in(new Message(item.body));
+  boost::intrusive_ptr<Message> out(new Message());
+  CurrentRequest request;
+  request.client = client_;
+  request.cancel = cancel_;
+  request.channels = &channels_;
+  request.answer = out;
+  boost::intrusive_ptr<QXL::QXLRequestContextPrototype> context(new RequestContext(progress));
+  {
+    const CurrentRequestScope scope(request, context);
+    try {
+      operator_->process(item.method, in, out);
+    } catch (const std::exception& problem) {
+      QXL::addError(out, QXL::QXLErrors, 500, problem.what());
+    }
+  }
+  if (item.method == methodFinish) finished_ = true;
+  if (answer) sink_.send({{"type", "answer"}, {"id", item.id}, {"body", out->body()}});
+}
+
+}  // namespace agent

@@ -1,0 +1,153 @@
+#include "agent/wire/stdio_server.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <thread>
+
+#include "agent/system/event.h"
+#include "agent/system/last_error.h"
+#include "agent/wire/server.h"
+
+namespace agent {
+
+namespace {
+
+constexpr size_t tokenBytes = 32;
+constexpr std::chrono::seconds channelPatience(30);
+
+sockaddr_un channelAddress() {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  const std::string path = channelSocketPath();
+  if (path.size() >= sizeof address.sun_path) {
+    throw std::runtime_error(path + " is too long for a socket");
+  }
+  memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  return address;
+}
+
+// Takes the token and the two descriptors that one `qxagent channel` hands over.
+// Its connection goes with the channel end: whoever inherits the descriptors keeps
+// it open, and when the last one closes it that process ends.
+void receiveChannel(UniqueFd connection, ChannelTable& channels) {
+  const timeval patience{10, 0};
+  setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  char token[tokenBytes];
+  iovec part{token, sizeof token};
+  msghdr message = {};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  alignas(cmsghdr) char control[CMSG_SPACE(2 * sizeof(int))];
+  message.msg_control = control;
+  message.msg_controllen = sizeof control;
+  const ssize_t count = recvmsg(connection.get(), &message, MSG_WAITALL | MSG_CMSG_CLOEXEC);
+  const cmsghdr* header = count > 0 ? CMSG_FIRSTHDR(&message) : nullptr;
+  if (!header || header->cmsg_type != SCM_RIGHTS || header->cmsg_len != CMSG_LEN(2 * sizeof(int))) {
+    return;
+  }
+  int fds[2];
+  memcpy(fds, CMSG_DATA(header), sizeof fds);
+  UniqueFd input(fds[0]), output(fds[1]);
+  if (count != static_cast<ssize_t>(sizeof token)) return;
+  channels.put(std::string(token, sizeof token),
+               boost::intrusive_ptr<QXL::QXLChannelEndPrototype>(new LocalChannelEnd(
+                   std::move(input), std::move(output), std::move(connection))));
+}
+
+UniqueFd listenForChannels() {
+  UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const sockaddr_un address = channelAddress();
+  unlink(address.sun_path);
+  if (!listener ||
+      bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      chmod(address.sun_path, 0600) != 0 || listen(listener.get(), 8) != 0) {
+    throw std::runtime_error(std::string(address.sun_path) + ": " + errnoText(errno));
+  }
+  return listener;
+}
+
+}  // namespace
+
+std::string channelSocketPath() {
+  const char* folder = getenv("QXA_TMPDIR");
+  return std::string(folder ? folder : "") + "/channel.sock";
+}
+
+void serveStdio(int stopFd) {
+  // The streams are the connection's; nothing else may write or read there.
+  UniqueFd input(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
+  UniqueFd output(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3));
+  if (!input || !output) throw std::runtime_error("no connection on the standard streams");
+  const UniqueFd nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
+  dup2(nothing.get(), STDIN_FILENO);
+  dup2(STDERR_FILENO, STDOUT_FILENO);
+
+  const UniqueFd listener = listenForChannels();
+  QXL::QXLClientContext client;
+  client.uid = static_cast<long>(geteuid());
+  const char* account = getenv("SUDO_USER") ? getenv("SUDO_USER") : getenv("LOGNAME");
+  client.account = account ? account : std::to_string(client.uid);
+  Peer peer(std::move(input), std::move(output), client, channelPatience);
+  while (!peer.ended()) {
+    pollfd entries[3] = {
+        {stopFd, POLLIN, 0}, {peer.endedFd(), POLLIN, 0}, {listener.get(), POLLIN, 0}};
+    if (poll(entries, 3, -1) < 0 && errno != EINTR) break;
+    if (entries[0].revents) break;
+    if (entries[2].revents) {
+      UniqueFd connection(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+      if (connection) receiveChannel(std::move(connection), peer.channels());
+    }
+  }
+  unlink(channelSocketPath().c_str());
+}
+
+int offerChannel(const std::string& token) {
+  if (token.size() != tokenBytes) {
+    fprintf(stderr, "qxagent: '%s' is no channel token\n", token.c_str());
+    return 2;
+  }
+  const sockaddr_un address = channelAddress();
+  const UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!fd || connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    fprintf(stderr, "qxagent: no agent listens on %s: %s\n", address.sun_path,
+            errnoText(errno).c_str());
+    return 1;
+  }
+  iovec part{const_cast<char*>(token.data()), token.size()};
+  msghdr message = {};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  alignas(cmsghdr) char control[CMSG_SPACE(2 * sizeof(int))] = {};
+  message.msg_control = control;
+  message.msg_controllen = sizeof control;
+  cmsghdr* header = CMSG_FIRSTHDR(&message);
+  header->cmsg_level = SOL_SOCKET;
+  header->cmsg_type = SCM_RIGHTS;
+  header->cmsg_len = CMSG_LEN(2 * sizeof(int));
+  const int fds[2] = {STDIN_FILENO, STDOUT_FILENO};
+  memcpy(CMSG_DATA(header), fds, sizeof fds);
+  if (sendmsg(fd.get(), &message, MSG_NOSIGNAL) != static_cast<ssize_t>(token.size())) {
+    fprintf(stderr, "qxagent: the agent does not take the channel: %s\n", errnoText(errno).c_str());
+    return 1;
+  }
+  // Whoever uses the channel holds the other end of the connection. This process
+  // must not hold the streams open beyond that, but ssh ends the session with it.
+  close(STDIN_FILENO);
+  close(STDOUT_FILENO);
+  char byte;
+  while (read(fd.get(), &byte, 1) < 0 && errno == EINTR) {
+  }
+  return 0;
+}
+
+}  // namespace agent

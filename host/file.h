@@ -1,0 +1,45 @@
+// Reading and writing small files, and looking into a container's tree.
+#ifndef QX_HOST_FILE_H
+#define QX_HOST_FILE_H
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/fd.h"
+
+namespace host {
+
+/// The whole content of a file, nothing when it cannot be read (errno tells).
+std::optional<std::string> readFile(const std::string& path);
+
+/// Writes all of `data`; false with errno set when that fails.
+bool writeAll(int fd, std::string_view data);
+
+/// Replaces the file `path` by one with this content and mode, at once: a
+/// reader sees the old file or the new one. Throws Error. The data is not
+/// forced to disk.
+void replaceFile(const std::string& path, std::string_view content, mode_t mode);
+
+/// Whether there is a directory (symbolic links followed) at `path`.
+bool isDirectory(const std::string& path);
+/// Whether there is anything at `path`, a dangling symbolic link included.
+bool exists(const std::string& path);
+
+/// The names in a directory, sorted, without "." and "..". Throws Error.
+std::vector<std::string> listDirectory(const std::string& path);
+
+/// Makes a directory and its missing parents, all with mode 0755. Throws Error.
+void makeDirectories(const std::string& path);
+
+/// Opens `path` of the container whose tree is `rootFd`, with open flags
+/// `flags`; symbolic links, absolute ones too, lead to where they lead inside
+/// the container and never out of it. Invalid with errno set on failure.
+Fd openInRoot(int rootFd, const char* path, int flags);
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,70 @@
+#include "host/mounts.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+
+#include "host/error.h"
+#include "host/file.h"
+#include "host/text.h"
+
+namespace host {
+namespace {
+
+bool isOctal(char c) { return c >= '0' && c <= '7'; }
+
+std::string unescape(std::string_view text) {
+  std::string plain;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\\' && i + 3 < text.size() && isOctal(text[i + 1]) && isOctal(text[i + 2]) &&
+        isOctal(text[i + 3])) {
+      plain += static_cast<char>((text[i + 1] - '0') * 64 + (text[i + 2] - '0') * 8 +
+                                 (text[i + 3] - '0'));
+      i += 3;
+    } else {
+      plain += text[i];
+    }
+  }
+  return plain;
+}
+
+std::string resolved(const std::string& path) {
+  char* real = realpath(path.c_str(), nullptr);
+  if (real == nullptr) return path;
+  std::string result = real;
+  free(real);
+  return result;
+}
+
+}  // namespace
+
+std::vector<std::string> parseMountPoints(std::string_view mountinfo) {
+  std::vector<std::string> points;
+  for (std::string_view line : splitLines(mountinfo)) {
+    const std::vector<std::string_view> words = splitWords(line);
+    if (words.size() >= 6) points.push_back(unescape(words[4]));
+  }
+  return points;
+}
+
+std::vector<std::string> mountPoints() {
+  const std::optional<std::string> text = readFile("/proc/self/mountinfo");
+  if (!text) failErrno("cannot read /proc/self/mountinfo");
+  return parseMountPoints(*text);
+}
+
+size_t countMountsAt(const std::vector<std::string>& points, const std::string& path) {
+  return static_cast<size_t>(std::count(points.begin(), points.end(), resolved(path)));
+}
+
+std::vector<std::string> mountsBelow(const std::vector<std::string>& points,
+                                     const std::string& path) {
+  const std::string start = resolved(path) + "/";
+  std::vector<std::string> below;
+  for (const std::string& point : points) {
+    if (point.starts_with(start)) below.push_back(point);
+  }
+  return below;
+}
+
+}  // namespace host

@@ -1,0 +1,37 @@
+// Where the node keeps its things.
+#ifndef QX_HOST_PATHS_H
+#define QX_HOST_PATHS_H
+
+namespace host {
+
+/// ID.conf for each container; dists/ with the distribution table.
+inline constexpr char kConfigDir[] = "/etc/sysconfig/qx-scripts";
+/// Another name of the same place: a symbolic link to it.
+inline constexpr char kConfigLink[] = "/etc/qx/conf";
+/// The host's settings, in shell-variable format. Optional.
+inline constexpr char kHostConfig[] = "/etc/qx/qx.conf";
+/// OS templates: directories NAME and archives NAME.tar, NAME.tar.gz, …
+inline constexpr char kTemplateDir[] = "/var/lib/qx/template";
+/// What lasts until the next boot: ID.init of running containers.
+inline constexpr char kRunDir[] = "/run/qx";
+
+/// Defaults of the host's settings of the same names.
+inline constexpr char kDefaultLockDir[] = "/var/lock/qx";
+inline constexpr char kDefaultRoot[] = "/var/lib/qx/root/$VEID";
+inline constexpr char kDefaultPrivate[] = "/var/lib/qx/private/$VEID";
+
+/// Inside a private area. The library writes the template marker there; names
+/// that begin with ".qx-" are the node's own.
+inline constexpr char kTreeName[] = "fs";
+inline constexpr char kTemplateMarker[] = ".ostemplate";
+inline constexpr char kOwnPrefix[] = ".qx-";
+inline constexpr char kRegistrationMarker[] = ".qx-registered";
+/// The ext4 file system that a tree may lie on (storage.h).
+inline constexpr char kImageFile[] = ".qx-image";
+inline constexpr char kQuotaFile[] = ".qx-quota";
+/// Exists while the guest's files lag behind the configuration.
+inline constexpr char kAdaptMarker[] = ".qx-adapt";
+
+}  // namespace host
+
+#endif

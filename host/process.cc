@@ -1,0 +1,94 @@
+#include "host/process.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "host/error.h"
+#include "host/fd.h"
+#include "host/text.h"
+
+namespace host {
+namespace {
+
+constexpr size_t kKeptErrorText = 4096;
+
+class FileActions {
+ public:
+  FileActions() { posix_spawn_file_actions_init(&actions_); }
+  ~FileActions() { posix_spawn_file_actions_destroy(&actions_); }
+  FileActions(const FileActions&) = delete;
+  FileActions& operator=(const FileActions&) = delete;
+  posix_spawn_file_actions_t* get() { return &actions_; }
+
+ private:
+  posix_spawn_file_actions_t actions_;
+};
+
+/// Everything up to the end of the pipe, of which the last part is kept.
+std::string drain(int fd) {
+  std::string text;
+  char buffer[4096];
+  for (;;) {
+    const ssize_t got = read(fd, buffer, sizeof buffer);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    text.append(buffer, static_cast<size_t>(got));
+    if (text.size() > kKeptErrorText) text.erase(0, text.size() - kKeptErrorText);
+  }
+  while (text.ends_with('\n')) text.pop_back();
+  return text;
+}
+
+}  // namespace
+
+void runProgram(const std::vector<std::string>& arguments) {
+  std::string command;
+  std::vector<char*> argv;
+  for (const std::string& argument : arguments) {
+    command += (command.empty() ? "" : " ") + argument;
+    argv.push_back(const_cast<char*>(argument.c_str()));
+  }
+  argv.push_back(nullptr);
+
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) failErrno("cannot run '%s'", command.c_str());
+  const Fd readEnd(ends[0]);
+  Fd writeEnd(ends[1]);
+  FileActions actions;
+  posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(actions.get(), STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_adddup2(actions.get(), writeEnd.get(), STDERR_FILENO);
+  pid_t pid = -1;
+  errno = posix_spawnp(&pid, argv[0], actions.get(), nullptr, argv.data(), environ);
+  if (errno != 0) failErrno("cannot run '%s'", command.c_str());
+  writeEnd.reset();
+  const std::string errors = drain(readEnd.get());
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0) {
+    if (errno != EINTR) failErrno("cannot wait for '%s'", command.c_str());
+  }
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return;
+  const std::string end = WIFSIGNALED(status) ? textf("was ended by signal %d", WTERMSIG(status))
+                                              : textf("exited with status %d", WEXITSTATUS(status));
+  fail(ExitCode::kFailed, "'%s' %s%s%s", command.c_str(), end.c_str(), errors.empty() ? "" : ":\n",
+       errors.c_str());
+}
+
+void requireProgram(const char* name, const char* package) {
+  const char* path = getenv("PATH");
+  std::string rest = path == nullptr ? "/usr/sbin:/usr/bin:/sbin:/bin" : path;
+  while (!rest.empty()) {
+    const std::string directory = rest.substr(0, rest.find(':'));
+    if (access((directory + "/" + name).c_str(), X_OK) == 0) return;
+    rest.erase(0, directory.size() + 1);
+  }
+  fail(ExitCode::kFailed, "the program %s is missing: install the package %s", name, package);
+}
+
+}  // namespace host

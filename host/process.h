@@ -1,0 +1,22 @@
+// Running a program and waiting for it.
+#ifndef QX_HOST_PROCESS_H
+#define QX_HOST_PROCESS_H
+
+#include <string>
+#include <vector>
+
+namespace host {
+
+/// Runs a program found on PATH with these arguments (the program first),
+/// standard input empty, and waits for its end. Throws Error (kFailed) with the
+/// command, how it ended and the end of what it wrote to standard error, when it
+/// cannot be started or does not exit with 0. Standard output is discarded.
+void runProgram(const std::vector<std::string>& arguments);
+
+/// Throws Error (kFailed), which names the package to install, unless PATH has this
+/// program.
+void requireProgram(const char* name, const char* package);
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,211 @@
+#include "host/shell_vars.h"
+
+#include <cerrno>
+
+#include "host/error.h"
+#include "host/file.h"
+
+namespace host {
+namespace {
+
+bool isNameStart(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_'; }
+bool isNameChar(char c) { return isNameStart(c) || (c >= '0' && c <= '9'); }
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+
+class Reader {
+ public:
+  Reader(std::string_view text, const ShellVars& known) : text_(text), vars_(known) {}
+
+  ShellVars read() {
+    for (;;) {
+      skipBlanks();
+      if (atEnd()) return std::move(vars_);
+      if (peek() == '\n') {
+        ++at_;
+      } else if (peek() == '#') {
+        skipComment();
+      } else {
+        readAssignment();
+      }
+    }
+  }
+
+ private:
+  bool atEnd() const { return at_ >= text_.size(); }
+  char peek(size_t ahead = 0) const {
+    return at_ + ahead < text_.size() ? text_[at_ + ahead] : '\0';
+  }
+  void skipBlanks() {
+    while (!atEnd() && isBlank(peek())) ++at_;
+  }
+  void skipComment() {
+    while (!atEnd() && peek() != '\n') ++at_;
+  }
+
+  [[noreturn]] void refuse(const std::string& why) const {
+    size_t line = 1;
+    for (char c : text_.substr(0, std::min(at_, text_.size()))) line += c == '\n';
+    fail(ExitCode::kBadConfig, "line %zu: %s", line, why.c_str());
+  }
+
+  std::string readName() {
+    std::string name;
+    if (isNameStart(peek())) {
+      while (isNameChar(peek())) name += text_[at_++];
+    }
+    return name;
+  }
+
+  void readAssignment() {
+    std::string name = readName();
+    if (name == "export" && isBlank(peek())) {
+      skipBlanks();
+      name = readName();
+    }
+    if (name.empty() || peek() != '=') refuse("NAME=value expected");
+    ++at_;
+    const std::string value = readValue();
+    skipBlanks();
+    if (peek() == '#') skipComment();
+    if (!atEnd() && peek() != '\n') refuse("unexpected text after the value of " + name);
+    vars_[name] = value;
+  }
+
+  std::string readValue() {
+    std::string value;
+    if (peek() == '~') refuse("'~' is not expanded here: quote it or write the path in full");
+    while (!atEnd() && !isBlank(peek()) && peek() != '\n') {
+      const char c = peek();
+      switch (c) {
+        case '\'':
+          readSingleQuoted(value);
+          break;
+        case '"':
+          readDoubleQuoted(value);
+          break;
+        case '\\':
+          ++at_;
+          if (atEnd()) refuse("backslash at the end of the text");
+          if (peek() != '\n') value += peek();
+          ++at_;
+          break;
+        case '$':
+          if (peek(1) == '\'' || peek(1) == '"') refuse("this kind of quoting is not supported");
+          readReference(value);
+          break;
+        case '`':
+          refuse("commands are not run here: '`' must be quoted");
+        case '|':
+        case '&':
+        case ';':
+        case '<':
+        case '>':
+        case '(':
+        case ')':
+          refuse(std::string("'") + c + "' must be quoted");
+        case '\0':
+          refuse("null byte");
+        default:
+          value += c;
+          ++at_;
+      }
+    }
+    return value;
+  }
+
+  void readSingleQuoted(std::string& value) {
+    const size_t end = text_.find('\'', at_ + 1);
+    if (end == text_.npos) refuse("the closing ' is missing");
+    value += text_.substr(at_ + 1, end - at_ - 1);
+    if (value.find('\0') != value.npos) refuse("null byte");
+    at_ = end + 1;
+  }
+
+  void readDoubleQuoted(std::string& value) {
+    const size_t start = at_++;
+    for (;;) {
+      if (atEnd()) {
+        at_ = start;
+        refuse("the closing \" is missing");
+      }
+      const char c = peek();
+      if (c == '"') {
+        ++at_;
+        return;
+      }
+      if (c == '\\' && std::string_view("$`\"\\\n").find(peek(1)) != std::string_view::npos &&
+          at_ + 1 < text_.size()) {
+        if (peek(1) != '\n') value += peek(1);
+        at_ += 2;
+      } else if (c == '$') {
+        readReference(value);
+      } else if (c == '`') {
+        refuse("commands are not run here: '`' must be written \\`");
+      } else if (c == '\0') {
+        refuse("null byte");
+      } else {
+        value += c;
+        ++at_;
+      }
+    }
+  }
+
+  void readReference(std::string& value) {
+    ++at_;
+    const bool braces = peek() == '{';
+    if (braces) ++at_;
+    const std::string name = readName();
+    if (name.empty() && !braces &&
+        (atEnd() || isBlank(peek()) || peek() == '\n' || peek() == '"')) {
+      value += '$';  // A lone dollar sign stands for itself, as in a shell.
+      return;
+    }
+    if (name.empty() || (braces && peek() != '}')) {
+      refuse("only $NAME and ${NAME} are expanded here; write \\$ for a dollar sign");
+    }
+    if (braces) ++at_;
+    const auto found = vars_.find(name);
+    if (found == vars_.end()) refuse("variable " + name + " is not set");
+    value += found->second;
+  }
+
+  std::string_view text_;
+  size_t at_ = 0;
+  ShellVars vars_;
+};
+
+}  // namespace
+
+std::string valueOf(const ShellVars& vars, const std::string& name, const std::string& fallback) {
+  const auto found = vars.find(name);
+  return found == vars.end() || found->second.empty() ? fallback : found->second;
+}
+
+std::string shellQuoted(std::string_view value) {
+  std::string quoted = "'";
+  for (char c : value) {
+    if (c == '\'') {
+      quoted += "'\\''";
+    } else {
+      quoted += c;
+    }
+  }
+  return quoted + "'";
+}
+
+ShellVars parseShellVars(std::string_view text, const ShellVars& known) {
+  return Reader(text, known).read();
+}
+
+std::optional<ShellVars> readShellVars(const std::string& path, const ShellVars& known) {
+  const std::optional<std::string> text = readFile(path);
+  if (!text && errno == ENOENT) return std::nullopt;
+  if (!text) failErrno("cannot read %s", path.c_str());
+  try {
+    return parseShellVars(*text, known);
+  } catch (const Error& error) {
+    fail(error.code(), "%s: %s", path.c_str(), error.what());
+  }
+}
+
+}  // namespace host

@@ -1,0 +1,515 @@
+// Plans: facts in, findings and verdict out.
+
+#include "agent/plan/plan.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "agent/plan/plan_json.h"
+#include "agent/plan/plan_text.h"
+
+namespace {
+
+using agent::Severity;
+using agent::Verdict;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::Field;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr long long gib = 1LL << 30;
+
+// A server that nothing speaks against.
+agent::PlanFacts goodFacts() {
+  agent::PlanFacts facts;
+  facts.source = "root@old";
+  facts.ctid = 101;
+  facts.measurement.numproc = 18;
+  facts.measurement.diskspace = 2097152;
+  facts.measurement.addresses = {"192.0.2.11"};
+  facts.measurement.excludes = {{"/dev/*", false}};
+  agent::SurveyedFileSystem root{"/dev/sda1", "/", "ext4", "rw"};
+  root.copied = root.mounted = root.counted = true;
+  root.bytes = 2 * gib;
+  root.files = 50000;
+  facts.survey.fileSystems = {root};
+  facts.survey.scanComplete = true;
+  facts.survey.systemdVersion = 252;
+  facts.survey.initScripts = {"nginx", "ssh"};
+  facts.node.privateArea = "/var/lib/qx/private/101";
+  facts.node.freeBytes = 100 * gib;
+  facts.node.freeInodes = 1000000;
+  facts.node.distributionScript = "/dists/scripts/debian.sh";
+  facts.node.distributionScriptExists = true;
+  facts.node.distributions = {"debian", "ubuntu"};
+  facts.node.cgroupV2 = true;
+  facts.config = {{"HOSTNAME", "old"},
+                  {"NETIF", "ifname=eth0,ip=192.0.2.50/24"},
+                  {"DISTRIBUTION", "debian-12"},
+                  {"NUMPROC", "240:240"},
+                  {"DISKSPACE", "2097152:2306867"},
+                  {"DISKINODES", "50000:55000"}};
+  return facts;
+}
+
+void expectFinding(const agent::PlanFacts& facts, Severity severity, const std::string& text) {
+  const agent::Plan plan = agent::makePlan(facts);
+  EXPECT_THAT(plan.findings, Contains(AllOf(Field(&agent::Finding::severity, severity),
+                                            Field(&agent::Finding::text, text))));
+  const Verdict expected = severity == Severity::block     ? Verdict::blocked
+                           : severity == Severity::warning ? Verdict::readyWithWarnings
+                                                           : Verdict::ready;
+  EXPECT_EQ(plan.verdict, expected);
+}
+
+TEST(Plan, NothingAgainstItIsReady) {
+  const agent::Plan plan = agent::makePlan(goodFacts());
+  EXPECT_THAT(plan.findings, IsEmpty());
+  EXPECT_EQ(plan.verdict, Verdict::ready);
+  EXPECT_EQ(plan.bytes, 2 * gib);
+  EXPECT_EQ(plan.files, 50000);
+}
+
+TEST(Plan, AContainerThatExistsOrIsLockedBlocks) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.containerExists = true;
+  expectFinding(facts, Severity::block,
+                "Container 101 exists on this node already: give another --ctid.");
+  facts = goodFacts();
+  facts.node.lockHolder = "process 7";
+  expectFinding(facts, Severity::block, "Container 101 is locked by process 7: wait for its end.");
+}
+
+TEST(Plan, RemainsOfAnotherContainerAreToldOf) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.areaExists = true;
+  expectFinding(facts, Severity::warning,
+                "The private area /var/lib/qx/private/101 exists already: the copy goes into it, "
+                "over what it holds.");
+  facts = goodFacts();
+  facts.node.configExists = true;
+  expectFinding(facts, Severity::warning,
+                "Container 101 has a configuration file already: it will be replaced.");
+  facts = goodFacts();
+  facts.node.keptExists = true;
+  expectFinding(facts, Severity::note,
+                "The migration goes on from what an earlier one has copied, "
+                "/var/lib/qx/private/101.migrated.");
+  // All of that is the container that exists.
+  facts.node.containerExists = facts.node.areaExists = facts.node.configExists = true;
+  EXPECT_EQ(agent::makePlan(facts).findings.size(), 1U);
+}
+
+TEST(Plan, AnImageIsAsLargeAsItsLimits) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.storage = "ext4";
+  // It has inodes of its own.
+  facts.node.freeInodes = 10;
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  facts.config["DISKSPACE"] = "1000:2000";
+  expectFinding(facts, Severity::block,
+                "The container's disk limit is 2.0 MiB, and 2.0 GiB are copied: give --diskspace, "
+                "such as 2097152:2306862.");
+  facts.config["DISKSPACE"] = "unlimited:unlimited";
+  expectFinding(
+      facts, Severity::block,
+      "The node keeps containers in ext4 images (STORAGE): give a size with --diskspace.");
+  facts = goodFacts();
+  facts.node.storage = "ext4";
+  facts.config["DISKINODES"] = "1000:49999";
+  expectFinding(facts, Severity::block,
+                "The container's limit is 49,999 inodes, and 50,000 files are copied: give "
+                "--diskinodes, such as 50000:55000.");
+}
+
+TEST(Plan, SpaceAndInodesBlockWhenShortAndWarnWithoutMargin) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.freeBytes = gib;
+  expectFinding(
+      facts, Severity::block,
+      "Not enough disk space on the node: 2.0 GiB are needed, 1.0 GiB are free. Make room, "
+      "or leave out more with --exclude.");
+  facts.node.freeBytes = 2 * gib;
+  expectFinding(
+      facts, Severity::warning,
+      "Hardly any disk space to spare on the node: the copy leaves 0 bytes, less than 10 % of it.");
+  facts = goodFacts();
+  facts.node.freeInodes = 49999;
+  expectFinding(
+      facts, Severity::block,
+      "Not enough inodes on the node: 50,000 are needed, 49,999 are free. Make room, or leave "
+      "out more with --exclude.");
+  facts.node.freeInodes = 54999;
+  expectFinding(
+      facts, Severity::warning,
+      "Hardly any inodes to spare on the node: the copy leaves 4,999, less than 10 % of it.");
+  facts.node.freeInodes = 55000;
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  facts.node.freeInodes = -1;
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+}
+
+TEST(Plan, LimitsBelowWhatIsCopiedWarn) {
+  agent::PlanFacts facts = goodFacts();
+  facts.config["DISKSPACE"] = "1000:2000";
+  expectFinding(facts, Severity::warning,
+                "The container's disk limit is 2.0 MiB, and 2.0 GiB are copied: give --diskspace, "
+                "such as 2097152:2306862.");
+  facts = goodFacts();
+  facts.config["DISKINODES"] = "1000:49999";
+  expectFinding(facts, Severity::warning,
+                "The container's limit is 49,999 inodes, and 50,000 files are copied: give "
+                "--diskinodes, such as 50000:55000.");
+  facts.config["DISKINODES"] = "unlimited:unlimited";
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+}
+
+TEST(Plan, AnAddressFromThePoolNeedsAPool) {
+  agent::PlanFacts facts = goodFacts();
+  facts.config["NETIF"] = "ifname=eth0,ip=auto";
+  facts.node.hasAddressPool = true;
+  EXPECT_NE(agent::makePlan(facts).verdict, Verdict::blocked);
+  facts.node.hasAddressPool = false;
+  expectFinding(facts, Severity::block,
+                "There are no addresses for --ip auto: set IP_POOL=\"FIRST-LAST/PREFIX\" in "
+                "/etc/qx/qx.conf, or give an address.");
+}
+
+TEST(Plan, AddressesInUseBlockAndTheServersOwnIsNoted) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.addresses["192.0.2.50"] = "container 102";
+  expectFinding(facts, Severity::block, "Address 192.0.2.50 is in use by container 102.");
+  facts = goodFacts();
+  facts.config["NETIF"] = "ifname=eth0,ip=192.0.2.11/24";
+  expectFinding(facts, Severity::note,
+                "The server has the address 192.0.2.11 as well: turn it off before the container "
+                "is started.");
+  facts.config.erase("NETIF");
+  expectFinding(facts, Severity::warning, "The container gets no address: give --ip.");
+}
+
+TEST(Plan, ADistributionWithoutScriptBlocks) {
+  agent::PlanFacts facts = goodFacts();
+  facts.config.erase("DISTRIBUTION");
+  expectFinding(facts, Severity::block,
+                "The server's distribution is not known: give --distribution NAME-VERSION.");
+  facts = goodFacts();
+  facts.node.distributionScript = "";
+  expectFinding(facts, Severity::block,
+                "The node has no script for debian-12; it knows: debian, ubuntu.");
+  facts = goodFacts();
+  facts.node.distributionScriptExists = false;
+  expectFinding(facts, Severity::block,
+                "The script for debian-12 is missing: /dists/scripts/debian.sh.");
+}
+
+TEST(Plan, AServiceWithoutInitScriptBlocks) {
+  agent::PlanFacts facts = goodFacts();
+  facts.services = {"nginx"};
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  facts.services = {"nginx", "oracle"};
+  expectFinding(facts, Severity::block,
+                "Service oracle has no script in the server's /etc/init.d.");
+  facts.survey.runningServices = {"cron", "nginx"};
+  expectFinding(facts, Severity::block,
+                "Service oracle has no script in the server's /etc/init.d. These have one, and "
+                "run: cron, nginx.");
+}
+
+TEST(Plan, StoppingTheServersDoorIsWarnedOf) {
+  for (const std::string name : {"ssh", "sshd"}) {
+    agent::PlanFacts facts = goodFacts();
+    facts.survey.initScripts.push_back(name);
+    facts.services = {name};
+    expectFinding(facts, Severity::warning,
+                  "Service " + name +
+                      " stays stopped when the migration succeeds: nobody can log in to the "
+                      "server any more, except at its console.");
+  }
+}
+
+TEST(Plan, SystemdThatCannotRunOnTheNodeBlocks) {
+  agent::PlanFacts facts = goodFacts();
+  facts.survey.systemdVersion = 219;
+  expectFinding(facts, Severity::block,
+                "The server's systemd 219 cannot run on a node that has control groups v2 only; "
+                "233 can. Boot the node with systemd.unified_cgroup_hierarchy=0.");
+  facts.node.cgroupV1 = true;
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  facts.node.cgroupV2 = false;
+  facts.survey.systemdVersion = 256;
+  expectFinding(facts, Severity::block,
+                "The server's systemd 256 cannot run on a node that has control groups v1 only; "
+                "255 can. Boot the node with systemd.unified_cgroup_hierarchy=1.");
+  facts.survey.systemdVersion = 0;
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+}
+
+TEST(Plan, SystemdOfTheFirstReleaseThatCanIsReady) {
+  agent::PlanFacts facts = goodFacts();
+  facts.survey.systemdVersion = 232;
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::blocked);
+  facts.survey.systemdVersion = 233;
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  facts.node.cgroupV1 = true;
+  facts.node.cgroupV2 = false;
+  facts.survey.systemdVersion = 255;
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+}
+
+TEST(Plan, AContainerWithoutHostNameWarns) {
+  agent::PlanFacts facts = goodFacts();
+  facts.config.erase("HOSTNAME");
+  expectFinding(facts, Severity::warning, "The container gets no host name: give --hostname.");
+}
+
+TEST(Plan, WhatWasLookedAtInPartIsNoted) {
+  agent::PlanFacts facts = goodFacts();
+  facts.survey.scanComplete = false;
+  expectFinding(facts, Severity::note,
+                "There are too many files to look at each: sizes are those of the file systems.");
+  expectFinding(facts, Severity::note,
+                "Immutable files and large ids were looked for in a part of the files only.");
+}
+
+TEST(Plan, RemoteMountsAreMissingAndWarnedOfOnce) {
+  agent::PlanFacts facts = goodFacts();
+  agent::SurveyedFileSystem data{"nas:/data", "/data", "nfs4", "rw"};
+  data.mounted = data.remote = true;
+  facts.survey.fileSystems.push_back(data);
+  expectFinding(facts, Severity::warning,
+                "/data is nfs4 from nas:/data: it is not copied, and missing in the container.");
+  const agent::Plan plan = agent::makePlan(facts);
+  EXPECT_EQ(plan.findings.size(), 1U);
+  EXPECT_THAT(plan.missingMounts, ElementsAre(Field(&agent::MissingMount::mountPoint, "/data")));
+}
+
+// A program's mount of another machine, which the calculator does not know as one.
+TEST(Plan, RemoteMountsThatNothingLeavesOutAreLeftOut) {
+  agent::PlanFacts facts = goodFacts();
+  agent::SurveyedFileSystem data{"me@nas:/data", "/data", "fuse.sshfs", "rw"};
+  data.mounted = data.remote = true;
+  facts.survey.fileSystems.push_back(data);
+  EXPECT_THAT(agent::exclusionPatterns(facts), Contains("/data/*"));
+  EXPECT_THAT(agent::makePlan(facts).excludes,
+              Contains(Field(&agent::PlannedExclude::reason,
+                             "on another machine: fuse.sshfs from me@nas:/data")));
+  facts.givenExcludes = {"/data"};
+  EXPECT_THAT(agent::exclusionPatterns(facts), Not(Contains("/data/*")));
+  // One that is in /etc/fstab only is an empty directory.
+  facts = goodFacts();
+  data.mounted = false;
+  facts.survey.fileSystems.push_back(data);
+  EXPECT_THAT(agent::exclusionPatterns(facts), Not(Contains("/data/*")));
+}
+
+TEST(Plan, MountsThatCannotBeCopiedAreLeftOutWithTheReason) {
+  agent::PlanFacts facts = goodFacts();
+  agent::SurveyedFileSystem view{"/dev/sda1", "/srv/view", "ext4", "rw"};
+  view.mounted = true;
+  view.reason = "a second view of other files";
+  facts.survey.fileSystems.push_back(view);
+  EXPECT_THAT(agent::exclusionPatterns(facts), Contains("/srv/view/*"));
+  expectFinding(facts, Severity::warning,
+                "/srv/view (ext4, /dev/sda1) will be missing in the container: a second view of "
+                "other files.");
+}
+
+TEST(Plan, ALocalMountThatIsLeftOutWarns) {
+  agent::PlanFacts facts = goodFacts();
+  facts.survey.fileSystems.push_back({"/dev/loop0", "/mnt/image", "ext4", "rw"});
+  expectFinding(facts, Severity::warning,
+                "/mnt/image (ext4, /dev/loop0) will be missing in the container.");
+}
+
+TEST(Plan, LargeIdsAreNotedAndBlockAnUnprivilegedContainer) {
+  agent::PlanFacts facts = goodFacts();
+  facts.survey.largestUid = 65535;
+  EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
+  facts.survey.largestUid = 65536;
+  facts.survey.largestUidPath = "/home/far";
+  expectFinding(facts, Severity::note,
+                "The largest user id is 65536 (/home/far): an unprivileged container could not "
+                "hold it.");
+  facts.node.ids = 65536;
+  expectFinding(facts, Severity::block,
+                "The largest user id is 65536 (/home/far): the unprivileged container has 65536 "
+                "only (see UNPRIVILEGED_IDS).");
+  facts.node.ids = 65537;
+  EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
+  facts.survey.largestGid = 70000;
+  facts.survey.largestGidPath = "/etc/group";
+  expectFinding(facts, Severity::block,
+                "The largest group id is 70000 (/etc/group): the unprivileged container has 65537 "
+                "only (see UNPRIVILEGED_IDS).");
+}
+
+TEST(Plan, ImmutableFilesWarn) {
+  agent::PlanFacts facts = goodFacts();
+  facts.survey.immutableFiles = {"/etc/resolv.conf"};
+  facts.survey.immutableCount = 3;
+  expectFinding(facts, Severity::warning,
+                "3 immutable or append-only files lose that attribute, first /etc/resolv.conf.");
+}
+
+TEST(Plan, SwapFilesAreLeftOutOfCopyAndSize) {
+  agent::PlanFacts facts = goodFacts();
+  facts.survey.swapFiles = {{"/swapfile", gib}};
+  expectFinding(facts, Severity::note, "Swap file /swapfile (1.0 GiB) is left out.");
+  EXPECT_THAT(agent::exclusionPatterns(facts), Contains("/swapfile"));
+  // What was counted file by file has them left out already; a file system's own
+  // figures have not.
+  EXPECT_EQ(agent::makePlan(facts).bytes, 2 * gib);
+  EXPECT_EQ(agent::makePlan(facts).files, 50000);
+  facts.survey.scanComplete = false;
+  EXPECT_EQ(agent::makePlan(facts).bytes, gib);
+  EXPECT_EQ(agent::makePlan(facts).files, 49999);
+}
+
+TEST(Plan, ASparseLastlogIsNoted) {
+  agent::PlanFacts facts = goodFacts();
+  facts.survey.lastlogBytes = 12 * gib;
+  facts.survey.lastlogAllocated = 40960;
+  expectFinding(facts, Severity::note,
+                "/var/log/lastlog is sparse (12.0 GiB, 40.0 KiB on disk); it is never copied.");
+  facts.survey.lastlogAllocated = facts.survey.lastlogBytes;
+  EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
+  facts.survey.lastlogBytes = 292292;
+  facts.survey.lastlogAllocated = 4096;
+  EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
+}
+
+TEST(Plan, StorageOfContainersInsideWarns) {
+  agent::PlanFacts facts = goodFacts();
+  facts.survey.nestedStorage = {"/var/lib/docker/overlay2"};
+  expectFinding(facts, Severity::warning,
+                "Storage of containers, packages or machines inside: /var/lib/docker/overlay2 may "
+                "not work in a container.");
+}
+
+TEST(Plan, WarningsOfTheCalculatorArePassedOn) {
+  agent::PlanFacts facts = goodFacts();
+  facts.measurement.warnings = {{3, "Several network interfaces were found."}};
+  expectFinding(facts, Severity::warning, "Several network interfaces were found.");
+}
+
+TEST(Plan, AnExclusionThatCannotBePassedOnBlocks) {
+  agent::PlanFacts facts = goodFacts();
+  facts.measurement.excludes.push_back({"/mnt/a b/*", true});
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::blocked);
+}
+
+TEST(Plan, BlocksComeBeforeWarningsBeforeNotes) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.containerExists = true;
+  facts.survey.swapFiles = {{"/swapfile", 4096}};
+  facts.measurement.warnings = {{1, "w"}};
+  std::vector<Severity> order;
+  for (const auto& finding : agent::makePlan(facts).findings) order.push_back(finding.severity);
+  EXPECT_THAT(order, ElementsAre(Severity::block, Severity::warning, Severity::note));
+}
+
+TEST(Plan, ExclusionsSayWhyAndComeOnce) {
+  agent::PlanFacts facts = goodFacts();
+  facts.givenExcludes = {"/srv/cache/*"};
+  facts.measurement.excludes = {{"/proc/*", false}, {"/data/*", true}};
+  agent::SurveyedFileSystem data{"nas:/data", "/data", "nfs4", "rw"};
+  data.remote = true;
+  facts.survey.fileSystems.push_back(data);
+  std::vector<std::string> lines;
+  for (const auto& exclude : agent::plannedExcludes(facts)) {
+    lines.push_back(exclude.path + ": " + exclude.reason);
+  }
+  EXPECT_THAT(
+      lines, ElementsAre("/srv/cache/*: asked for", "/proc/*: made by the kernel or kept in memory",
+                         "/data/*: on another machine: nfs4 from nas:/data",
+                         "/sys/*: made by the kernel or kept in memory",
+                         "/var/log/lastlog: last logins, in a file that may be huge and sparse",
+                         "/var/qxagent.tmp: the agent itself"));
+}
+
+TEST(PlanText, NoLineIsWiderThan80Columns) {
+  agent::PlanFacts facts = goodFacts();
+  facts.survey.fileSystems[0].device = "/dev/mapper/" + std::string(100, 'x');
+  facts.measurement.excludes.push_back({"/" + std::string(200, 'y'), true});
+  facts.measurement.warnings = {{1, std::string(300, 'z') + " and more words of a long text"}};
+  for (int i = 0; i < 30; ++i)
+    facts.survey.runningServices.push_back("service" + std::to_string(i));
+  std::istringstream lines(agent::planText(facts, agent::makePlan(facts)));
+  int count = 0;
+  for (std::string line; std::getline(lines, line); ++count) EXPECT_LE(line.size(), 80U) << line;
+  EXPECT_GT(count, 30);
+}
+
+TEST(PlanText, AServersNamesCannotDriveTheTerminal) {
+  agent::PlanFacts facts = goodFacts();
+  facts.survey.fileSystems.push_back({"/dev/x", "/mnt/\x1b[2Jevil", "ext4", ""});
+  EXPECT_THAT(agent::planText(facts, agent::makePlan(facts)), Not(HasSubstr("\x1b")));
+}
+
+TEST(PlanText, LimitsShowWhatWasMeasured) {
+  const agent::PlanFacts facts = goodFacts();
+  const std::string text = agent::planText(facts, agent::makePlan(facts));
+  EXPECT_THAT(text, HasSubstr("  numproc           240            240            18\n"));
+  EXPECT_THAT(text, HasSubstr("  diskspace         2.0 GiB        2.2 GiB        2.0 GiB\n"));
+  EXPECT_THAT(text, EndsWith("\nVerdict: ready\n"
+                             "The same command without the word \"plan\" migrates.\n"));
+}
+
+TEST(PlanText, EndsWithWhatToDo) {
+  agent::PlanFacts facts = goodFacts();
+  facts.measurement.warnings = {{1, "w"}};
+  EXPECT_THAT(agent::planText(facts, agent::makePlan(facts)),
+              EndsWith("\nwarning  w\nVerdict: ready with warnings\n"
+                       "The same command without the word \"plan\" migrates; see above for what "
+                       "will not\nbe as on the server.\n"));
+  facts.node.containerExists = true;
+  EXPECT_THAT(agent::planText(facts, agent::makePlan(facts)),
+              EndsWith("\nVerdict: blocked\nA migration stops here, unless --force is given. Mend "
+                       "what is marked BLOCKED and\nplan again.\n"));
+}
+
+TEST(PlanText, WhatTheContainerIsLikeIsShownWhereItIsNotTheUsual) {
+  agent::PlanFacts facts = goodFacts();
+  EXPECT_THAT(agent::planText(facts, agent::makePlan(facts)),
+              AllOf(Not(HasSubstr("\n  storage ")), Not(HasSubstr("privileges")),
+                    HasSubstr("\n  name servers    none\n")));
+  facts.node.storage = "ext4";
+  facts.node.ids = 65536;
+  EXPECT_THAT(agent::planText(facts, agent::makePlan(facts)),
+              AllOf(HasSubstr("\n  storage         ext4\n"),
+                    HasSubstr("\n  privileges      none: its root is a user of the node\n")));
+}
+
+TEST(PlanText, NumbersAreForPeople) {
+  EXPECT_EQ(agent::bytesText(1023), "1023 bytes");
+  EXPECT_EQ(agent::bytesText(1536), "1.5 KiB");
+  EXPECT_EQ(agent::bytesText(5 * gib), "5.0 GiB");
+  EXPECT_EQ(agent::countText(999), "999");
+  EXPECT_EQ(agent::countText(-1234567), "-1,234,567");
+  EXPECT_EQ(agent::wrapped("a ", "    ", "bb cc dd", 7), "a bb cc\n    dd\n");
+}
+
+TEST(PlanJson, HoldsVerdictFindingsAndFigures) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.containerExists = true;
+  const auto value = nlohmann::json::parse(agent::planJson(facts, agent::makePlan(facts)));
+  EXPECT_EQ(value["verdict"], "blocked");
+  EXPECT_EQ(value["findings"][0]["severity"], "block");
+  EXPECT_EQ(value["copy"]["bytes"], 2 * gib);
+  EXPECT_EQ(value["measurement"]["numproc"], 18);
+  EXPECT_EQ(value["configuration"]["NUMPROC"], "240:240");
+}
+
+TEST(PlanJson, NamesThatAreNotUtf8AreReplaced) {
+  agent::PlanFacts facts = goodFacts();
+  facts.survey.immutableFiles = {"/etc/\xff"};
+  EXPECT_TRUE(nlohmann::json::accept(agent::planJson(facts, agent::makePlan(facts))));
+}
+
+}  // namespace

@@ -1,0 +1,67 @@
+#include "agent/transport/caller.h"
+
+#include <gtest/gtest.h>
+
+#include "framework/errors.h"
+
+namespace {
+
+// Keeps what is sent and lets the test answer at once.
+class FakeSink : public agent::FrameSink {
+ public:
+  bool send(const nlohmann::json& frame, const std::vector<int>&) override {
+    sent.push_back(frame);
+    if (onSend) onSend(frame);
+    return works;
+  }
+  std::vector<nlohmann::json> sent;
+  std::function<void(const nlohmann::json&)> onSend;
+  bool works = true;
+};
+
+TEST(Caller, AnswersFindTheirCalls) {
+  FakeSink sink;
+  agent::Caller caller(sink);
+  sink.onSend = [&](const nlohmann::json& frame) {
+    caller.onFrame({{"type", "answer"}, {"id", 999}, {"body", {{"1", 0}}}});
+    caller.onFrame({{"type", "answer"}, {"id", frame["id"]}, {"body", {{"1", 5}}}});
+  };
+  nlohmann::json answer;
+  EXPECT_EQ(caller.call({"s", "op", "m"}, answer, nullptr, nullptr), 0);
+  EXPECT_EQ(answer["1"], 5);
+  EXPECT_EQ(sink.sent[0]["session"], "s");
+  EXPECT_EQ(sink.sent[0]["operator"], "op");
+  EXPECT_EQ(sink.sent[0]["method"], "m");
+}
+
+TEST(Caller, AfterALossEveryCallFailsWithTheReason) {
+  FakeSink sink;
+  agent::Caller caller(sink);
+  sink.onSend = [&](const nlohmann::json&) { caller.onLost("the cable is cut"); };
+  nlohmann::json answer;
+  EXPECT_EQ(caller.call({}, answer, nullptr, nullptr), 410);
+  EXPECT_EQ(QXL::getErrorMessage(), "The connection to the agent was lost: the cable is cut");
+  EXPECT_EQ(caller.call({}, answer, nullptr, nullptr), 410);
+  EXPECT_EQ(sink.sent.size(), 1u);
+}
+
+TEST(Caller, WhatCannotBeSentIsALoss) {
+  FakeSink sink;
+  sink.works = false;
+  agent::Caller caller(sink);
+  nlohmann::json answer;
+  EXPECT_EQ(caller.call({}, answer, nullptr, nullptr), 410);
+}
+
+TEST(Caller, MalformedFramesAreRefused) {
+  FakeSink sink;
+  agent::Caller caller(sink);
+  for (const char* text :
+       {"{\"type\":\"answer\"}", "{\"type\":\"answer\",\"id\":1,\"body\":[]}",
+        "{\"type\":\"answer\",\"id\":1}", "{\"type\":\"progress\",\"id\":1}",
+        "{\"type\":\"progress\",\"id\":1,\"text\":\"\",\"description\":\"\",\"percent\":\"x\"}"}) {
+    EXPECT_THROW(caller.onFrame(nlohmann::json::parse(text)), std::runtime_error) << text;
+  }
+}
+
+}  // namespace
