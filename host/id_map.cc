@@ -14,6 +14,7 @@
 #include "host/error.h"
 #include "host/fd.h"
 #include "host/file.h"
+#include "host/mounts.h"
 #include "host/paths.h"
 #include "host/text.h"
 
@@ -153,6 +154,7 @@ void mountMapped(const std::string& root, const IdMap& map) {
       0) {
     failErrno("cannot mount %s with other owners", root.c_str());
   }
+  makePrivate(root);
 }
 
 bool isMapped(const std::string& root, const std::string& tree) {

@@ -1,5 +1,7 @@
 #include "host/mounts.h"
 
+#include <sys/mount.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
@@ -45,6 +47,12 @@ std::vector<std::string> parseMountPoints(std::string_view mountinfo) {
     if (words.size() >= 6) points.push_back(unescape(words[4]));
   }
   return points;
+}
+
+void makePrivate(const std::string& path) {
+  if (mount(nullptr, path.c_str(), nullptr, MS_PRIVATE, nullptr) != 0) {
+    failErrno("cannot make the mount on %s private", path.c_str());
+  }
 }
 
 std::vector<std::string> mountPoints() {

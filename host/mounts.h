@@ -12,6 +12,12 @@ namespace host {
 /// escapes undone. Lines too short to be one are skipped.
 std::vector<std::string> parseMountPoints(std::string_view mountinfo);
 
+/// Takes what is mounted on `path` out of the group of mounts that its place or its
+/// source belongs to. On most hosts every mount is shared: what is mounted on one of
+/// a group appears on all, so that a bind mount would hand its own mounts back to the
+/// directory that it shows. Throws Error.
+void makePrivate(const std::string& path);
+
 /// The mount points of this process's mount namespace. Throws Error.
 std::vector<std::string> mountPoints();
 

@@ -40,7 +40,7 @@ int qxctl_get_env_status(unsigned int ctid, qxctl_env_status_t* status, int mask
     unsigned found = 0;
     if (container.configured && host::hasPrivateArea(container)) found |= QXCTL_STATUS_EXISTS;
     if (host::isMounted(container)) found |= QXCTL_STATUS_MOUNTED;
-    if (host::runningInit(ctid)) found |= QXCTL_STATUS_RUNNING;
+    if (host::isRunning(ctid)) found |= QXCTL_STATUS_RUNNING;
     status->mask = found & static_cast<unsigned>(mask);
     return 0;
   } catch (const std::bad_alloc&) {

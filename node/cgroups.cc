@@ -20,9 +20,40 @@ CgroupLayout parseCgroupMounts(std::string_view mountinfo) {
     // The options of the hierarchy are its controllers, among others.
     std::string options(dash[3]);
     std::replace(options.begin(), options.end(), ',', ' ');
-    for (const std::string_view option : splitWords(options)) layout.v1.emplace(option);
+    for (const std::string_view option : splitWords(options)) layout.v1.emplace(option, words[4]);
   }
   return layout;
+}
+
+std::string limitGroupName(unsigned id) { return textf("lxc.payload.qx-%u", id); }
+
+std::optional<std::string> limitGroupOf(std::string_view cgroups, std::string_view controller,
+                                        unsigned id) {
+  const std::string name = "/" + limitGroupName(id);
+  for (const std::string_view line : splitLines(cgroups)) {
+    // "4:cpu,cpuacct:/path", and "0::/path" of the second generation.
+    const size_t first = line.find(':');
+    const size_t second = first == line.npos ? line.npos : line.find(':', first + 1);
+    if (second == line.npos) continue;
+    const std::string names = "," + std::string(line.substr(first + 1, second - first - 1)) + ",";
+    if (names.find("," + std::string(controller) + ",") == names.npos) continue;
+    const std::string path(line.substr(second + 1));
+    const size_t at = (path + "/").find(name + "/");
+    if (at != path.npos) return path.substr(0, at + name.size());
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> limitFile(const CgroupLayout& layout, unsigned id, pid_t init,
+                                     const std::string& name) {
+  const std::string controller = name.substr(0, name.find('.'));
+  const auto first = layout.v1.find(controller);
+  const bool isFirst = first != layout.v1.end();
+  const std::optional<std::string> groups = readFile(textf("/proc/%d/cgroup", init));
+  if (!groups) return std::nullopt;
+  const std::optional<std::string> group = limitGroupOf(*groups, isFirst ? controller : "", id);
+  if (!group) return std::nullopt;
+  return (isFirst ? first->second : layout.v2Mount) + *group + "/" + name;
 }
 
 CgroupLayout readCgroupLayout() {

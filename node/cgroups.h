@@ -1,7 +1,12 @@
-// Which controllers of control groups the host offers, and in which generation.
+// Which controllers of control groups the host offers, in which generation, and where
+// a container's limits are in them.
 #ifndef QX_NODE_CGROUPS_H
 #define QX_NODE_CGROUPS_H
 
+#include <sys/types.h>
+
+#include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -11,10 +16,27 @@ namespace node {
 /// A host may have hierarchies of both generations at once; a controller is in
 /// at most one of them.
 struct CgroupLayout {
-  std::set<std::string> v1;  ///< controllers in hierarchies of the first generation
+  /// Controllers in hierarchies of the first generation, and where these are mounted.
+  std::map<std::string, std::string> v1;
   std::string v2Mount;       ///< where the second generation is mounted; may be empty
   std::set<std::string> v2;  ///< its controllers
 };
+
+/// The name of the group that a container's limits lie on. The group that the guest
+/// sees as its root is below, so that nothing inside can change them.
+std::string limitGroupName(unsigned id);
+
+/// The path, in a hierarchy, of that group: from a text like /proc/PID/cgroup of a
+/// process in the container. `controller` is one of the first generation, or empty
+/// for the second. Nothing when the process is in no such group.
+std::optional<std::string> limitGroupOf(std::string_view cgroups, std::string_view controller,
+                                        unsigned id);
+
+/// The file of a limit, such as "pids.max", of a running container with this init;
+/// nothing when the process has ended or is elsewhere. The part of the name before the
+/// first dot is the controller.
+std::optional<std::string> limitFile(const CgroupLayout& layout, unsigned id, pid_t init,
+                                     const std::string& name);
 
 /// The layout that a mountinfo text shows, without the controllers of the
 /// second generation, which the mount itself lists.

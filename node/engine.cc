@@ -18,17 +18,12 @@
 #include "node/private_area.h"
 #include "node/quota.h"
 #include "node/resources.h"
+#include "node/run_record.h"
+#include "node/settle.h"
 #include "node/storage.h"
 
 namespace node {
 namespace {
-
-void refuseRunning(const Container& container, const char* action) {
-  if (const std::optional<pid_t> init = runningInit(container.id)) {
-    fail(ExitCode::kBusy, "container %u is running (its init is process %d): stop it before you %s",
-         container.id, *init, action);
-  }
-}
 
 bool isSameDirectory(const std::string& a, const std::string& b) {
   struct stat first, second;
@@ -67,6 +62,16 @@ void umountRoot(const Container& container) {
   }
 }
 
+/// As a shared mount it would hand LXC's and id_map.h's mounts on it to the tree.
+void makeRootPrivate(const Container& container) {
+  try {
+    makePrivate(container.root);
+  } catch (const Error&) {
+    umountRoot(container);
+    throw;
+  }
+}
+
 void umountTreeOf(const Container& container) {
   if (umountTree(container.privateArea)) return;
   if (errno == EBUSY) failBusy(container, container.tree());
@@ -96,7 +101,7 @@ Outcome mountContainer(const Container& container) {
   try {
     // What a container that ended by itself has left.
     if (isMounted(container) && isMapped(container.root, container.tree()) &&
-        !runningInit(container.id)) {
+        !settledInit(container.id)) {
       umountRoot(container);
     }
     if (isMounted(container)) {
@@ -112,6 +117,7 @@ Outcome mountContainer(const Container& container) {
     if (mount(container.tree().c_str(), container.root.c_str(), nullptr, MS_BIND, nullptr) != 0) {
       failErrno("cannot mount %s on %s", container.tree().c_str(), container.root.c_str());
     }
+    makeRootPrivate(container);
   } catch (const Error&) {
     if (mountedTree) umountTree(container.privateArea);
     throw;
@@ -151,6 +157,7 @@ void destroyContainer(const Container& container) {
       errno != EEXIST) {
     failErrno("cannot remove %s", container.root.c_str());
   }
+  forgetRun(container.id);
   const std::string config = configPath(container.id);
   if (unlink(config.c_str()) != 0 && errno != ENOENT) {
     failErrno("cannot remove %s", config.c_str());

@@ -8,12 +8,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 #include "host/error.h"
 #include "host/fd.h"
 #include "host/file.h"
+#include "host/mounts.h"
 #include "host/process.h"
 #include "host/text.h"
 #include "node/host.h"
@@ -50,6 +53,12 @@ void mountLoop(const std::string& image, const std::string& mountPoint, bool quo
   }
   runProgram({"mount", "-t", "ext4", "-o", quota ? "loop,usrquota,grpquota" : "loop", "--", image,
               mountPoint});
+  try {
+    makePrivate(mountPoint);
+  } catch (const Error&) {
+    umount(mountPoint.c_str());
+    throw;
+  }
 }
 
 /// Whether the kernel mounts the image.
@@ -122,13 +131,29 @@ bool isInUse(const std::string& image) {
   return false;
 }
 
+/// Waits until no loop device shows the image any more: the kernel takes it away some
+/// time after the last mount in whatever namespace.
+void awaitUnused(const std::string& image) {
+  using Clock = std::chrono::steady_clock;
+  constexpr std::chrono::seconds kPatience{10};
+  const Clock::time_point end = Clock::now() + kPatience;
+  while (isInUse(image)) {
+    if (Clock::now() >= end) {
+      fail(ExitCode::kBusy,
+           "cannot enlarge %s: a loop device still shows it ('losetup -j %s' tells which)",
+           image.c_str(), image.c_str());
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+}
+
 /// Enlarges an image that is not mounted. While it is mounted, the kernel would do
 /// it too, but only for a node with CAP_SYS_RESOURCE, which a node that is itself a
 /// container may lack.
 void enlarge(const std::string& image, uint64_t bytes) {
+  awaitUnused(image);
   try {
     requireProgram("resize2fs", "e2fsprogs");
-    if (isInUse(image)) fail(ExitCode::kBusy, "it is in use");
     struct stat st;
     if (stat(image.c_str(), &st) != 0 ||
         (static_cast<uint64_t>(st.st_size) < bytes &&

@@ -29,9 +29,10 @@ std::optional<Ext4Facts> parseExt4(std::string_view start);
 void makeExt4Image(const std::string& image, const std::string& mountPoint, uint64_t bytes,
                    const std::optional<uint64_t>& inodes, bool quota);
 
-/// Mounts an image, enlarged to `bytes` before if it is smaller. Throws Error;
-/// nothing is mounted then. That it could not be enlarged is a warning on standard
-/// error only: the container is worth more than its new size.
+/// Mounts an image, privately, enlarged to `bytes` before if it is smaller. Throws
+/// Error; nothing is mounted then: kBusy when it should be enlarged and is still in
+/// use ten seconds later. That it could not be enlarged for another reason is a
+/// warning on standard error only: the container is worth more than its new size.
 void mountExt4Image(const std::string& image, const std::string& mountPoint,
                     const std::optional<uint64_t>& bytes);
 

@@ -14,6 +14,7 @@
 #include "node/lxc_config.h"
 #include "node/lxc_engine.h"
 #include "node/lxc_handle.h"
+#include "node/run_record.h"
 
 namespace node {
 namespace {
@@ -56,8 +57,6 @@ int attach(const Container& container, const std::vector<std::string>& command, 
 }
 
 }  // namespace
-
-std::string lxcDirectory() { return std::string(kRunDir) + "/lxc"; }
 
 LxcHandle openLxc(unsigned id) {
   LxcHandle lxc(lxc_container_new(lxcName(id).c_str(), lxcDirectory().c_str()));

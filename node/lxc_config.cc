@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 
 #include "host/error.h"
@@ -11,6 +12,7 @@
 #include "host/interfaces.h"
 #include "host/paths.h"
 #include "host/text.h"
+#include "node/cgroups.h"
 #include "node/resources.h"
 
 namespace node {
@@ -71,6 +73,14 @@ void addSecurity(LxcItems& items, const Container& container, const HostFacts& f
   items.emplace_back("lxc.autodev", "1");
 }
 
+/// The limits lie on a group above the one that the guest sees as the root of all:
+/// else a guest whose root is the host's root could lift them.
+void addGroups(LxcItems& items, const Container& container) {
+  items.emplace_back("lxc.cgroup.dir.monitor", "lxc.monitor." + lxcName(container.id));
+  items.emplace_back("lxc.cgroup.dir.container", limitGroupName(container.id));
+  items.emplace_back("lxc.cgroup.dir.container.inner", "guest");
+}
+
 }  // namespace
 
 HostFacts readHostFacts() {
@@ -94,9 +104,27 @@ std::string haltSignal(const Container& container) {
   return {};
 }
 
+std::string lxcConfigText(const LxcItems& items) {
+  std::string text;
+  for (const auto& [key, value] : items) {
+    const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
+    const bool ends = !value.empty() && (isBlank(value.front()) || isBlank(value.back()) ||
+                                         value.front() == '"' || value.front() == '\'');
+    const bool control = std::any_of(value.begin(), value.end(),
+                                     [](unsigned char c) { return c < ' ' || c == 0x7f; });
+    if (ends || control) {
+      fail(ExitCode::kBadConfig, "LXC's configuration cannot hold '%s' for %s", value.c_str(),
+           key.c_str());
+    }
+    text += key + " = " + value + "\n";
+  }
+  return text;
+}
+
 LxcItems lxcItems(const Container& container, const HostFacts& facts) {
   LxcItems items;
   addSecurity(items, container, facts);
+  addGroups(items, container);
   items.emplace_back("lxc.rootfs.path", "dir:" + container.root);
   const std::string hostname = container.var("HOSTNAME");
   if (!hostname.empty()) items.emplace_back("lxc.uts.name", hostname.substr(0, hostname.find('.')));

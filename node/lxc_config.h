@@ -41,6 +41,10 @@ std::string haltSignal(const Container& container);
 using LxcItems = std::vector<std::pair<std::string, std::string>>;
 LxcItems lxcItems(const Container& container, const HostFacts& facts);
 
+/// The items as a configuration file of LXC's. Throws Error (kBadConfig), which names
+/// the key, for a value that would not come out of such a file as it is.
+std::string lxcConfigText(const LxcItems& items);
+
 }  // namespace node
 
 #endif

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 
 #include "host/error.h"
 #include "host/file.h"
@@ -16,10 +15,13 @@
 #include "host/state.h"
 #include "host/text.h"
 #include "node/adapt.h"
+#include "node/limits.h"
 #include "node/lxc_config.h"
 #include "node/lxc_handle.h"
 #include "node/private_area.h"
 #include "node/resources.h"
+#include "node/run_record.h"
+#include "node/settle.h"
 #include "node/storage.h"
 
 namespace node {
@@ -28,9 +30,11 @@ namespace {
 constexpr int kKillSeconds = 30;
 constexpr int kAskAgainSeconds = 2;
 
-std::string recordPath(unsigned id) { return textf("%s/%u.init", kRunDir, id); }
+std::string lxcPlace(unsigned id, const char* name) {
+  return lxcDirectory() + "/" + lxcName(id) + "/" + name;
+}
 
-std::string logPath(unsigned id) { return lxcDirectory() + "/" + lxcName(id) + "/log"; }
+std::string logPath(unsigned id) { return lxcPlace(id, "log"); }
 
 /// The last complaints in LXC's log of this start, its only place for them.
 std::string lastComplaints(unsigned id) {
@@ -63,31 +67,33 @@ void requireBridge(const Container& container) {
 }
 
 void configure(const LxcHandle& lxc, const Container& container) {
-  const std::string directory = lxcDirectory() + "/" + lxcName(container.id);
-  makeDirectories(directory);
   if (!exists(kLxcCommonConfig)) {
     fail(ExitCode::kFailed, "LXC's shared configuration %s is missing", kLxcCommonConfig);
   }
-  lxc->clear_config(lxc.get());
+  makeDirectories(lxcDirectory() + "/" + lxcName(container.id));
   unlink(logPath(container.id).c_str());
-  LxcItems items = lxcItems(container, readHostFacts());
-  items.emplace_back("lxc.log.file", logPath(container.id));
-  items.emplace_back("lxc.log.level", "ERROR");
-  std::string shown = "# Derived at each start: changes here have no effect.\n";
-  for (const auto& [key, value] : items) {
-    shown += key + " = " + value + "\n";
-    if (!lxc->set_config_item(lxc.get(), key.c_str(), value.c_str())) {
-      fail(ExitCode::kFailed, "LXC does not accept '%s = %s'", key.c_str(), value.c_str());
-    }
+  // The log comes first, to have what LXC says of the rest.
+  LxcItems items{{"lxc.log.file", logPath(container.id)}, {"lxc.log.level", "ERROR"}};
+  const LxcItems rest = lxcItems(container, readHostFacts());
+  items.insert(items.end(), rest.begin(), rest.end());
+  // LXC takes a container for a defined one, with a profile of AppArmor and a place of
+  // its own, only when its configuration came from a file. Under this name, LXC's own
+  // tools find it too.
+  const std::string path = lxcPlace(container.id, "config");
+  replaceFile(
+      path, "# Derived at each start: changes here have no effect.\n" + lxcConfigText(items), 0600);
+  lxc->clear_config(lxc.get());
+  if (!lxc->load_config(lxc.get(), path.c_str())) {
+    fail(ExitCode::kFailed, "LXC does not accept the configuration %s of container %u: %s",
+         path.c_str(), container.id, lastComplaints(container.id).c_str());
   }
-  replaceFile(directory + "/derived.conf", shown, 0644);
 }
 
 /// Programs inside that tell a guest's init to shut down, where no signal does.
 void askInit(const Container& container) {
   for (const char* program : {"/sbin/openrc-shutdown", "/sbin/telinit", "/sbin/init"}) {
     std::vector<std::string> command{program, "0"};
-    if (strcmp(program, "/sbin/openrc-shutdown") == 0) command = {program, "-p", "now"};
+    if (program == std::string_view("/sbin/openrc-shutdown")) command = {program, "-p", "now"};
     try {
       if (execInContainer(container, command) == 0) return;
     } catch (const Error&) {
@@ -108,7 +114,7 @@ void unmountQuietly(const Container& container) {
 }  // namespace
 
 Outcome startContainer(const Container& container) {
-  if (runningInit(container.id)) return Outcome::kAlready;
+  if (settledInit(container.id)) return Outcome::kAlready;
   if (!registration(container)) {
     fail(ExitCode::kNotRegistered,
          "container %u is not registered: fill its private area, then 'qxctl convert %u'",
@@ -130,7 +136,7 @@ Outcome startContainer(const Container& container) {
            lastComplaints(container.id).c_str());
     }
   } catch (const Error&) {
-    unlink(recordPath(container.id).c_str());
+    forgetRun(container.id);
     // A mount with mapped owners is of no use to anyone else.
     if (!wasMounted || map) unmountQuietly(container);
     throw;
@@ -140,7 +146,7 @@ Outcome startContainer(const Container& container) {
 
 Outcome stopContainer(const Container& container, int timeoutSeconds) {
   Outcome outcome = Outcome::kAlready;
-  if (runningInit(container.id)) {
+  if (settledInit(container.id)) {
     outcome = Outcome::kDone;
     const LxcHandle lxc = openLxc(container.id);
     bool stopped = false;
@@ -159,23 +165,23 @@ Outcome stopContainer(const Container& container, int timeoutSeconds) {
       fail(ExitCode::kFailed, "container %u does not stop", container.id);
     }
   }
-  unlink(recordPath(container.id).c_str());
-  const std::string directory = lxcDirectory() + "/" + lxcName(container.id);
-  unlink(logPath(container.id).c_str());
-  unlink((directory + "/derived.conf").c_str());
-  rmdir(directory.c_str());
-  unmountQuietly(container);
+  // LXC calls a container stopped while its monitor has yet to leave its mounts.
+  if (const std::optional<pid_t> init = settledInit(container.id)) {
+    fail(ExitCode::kBusy, "container %u was started again (its init is process %d)", container.id,
+         *init);
+  }
+  forgetRun(container.id);
+  if (isMounted(container) || treeIsMounted(container.privateArea)) umountContainer(container);
   return outcome;
 }
 
 std::vector<std::string> applyLimits(const Container& container) {
   std::vector<std::string> refused;
-  const LxcHandle lxc = openLxc(container.id);
-  for (const Limit& limit : planResources(container, readCgroupLayout()).limits) {
-    // "lxc.cgroup.pids.max" is the file "pids.max". Other keys count at start.
-    const size_t name = limit.key.find('.', strlen("lxc."));
-    if (!limit.key.starts_with("lxc.cgroup")) continue;
-    if (!lxc->set_cgroup_item(lxc.get(), limit.key.c_str() + name + 1, limit.value.c_str())) {
+  const std::optional<pid_t> init = runningInit(container.id);
+  if (!init) return refused;
+  const CgroupLayout layout = readCgroupLayout();
+  for (const Limit& limit : planResources(container, layout).limits) {
+    if (!setLimit(layout, container.id, *init, limit)) {
       refused.push_back(limit.key + " = " + limit.value);
     }
   }
@@ -187,18 +193,15 @@ void runHook(const std::string& name, const std::string& type) {
     fail(ExitCode::kUsage, "'%s' is no container of ours", name.c_str());
   const unsigned id = parseCtid(name.substr(3));
   if (type == "post-stop") {
-    unlink(recordPath(id).c_str());
+    forgetInit(id);
     return;
   }
   if (type != "start-host") fail(ExitCode::kUsage, "unknown hook '%s'", type.c_str());
   const char* pid = getenv("LXC_PID");
   if (pid == nullptr) fail(ExitCode::kUsage, "LXC_PID is not set");
-  const std::optional<std::string> stat = readFile(textf("/proc/%s/stat", pid));
-  const std::optional<unsigned long long> start =
-      stat ? parseStartTime(*stat) : std::optional<unsigned long long>();
-  if (!start) fail(ExitCode::kFailed, "cannot find process %s", pid);
-  makeDirectories(kRunDir);
-  replaceFile(recordPath(id), textf("%s %llu\n", pid, *start), 0644);
+  const std::optional<uint64_t> init = parseDecimal(pid);
+  if (!init) fail(ExitCode::kUsage, "LXC_PID is '%s': a number is expected", pid);
+  recordRun(id, static_cast<pid_t>(*init));
 }
 
 }  // namespace node

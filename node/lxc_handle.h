@@ -14,9 +14,6 @@ struct PutLxc {
 };
 using LxcHandle = std::unique_ptr<lxc_container, PutLxc>;
 
-/// Where LXC keeps what belongs to running containers.
-std::string lxcDirectory();
-
 /// A handle of the container, which need not run. Throws Error.
 LxcHandle openLxc(unsigned id);
 

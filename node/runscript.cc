@@ -18,6 +18,7 @@
 #include "host/state.h"
 #include "host/text.h"
 #include "node/sandbox.h"
+#include "node/settle.h"
 #include "node/storage.h"
 
 namespace node {
@@ -123,10 +124,7 @@ std::vector<std::string> scriptEnvironment(const Container& container) {
 }
 
 int runScript(const Container& container, const std::string& scriptPath) {
-  if (const std::optional<pid_t> init = runningInit(container.id)) {
-    fail(ExitCode::kBusy, "container %u is running (its init is process %d): stop it first",
-         container.id, *init);
-  }
+  refuseRunning(container, "run a script in it");
   Plan plan;
   const std::optional<std::string> script = readFile(scriptPath);
   if (!script) {

@@ -50,7 +50,7 @@ void parse(char which, const std::string& text) {
       host::keyValueLeaseGrants(text, "192.0.2.7");
       return;
     case 'i':
-      host::parseInitRecord(text);
+      host::parseProcessRecord(text);
       host::parseStartTime(text);
       host::parseLockHolder(text);
       return;

@@ -10,12 +10,12 @@
 namespace {
 
 TEST(InitRecord, IsAPidAndAStartTime) {
-  const auto record = host::parseInitRecord("123 4567\n");
+  const auto record = host::parseProcessRecord("123 4567\n");
   ASSERT_TRUE(record);
   EXPECT_EQ(record->pid, 123);
   EXPECT_EQ(record->startTime, 4567u);
   for (const char* text : {"", "123", "0 1", "-1 1", "123 x", "1 2 3", "99999999999 1"}) {
-    EXPECT_FALSE(host::parseInitRecord(text)) << text;
+    EXPECT_FALSE(host::parseProcessRecord(text)) << text;
   }
 }
 
@@ -24,6 +24,9 @@ TEST(StartTime, IsFoundBehindAnyCommandName) {
             98765u);
   EXPECT_FALSE(host::parseStartTime("7 (sh) S 1 2 3"));
   EXPECT_FALSE(host::parseStartTime(""));
+  EXPECT_EQ(host::parseParent("7 (a) b (c)) S 42 7 7 0"), 42);
+  EXPECT_FALSE(host::parseParent("7 (sh) S"));
+  EXPECT_FALSE(host::parseParent("7 (sh) S -1"));
 }
 
 TEST(RunningInit, IsBelievedOnlyWhileThatVeryProcessLives) {

@@ -4,10 +4,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "host/error.h"
 #include "host/file.h"
+#include "host/id_map.h"
+#include "host/mounts.h"
 #include "host/state.h"
 #include "host/text.h"
 #include "node/private_area.h"
@@ -15,8 +18,8 @@
 
 namespace {
 
-using node::Error;
-using node::ExitCode;
+using host::Error;
+using host::ExitCode;
 using node::Outcome;
 using test_support::ScratchHost;
 using testing::HasSubstr;
@@ -43,22 +46,22 @@ ExitCode codeOf(const std::function<void()>& action, std::string* text = nullptr
 }
 
 void pretendRunning() {
-  node::makeDirectories("/run/qx");
-  const auto stat = node::readFile(node::textf("/proc/%d/stat", getpid()));
-  node::replaceFile("/run/qx/101.init",
-                    node::textf("%d %llu\n", getpid(), node::parseStartTime(*stat).value()), 0644);
+  host::makeDirectories("/run/qx");
+  const auto stat = host::readFile(host::textf("/proc/%d/stat", getpid()));
+  host::replaceFile("/run/qx/101.init",
+                    host::textf("%d %llu\n", getpid(), host::parseStartTime(*stat).value()), 0644);
 }
 
 TEST(Mount, ShowsTheTreeAtTheRootAndUmountHidesIt) {
   hostWithContainer().run([] {
-    const node::Container container = node::loadContainer(101);
+    const host::Container container = host::loadContainer(101);
     EXPECT_EQ(node::mountContainer(container), Outcome::kDone);
     EXPECT_EQ(test_support::readFile(std::string(kRoot) + "/etc/motd"), "hello");
-    EXPECT_FALSE(node::exists(std::string(kRoot) + "/.ostemplate"));
+    EXPECT_FALSE(host::exists(std::string(kRoot) + "/.ostemplate"));
     EXPECT_EQ(node::mountContainer(container), Outcome::kAlready);
     node::umountContainer(container);
-    EXPECT_FALSE(node::isMounted(container));
-    EXPECT_FALSE(node::exists(std::string(kRoot) + "/etc/motd"));
+    EXPECT_FALSE(host::isMounted(container));
+    EXPECT_FALSE(host::exists(std::string(kRoot) + "/etc/motd"));
     EXPECT_EQ(codeOf([&] { node::umountContainer(container); }), ExitCode::kNotMounted);
   });
 }
@@ -66,13 +69,13 @@ TEST(Mount, ShowsTheTreeAtTheRootAndUmountHidesIt) {
 TEST(Mount, WithoutATreeSaysWhatIsMissing) {
   ScratchHost().file(kConf, "").run([] {
     std::string text;
-    EXPECT_EQ(codeOf([] { node::mountContainer(node::loadContainer(101)); }, &text),
+    EXPECT_EQ(codeOf([] { node::mountContainer(host::loadContainer(101)); }, &text),
               ExitCode::kNotFound);
     EXPECT_THAT(text, HasSubstr("there is no directory /var/lib/qx/private/101"));
   });
   ScratchHost().file(kConf, "").dir(kArea).run([] {
     std::string text;
-    EXPECT_EQ(codeOf([] { node::mountContainer(node::loadContainer(101)); }, &text),
+    EXPECT_EQ(codeOf([] { node::mountContainer(host::loadContainer(101)); }, &text),
               ExitCode::kNotFound);
     EXPECT_THAT(text, HasSubstr("mkqxfs"));
   });
@@ -80,24 +83,58 @@ TEST(Mount, WithoutATreeSaysWhatIsMissing) {
 
 TEST(Mount, RootWithFilesOrAForeignMountIsRefused) {
   hostWithContainer().file("/var/lib/qx/root/101/file", "").run([] {
-    EXPECT_EQ(codeOf([] { node::mountContainer(node::loadContainer(101)); }), ExitCode::kExists);
+    EXPECT_EQ(codeOf([] { node::mountContainer(host::loadContainer(101)); }), ExitCode::kExists);
   });
   hostWithContainer().dir(kRoot).dir("/data").run([] {
     ASSERT_EQ(mount("/data", kRoot, nullptr, MS_BIND, nullptr), 0);
-    EXPECT_EQ(codeOf([] { node::mountContainer(node::loadContainer(101)); }), ExitCode::kBusy);
+    EXPECT_EQ(codeOf([] { node::mountContainer(host::loadContainer(101)); }), ExitCode::kBusy);
+  });
+}
+
+/// As on every host that systemd has booted.
+void shareEveryMount() { ASSERT_EQ(mount(nullptr, "/", nullptr, MS_SHARED | MS_REC, nullptr), 0); }
+
+TEST(Mount, WhatIsMountedOnTheRootDoesNotAppearOnTheTree) {
+  hostWithContainer().dir("/data").run([] {
+    shareEveryMount();
+    const host::Container container = host::loadContainer(101);
+    node::mountContainer(container);
+    ASSERT_EQ(mount("/data", kRoot, nullptr, MS_BIND, nullptr), 0);
+    EXPECT_EQ(host::countMountsAt(host::mountPoints(), container.tree()), 0u);
+    EXPECT_TRUE(host::exists(container.tree() + "/etc/motd"));
+    node::umountContainer(container);
+    EXPECT_FALSE(host::isMounted(container));
+  });
+}
+
+TEST(Mount, OfMappedOwnersLeavesTheTreesOwnersAlone) {
+  hostWithContainer().run([] {
+    shareEveryMount();
+    const host::Container container = host::loadContainer(101);
+    // A second time, as after a guest that has shut itself down.
+    for (int round = 0; round < 2; ++round) {
+      node::mountContainer(container);
+      host::mountMapped(container.root, host::IdMap());
+      EXPECT_TRUE(host::isMapped(container.root, container.tree()));
+      struct stat st {};
+      ASSERT_EQ(stat(container.tree().c_str(), &st), 0);
+      EXPECT_EQ(st.st_uid, 0u);
+    }
+    node::umountContainer(container);
+    EXPECT_FALSE(host::isMounted(container));
   });
 }
 
 TEST(Umount, BusyRootNamesItsUser) {
   hostWithContainer().run([] {
-    const node::Container container = node::loadContainer(101);
+    const host::Container container = host::loadContainer(101);
     node::mountContainer(container);
     {
-      const node::Fd open(::open((std::string(kRoot) + "/etc/motd").c_str(), O_RDONLY));
+      const host::Fd open(::open((std::string(kRoot) + "/etc/motd").c_str(), O_RDONLY));
       std::string text;
       EXPECT_EQ(codeOf([&] { node::umountContainer(container); }, &text), ExitCode::kBusy);
-      EXPECT_THAT(text, HasSubstr(node::textf("process %d (", getpid())));
-      EXPECT_TRUE(node::isMounted(container));
+      EXPECT_THAT(text, HasSubstr(host::textf("process %d (", getpid())));
+      EXPECT_TRUE(host::isMounted(container));
     }
     ASSERT_EQ(mount("none", (std::string(kRoot) + "/bin").c_str(), "tmpfs", 0, nullptr), 0);
     std::string text;
@@ -108,23 +145,23 @@ TEST(Umount, BusyRootNamesItsUser) {
 
 TEST(Umount, UndoesEveryMountOnTheRoot) {
   hostWithContainer().run([] {
-    const node::Container container = node::loadContainer(101);
+    const host::Container container = host::loadContainer(101);
     node::mountContainer(container);
     ASSERT_EQ(mount(container.tree().c_str(), kRoot, nullptr, MS_BIND, nullptr), 0);
     node::umountContainer(container);
-    EXPECT_FALSE(node::isMounted(container));
+    EXPECT_FALSE(host::isMounted(container));
   });
 }
 
 TEST(RunningContainer, IsNeitherUnmountedNorDestroyed) {
   hostWithContainer().dir("/run/qx").run([] {
-    const node::Container container = node::loadContainer(101);
+    const host::Container container = host::loadContainer(101);
     node::mountContainer(container);
     pretendRunning();
     EXPECT_EQ(codeOf([&] { node::umountContainer(container); }), ExitCode::kBusy);
     EXPECT_EQ(codeOf([&] { node::destroyContainer(container); }), ExitCode::kBusy);
-    EXPECT_TRUE(node::exists(kConf));
-    EXPECT_TRUE(node::isMounted(container));
+    EXPECT_TRUE(host::exists(kConf));
+    EXPECT_TRUE(host::isMounted(container));
   });
 }
 
@@ -133,9 +170,9 @@ TEST(Create, TakesTheTemplateOfTheConfigurationAndRegistersASystem) {
       .file(kConf, "OSTEMPLATE=\".tiny\"\n")
       .file("/var/lib/qx/template/tiny/bin/sh", "", 0755)
       .run([] {
-        const node::Container container = node::loadContainer(101);
+        const host::Container container = host::loadContainer(101);
         node::createContainer(container);
-        EXPECT_TRUE(node::exists("/var/lib/qx/private/101/fs/bin/sh"));
+        EXPECT_TRUE(host::exists("/var/lib/qx/private/101/fs/bin/sh"));
         ASSERT_TRUE(node::registration(container));
         EXPECT_EQ(node::registration(container)->source, "template .tiny");
         EXPECT_EQ(codeOf([&] { node::createContainer(container); }), ExitCode::kExists);
@@ -144,12 +181,12 @@ TEST(Create, TakesTheTemplateOfTheConfigurationAndRegistersASystem) {
 
 TEST(Create, BaseTemplateIsNotRegisteredUntilItIsConverted) {
   ScratchHost().file(kConf, "OSTEMPLATE=base\n").dir("/var/lib/qx/template/base/etc").run([] {
-    const node::Container container = node::loadContainer(101);
+    const host::Container container = host::loadContainer(101);
     node::createContainer(container);
     EXPECT_FALSE(node::registration(container));
     EXPECT_EQ(codeOf([&] { node::convertContainer(container); }), ExitCode::kNotFound);
-    node::makeDirectories("/var/lib/qx/private/101/fs/bin");
-    node::replaceFile("/var/lib/qx/private/101/fs/bin/sh", "", 0755);
+    host::makeDirectories("/var/lib/qx/private/101/fs/bin");
+    host::replaceFile("/var/lib/qx/private/101/fs/bin/sh", "", 0755);
     EXPECT_EQ(node::convertContainer(container), Outcome::kDone);
     EXPECT_EQ(node::convertContainer(container), Outcome::kAlready);
   });
@@ -157,49 +194,49 @@ TEST(Create, BaseTemplateIsNotRegisteredUntilItIsConverted) {
 
 TEST(Create, WithoutATemplateNameIsRefused) {
   ScratchHost().file(kConf, "").run([] {
-    EXPECT_EQ(codeOf([] { node::createContainer(node::loadContainer(101)); }),
+    EXPECT_EQ(codeOf([] { node::createContainer(host::loadContainer(101)); }),
               ExitCode::kBadConfig);
   });
 }
 
 TEST(Destroy, RemovesAMountedContainerWithoutATrace) {
   hostWithContainer().run([] {
-    const node::Container container = node::loadContainer(101);
+    const host::Container container = host::loadContainer(101);
     node::mountContainer(container);
     node::destroyContainer(container);
-    for (const char* path : {kConf, kRoot, kArea}) EXPECT_FALSE(node::exists(path)) << path;
-    EXPECT_EQ(codeOf([&] { node::destroyContainer(node::findContainer(101)); }),
+    for (const char* path : {kConf, kRoot, kArea}) EXPECT_FALSE(host::exists(path)) << path;
+    EXPECT_EQ(codeOf([&] { node::destroyContainer(host::findContainer(101)); }),
               ExitCode::kNotFound);
   });
 }
 
 TEST(Destroy, BusyContainerIsKeptWhole) {
   hostWithContainer().run([] {
-    const node::Container container = node::loadContainer(101);
+    const host::Container container = host::loadContainer(101);
     node::mountContainer(container);
-    const node::Fd open(::open((std::string(kRoot) + "/etc").c_str(), O_RDONLY));
+    const host::Fd open(::open((std::string(kRoot) + "/etc").c_str(), O_RDONLY));
     EXPECT_EQ(codeOf([&] { node::destroyContainer(container); }), ExitCode::kBusy);
-    EXPECT_TRUE(node::exists(kConf));
-    EXPECT_TRUE(node::exists("/var/lib/qx/private/101/fs/etc/motd"));
+    EXPECT_TRUE(host::exists(kConf));
+    EXPECT_TRUE(host::exists("/var/lib/qx/private/101/fs/etc/motd"));
   });
 }
 
 TEST(Destroy, ConfigurationOrPrivateAreaAloneIsEnough) {
   ScratchHost().file(kConf, "").run([] {
-    node::destroyContainer(node::findContainer(101));
-    EXPECT_FALSE(node::exists(kConf));
+    node::destroyContainer(host::findContainer(101));
+    EXPECT_FALSE(host::exists(kConf));
   });
   ScratchHost().file("/var/lib/qx/private/101/fs/x", "").run([] {
-    node::destroyContainer(node::findContainer(101));
-    EXPECT_FALSE(node::exists(kArea));
+    node::destroyContainer(host::findContainer(101));
+    EXPECT_FALSE(host::exists(kArea));
   });
 }
 
 TEST(Destroy, FilesBelowTheUnmountedRootAreNotTouched) {
   hostWithContainer().file("/var/lib/qx/root/101/note", "mine").run([] {
-    node::destroyContainer(node::loadContainer(101));
+    node::destroyContainer(host::loadContainer(101));
     EXPECT_EQ(test_support::readFile("/var/lib/qx/root/101/note"), "mine");
-    EXPECT_FALSE(node::exists(kArea));
+    EXPECT_FALSE(host::exists(kArea));
   });
 }
 

@@ -31,7 +31,7 @@ class LxcConfig : public testing::Test {
   ~LxcConfig() override { fs::remove_all(place_); }
 
   void initIs(const std::string& program) {
-    node::replaceFile(place_ + "/fs" + program, "", 0755);
+    host::replaceFile(place_ + "/fs" + program, "", 0755);
     fs::create_symlink(program, place_ + "/fs/sbin/init");
   }
   node::LxcItems items(const node::HostFacts& facts = {}) const {
@@ -44,7 +44,7 @@ class LxcConfig : public testing::Test {
   }
 
   std::string place_;
-  node::Container container_;
+  host::Container container_;
 };
 
 TEST_F(LxcConfig, EverythingTheConfigurationSays) {
@@ -54,7 +54,7 @@ TEST_F(LxcConfig, EverythingTheConfigurationSays) {
                      {"BRIDGE", "br7"},
                      {"NUMPROC", "300:300"}};
   node::HostFacts facts;
-  facts.cgroups.v1 = {"pids"};
+  facts.cgroups.v1 = {{"pids", ""}};
   facts.qxctl = "/usr/sbin/qxctl";
   const node::LxcItems found = items(facts);
   for (const auto& [key, value] : node::LxcItems{{"lxc.rootfs.path", "dir:/var/lib/qx/root/101"},
@@ -86,6 +86,27 @@ TEST_F(LxcConfig, SecurityDefaultsComeBeforeWhatChangesThem) {
   EXPECT_THAT(items(facts), Contains(Pair("lxc.apparmor.profile", "generated")));
 }
 
+TEST_F(LxcConfig, LimitsLieOnAGroupThatTheGuestDoesNotSee) {
+  const node::LxcItems found = items();
+  EXPECT_THAT(found, Contains(Pair("lxc.cgroup.dir.container", "lxc.payload.qx-101")));
+  EXPECT_THAT(found, Contains(Pair("lxc.cgroup.dir.container.inner", "guest")));
+  EXPECT_THAT(found, Contains(Pair("lxc.cgroup.dir.monitor", "lxc.monitor.qx-101")));
+}
+
+TEST_F(LxcConfig, IsAFileOfLinesAndRefusesWhatNoLineHolds) {
+  EXPECT_EQ(node::lxcConfigText({{"lxc.mount.auto", ""}, {"lxc.rootfs.path", "dir:/a b=c # d"}}),
+            "lxc.mount.auto = \nlxc.rootfs.path = dir:/a b=c # d\n");
+  for (const char* value : {"a\nlxc.hook.stop = /x", " a", "a ", "\"a\"", "'a'", "a\rb"}) {
+    try {
+      node::lxcConfigText({{"lxc.uts.name", value}});
+      ADD_FAILURE() << value << " was accepted";
+    } catch (const host::Error& error) {
+      EXPECT_EQ(error.code(), host::ExitCode::kBadConfig);
+      EXPECT_THAT(error.what(), testing::HasSubstr("lxc.uts.name"));
+    }
+  }
+}
+
 TEST_F(LxcConfig, WithoutAddressesTheNetworkIsEmptyButItsOwn) {
   EXPECT_THAT(items(), Contains(Pair("lxc.net.0.type", "empty")));
 }
@@ -96,7 +117,7 @@ TEST_F(LxcConfig, EachInitIsStoppedInItsWay) {
   initIs("/bin/busybox");
   EXPECT_EQ(node::haltSignal(container_), "SIGUSR2");
   fs::remove(place_ + "/fs/sbin/init");
-  node::replaceFile(place_ + "/fs/sbin/init", "", 0755);
+  host::replaceFile(place_ + "/fs/sbin/init", "", 0755);
   EXPECT_EQ(node::haltSignal(container_), "") << "an init that is asked by a program";
 }
 

@@ -34,7 +34,7 @@ const node::ShellVars kRecords{
 
 TEST(Resources, FirstGeneration) {
   node::CgroupLayout layout;
-  layout.v1 = {"pids", "memory", "cpu"};
+  layout.v1 = {{"pids", ""}, {"memory", ""}, {"cpu", ""}};
   const node::ResourcePlan plan = node::planResources(containerWith(kRecords), layout);
   EXPECT_THAT(shown(plan),
               ElementsAre("NUMPROC: lxc.cgroup.pids.max = 500",
@@ -54,7 +54,7 @@ TEST(Resources, SecondGeneration) {
 
 TEST(Resources, WithoutAControllerTheRecordIsNotEnforced) {
   node::CgroupLayout layout;
-  layout.v1 = {"pids"};
+  layout.v1 = {{"pids", ""}};
   layout.v2 = {"memory"};
   const node::ResourcePlan plan = node::planResources(containerWith(kRecords), layout);
   EXPECT_THAT(shown(plan), ElementsAre("NUMPROC: lxc.cgroup.pids.max = 500",
@@ -68,13 +68,13 @@ TEST(Resources, UnlimitedIsWrittenAsTheKernelHasIt) {
                              {"SLMMEMORYLIMIT", "0:9223372036854775807"},
                              {"CPUUNITS", "99999999999999999999"}};
   node::CgroupLayout v1;
-  v1.v1 = {"pids", "memory", "cpu"};
+  v1.v1 = {{"pids", ""}, {"memory", ""}, {"cpu", ""}};
   EXPECT_THAT(shown(node::planResources(containerWith(vars), v1)),
               ElementsAre("NUMPROC: lxc.cgroup.pids.max = max",
                           "SLMMEMORYLIMIT: lxc.cgroup.memory.limit_in_bytes = -1",
                           "CPUUNITS: lxc.cgroup.cpu.shares = 262144"));
   node::CgroupLayout v2;
-  v2.v2 = v1.v1;
+  v2.v2 = {"pids", "memory", "cpu"};
   EXPECT_THAT(shown(node::planResources(containerWith(vars), v2)),
               ElementsAre("NUMPROC: lxc.cgroup2.pids.max = max",
                           "SLMMEMORYLIMIT: lxc.cgroup2.memory.max = max",
@@ -83,7 +83,7 @@ TEST(Resources, UnlimitedIsWrittenAsTheKernelHasIt) {
 
 TEST(Resources, NoRecordsNoLimits) {
   node::CgroupLayout layout;
-  layout.v1 = {"pids", "memory", "cpu"};
+  layout.v1 = {{"pids", ""}, {"memory", ""}, {"cpu", ""}};
   const node::ResourcePlan plan = node::planResources(containerWith({}), layout);
   EXPECT_THAT(plan.limits, IsEmpty());
   EXPECT_THAT(plan.unenforced, IsEmpty());

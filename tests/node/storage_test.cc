@@ -226,19 +226,36 @@ TEST_F(ImageTest, GrowsWithTheConfigurationAndNeverShrinks) {
   });
 }
 
-TEST_F(ImageTest, InUseElsewhereKeepsItsSizeAndIsStillMounted) {
+// As while LXC's monitor still has the mount in a namespace of its own.
+TEST_F(ImageTest, IsEnlargedOnceWhoeverUsesItHasEnded) {
   host().run([] {
     showDevices();
     ASSERT_EQ(runTool({toolPath("mkqxfs"), kArea}).status, 0);
-    // As a process that still has the mount in a namespace of its own.
+    node::makeDirectories("/elsewhere");
+    shell(std::string("mount -o loop ") + kImage +
+          " /elsewhere && { sleep 1; umount /elsewhere; } &");
+    shell("until mountpoint -q /elsewhere; do sleep 0.01; done");
+    qxctl({"set", "101", "DISKSPACE=131072:131072"});
+    const ToolResult result = qxctl({"mount", "101"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(node::imageSize(kArea), 128ULL << 20);
+    qxctl({"umount", "101"});
+  });
+}
+
+TEST_F(ImageTest, InUseElsewhereForGoodIsNotMountedWithItsOldSize) {
+  host().run([] {
+    showDevices();
+    ASSERT_EQ(runTool({toolPath("mkqxfs"), kArea}).status, 0);
     node::makeDirectories("/elsewhere");
     shell(std::string("mount -o loop ") + kImage + " /elsewhere");
     qxctl({"set", "101", "DISKSPACE=131072:131072"});
     const ToolResult result = qxctl({"mount", "101"});
-    EXPECT_EQ(result.status, 0);
-    EXPECT_THAT(result.err, HasSubstr("keeps its size: it is in use"));
+    EXPECT_EQ(result.status, 17);
+    EXPECT_THAT(result.err, HasSubstr("a loop device still shows it"));
     EXPECT_EQ(node::imageSize(kArea), 64ULL << 20);
-    EXPECT_EQ(qxctl({"umount", "101"}).status, 0);
+    EXPECT_FALSE(node::treeIsMounted(kArea));
     shell("umount /elsewhere");
     EXPECT_EQ(qxctl({"mount", "101"}).err, "");
     EXPECT_EQ(node::imageSize(kArea), 128ULL << 20);

@@ -1,0 +1,53 @@
+#include "node/run_record.h"
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <system_error>
+
+#include "host/error.h"
+#include "host/file.h"
+#include "host/paths.h"
+#include "host/state.h"
+#include "host/text.h"
+#include "node/host.h"
+#include "node/lxc_config.h"
+
+namespace node {
+namespace {
+
+std::string statOf(pid_t pid) {
+  const std::optional<std::string> stat = readFile(textf("/proc/%d/stat", pid));
+  if (!stat) fail(ExitCode::kFailed, "cannot find process %d", pid);
+  return *stat;
+}
+
+void record(unsigned id, const char* kind, pid_t pid) {
+  const std::optional<unsigned long long> start = parseStartTime(statOf(pid));
+  if (!start) fail(ExitCode::kFailed, "cannot find out when process %d was started", pid);
+  replaceFile(runRecordPath(id, kind), textf("%d %llu\n", pid, *start), 0644);
+}
+
+}  // namespace
+
+std::string lxcDirectory() { return std::string(kRunDir) + "/lxc"; }
+
+void recordRun(unsigned id, pid_t init) {
+  makeDirectories(kRunDir);
+  const std::optional<pid_t> monitor = parseParent(statOf(init));
+  // First of all the one that is still there when the init has ended.
+  if (monitor && *monitor > 0) record(id, kMonitorRecord, *monitor);
+  record(id, kInitRecord, init);
+}
+
+void forgetInit(unsigned id) { unlink(runRecordPath(id, kInitRecord).c_str()); }
+
+void forgetRun(unsigned id) {
+  forgetInit(id);
+  unlink(runRecordPath(id, kMonitorRecord).c_str());
+  // What stays there is in nobody's way.
+  std::error_code ignored;
+  std::filesystem::remove_all(lxcDirectory() + "/" + lxcName(id), ignored);
+}
+
+}  // namespace node

@@ -1,0 +1,28 @@
+// What is kept of a container while it runs: ID.init and ID.monitor, by which anyone
+// finds its processes (state.h), and LXC's own directory.
+#ifndef QX_NODE_RUN_RECORD_H
+#define QX_NODE_RUN_RECORD_H
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace node {
+
+/// Where LXC keeps what belongs to running containers, each in a directory that is
+/// called by its lxcName.
+std::string lxcDirectory();
+
+/// Notes the container's init and LXC's monitor, which is the parent of the init.
+/// Throws Error.
+void recordRun(unsigned id, pid_t init);
+
+/// The init has ended.
+void forgetInit(unsigned id);
+
+/// The container is stopped: nothing is kept of its run.
+void forgetRun(unsigned id);
+
+}  // namespace node
+
+#endif
