@@ -15,7 +15,17 @@ namespace {
 
 bool isOctal(char c) { return c >= '0' && c <= '7'; }
 
-std::string unescape(std::string_view text) {
+std::string resolved(const std::string& path) {
+  char* real = realpath(path.c_str(), nullptr);
+  if (real == nullptr) return path;
+  std::string result = real;
+  free(real);
+  return result;
+}
+
+}  // namespace
+
+std::string unescaped(std::string_view text) {
   std::string plain;
   for (size_t i = 0; i < text.size(); ++i) {
     if (text[i] == '\\' && i + 3 < text.size() && isOctal(text[i + 1]) && isOctal(text[i + 2]) &&
@@ -30,21 +40,11 @@ std::string unescape(std::string_view text) {
   return plain;
 }
 
-std::string resolved(const std::string& path) {
-  char* real = realpath(path.c_str(), nullptr);
-  if (real == nullptr) return path;
-  std::string result = real;
-  free(real);
-  return result;
-}
-
-}  // namespace
-
 std::vector<std::string> parseMountPoints(std::string_view mountinfo) {
   std::vector<std::string> points;
   for (std::string_view line : splitLines(mountinfo)) {
     const std::vector<std::string_view> words = splitWords(line);
-    if (words.size() >= 6) points.push_back(unescape(words[4]));
+    if (words.size() >= 6) points.push_back(unescaped(words[4]));
   }
   return points;
 }
@@ -73,6 +73,20 @@ std::vector<std::string> mountsBelow(const std::vector<std::string>& points,
     if (point.starts_with(start)) below.push_back(point);
   }
   return below;
+}
+
+std::string missingMount(std::string_view fstab, const std::vector<std::string>& points,
+                         const std::string& path) {
+  std::string deepest;
+  for (const std::string_view line : splitLines(fstab)) {
+    const std::vector<std::string_view> words = splitWords(line);
+    if (words.size() < 3 || words[0].starts_with('#')) continue;
+    const std::string place = unescaped(words[1]);
+    if (!place.starts_with('/') || place == "/") continue;
+    if (!(path + "/").starts_with(place + "/") || place.size() <= deepest.size()) continue;
+    if (countMountsAt(points, place) == 0) deepest = place;
+  }
+  return deepest;
 }
 
 }  // namespace host

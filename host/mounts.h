@@ -8,6 +8,9 @@
 
 namespace host {
 
+/// The text with the octal escapes undone in which mountinfo and fstab write blanks.
+std::string unescaped(std::string_view text);
+
 /// The mount points that a mountinfo text lists, in its order, with its octal
 /// escapes undone. Lines too short to be one are skipped.
 std::vector<std::string> parseMountPoints(std::string_view mountinfo);
@@ -27,6 +30,11 @@ size_t countMountsAt(const std::vector<std::string>& points, const std::string& 
 /// The mount points strictly below `path` (symbolic links resolved).
 std::vector<std::string> mountsBelow(const std::vector<std::string>& points,
                                      const std::string& path);
+
+/// The place on the way to `path` where an fstab text has a file system that is not
+/// mounted: the deepest one. Empty when nothing is missing.
+std::string missingMount(std::string_view fstab, const std::vector<std::string>& points,
+                         const std::string& path);
 
 }  // namespace host
 

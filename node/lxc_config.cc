@@ -13,7 +13,9 @@
 #include "host/paths.h"
 #include "host/text.h"
 #include "node/cgroups.h"
+#include "node/confinement.h"
 #include "node/resources.h"
+#include "node/run_record.h"
 
 namespace node {
 namespace {
@@ -51,7 +53,8 @@ void addNetwork(LxcItems& items, const Container& container) {
 
 void addSecurity(LxcItems& items, const Container& container, const HostFacts& facts) {
   items.emplace_back("lxc.include", kLxcCommonConfig);
-  if (const std::optional<IdMap> map = idMapOf(container)) {
+  const std::optional<IdMap> map = idMapOf(container);
+  if (map) {
     items.emplace_back("lxc.include", kLxcUserNamespaceConfig);
     for (const char kind : {'u', 'g'}) {
       items.emplace_back("lxc.idmap", textf("%c 0 %u %u", kind, map->first, map->count));
@@ -60,9 +63,16 @@ void addSecurity(LxcItems& items, const Container& container, const HostFacts& f
     // what guests take for leave to mount file systems of the host's kernel.
     items.emplace_back("lxc.cap.drop", "mac_admin mac_override sys_time sys_module sys_rawio");
   }
+  if (!map) items.emplace_back("lxc.seccomp.profile", lxcPlace(container.id, kSeccompFile));
   if (facts.appArmor) {
     items.emplace_back("lxc.apparmor.profile", "generated");
-    items.emplace_back("lxc.apparmor.allow_nesting", "1");
+    // Nesting allows every mount of /proc and /sys, which root of a user namespace may
+    // well have: its /proc and /sys obey the namespace.
+    if (map) {
+      items.emplace_back("lxc.apparmor.allow_nesting", "1");
+    } else {
+      for (const std::string& rule : mountRules()) items.emplace_back("lxc.apparmor.raw", rule);
+    }
   }
   // The guest's init mounts the control groups itself, those of its own
   // namespace. The shared configuration would put the host's kind there.

@@ -17,6 +17,7 @@ namespace node {
 inline constexpr char kLxcCommonConfig[] = "/usr/share/lxc/config/common.conf";
 /// What it says otherwise for containers with a user namespace.
 inline constexpr char kLxcUserNamespaceConfig[] = "/usr/share/lxc/config/userns.conf";
+inline constexpr char kLxcSeccomp[] = "/usr/share/lxc/config/common.seccomp";
 inline constexpr char kDefaultBridge[] = "qxbr0";
 
 /// What the configuration depends on beside the container.

@@ -11,10 +11,12 @@
 #include "host/file.h"
 #include "host/id_map.h"
 #include "host/interfaces.h"
+#include "host/mounts.h"
 #include "host/paths.h"
 #include "host/state.h"
 #include "host/text.h"
 #include "node/adapt.h"
+#include "node/confinement.h"
 #include "node/limits.h"
 #include "node/lxc_config.h"
 #include "node/lxc_handle.h"
@@ -29,10 +31,6 @@ namespace {
 
 constexpr int kKillSeconds = 30;
 constexpr int kAskAgainSeconds = 2;
-
-std::string lxcPlace(unsigned id, const char* name) {
-  return lxcDirectory() + "/" + lxcName(id) + "/" + name;
-}
 
 std::string logPath(unsigned id) { return lxcPlace(id, "log"); }
 
@@ -55,6 +53,21 @@ std::string lastComplaints(unsigned id) {
   return joined.empty() ? "see " + logPath(id) : joined;
 }
 
+void requireArea(const Container& container) {
+  if (hasPrivateArea(container)) return;
+  const std::string missing =
+      missingMount(readFile("/etc/fstab").value_or(""), mountPoints(), container.privateArea);
+  if (!missing.empty()) {
+    fail(ExitCode::kNotFound,
+         "the private area %s of container %u is on %s, which is not mounted: 'mount %s'",
+         container.privateArea.c_str(), container.id, missing.c_str(), missing.c_str());
+  }
+  fail(ExitCode::kNotFound,
+       "container %u has no private area: 'qxctl create %u' makes one from the OS template that "
+       "OSTEMPLATE names; there is no directory %s",
+       container.id, container.id, container.privateArea.c_str());
+}
+
 void requireBridge(const Container& container) {
   if (interfacesOf(container).empty()) return;
   const std::string bridge = valueOf(container.vars, "BRIDGE", kDefaultBridge);
@@ -67,10 +80,13 @@ void requireBridge(const Container& container) {
 }
 
 void configure(const LxcHandle& lxc, const Container& container) {
-  if (!exists(kLxcCommonConfig)) {
-    fail(ExitCode::kFailed, "LXC's shared configuration %s is missing", kLxcCommonConfig);
+  for (const char* shared : {kLxcCommonConfig, kLxcSeccomp}) {
+    if (exists(shared)) continue;
+    fail(ExitCode::kFailed, "LXC's shared configuration %s is missing", shared);
   }
   makeDirectories(lxcDirectory() + "/" + lxcName(container.id));
+  replaceFile(lxcPlace(container.id, kSeccompFile),
+              withoutMountCalls(readFile(kLxcSeccomp).value_or("")), 0600);
   unlink(logPath(container.id).c_str());
   // The log comes first, to have what LXC says of the rest.
   LxcItems items{{"lxc.log.file", logPath(container.id)}, {"lxc.log.level", "ERROR"}};
@@ -115,6 +131,7 @@ void unmountQuietly(const Container& container) {
 
 Outcome startContainer(const Container& container) {
   if (settledInit(container.id)) return Outcome::kAlready;
+  requireArea(container);
   if (!registration(container)) {
     fail(ExitCode::kNotRegistered,
          "container %u is not registered: fill its private area, then 'qxctl convert %u'",

@@ -1,5 +1,10 @@
 // qxctl: the life of containers, from the command line.
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -10,11 +15,13 @@
 #include "host/lock.h"
 #include "host/state.h"
 #include "node/adapt.h"
+#include "node/boot.h"
 #include "node/engine.h"
 #include "node/lxc_engine.h"
 #include "node/report.h"
 #include "node/runscript.h"
 #include "node/set_variables.h"
+#include "node/suggest.h"
 #include "node/tool_main.h"
 
 namespace {
@@ -23,6 +30,7 @@ struct Options {
   bool skipLock = false;
   bool json = false;
   bool all = false;
+  bool onBoot = false;
   std::string ctid;
   std::string script;
   std::vector<std::string> words;
@@ -113,7 +121,7 @@ int runScript(const Options& options) {
   });
 }
 
-int start(const Options& options) {
+int startOne(const Options& options) {
   return locked(options, "starting", [](const node::Container& container) {
     requireConfig(container);
     const node::Outcome outcome = node::startContainer(container);
@@ -122,7 +130,7 @@ int start(const Options& options) {
   });
 }
 
-int stop(const Options& options) {
+int stopOne(const Options& options) {
   return locked(options, "stopping", [&](const node::Container& container) {
     requireConfig(container);
     const node::Outcome outcome =
@@ -130,6 +138,80 @@ int stop(const Options& options) {
     say(container, outcome == node::Outcome::kDone ? "was stopped" : "was not running");
     return 0;
   });
+}
+
+/// The ID, or what stands for several of them, and not both.
+void requireOneOf(const Options& options, bool several, const char* flag) {
+  if (options.ctid.empty() == several) return;
+  node::fail(node::ExitCode::kUsage,
+             several ? "ID and %s exclude one another" : "ID or %s is missing", flag);
+}
+
+Options withId(Options options, unsigned id) {
+  options.ctid = std::to_string(id);
+  return options;
+}
+
+int start(const Options& options) {
+  requireOneOf(options, options.onBoot, "--onboot");
+  if (!options.onBoot) return startOne(options);
+  int result = 0;
+  std::vector<node::Container> containers;
+  for (const unsigned id : node::configuredIds()) {
+    // One that is malformed, or does not start, must not keep the others down.
+    const int one = node::runTool("qxctl", [&] {
+      const std::vector<node::Container> found = node::bootOrder({node::findContainer(id)});
+      containers.insert(containers.end(), found.begin(), found.end());
+      return 0;
+    });
+    if (one != 0) result = one;
+  }
+  for (const node::Container& container : node::bootOrder(containers)) {
+    const int one = node::runTool("qxctl", [&] { return startOne(withId(options, container.id)); });
+    if (one != 0) result = one;
+  }
+  return result;
+}
+
+/// Stops one container, whatever else somebody is doing with it at the moment.
+int stopDespiteLock(const Options& options) {
+  for (int left = options.timeout;; --left) {
+    try {
+      return stopOne(options);
+    } catch (const node::Error& error) {
+      if (error.code() != node::ExitCode::kLocked || left <= 0) throw;
+    }
+    sleep(1);
+  }
+}
+
+int stop(const Options& options) {
+  requireOneOf(options, options.all, "--all");
+  if (!options.all) return stopOne(options);
+  // All at the same time: each may take as long as the host has for all of them.
+  std::vector<pid_t> children;
+  for (const unsigned id : node::configuredIds()) {
+    if (!node::isRunning(id)) continue;
+    fflush(nullptr);
+    const pid_t child = fork();
+    if (child < 0) node::failErrno("cannot make a process that stops container %u", id);
+    if (child == 0) {
+      const int one = node::runTool("qxctl", [&] { return stopDespiteLock(withId(options, id)); });
+      fflush(nullptr);
+      _exit(one);
+    }
+    children.push_back(child);
+  }
+  int result = 0;
+  for (const pid_t child : children) {
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (status != 0) {
+      result = WIFEXITED(status) ? WEXITSTATUS(status) : static_cast<int>(node::ExitCode::kFailed);
+    }
+  }
+  return result;
 }
 
 int restart(const Options& options) {
@@ -186,9 +268,11 @@ int hook(const Options& options) {
 }
 
 int status(const Options& options) {
+  const node::HostState host = node::readHostState();
   const node::StatusReport report =
-      node::reportOn(node::findContainer(node::parseCtid(options.ctid)), node::readHostState());
-  const std::string text = options.json ? node::statusJson(report) : node::statusText(report);
+      node::reportOn(node::findContainer(node::parseCtid(options.ctid)), host);
+  const std::string text = options.json ? node::statusJson(report, host.warnings)
+                                        : node::statusText(report, host.warnings);
   fputs(text.c_str(), stdout);
   return report.exists ? 0 : static_cast<int>(node::ExitCode::kNotFound);
 }
@@ -224,16 +308,25 @@ constexpr Row kContainerCommands[] = {
     {"mount", mountIt, "Show the container's files at its root"},
     {"umount", umountIt, "Undo mount"},
     {"convert", convert, "Register a private area that was filled by hand or by a migration"},
-    {"start", start, "Start the container; mount it if need be"},
     {"enter", enter, "Open a shell in the running container"},
     {"destroy", destroy, "Remove the container: private area, root and configuration"},
 };
 
 void describeRunning(CLI::App& app, Options& options, Command& chosen) {
+  CLI::App* begin = app.add_subcommand("start", "Start the container; mount it if need be");
+  begin->add_option("ID", options.ctid, "Container id");
+  begin->add_flag("--onboot", options.onBoot,
+                  "Every container with ONBOOT=yes, by BOOTORDER: for the host's own start");
+  begin->callback([&chosen] { chosen = start; });
   for (const Row& row : {Row{"stop", stop, "Shut the container down and unmount it"},
                          Row{"restart", restart, "Stop the container and start it"}}) {
     CLI::App* command = app.add_subcommand(row.name, row.about);
-    command->add_option("ID", options.ctid, "Container id")->required();
+    CLI::Option* id = command->add_option("ID", options.ctid, "Container id");
+    if (row.command == stop) {
+      command->add_flag("--all", options.all, "Every running container, at the same time");
+    } else {
+      id->required();
+    }
     command->add_option("--timeout", options.timeout, "Seconds until what has not ended is killed")
         ->check(CLI::Range(1, 86400))
         ->capture_default_str();
@@ -262,6 +355,24 @@ void describeRunning(CLI::App& app, Options& options, Command& chosen) {
   CLI::App* called = app.add_subcommand("hook")->group("");
   called->add_option("WORDS", options.words)->required()->expected(3, -1);
   called->callback([&chosen] { chosen = hook; });
+}
+
+/// Names the word that should be a command and is none.
+bool sayUnknown(const CLI::App& app, int argc, char** argv) {
+  std::vector<std::string> names;
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    if (!command->get_group().empty()) names.push_back(command->get_name());
+  }
+  for (int i = 1; i < argc; ++i) {
+    const std::string word = argv[i];
+    if (word.starts_with('-')) continue;
+    if (std::find(names.begin(), names.end(), word) != names.end() || word == "hook") return false;
+    const std::string meant = node::nearest(word, names);
+    fprintf(stderr, "qxctl: unknown command '%s'%s%s%s; see qxctl --help\n", word.c_str(),
+            meant.empty() ? "" : ": did you mean '", meant.c_str(), meant.empty() ? "" : "'?");
+    return true;
+  }
+  return false;
 }
 
 int runCommandLine(int argc, char** argv) {
@@ -295,6 +406,7 @@ int runCommandLine(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
+    if (sayUnknown(app, argc, argv)) return static_cast<int>(node::ExitCode::kUsage);
     if (app.exit(error) == 0) return 0;  // --help is an "error" to the parser, too.
     return static_cast<int>(node::ExitCode::kUsage);
   }

@@ -3,10 +3,15 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
+#include "host/error.h"
+#include "host/file.h"
+#include "host/host_security.h"
 #include "host/id_map.h"
+#include "host/interfaces.h"
 #include "host/mounts.h"
 #include "host/state.h"
 #include "host/text.h"
+#include "node/limits.h"
 
 namespace node {
 namespace {
@@ -19,6 +24,42 @@ constexpr std::array<std::pair<const char*, const char*>, 4> kShownVariables{
      {"IP_ADDRESS", "addresses"},
      {"DISTRIBUTION", "distribution"},
      {"OSTEMPLATE", "ostemplate"}}};
+
+std::string shownValue(const StatusReport& report, const char* variable) {
+  if (std::string_view(variable) == "IP_ADDRESS") return report.addresses;
+  return report.container.var(variable);
+}
+
+/// IP_ADDRESS counts only where there is no NETIF, and may still say "auto" there.
+std::string addressesOf(const Container& container) {
+  std::string addresses;
+  try {
+    for (const Interface& interface : interfacesOf(container)) {
+      for (const std::string& address : interface.addresses) {
+        addresses += (addresses.empty() ? "" : " ") + address;
+      }
+    }
+  } catch (const Error&) {
+    // What is malformed is told when it is used.
+    return container.var("IP_ADDRESS");
+  }
+  return addresses;
+}
+
+/// The limits that someone has changed behind the configuration.
+void findHeldOtherwise(StatusReport& report, const CgroupLayout& layout) {
+  const std::optional<pid_t> init = runningInit(report.container.id);
+  if (!init) return;
+  for (const Limit& limit : report.resources.limits) {
+    const std::optional<std::string> held = heldLimit(layout, report.container.id, *init, limit);
+    if (held && !isHeld(limit, *held)) report.heldOtherwise[limit.record] = *held;
+  }
+}
+
+const char* areaWord(const StatusReport& report) {
+  if (!report.missingMount.empty()) return "area not mounted";
+  return report.exists ? "exists" : "does not exist";
+}
 
 Json toJson(const StatusReport& report) {
   Json json{{"ctid", report.container.id},
@@ -36,13 +77,15 @@ Json toJson(const StatusReport& report) {
   if (report.imageBytes) json["image_bytes"] = *report.imageBytes;
   json["unprivileged"] = report.unprivileged;
   for (const auto& [variable, key] : kShownVariables) {
-    const std::string value = report.container.var(variable);
+    const std::string value = shownValue(report, variable);
     if (!value.empty()) json[key] = value;
   }
+  if (!report.missingMount.empty()) json["missing_mount"] = report.missingMount;
   json["limits"] = Json::object();
   for (const Limit& limit : report.resources.limits) {
     json["limits"][limit.key] = limit.value;
   }
+  if (!report.heldOtherwise.empty()) json["held_otherwise"] = report.heldOtherwise;
   json["not_enforced"] = report.resources.unenforced;
   return json;
 }
@@ -54,29 +97,44 @@ std::string dump(const Json& json) {
 
 }  // namespace
 
-HostState readHostState() { return {mountPoints(), readCgroupLayout()}; }
+HostState readHostState() {
+  return {mountPoints(), readFile("/etc/fstab").value_or(""), hostWarnings(readHostSecurity()),
+          readCgroupLayout()};
+}
 
 StatusReport reportOn(const Container& container, const HostState& host) {
   StatusReport report;
   report.container = container;
   report.exists = container.configured && hasPrivateArea(container);
   report.mounted = countMountsAt(host.mountPoints, container.root) > 0;
-  report.running = runningInit(container.id).has_value();
+  report.running = isRunning(container.id);
+  if (!report.exists) {
+    report.missingMount = missingMount(host.fstab, host.mountPoints, container.privateArea);
+  }
+  report.addresses = addressesOf(container);
   report.registered = registration(container);
   report.storage = storageOf(container.privateArea);
   report.imageBytes = imageSize(container.privateArea);
   report.unprivileged = idMapOf(container).has_value();
   report.resources = planResources(container, host.cgroups);
-  // An image cannot hold more than it is large.
-  if (report.imageBytes) std::erase(report.resources.unenforced, "DISKSPACE");
+  findHeldOtherwise(report, host.cgroups);
+  // An image cannot hold more than it is large, a limited subvolume not more than that.
+  if (report.imageBytes || subvolumeLimit(container.privateArea)) {
+    std::erase(report.resources.unenforced, "DISKSPACE");
+  }
   return report;
 }
 
-std::string statusText(const StatusReport& report) {
-  std::string text = textf(
-      "container %u: %s, %s, %s, %s\n", report.container.id,
-      report.exists ? "exists" : "does not exist", report.mounted ? "mounted" : "not mounted",
-      report.running ? "running" : "stopped", report.registered ? "registered" : "not registered");
+std::string statusText(const StatusReport& report, const std::vector<std::string>& warnings) {
+  std::string text =
+      textf("container %u: %s, %s, %s", report.container.id, areaWord(report),
+            report.mounted ? "mounted" : "not mounted", report.running ? "running" : "stopped");
+  // Nobody knows while the file system with the marker is away.
+  if (report.missingMount.empty()) text += report.registered ? ", registered" : ", not registered";
+  text += "\n";
+  if (!report.missingMount.empty()) {
+    text += textf("  not mounted   %s, which /etc/fstab has\n", report.missingMount.c_str());
+  }
   if (report.registered) {
     text += textf("  registered    %s from %s\n", report.registered->time.c_str(),
                   report.registered->source.c_str());
@@ -91,13 +149,18 @@ std::string statusText(const StatusReport& report) {
   }
   if (report.unprivileged) text += "  unprivileged  yes\n";
   for (const auto& [variable, key] : kShownVariables) {
-    const std::string value = report.container.var(variable);
+    const std::string value = shownValue(report, variable);
     if (!value.empty()) text += textf("  %-13s %s\n", key, value.c_str());
   }
   const char* title = "limits";
   for (const Limit& limit : report.resources.limits) {
-    text += textf("  %-13s %s: %s = %s\n", title, limit.record.c_str(),
+    text += textf("  %-13s %s: %s = %s", title, limit.record.c_str(),
                   limit.key.substr(strlen("lxc.")).c_str(), limit.value.c_str());
+    const auto other = report.heldOtherwise.find(limit.record);
+    if (other != report.heldOtherwise.end()) {
+      text += textf(", but the kernel holds %s", other->second.c_str());
+    }
+    text += "\n";
     title = "";
   }
   if (!report.resources.unenforced.empty()) {
@@ -112,23 +175,30 @@ std::string statusText(const StatusReport& report) {
     }
     text += line + "\n";
   }
+  for (const std::string& warning : warnings) text += "  host warning  " + warning + "\n";
   return text;
 }
 
-std::string statusJson(const StatusReport& report) { return dump(toJson(report)); }
+std::string statusJson(const StatusReport& report, const std::vector<std::string>& warnings) {
+  Json json = toJson(report);
+  if (!warnings.empty()) json["host_warnings"] = warnings;
+  return dump(json);
+}
 
 std::string listText(const std::vector<StatusReport>& reports) {
-  std::string text = textf("%10s  %-8s  %-10s  %-20s  %s\n", "CTID", "STATE", "REGISTERED",
+  std::string text = textf("%10s  %-16s  %-10s  %-20s  %s\n", "CTID", "STATE", "REGISTERED",
                            "ADDRESSES", "HOSTNAME");
   for (const StatusReport& report : reports) {
-    const char* state = report.running   ? "running"
-                        : report.mounted ? "mounted"
-                        : report.exists  ? "stopped"
-                                         : "no files";
-    std::string line =
-        textf("%10u  %-8s  %-10s  %-20s  %s", report.container.id, state,
-              report.registered ? "yes" : "no", report.container.var("IP_ADDRESS").c_str(),
-              report.container.var("HOSTNAME").c_str());
+    const char* state = report.running                ? "running"
+                        : report.mounted              ? "mounted"
+                        : report.exists               ? "stopped"
+                        : report.missingMount.empty() ? "no files"
+                                                      : areaWord(report);
+    std::string line = textf("%10u  %-16s  %-10s  %-20s  %s", report.container.id, state,
+                             !report.missingMount.empty() ? "?"
+                             : report.registered          ? "yes"
+                                                          : "no",
+                             report.addresses.c_str(), report.container.var("HOSTNAME").c_str());
     line.erase(line.find_last_not_of(' ') + 1);
     text += line + "\n";
   }

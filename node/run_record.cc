@@ -32,6 +32,10 @@ void record(unsigned id, const char* kind, pid_t pid) {
 
 std::string lxcDirectory() { return std::string(kRunDir) + "/lxc"; }
 
+std::string lxcPlace(unsigned id, const char* name) {
+  return lxcDirectory() + "/" + lxcName(id) + "/" + name;
+}
+
 void recordRun(unsigned id, pid_t init) {
   makeDirectories(kRunDir);
   const std::optional<pid_t> monitor = parseParent(statOf(init));

@@ -13,6 +13,11 @@ namespace node {
 /// called by its lxcName.
 std::string lxcDirectory();
 
+/// A file there.
+std::string lxcPlace(unsigned id, const char* name);
+/// System calls that a container whose root is the host's must not use.
+inline constexpr char kSeccompFile[] = "seccomp";
+
 /// Notes the container's init and LXC's monitor, which is the parent of the init.
 /// Throws Error.
 void recordRun(unsigned id, pid_t init);

@@ -38,6 +38,8 @@ std::string assignedBy(std::string_view line, const ShellVars& known) {
 
 /// With less memory not even an init comes up.
 constexpr uint64_t kLeastMemory = 16 << 20;
+/// The smallest that comes up has about ten; its start has more for a moment.
+constexpr uint64_t kLeastTasks = 24;
 
 /// Letters, digits, hyphens and underscores, in labels that dots separate.
 bool isHostName(std::string_view name) {
@@ -69,6 +71,13 @@ void checkSettings(const Container& container, const Assignments& assignments) {
           fail(ExitCode::kUsage, "%s has '%s': ADDRESS/PREFIX or \"dhcp\" is expected",
                name.c_str(), address.c_str());
         }
+      }
+    }
+    if (name == "NUMPROC") {
+      const std::optional<ResourceValue> tasks = parseResource(value);
+      if (tasks && tasks->limit < kLeastTasks) {
+        fail(ExitCode::kUsage, "NUMPROC is '%s': an init and its services need %llu tasks at least",
+             value.c_str(), static_cast<unsigned long long>(kLeastTasks));
       }
     }
     if (name == "SLMMEMORYLIMIT") {

@@ -1,7 +1,10 @@
 #include "node/storage.h"
 
 #include <fcntl.h>
+#include <linux/btrfs.h>
+#include <linux/btrfs_tree.h>
 #include <linux/magic.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -151,6 +154,34 @@ void makeTree(const std::string& area, const StoragePlan& plan) {
 Storage storageOf(const std::string& area) {
   if (exists(imageOf(area))) return Storage::kExt4;
   return isSubvolume(treeOf(area)) ? Storage::kBtrfs : Storage::kDirectory;
+}
+
+std::optional<uint64_t> subvolumeLimit(const std::string& area) {
+  const std::string tree = treeOf(area);
+  if (!isSubvolume(tree)) return std::nullopt;
+  const Fd fd(open(tree.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  btrfs_ioctl_fs_info_args info{};
+  btrfs_ioctl_ino_lookup_args lookup{};
+  lookup.objectid = BTRFS_FIRST_FREE_OBJECTID;
+  if (!fd || ioctl(fd.get(), BTRFS_IOC_FS_INFO, &info) != 0 ||
+      ioctl(fd.get(), BTRFS_IOC_INO_LOOKUP, &lookup) != 0) {
+    return std::nullopt;
+  }
+  std::string uuid;
+  for (size_t i = 0; i < sizeof info.fsid; ++i) {
+    uuid += textf(i == 4 || i == 6 || i == 8 || i == 10 ? "-%02x" : "%02x", info.fsid[i]);
+  }
+  // The directory is there while quotas are on, the files for each group.
+  const std::string group = textf("/sys/fs/btrfs/%s/qgroups/0_%llu", uuid.c_str(),
+                                  static_cast<unsigned long long>(lookup.treeid));
+  const auto number = [&](const char* name) -> std::optional<uint64_t> {
+    std::string text = readFile(group + "/" + name).value_or("");
+    while (text.ends_with('\n')) text.pop_back();
+    return parseDecimal(text);
+  };
+  const std::optional<uint64_t> flags = number("limit_flags");
+  if (!flags || (*flags & BTRFS_QGROUP_LIMIT_MAX_RFER) == 0) return std::nullopt;
+  return number("max_referenced");
 }
 
 std::optional<uint64_t> imageSize(const std::string& area) {

@@ -46,6 +46,10 @@ void makeTree(const std::string& area, const StoragePlan& plan);
 /// What the tree of this private area lies on.
 Storage storageOf(const std::string& area);
 
+/// The bytes that the kernel lets a subvolume have, by its group of quotas; nothing when
+/// there is no such limit.
+std::optional<uint64_t> subvolumeLimit(const std::string& area);
+
 /// The size of an image in bytes; nothing when there is none.
 std::optional<uint64_t> imageSize(const std::string& area);
 

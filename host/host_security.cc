@@ -1,0 +1,68 @@
+#include "host/host_security.h"
+
+#include <algorithm>
+
+#include "host/file.h"
+#include "host/text.h"
+
+namespace host {
+namespace {
+
+bool hasOption(std::string_view options, std::string_view option) {
+  return ("," + std::string(options) + ",").find("," + std::string(option) + ",") !=
+         std::string::npos;
+}
+
+}  // namespace
+
+HostSecurity parseHostMounts(std::string_view mountinfo) {
+  HostSecurity security;
+  for (const std::string_view line : splitLines(mountinfo)) {
+    const std::vector<std::string_view> words = splitWords(line);
+    const auto dash = std::find(words.begin(), words.end(), "-");
+    if (words.end() - dash < 4) continue;
+    if (dash[1] == "cgroup2") {
+      security.unified = true;
+      security.delegated = security.delegated || hasOption(dash[3], "nsdelegate");
+    }
+    if (dash[1] == "fuse.lxcfs") security.lxcfs = true;
+  }
+  return security;
+}
+
+HostSecurity readHostSecurity() {
+  HostSecurity security = parseHostMounts(readFile("/proc/self/mountinfo").value_or(""));
+  security.appArmor =
+      readFile("/sys/module/apparmor/parameters/enabled").value_or("").starts_with('Y');
+  security.appArmorParser = exists("/sbin/apparmor_parser") || exists("/usr/sbin/apparmor_parser");
+  std::string most = readFile("/proc/sys/user/max_user_namespaces").value_or("0");
+  while (most.ends_with('\n')) most.pop_back();
+  security.userNamespaces = exists("/proc/self/ns/user") && parseDecimal(most).value_or(0) > 0;
+  return security;
+}
+
+std::vector<std::string> hostWarnings(const HostSecurity& security) {
+  std::vector<std::string> warnings;
+  if (!security.appArmor) {
+    warnings.emplace_back(
+        "AppArmor is off: the root of a container without UNPRIVILEGED=yes can reach the host's "
+        "kernel; start the kernel with 'apparmor=1 security=apparmor'");
+  } else if (!security.appArmorParser) {
+    warnings.emplace_back(
+        "AppArmor is on, but apparmor_parser is missing, without which no container starts; "
+        "install the package apparmor");
+  }
+  if (!security.userNamespaces) {
+    warnings.emplace_back(
+        "the kernel gives no user namespaces: UNPRIVILEGED=yes cannot work; set "
+        "user.max_user_namespaces with sysctl, or use a kernel that has them");
+  }
+  if (security.unified && !security.delegated && security.lxcfs) {
+    warnings.emplace_back(
+        "lxcfs has taken 'nsdelegate' off the control groups; 'mount -o remount,nsdelegate "
+        "/sys/fs/cgroup' after each start of lxcfs, or 'systemctl disable --now lxcfs'");
+  }
+  return warnings;
+}
+
+}  // namespace host
