@@ -18,17 +18,9 @@ NODE_VM_GUEST_PACKAGES=(
   systemd-sysv dbus ifupdown isc-dhcp-client iproute2 iputils-ping procps quota netbase
 )
 
-# Those of the product that a release calls otherwise.
-node_vm_libraries() {
-  case $1 in
-    bookworm) printf 'libfmt9 liblxc1' ;;
-    *) printf 'libfmt10 liblxc1t64' ;;
-  esac
-}
-
 node_vm_digest() {
   {
-    printf '%s\n' "${NODE_VM_PACKAGES[@]}" "${NODE_VM_GUEST_PACKAGES[@]}" "$(node_vm_libraries "$1")"
+    printf '%s\n' "$1" "${NODE_VM_PACKAGES[@]}" "${NODE_VM_GUEST_PACKAGES[@]}"
     declare -f node_vm_root node_vm_first_boot
     cat "$LAB_DIR"/node/* "$LAB_DIR/vm/before"
   } | sha256sum | cut -c1-12
@@ -43,7 +35,7 @@ node_vm_root() {
   need_tools mkfs.ext4 mkfs.btrfs debugfs qemu-system-x86_64
   mkdir -p "$new/empty"
   debian_root "$release" "$tree" \
-    "$(IFS=, && printf '%s' "${NODE_VM_PACKAGES[*]}"),$(node_vm_libraries "$release" | tr ' ' ,)" \
+    "$(IFS=, && printf '%s' "${NODE_VM_PACKAGES[*]}")" \
     --aptopt='APT::Install-Recommends "true"' \
     --essential-hook="$LAB_DIR/vm/before \"\$1\"" \
     --customize-hook="$LAB_DIR/node/customize \"\$1\""
@@ -69,7 +61,7 @@ node_vm_root() {
 node_vm_first_boot() {
   local place=$1 disks
   mapfile -t disks < <(vm_disk_options "$place" root.disk quota.disk btrfs.disk)
-  timeout 600 qemu-system-x86_64 -machine "q35,accel=$(vm_acceleration)" -cpu max -smp 2 -m 1024 \
+  timeout 1800 qemu-system-x86_64 -machine "q35,accel=$(vm_acceleration)" -cpu max -smp 2 -m 1024 \
     -nodefaults -no-user-config -display none -no-reboot -serial "file:$place/first-boot.log" \
     -device virtio-rng-pci "${disks[@]}" -kernel "$place/vmlinuz" -initrd "$place/initrd" \
     -append "$NODE_VM_APPEND lab.first" || true
