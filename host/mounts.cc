@@ -61,6 +61,18 @@ std::vector<std::string> mountPoints() {
   return parseMountPoints(*text);
 }
 
+std::string mountSource(std::string_view mountinfo, const std::string& path) {
+  const std::string place = resolved(path);
+  std::string source;
+  for (const std::string_view line : splitLines(mountinfo)) {
+    const std::vector<std::string_view> words = splitWords(line);
+    const auto dash = std::find(words.begin(), words.end(), "-");
+    if (words.end() - dash < 3 || words.size() < 6 || unescaped(words[4]) != place) continue;
+    source = unescaped(dash[2]);
+  }
+  return source;
+}
+
 size_t countMountsAt(const std::vector<std::string>& points, const std::string& path) {
   return static_cast<size_t>(std::count(points.begin(), points.end(), resolved(path)));
 }

@@ -24,6 +24,10 @@ void makePrivate(const std::string& path);
 /// The mount points of this process's mount namespace. Throws Error.
 std::vector<std::string> mountPoints();
 
+/// The source of what a mountinfo text has mounted on `path` last, such as
+/// "/dev/loop0"; empty when nothing is.
+std::string mountSource(std::string_view mountinfo, const std::string& path);
+
 /// How often `path` (symbolic links resolved) occurs in `points`.
 size_t countMountsAt(const std::vector<std::string>& points, const std::string& path);
 

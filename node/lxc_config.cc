@@ -10,6 +10,7 @@
 #include "host/file.h"
 #include "host/id_map.h"
 #include "host/interfaces.h"
+#include "host/mounts.h"
 #include "host/paths.h"
 #include "host/text.h"
 #include "node/cgroups.h"
@@ -93,7 +94,7 @@ void addGroups(LxcItems& items, const Container& container) {
 
 }  // namespace
 
-HostFacts readHostFacts() {
+HostFacts readHostFacts(const Container& container) {
   HostFacts facts;
   facts.cgroups = readCgroupLayout();
   facts.appArmor =
@@ -102,6 +103,7 @@ HostFacts readHostFacts() {
   const ssize_t length = readlink("/proc/self/exe", self, sizeof self);
   if (length <= 0) failErrno("cannot find the path of this program");
   facts.qxctl.assign(self, static_cast<size_t>(length));
+  facts.device = mountSource(readFile("/proc/self/mountinfo").value_or(""), container.tree());
   return facts;
 }
 
@@ -140,6 +142,12 @@ LxcItems lxcItems(const Container& container, const HostFacts& facts) {
   if (!hostname.empty()) items.emplace_back("lxc.uts.name", hostname.substr(0, hostname.find('.')));
   const std::string halt = haltSignal(container);
   if (!halt.empty()) items.emplace_back("lxc.signal.halt", halt);
+  // The quota tools inside find their file system by its device. The rules for devices
+  // let nobody in there read or write it.
+  if (facts.device.starts_with("/dev/") && !idMapOf(container)) {
+    items.emplace_back("lxc.mount.entry", textf("%s %s none bind,create=file,optional 0 0",
+                                                facts.device.c_str(), facts.device.c_str() + 1));
+  }
   // They keep ID.init right also when the guest reboots or ends by itself.
   items.emplace_back("lxc.hook.start-host", facts.qxctl + " hook");
   items.emplace_back("lxc.hook.post-stop", facts.qxctl + " hook");

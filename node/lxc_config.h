@@ -25,9 +25,10 @@ struct HostFacts {
   CgroupLayout cgroups;
   bool appArmor = false;  ///< the kernel enforces AppArmor profiles
   std::string qxctl;      ///< absolute path of this program, for the hooks
+  std::string device;     ///< what the container's tree is mounted from; empty if it is not
 };
 /// Throws Error.
-HostFacts readHostFacts();
+HostFacts readHostFacts(const Container& container);
 
 /// The name under which LXC knows the container: its hooks are called with it.
 std::string lxcName(unsigned id);

@@ -90,7 +90,7 @@ void configure(const LxcHandle& lxc, const Container& container) {
   unlink(logPath(container.id).c_str());
   // The log comes first, to have what LXC says of the rest.
   LxcItems items{{"lxc.log.file", logPath(container.id)}, {"lxc.log.level", "ERROR"}};
-  const LxcItems rest = lxcItems(container, readHostFacts());
+  const LxcItems rest = lxcItems(container, readHostFacts(container));
   items.insert(items.end(), rest.begin(), rest.end());
   // LXC takes a container for a defined one, with a profile of AppArmor and a place of
   // its own, only when its configuration came from a file. Under this name, LXC's own

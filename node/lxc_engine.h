@@ -16,13 +16,15 @@ namespace node {
 
 /// Starts a registered container: mounts it if need be, adapts its network
 /// files if the configuration was changed (adapt.h), and waits until its init
-/// runs. kNotRegistered, kNotFound, kBadConfig; kFailed with LXC's own last
-/// messages. A container that does not start is unmounted again.
+/// runs. kNotRegistered, kBadConfig; kNotFound when there is no private area, which
+/// may be on a file system that is not mounted; kFailed with LXC's own last messages.
+/// A container that does not start is unmounted again.
 Outcome startContainer(const Container& container);
 
 /// Asks the container's init to shut down, waits up to `timeoutSeconds`, then
-/// ends what is left by force (at once when it is 0), and unmounts the root.
-/// kAlready when it was not running; it is unmounted then, too.
+/// ends what is left by force (at once when it is 0), waits for LXC's monitor, and
+/// unmounts the root. kAlready when it was not running; it is unmounted then, too.
+/// kBusy when it is stopped, but something else uses its files.
 Outcome stopContainer(const Container& container, int timeoutSeconds);
 
 /// Runs a command in a running container, with this process's standard input

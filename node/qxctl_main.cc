@@ -368,8 +368,9 @@ bool sayUnknown(const CLI::App& app, int argc, char** argv) {
     if (word.starts_with('-')) continue;
     if (std::find(names.begin(), names.end(), word) != names.end() || word == "hook") return false;
     const std::string meant = node::nearest(word, names);
-    fprintf(stderr, "qxctl: unknown command '%s'%s%s%s; see qxctl --help\n", word.c_str(),
-            meant.empty() ? "" : ": did you mean '", meant.c_str(), meant.empty() ? "" : "'?");
+    const std::string hint = meant.empty() ? "" : ", did you mean '" + meant + "'?";
+    fprintf(stderr, "qxctl: unknown command '%s'%s (see qxctl --help)\n", word.c_str(),
+            hint.c_str());
     return true;
   }
   return false;

@@ -18,6 +18,7 @@
 #include "framework/env_manager.h"
 #include "framework/errors.h"
 #include "framework/qxctl.h"
+#include "host/host_security.h"
 
 namespace agent {
 
@@ -161,6 +162,7 @@ NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params) {
     facts.cgroupV1 = facts.cgroupV1 || mount.type == "cgroup";
     facts.cgroupV2 = facts.cgroupV2 || mount.type == "cgroup2";
   }
+  facts.weaknesses = host::hostWarnings(host::readHostSecurity());
   return facts;
 }
 

@@ -34,6 +34,7 @@ struct NodeFacts {
   // What the container's tree will lie on: "directory", "ext4" (an image of the size
   // of its disk limits) or "btrfs".
   std::string storage = "directory";
+  std::vector<std::string> weaknesses;  // of the node's set-up, with what mends each
 };
 
 // Looks at this machine for a migration with these parameters. Throws

@@ -57,6 +57,8 @@ class Checks {
     files();
     nested();
     hostname();
+    // They hold for every container of the node: no reason to think twice about this one.
+    for (const std::string& weakness : facts_.node.weaknesses) note("The node: " + weakness + ".");
     for (const MeasureWarning& warning : facts_.measurement.warnings) warn(warning.text);
   }
 

@@ -29,4 +29,32 @@ TEST(MountPoints, BelowLeavesThePlaceItselfAndItsNamesakesOut) {
   EXPECT_EQ(host::countMountsAt(points, "/none"), 0u);
 }
 
+TEST(MountSource, IsTheLastOneOnThePlace) {
+  const char* text =
+      "36 35 8:1 / /x rw shared:1 - ext4 /dev/sda1 rw\n"
+      "37 36 7:0 / /x/fs rw - ext4 /dev/loop0 rw\n"
+      "38 37 7:1 / /x/fs rw shared:7 master:2 - ext4 /dev/loop\\0401 rw\n"
+      "39 38 broken\n";
+  EXPECT_EQ(host::mountSource(text, "/x/fs"), "/dev/loop 1");
+  EXPECT_EQ(host::mountSource(text, "/x"), "/dev/sda1");
+  EXPECT_EQ(host::mountSource(text, "/y"), "");
+}
+
+TEST(MissingMount, IsTheDeepestOnTheWayThatIsNotMounted) {
+  const char* fstab =
+      "# /dev/x /commented ext4 defaults 0 2\n"
+      "UUID=1 / ext4 defaults 0 1\n"
+      "/dev/vdb /srv ext4 defaults 0 2\n"
+      "/dev/vdc\t/srv/big\\040disk\tbtrfs\tnofail\n"
+      "/dev/vdd none swap sw 0 0\n"
+      "short\n";
+  EXPECT_EQ(host::missingMount(fstab, {"/"}, "/srv/qx/101"), "/srv");
+  EXPECT_EQ(host::missingMount(fstab, {"/"}, "/srv"), "/srv");
+  EXPECT_EQ(host::missingMount(fstab, {"/", "/srv"}, "/srv/qx/101"), "");
+  EXPECT_EQ(host::missingMount(fstab, {"/", "/srv"}, "/srv/big disk/101"), "/srv/big disk");
+  EXPECT_EQ(host::missingMount(fstab, {"/"}, "/srvx/101"), "");
+  EXPECT_EQ(host::missingMount(fstab, {"/"}, "/commented/101"), "");
+  EXPECT_EQ(host::missingMount("", {"/"}, "/srv/101"), "");
+}
+
 }  // namespace

@@ -107,6 +107,29 @@ TEST_F(LxcConfig, IsAFileOfLinesAndRefusesWhatNoLineHolds) {
   }
 }
 
+TEST_F(LxcConfig, QuotaToolsInsideFindTheDeviceOfAnImage) {
+  node::HostFacts facts;
+  EXPECT_THAT(items(facts), Not(Contains(Pair("lxc.mount.entry", testing::_))));
+  facts.device = "/dev/loop3";
+  EXPECT_THAT(
+      items(facts),
+      Contains(Pair("lxc.mount.entry", "/dev/loop3 dev/loop3 none bind,create=file,optional 0 0")));
+  container_.vars = {{"UNPRIVILEGED", "yes"}};
+  EXPECT_THAT(items(facts), Not(Contains(Pair("lxc.mount.entry", testing::_))))
+      << "its root may not ask for quotas anyway";
+}
+
+TEST_F(LxcConfig, OnlyRootOfAUserNamespaceMayNestContainers) {
+  node::HostFacts facts;
+  facts.appArmor = true;
+  EXPECT_THAT(items(facts), Not(Contains(Pair("lxc.apparmor.allow_nesting", testing::_))));
+  EXPECT_THAT(items(facts), Contains(Pair("lxc.apparmor.raw", "mount,")));
+  EXPECT_THAT(items(facts), Contains(Pair("lxc.seccomp.profile", "/run/qx/lxc/qx-101/seccomp")));
+  container_.vars = {{"UNPRIVILEGED", "yes"}};
+  EXPECT_THAT(items(facts), Contains(Pair("lxc.apparmor.allow_nesting", "1")));
+  EXPECT_THAT(items(facts), Not(Contains(Pair("lxc.apparmor.raw", testing::_))));
+}
+
 TEST_F(LxcConfig, WithoutAddressesTheNetworkIsEmptyButItsOwn) {
   EXPECT_THAT(items(), Contains(Pair("lxc.net.0.type", "empty")));
 }

@@ -67,6 +67,61 @@ TEST(Qxctl, HonoursTheLockUnlessToldToSkipIt) {
   });
 }
 
+TEST(Qxctl, SaysWhichFileSystemIsMissingInPlaceOfTheContainersState) {
+  ScratchHost()
+      .file(kConf, "VE_PRIVATE=/srv/qx/101\nNETIF='ifname=eth0,ip=192.0.2.7/24,ip=dhcp'\n")
+      .file("/etc/sysconfig/qx-scripts/102.conf", "IP_ADDRESS=auto\n")
+      .file("/etc/fstab", "/dev/vdb /srv ext4 defaults,nofail 0 2\n")
+      .run([] {
+        const ToolResult status = qxctl("status", "101");
+        EXPECT_THAT(status.out,
+                    HasSubstr("container 101: area not mounted, not mounted, stopped\n"));
+        EXPECT_THAT(status.out, HasSubstr("/srv, which /etc/fstab has"));
+        EXPECT_EQ(nlohmann::json::parse(qxctl("status", "101", "--json").out)["missing_mount"],
+                  "/srv");
+        const ToolResult list = qxctl("list", "-a");
+        EXPECT_THAT(list.out, HasSubstr("101  area not mounted  ?           192.0.2.7/24 dhcp\n"));
+        EXPECT_THAT(list.out, HasSubstr("102  no files          no          auto\n"));
+        const ToolResult start = qxctl("start", "101");
+        EXPECT_EQ(start.status, 14);
+        EXPECT_THAT(start.err, HasSubstr("'mount /srv'"));
+        EXPECT_THAT(qxctl("start", "102").err, HasSubstr("'qxctl create 102'"));
+      });
+}
+
+TEST(Qxctl, NamesAWordThatIsNoCommandAndWhatWasMeant) {
+  ScratchHost().run([] {
+    const ToolResult result = qxctl("strat", "101");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err,
+              "qxctl: unknown command 'strat', did you mean 'start'? (see qxctl --help)\n");
+    EXPECT_THAT(qxctl("migrate", "101").err, HasSubstr("unknown command 'migrate' (see"));
+  });
+}
+
+TEST(Qxctl, StartsAndStopsSeveralOnlyInPlaceOfOne) {
+  ScratchHost().file(kConf, "ONBOOT=yes\n").run([] {
+    EXPECT_EQ(qxctl("start").status, 2);
+    EXPECT_EQ(qxctl("start", "101", "--onboot").status, 2);
+    EXPECT_EQ(qxctl("stop", "101", "--all").status, 2);
+    EXPECT_EQ(qxctl("stop", "--all").status, 0) << "none runs";
+    const ToolResult boot = qxctl("start", "--onboot");
+    EXPECT_EQ(boot.status, 14);
+    EXPECT_THAT(boot.err, HasSubstr("container 101 has no private area"));
+    host::replaceFile(kConf, "ONBOOT=no\n", 0644);
+    EXPECT_EQ(qxctl("start", "--onboot").status, 0);
+  });
+}
+
+TEST(Qxctl, RefusesFewerTasksThanAnInitNeeds) {
+  ScratchHost().file(kConf, "").run([] {
+    const ToolResult result = qxctl("set", "101", "NUMPROC=5");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr("NUMPROC is '5'"));
+    EXPECT_EQ(qxctl("set", "101", "NUMPROC=24:24").status, 0);
+  });
+}
+
 TEST(Qxctl, LocksWithoutBeingToldAndUnlocksAfterwards) {
   ScratchHost().file(kConf, "").dir("/var/lib/qx/private/101/fs").run([] {
     EXPECT_EQ(qxctl("mount", "101").status, 0);
@@ -184,8 +239,9 @@ TEST(Qxctl, ListShowsTheOthersWhenOneFileIsMalformed) {
       .run([] {
         const ToolResult list = qxctl("list", "-a");
         EXPECT_EQ(list.status, 3);
-        EXPECT_THAT(list.out,
-                    HasSubstr("       101  no files  no                                web\n"));
+        EXPECT_THAT(
+            list.out,
+            HasSubstr("       101  no files          no                                web\n"));
         EXPECT_THAT(list.err, HasSubstr("7.conf: line 1: "));
       });
 }

@@ -12,6 +12,7 @@
 #include <fstream>
 
 #include "agent/programs/migrate_options.h"
+#include "host/host_security.h"
 #include "support/scratch_host.h"
 
 namespace {
@@ -189,6 +190,13 @@ TEST(NodeFacts, AnUnprivilegedContainerHasFewerIds) {
     EXPECT_EQ(factsWith("UNPRIVILEGED=\"no\"\n").ids, 0);
     EXPECT_EQ(factsWith().storage, "ext4");
     EXPECT_EQ(factsWith("STORAGE=\"btrfs\"\n").storage, "btrfs");
+  });
+}
+
+TEST(NodeFacts, WeaknessesOfTheNodeAreThoseThatItsToolsTell) {
+  ScratchHost().file("/proc/self/mounts", "").run([] {
+    EXPECT_EQ(factsWith().weaknesses, host::hostWarnings(host::readHostSecurity()));
+    EXPECT_FALSE(factsWith().weaknesses.empty()) << "a scratch host has no AppArmor";
   });
 }
 

@@ -250,6 +250,13 @@ TEST(Plan, SystemdThatCannotRunOnTheNodeBlocks) {
   EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
 }
 
+TEST(Plan, WeaknessesOfTheNodeAreToldAndBlockNothing) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.weaknesses = {"AppArmor is off; start the kernel with it"};
+  expectFinding(facts, Severity::note, "The node: AppArmor is off; start the kernel with it.");
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+}
+
 TEST(Plan, SystemdOfTheFirstReleaseThatCanIsReady) {
   agent::PlanFacts facts = goodFacts();
   facts.survey.systemdVersion = 232;
