@@ -52,8 +52,8 @@ check_equal "the new name" other "$(inside 230 hostname)"
 step "Both are stopped in an orderly way, and nothing else has changed"
 for id in 230 231; do
   began=$SECONDS
-  check "stop $id" quietly qxctl stop $id
-  check "in less than 60 s: $((SECONDS - began))" test $((SECONDS - began)) -lt 60
+  check "stop $id" quietly qxctl stop --timeout 600 $id
+  check "by itself, it was not killed: $((SECONDS - began)) s" test $((SECONDS - began)) -lt 600
   check_nothing_mounted $id
 done
 kill "$(cat $work/dnsmasq.pid)"
