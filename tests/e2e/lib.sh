@@ -1,10 +1,9 @@
 # What the scenarios share. A scenario runs on the lab's node, beside a server
-# called alpha, and says what it finds in lines "ok" and "FAIL".
+# called alpha, and says what it finds (checks.sh).
 #
 # Servers are reached by $source alone, so that a scenario holds for every
 # transport.
 # shellcheck shell=bash
-set -euo pipefail
 
 server=alpha
 ctid=101
@@ -12,41 +11,12 @@ distribution=debian-12
 private=/var/lib/qx/private/$ctid
 work=/tmp/e2e
 out=$work/qxmigrate.out
-failures=0
-checks=0
 mkdir -p "$work"
 
+# shellcheck source=tests/e2e/checks.sh
+. "$QX_E2E/checks.sh"
+
 # --- Saying what is so --------------------------------------------------------
-
-step() { printf '%s\n' "- $*"; }
-
-# check TEXT COMMAND...: the command must succeed.
-check() {
-  local text=$1
-  shift
-  checks=$((checks + 1))
-  if "$@"; then
-    printf '  ok    %s\n' "$text"
-  else
-    failures=$((failures + 1))
-    printf '  FAIL  %s\n' "$text"
-  fi
-}
-
-# check_equal TEXT EXPECTED FOUND
-check_equal() {
-  check "$1" test "$2" = "$3"
-  [ "$2" = "$3" ] || printf '        expected: %s\n        found:    %s\n' "$2" "$3"
-}
-
-# check_no TEXT COMMAND...: the command must print nothing.
-check_no() {
-  local text=$1 found
-  shift
-  found=$("$@" 2>&1 || true)
-  check "$text" test -z "$found"
-  [ -z "$found" ] || printf '%s\n' "$found" | sed 's/^/        found: /'
-}
 
 # check_says TEXT: the migration printed this, character for character, in one
 # or more whole lines.
@@ -58,33 +28,11 @@ check_says() {
 
 grep_whole() { [[ $'\n'"$2"$'\n' == *$'\n'"$1"$'\n'* ]]; }
 
-check_status() { check_equal "exit status $1" "$1" "$status"; }
-
-conclude() {
-  local status=$?
-  if [ "$status" != 0 ]; then
-    printf '  FAIL  the scenario stopped early, status %d\n' "$status"
-    exit 1
-  fi
-  [ "$failures" = 0 ] && [ "$checks" -gt 0 ]
-}
-trap conclude EXIT
-
 note_server_files() { lab files "$server" >"$work/files.before"; }
 
 check_server_files() {
   lab files "$server" >"$work/files.after"
   check_no "the server's files are as they were" diff "$work/files.before" "$work/files.after"
-}
-
-# until_so SECONDS COMMAND...
-until_so() {
-  local end=$((SECONDS + $1))
-  shift
-  until "$@"; do
-    [ "$SECONDS" -lt "$end" ] || return 1
-    sleep 0.05
-  done
 }
 
 # --- The server ---------------------------------------------------------------

@@ -173,7 +173,8 @@ TEST(DebianPostMigrate, UbuntuWithNetplanAndResolvedLink) {
             0600)
       .symlink("/etc/systemd/system/multi-user.target.wants/systemd-networkd.service",
                "/lib/systemd/system/systemd-networkd.service");
-  which.units = {"systemd-networkd.service", "multipathd.service", "plymouth-start.service"};
+  which.units = {"systemd-networkd.service", "systemd-networkd-wait-online.service",
+                 "multipathd.service", "plymouth-start.service"};
   which.environment = {"HOSTNAME=web", "NAMESERVER=192.0.2.53",
                        "NETIF=ifname=eth0,ip=192.0.2.70,ip=2001:db8::70"};
   expectGolden(which);
@@ -222,6 +223,14 @@ TEST(DebianPostMigrate, AddressesOfAnotherNetworkTakeNoGatewayAlong) {
   expectGolden(which);
 }
 
+TEST(DebianPostMigrate, HooksOfOtherPackagesAreNoIfupdown) {
+  Case which{"debian-no-ifupdown", {}, {}, {}};
+  which.host.file("/etc/network/if-up.d/postfix", "#!/bin/sh\n", 0755);
+  which.units = {"systemd-networkd.service", "systemd-networkd-wait-online.service"};
+  which.environment = {"NETIF=ifname=eth0,ip=192.0.2.7/24,ip=2001:db8::7/64"};
+  expectGolden(which);
+}
+
 TEST(DebianPostMigrate, WithoutEnvironmentNamesAndNetworkStay) {
   Case which{"debian-no-environment", {}, {}, {}};
   which.host.file("/etc/network/interfaces", "auto eth0\niface eth0 inet dhcp\n")
@@ -254,10 +263,13 @@ TEST(RedHatPostMigrate, NetworkManagerProfilesOfRelease9) {
                "/usr/lib/systemd/system/NetworkManager.service")
       .symlink("/etc/systemd/system/getty.target.wants/getty@tty1.service",
                "/usr/lib/systemd/system/getty@.service");
-  which.units = {"NetworkManager.service", "getty@.service",     "console-getty.service",
-                 "chronyd.service",        "kdump.service",      "microcode.service",
-                 "lvm2-monitor.service",   "tuned.service",      "rngd.service",
-                 "auditd.service",         "irqbalance.service", "crond.service"};
+  which.units = {"NetworkManager.service", "NetworkManager-wait-online.service",
+                 "getty@.service",         "console-getty.service",
+                 "chronyd.service",        "kdump.service",
+                 "microcode.service",      "lvm2-monitor.service",
+                 "tuned.service",          "rngd.service",
+                 "auditd.service",         "irqbalance.service",
+                 "crond.service"};
   which.environment = {"HOSTNAME=web.example.org", "NETIF=ifname=eth0,ip=192.0.2.7",
                        "NAMESERVER=192.0.2.53"};
   expectGolden(which);
@@ -300,7 +312,8 @@ TEST(RedHatPostMigrate, FedoraWithNetworkdOfItsOwn) {
       .file("/etc/systemd/network/10-wan.network", "[Network]\nAddress=192.0.2.7/24\n")
       .symlink("/etc/systemd/system/multi-user.target.wants/systemd-networkd.service",
                "/usr/lib/systemd/system/systemd-networkd.service");
-  which.units = {"systemd-networkd.service", "zramswap.service", "udisks2.service"};
+  which.units = {"systemd-networkd.service", "systemd-networkd-wait-online.service",
+                 "zramswap.service", "udisks2.service"};
   which.environment = {"HOSTNAME=fedora", "IP_ADDRESS=192.0.2.7", "GATEWAY=192.0.2.1"};
   expectGolden(which);
 }
@@ -345,7 +358,8 @@ TEST(ArchPostMigrate, GetsNetworkd) {
       .file("/etc/pacman.conf", "[options]\nHoldPkg = pacman glibc\n\n[core]\n")
       .symlink("/etc/systemd/system/multi-user.target.wants/dhcpcd@ens3.service",
                "/usr/lib/systemd/system/dhcpcd@.service");
-  which.units = {"systemd-networkd.service", "dhcpcd.service", "systemd-timesyncd.service"};
+  which.units = {"systemd-networkd.service", "systemd-networkd-wait-online.service",
+                 "dhcpcd.service", "systemd-timesyncd.service"};
   which.environment = {"HOSTNAME=web", "IP_ADDRESS=192.0.2.7/24", "GATEWAY=192.0.2.1 2001:db8::1"};
   expectGolden(which);
 }

@@ -25,6 +25,7 @@ fix_network() {
         mkdir -p /etc/NetworkManager/system-connections
         set_others_aside /etc/NetworkManager/system-connections/*
         each_interface network_manager_file
+        wait_for_network NetworkManager-wait-online.service
         return 0
     fi
     # Programs that would give the interfaces other addresses.
@@ -36,6 +37,7 @@ fix_network() {
     mkdir -p /etc/systemd/network
     set_others_aside /etc/systemd/network/*
     each_interface networkd_file
+    wait_for_network systemd-networkd-wait-online.service
     enable_unit systemd-networkd.service
 }
 

@@ -422,6 +422,13 @@ write_networkd() {
         esac
     done
     for gateway in $3 $4; do printf 'Gateway=%s\n' "$gateway"; done
+    # Where a router has nothing to add, the network is not held up until it is
+    # certain that there is none.
+    case " $2 " in
+    *' dhcp '*) ;;
+    *:*) [ -z "$4" ] || printf 'IPv6AcceptRA=no\n' ;;
+    *) printf 'IPv6AcceptRA=no\n' ;;
+    esac
 }
 
 write_network_manager() {
@@ -503,6 +510,18 @@ enable_unit() {
         fi
         return 0
     done
+}
+
+# wait_for_network UNIT: what starts when the network is there finds the addresses,
+# too. By itself UNIT holds up those services only that ask for it by name, and a name
+# server, for instance, looks once for the addresses it is to answer on.
+wait_for_network() {
+    has_unit "$1" || return 0
+    enable_unit "$1"
+    mkdir -p "/etc/systemd/system/$1.d"
+    printf '%s\n' '# qx: services find the addresses when they start' '[Unit]' \
+        'Before=network.target' '[Service]' 'TimeoutStartSec=60' |
+        replace "/etc/systemd/system/$1.d/50-qx.conf" 0644
 }
 
 # Some shells set HOSTNAME by themselves; only the environment's counts.

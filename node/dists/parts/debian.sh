@@ -61,7 +61,8 @@ network_program() {
         echo networkd
     elif [ -L $wants/NetworkManager.service ]; then
         echo network_manager
-    elif [ -d /etc/network ]; then
+    elif [ -f /etc/network/interfaces ]; then
+        # Other packages have files in that directory, too.
         echo ifupdown
     else
         echo networkd
@@ -78,6 +79,7 @@ fix_network() {
             printf '# qx: written by the migration\nnetwork:\n  version: 2\n  ethernets:\n'
             each_interface write_netplan
         } | replace /etc/netplan/50-qx.yaml 0600
+        wait_for_network systemd-networkd-wait-online.service
         ;;
     ifupdown)
         set_others_aside /etc/network/interfaces.d/*
@@ -91,11 +93,13 @@ fix_network() {
         mkdir -p /etc/systemd/network
         set_others_aside /etc/systemd/network/*
         each_interface networkd_file
+        wait_for_network systemd-networkd-wait-online.service
         enable_unit systemd-networkd.service
         ;;
     network_manager)
         set_others_aside /etc/NetworkManager/system-connections/*
         each_interface network_manager_file
+        wait_for_network NetworkManager-wait-online.service
         ;;
     esac
 }

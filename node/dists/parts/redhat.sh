@@ -110,6 +110,7 @@ fix_network() {
         mkdir -p /etc/systemd/network
         set_others_aside /etc/systemd/network/*
         each_interface networkd_file
+        wait_for_network systemd-networkd-wait-online.service
     elif uses_ifcfg; then
         for file in /etc/sysconfig/network-scripts/ifcfg-* \
             /etc/sysconfig/network-scripts/route*-*; do
@@ -126,6 +127,7 @@ fix_network() {
         mkdir -p /etc/NetworkManager/system-connections
         set_others_aside /etc/NetworkManager/system-connections/*
         each_interface network_manager_file
+        wait_for_network NetworkManager-wait-online.service
         enable_unit NetworkManager.service
     fi
 }

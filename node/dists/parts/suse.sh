@@ -59,6 +59,7 @@ fix_network() {
         mkdir -p /etc/NetworkManager/system-connections
         set_others_aside /etc/NetworkManager/system-connections/*
         each_interface network_manager_file
+        wait_for_network NetworkManager-wait-online.service
         return 0
     fi
     mkdir -p /etc/sysconfig/network

@@ -24,7 +24,7 @@ inside_node() {
   # The first process gets signals only for what it handles.
   trap : INT
   trap 'exit 143' TERM
-  hostname node
+  hostname "$(node_own_name "$state")"
   node_make_root "$state"
   node_fill_root "$state"
   node_change_root "$state/node/root"
@@ -145,10 +145,16 @@ node_change_root() {
   rmdir /mnt/.lab-old
 }
 
+# What the namespaces are: the node, or the place beside it where that is a machine.
+node_own_name() { if [ -d "$1/servers/node" ]; then echo desk; else echo node; fi; }
+
 node_make_network() {
+  local number=1
+  ! have_node_vm || number=254
   ip link set lo up
   ip link add qxbr0 type bridge
-  ip address add 192.0.2.1/24 dev qxbr0
+  ip address add 192.0.2.$number/24 dev qxbr0
+  ! have_node_vm || ip address add 2001:db8:2::fe/64 dev qxbr0 nodad
   ip link set qxbr0 up
 }
 
@@ -161,7 +167,7 @@ node_make_names() {
       printf '%s\t%s\n' "$(server_address "$server")" "$server"
     done
   } >/etc/hosts
-  printf 'node\n' >/etc/hostname
+  hostname >/etc/hostname
   rm -rf /root/.ssh
   mkdir -m 700 /root/.ssh
   cp "$LAB_HERE/keys/id_ed25519" "$LAB_HERE/keys/id_ed25519.pub" /root/.ssh/

@@ -9,6 +9,12 @@ LAB_PACKAGES=(
   iputils-ping perl e2fsprogs ca-certificates
 )
 
+# What a loaded server has besides, and its release.
+LOADED_RELEASE=bullseye
+LOADED_PACKAGES=(
+  postgresql mariadb-server redis-server bind9 bind9-dnsutils postfix apache2 memcached
+)
+
 # The file system of a root depends on these only.
 roots_digest() {
   {
@@ -17,9 +23,22 @@ roots_digest() {
   } | sha256sum | cut -c1-12
 }
 
+loaded_digest() {
+  {
+    roots_digest
+    printf '%s\n' "$LOADED_RELEASE" "${LOADED_PACKAGES[@]}"
+    cat "$LAB_DIR"/loaded/*
+  } | sha256sum | cut -c1-12
+}
+
 root_path() {
   local digest
-  if [ "$1" = vm ]; then digest=$(vm_digest); else digest=$(roots_digest); fi
+  case $1 in
+    vm | vm-*) digest=$(vm_digest "$(vm_release "$1")") ;;
+    loaded) digest=$(loaded_digest) ;;
+    node-*) digest=$(node_vm_digest "${1#node-}") ;;
+    *) digest=$(roots_digest) ;;
+  esac
   printf '%s/roots/%s-%s' "$LAB_CACHE" "$1" "$digest"
 }
 
@@ -34,6 +53,13 @@ debian_root() {
 server_root_tree() {
   debian_root "$1" "$2" "$(IFS=, && printf '%s' "${LAB_PACKAGES[*]}")" \
     --customize-hook="$LAB_DIR/server/customize \"\$1\""
+}
+
+loaded_root_tree() {
+  debian_root "$LOADED_RELEASE" "$1" \
+    "$(IFS=, && printf '%s' "${LAB_PACKAGES[*]},${LOADED_PACKAGES[*]}")" \
+    --customize-hook="$LAB_DIR/server/customize \"\$1\"" \
+    --customize-hook="$LAB_DIR/loaded/customize \"\$1\""
 }
 
 # Makes the root of a release unless it is there.
@@ -51,13 +77,19 @@ make_root() {
     rm -rf "$new"
     if ! (
       set -e
-      if [ "$release" = vm ]; then vm_root "$new"; else server_root_tree "$release" "$new"; fi
+      case $release in
+        vm | vm-*) vm_root "$(vm_release "$release")" "$new" ;;
+        loaded) loaded_root_tree "$new" ;;
+        node-*) node_vm_root "${release#node-}" "$new" ;;
+        *) server_root_tree "$release" "$new" ;;
+      esac
     ) >"$LAB_CACHE/roots/$release.log" 2>&1; then
       tail -n 20 "$LAB_CACHE/roots/$release.log" >&2
       rm -rf "$new"
       die "mmdebstrap failed; its log is $LAB_CACHE/roots/$release.log"
     fi
-    rm -rf "$LAB_CACHE/roots/$release-"*
+    # Those of this release that are of an earlier day; a digest has twelve letters.
+    rm -rf "$LAB_CACHE/roots/$release-"????????????
     mv "$new" "$path"
     say "made $path in $((SECONDS - started)) s"
   fi
@@ -71,7 +103,7 @@ roots_main() {
   for release in "$@"; do
     make_root "$release"
     status=$(root_path "$release")/var/lib/dpkg/status
-    [ "$release" != vm ] || status=$(root_path vm)/packages
+    [ -e "$status" ] || status=$(root_path "$release")/packages
     printf '%s: %s (%s packages, %s)\n' "$release" "$(root_path "$release")" \
       "$(grep -c '^Package:' "$status")" \
       "$(du -sh "$(root_path "$release")" | cut -f1)"

@@ -3,13 +3,14 @@
 # shellcheck shell=bash
 
 run_main() {
-  local servers=() install=${QX_LAB_INSTALL:-} binds=() argument
+  local servers=() install=${QX_LAB_INSTALL:-} binds=() node='' argument
   need_root
   while [ $# -gt 0 ]; do
     argument=$1
     shift
     case $argument in
       --server) servers+=("$1") && shift ;;
+      --node) node=$1 && shift ;;
       --install) install=$1 && shift ;;
       --bind) binds+=("$1") && shift ;;
       --) break ;;
@@ -19,6 +20,7 @@ run_main() {
   [ $# -gt 0 ] || die "run: no command given"
   need_tools unshare setpriv pivot_root ip lxc-start lxc-attach ssh-keygen flock
   run_check_names "${servers[@]}"
+  run_check_node
   [ -z "$install" ] || [ -d "$install" ] || die "run: $install is no directory"
 
   run_remove_dead
@@ -28,6 +30,7 @@ run_main() {
     [[ $server != *:* ]] || release=${server#*:}
     make_root "$release"
   done
+  [ -z "$node" ] || make_root "$node"
 
   run_state=$(run_place)
   mkdir -p "$run_state"
@@ -86,9 +89,20 @@ run_check_names() {
     name=${server%%:*}
     [[ $name =~ ^[a-z][a-z0-9]{0,9}$ ]] ||
       die "run: '$name' is no server name: a letter, then up to nine letters or digits"
+    [ "$name" != node ] || die "run: a server cannot be called node"
     [[ $seen != *" $name "* ]] || die "run: two servers are called $name"
     seen="$seen$name "
   done
+}
+
+# Makes of --node the name of its root.
+run_check_node() {
+  case $node in
+    '') ;;
+    vm) node=node-bookworm ;;
+    vm:bookworm | vm:trixie) node=node-${node#vm:} ;;
+    *) die "run: '$node' is no kind of node: give vm, vm:bookworm or vm:trixie" ;;
+  esac
 }
 
 # Everything the inner half needs to know, as files.
@@ -104,6 +118,10 @@ run_prepare_state() {
     mkdir -p "$run_state/servers/${server%%:*}"
     basename "$(root_path "$release")" >"$run_state/servers/${server%%:*}/release"
   done
+  if [ -n "$node" ]; then
+    mkdir -p "$run_state/servers/node"
+    basename "$(root_path "$node")" >"$run_state/servers/node/release"
+  fi
   ssh-keygen -q -t ed25519 -N '' -C root@node -f "$run_state/keys/id_ed25519"
 }
 

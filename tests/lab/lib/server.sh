@@ -3,7 +3,8 @@
 # machines.)
 # shellcheck shell=bash
 
-servers_all() { (cd "$LAB_HERE/servers" && ls); }
+# All but the node, where that is a machine of its own.
+servers_all() { (cd "$LAB_HERE/servers" && ls | { grep -vx node || true; }); }
 
 server_check() {
   need_node
@@ -13,9 +14,15 @@ server_check() {
 
 server_root() { printf '%s/servers/%s/root' "$LAB_HERE" "$1"; }
 
+machines_all() { (cd "$LAB_HERE/servers" && ls); }
+
 # The first server has 192.0.2.11.
 server_address() {
   local server number=10
+  if [ "$1" = node ]; then
+    printf 192.0.2.1
+    return
+  fi
   for server in $(servers_all); do
     number=$((number + 1))
     [ "$server" != "$1" ] || break
@@ -23,16 +30,20 @@ server_address() {
   printf '192.0.2.%d' "$number"
 }
 
+# The node, where it is a machine, is made last: it knows the servers' keys.
 servers_start() {
   local server started=$SECONDS
   for server in $(servers_all); do
     server_make "$server"
     server_boot "$server"
   done
-  for server in $(servers_all); do
+  ! have_node_vm || node_vm_make
+  ! have_node_vm || node_vm_boot
+  for server in $(machines_all); do
     server_wait "$server"
   done
-  [ -z "$(servers_all)" ] || say "$(servers_all | paste -sd' ') up after $((SECONDS - started)) s"
+  ! have_node_vm || node_vm_install
+  [ -z "$(machines_all)" ] || say "$(machines_all | paste -sd' ') up after $((SECONDS - started)) s"
 }
 
 server_make() {
@@ -128,7 +139,7 @@ server_is_up() {
 
 server_wait() {
   local patience=60
-  ! server_is_vm "$1" || patience=180
+  ! server_is_vm "$1" || patience=600
   wait_for $patience server_is_up "$1" || {
     tail -n 40 "$LAB_HERE/servers/$1/console.log" >&2 || true
     server_exec "$1" systemctl --no-pager list-jobs >&2 </dev/null || true
@@ -138,7 +149,7 @@ server_wait() {
 
 servers_stop() {
   local server
-  for server in $(servers_all); do
+  for server in $(machines_all); do
     if server_is_vm "$server"; then
       vm_stop "$server"
       continue

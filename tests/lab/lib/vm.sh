@@ -1,10 +1,11 @@
-# Virtual machines: servers of the release "vm" have a kernel of their own, and with
-# it disk quotas, partitions, an fstab that is read, and a boot from a disk. The
-# first disk is the root file system, the second /home. They stand on the bridge
-# like the others and are entered over ssh.
+# Virtual machines: servers of the release "vm" (or "vm-RELEASE") have a kernel of
+# their own, and with it disk quotas, partitions, an fstab that is read, and a boot
+# from a disk. The first disk is the root file system, the second /home. They stand on
+# the bridge like the others and are entered over ssh.
 # shellcheck shell=bash
 
-VM_RELEASE=bookworm
+# The release of Debian that "vm" or "vm-RELEASE" means.
+vm_release() { if [ "$1" = vm ]; then echo bookworm; else echo "${1#vm-}"; fi; }
 
 # Beside what every server has.
 VM_PACKAGES=(
@@ -14,7 +15,7 @@ VM_PACKAGES=(
 vm_digest() {
   {
     roots_digest
-    printf '%s\n' "$VM_RELEASE" "${VM_PACKAGES[@]}"
+    printf '%s\n' "$1" "${VM_PACKAGES[@]}"
     declare -f vm_root
     cat "$LAB_DIR"/vm/*
   } | sha256sum | cut -c1-12
@@ -22,12 +23,12 @@ vm_digest() {
 
 # --- The images, made once ----------------------------------------------------
 
-# vm_root NEW: makes the directory NEW with a kernel, an initramfs and two disks.
+# vm_root RELEASE NEW: makes the directory NEW with a kernel, an initramfs and two disks.
 vm_root() {
-  local new=$1 tree=$1/tree
+  local release=$1 new=$2 tree=$2/tree
   need_tools mkfs.ext4 debugfs
   mkdir -p "$new/empty"
-  debian_root "$VM_RELEASE" "$tree" \
+  debian_root "$release" "$tree" \
     "$(IFS=, && printf '%s' "${LAB_PACKAGES[*]},${VM_PACKAGES[*]}")" \
     --essential-hook="$LAB_DIR/vm/before \"\$1\"" \
     --customize-hook="$LAB_DIR/server/customize \"\$1\"" \
@@ -48,7 +49,7 @@ vm_root() {
 server_is_vm() {
   local release
   read -r release <"$LAB_HERE/servers/$1/release"
-  [[ $release == vm-* ]]
+  [[ $release == vm-* || $1 == node ]]
 }
 
 vm_make() {
@@ -106,23 +107,41 @@ vm_devices() {
   [ -e /dev/kvm ] || mknod -m 600 /dev/kvm c 10 232
 }
 
+# vm_disk_options DIRECTORY FILE...: qemu's options for these disks, a line each.
+vm_disk_options() {
+  local place=$1 file
+  shift
+  for file in "$@"; do
+    printf '%s\n' -drive "file=$place/$file,format=raw,if=virtio,cache=unsafe"
+  done
+}
+
 vm_boot() {
-  local server=$1 place=$LAB_HERE/servers/$1 release address card
+  vm_start "$1" 768 "root=/dev/vda ro console=ttyS0 net.ifnames=0 systemd.show_status=0" \
+    -no-reboot -- root.ext4 home.ext4
+}
+
+# vm_start NAME MIB APPEND [OPTION of qemu...] -- DISK...
+vm_start() {
+  local name=$1 memory=$2 append=$3 place=$LAB_HERE/servers/$1 release address card
+  local options=() disks
+  shift 3
+  while [ "$1" != -- ]; do options+=("$1") && shift; done
+  shift
+  mapfile -t disks < <(vm_disk_options "$place" "$@")
   read -r release <"$place/release"
-  address=$(server_address "$server")
+  address=$(server_address "$name")
   card=$(printf '52:54:00:00:02:%02x' "${address##*.}")
   vm_devices
-  ip tuntap add dev "veth-$server" mode tap
-  ip link set "veth-$server" master qxbr0 up
-  qemu-system-x86_64 -name "$server" -machine "q35,accel=$(vm_acceleration)" -cpu max \
-    -smp "$(nproc)" -m 768 -nodefaults -no-user-config -display none -no-reboot \
-    -serial "file:$place/console.log" -device virtio-rng-pci \
-    -drive "file=$place/root.ext4,format=raw,if=virtio,cache=unsafe" \
-    -drive "file=$place/home.ext4,format=raw,if=virtio,cache=unsafe" \
-    -nic "tap,ifname=veth-$server,script=no,downscript=no,model=virtio-net-pci,mac=$card" \
+  ip tuntap add dev "veth-$name" mode tap
+  ip link set "veth-$name" master qxbr0 up
+  qemu-system-x86_64 -name "$name" -machine "q35,accel=$(vm_acceleration)" -cpu max \
+    -smp "$(nproc)" -m "$memory" -nodefaults -no-user-config -display none \
+    -serial "file:$place/console.log" -device virtio-rng-pci "${disks[@]}" \
+    -nic "tap,ifname=veth-$name,script=no,downscript=no,model=virtio-net-pci,mac=$card" \
     -kernel "$LAB_HERE/roots/$release/vmlinuz" -initrd "$LAB_HERE/roots/$release/initrd" \
-    -append 'root=/dev/vda ro console=ttyS0 net.ifnames=0 systemd.show_status=0' \
-    -daemonize -pidfile "$place/pid" || die "qemu does not start $server"
+    -append "$append" "${options[@]}" -daemonize -pidfile "$place/pid" ||
+    die "qemu does not start $name"
 }
 
 vm_pid() { cat "$LAB_HERE/servers/$1/pid"; }

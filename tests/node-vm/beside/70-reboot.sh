@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# the host is rebooted: what ran is stopped in an orderly way and comes back
+# shellcheck source=tests/node-vm/beside.sh
+. "$QX_NODE_TESTS/beside.sh"
+
+step "Two that come back, one that does not, one on a disk that comes late"
+on_node bash -s <<'END'
+. /root/node-vm/lib.sh
+small_template
+remove 241 242 243 244
+make 241 OSTEMPLATE=small ONBOOT=yes
+make 242 OSTEMPLATE=small ONBOOT=yes UNPRIVILEGED=yes
+make 243 OSTEMPLATE=small
+mkdir -p /srv/btrfs/private
+make 244 OSTEMPLATE=small ONBOOT=yes VE_PRIVATE=/srv/btrfs/private/244
+for id in 241 242 243 244; do up $id; done
+sed -i '/btrfs/s/defaults/defaults,nofail/' /etc/fstab
+mkdir -p /etc/systemd/system/srv-btrfs.mount.d
+printf '[Unit]\nRequires=late-disk.service\nAfter=late-disk.service\n' \
+  >/etc/systemd/system/srv-btrfs.mount.d/late.conf
+printf '[Unit]\nDefaultDependencies=no\n[Service]\nType=oneshot\nRemainAfterExit=yes\nExecStart=sleep 20\n' \
+  >/etc/systemd/system/late-disk.service
+systemctl daemon-reload
+sync
+trap - EXIT
+END
+check "four run" test "$(on_node qxctl list | grep -c running)" = 4
+
+reboot_node
+
+step "After the reboot"
+runs() { on_node sh -c "qxctl status $1 | grep -q ', running,'"; }
+check "241 runs" until_so 60 runs 241
+check "242 runs" until_so 60 runs 242
+check "243 does not" eval '! runs 243'
+check "244, whose disk came late, runs" until_so 90 runs 244
+check "243 was ended in an orderly way" on_node test -e /var/lib/qx/private/243/fs/ended
+check_no "no unit of the host failed" on_node systemctl list-units --failed --plain --no-legend --no-pager
+check "each was told to end before it ended" on_node sh -c \
+  'journalctl -b -1 --no-pager | grep -qiE "containers|qx-" '
+
+step "An area that is not mounted"
+on_node sh -c 'qxctl stop 244 && umount /srv/btrfs' >/dev/null
+check "list says so" on_node sh -c 'qxctl list -a | grep 244 | grep -q "area not mounted"'
+check "start says so" on_node sh -c '! qxctl start 244 2>/tmp/said && grep -q "not mounted" /tmp/said'
+check "nothing was made in its place" on_node test ! -e /srv/btrfs/private
+on_node sh -c '. /root/node-vm/lib.sh; trap - EXIT; mount /srv/btrfs; remove 241 242 243 244
+  rm -r /etc/systemd/system/srv-btrfs.mount.d /etc/systemd/system/late-disk.service
+  systemctl daemon-reload'

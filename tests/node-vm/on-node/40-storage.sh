@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# each kind of storage, privileged and not: size, growth at the next start, removal
+# shellcheck source=tests/node-vm/lib.sh
+. /root/node-vm/lib.sh
+
+small_template
+btrfs quota enable /srv/btrfs 2>/dev/null || true
+btrfs quota rescan -w /srv/btrfs >/dev/null 2>&1 || true
+
+# fill ID MIB: true when so much can be written.
+fill() { inside "$1" sh -c "dd if=/dev/zero of=/fill bs=1M count=$2 2>/dev/null && sync"; }
+
+id=209
+for storage in directory ext4 btrfs; do
+  for unprivileged in no yes; do
+    id=$((id + 1))
+    remove $id
+    step "$storage (unprivileged: $unprivileged)"
+    area=/var/lib/qx/private/$id
+    [ $storage != btrfs ] || area=/srv/btrfs/private/$id
+    mkdir -p "${area%/*}"
+    check "make" make $id OSTEMPLATE=small STORAGE=$storage UNPRIVILEGED=$unprivileged \
+      VE_PRIVATE="$area" DISKSPACE=65536:65536
+    check "start" up $id
+    check "32 MiB can be written" fill $id 32
+    if [ $storage != directory ]; then
+      check "96 MiB cannot" eval "! fill $id 96"
+      inside $id rm -f /fill
+      check "status calls the limit enforced" eval \
+        "! qxctl status $id | grep -E 'not enforced.*DISKSPACE'"
+    fi
+    check "stop" quietly qxctl stop $id
+    check_nothing_mounted $id
+    [ $storage != ext4 ] || check_no "no loop device is left" losetup -j "$area/.qx-image"
+    check "destroy" quietly qxctl destroy $id
+    check "nothing is left" test ! -e "$area"
+  done
+done
+
+step "An image grows at every restart after DISKSPACE was raised"
+remove 216
+make 216 OSTEMPLATE=small STORAGE=ext4 DISKSPACE=65536:65536
+check "start" up 216
+size=65536
+for try in 1 2 3 4 5 6; do
+  size=$((size + 16384))
+  quietly qxctl set 216 DISKSPACE=$size:$size
+  check "restart $try" quietly qxctl restart 216
+  check "after restart $try it has $size KiB" \
+    test "$(inside 216 df -k / | awk 'NR == 2 { print $2 }')" -gt $((size - 16384))
+done
+remove 216
