@@ -29,9 +29,15 @@ Applier::Applier(Copy& copy) : copy_(copy), placer_(copy.kinds, copy.rules, copy
 void Applier::apply(std::string_view records) {
   Decoder from(records);
   while (!from.atEnd()) {
-    const std::scoped_lock lock(mutex_);
-    if (abandoned_) return;
-    applyOne(from);
+    {
+      const std::scoped_lock lock(mutex_);
+      if (abandoned_) return;
+      applyOne(from);
+    }
+    // Not under the lock: the channel may be waited for, and abandon() must not wait.
+    if (inDirectory_ || wanted_.empty()) continue;
+    copy_.want(path_, wanted_);
+    wanted_.clear();
   }
 }
 
@@ -134,7 +140,6 @@ void Applier::endDirectory(Decoder& from) {
   }
   directory_.close();
   inDirectory_ = false;
-  if (!wanted_.empty()) copy_.want(path_, wanted_);
 }
 
 void Applier::removeUnnamed() {
