@@ -20,8 +20,6 @@ namespace {
 constexpr mode_t kPermissions = 07777;
 constexpr std::uint64_t kMostBytes = std::numeric_limits<std::int64_t>::max();
 
-std::string because(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
-
 std::uint64_t hashOf(std::string_view name) { return digestOf(name).low; }
 
 }  // namespace
@@ -31,9 +29,15 @@ Applier::Applier(Copy& copy) : copy_(copy), placer_(copy.kinds, copy.rules, copy
 void Applier::apply(std::string_view records) {
   Decoder from(records);
   while (!from.atEnd()) {
-    const std::scoped_lock lock(mutex_);
-    if (abandoned_) return;
-    applyOne(from);
+    {
+      const std::scoped_lock lock(mutex_);
+      if (abandoned_) return;
+      applyOne(from);
+    }
+    // Not under the lock: the channel may be waited for, and abandon() must not wait.
+    if (inDirectory_ || wanted_.empty()) continue;
+    copy_.want(path_, wanted_);
+    wanted_.clear();
   }
 }
 
@@ -124,7 +128,7 @@ void Applier::beginDirectory(Decoder& from) {
   if (directory_.open())
     placer_.enter(directory_.get(), path_);
   else
-    copy_.problems.add(path_, because("cannot make or open the directory"));
+    copy_.problems.addAtDestination(path_, "cannot make or open the directory");
 }
 
 void Applier::endDirectory(Decoder& from) {
@@ -136,14 +140,13 @@ void Applier::endDirectory(Decoder& from) {
   }
   directory_.close();
   inDirectory_ = false;
-  if (!wanted_.empty()) copy_.want(path_, wanted_);
 }
 
 void Applier::removeUnnamed() {
   std::sort(named_.begin(), named_.end());
   Listing listing;
   if (!listing.read(directory_.get())) {
-    copy_.problems.add(path_, because("cannot read the directory"));
+    copy_.problems.addAtDestination(path_, "cannot read the directory");
     return;
   }
   for (const Listing::Item& item : listing.items()) {
@@ -176,7 +179,10 @@ bool Applier::write(int file, std::string_view bytes, std::uint64_t offset,
     const ssize_t count = ::pwrite(file, bytes.data(), bytes.size(), static_cast<off_t>(offset));
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) {
-      copy_.problems.add(joinPath(path_, fileName), because("cannot write it"));
+      const int error = errno;
+      ::unlinkat(directory_.get(), std::string(fileName).c_str(), 0);  // less than a part of it
+      errno = error;
+      copy_.problems.addAtDestination(joinPath(path_, fileName), "cannot write it");
       return false;
     }
     bytes.remove_prefix(static_cast<size_t>(count));
@@ -196,11 +202,7 @@ void Applier::takeWhole(Decoder& from) {
   if (digestOf(contents) != digest) return damaged(std::string(scratch_.name));
   const Descriptor file = placer_.create(scratch_);
   if (!file.open()) return;
-  if (write(file.get(), contents, 0, scratch_.name)) {
-    placer_.finish(file.get(), scratch_, true);
-  } else {
-    ::unlinkat(directory_.get(), std::string(scratch_.name).c_str(), 0);
-  }
+  if (write(file.get(), contents, 0, scratch_.name)) placer_.finish(file.get(), scratch_, true);
 }
 
 void Applier::beginFile(Decoder& from, bool patch) {
@@ -246,7 +248,7 @@ void Applier::endFile(Decoder& from) {
   bool whole = good && !fileFailed_ && intact;
   if (whole && (patching_ || size != fileEnd_) &&
       ::ftruncate(file.get(), static_cast<off_t>(size)) != 0) {
-    copy_.problems.add(joinPath(path_, fileName_), because("cannot set its size"));
+    copy_.problems.addAtDestination(joinPath(path_, fileName_), "cannot set its size");
     whole = false;
   }
   if (whole) {
@@ -313,7 +315,7 @@ void Applier::link(Decoder& from) {
   struct stat there {};
   if (!directory.open() || !firstDirectory.open() || ::fstat(directory.get(), &parent) != 0 ||
       ::fstatat(firstDirectory.get(), firstName.c_str(), &target, AT_SYMLINK_NOFOLLOW) != 0) {
-    copy_.problems.add(path, because("cannot make the hard link"));
+    copy_.problems.addAtDestination(path, "cannot make the hard link");
     return;
   }
   const bool exists =
@@ -321,7 +323,7 @@ void Applier::link(Decoder& from) {
   if (exists && there.st_dev == target.st_dev && there.st_ino == target.st_ino) return;
   if (exists && !removeEntry(directory.get(), linkName, path, copy_.rules, copy_.problems)) return;
   if (::linkat(firstDirectory.get(), firstName.c_str(), directory.get(), linkName.c_str(), 0) != 0)
-    copy_.problems.add(path, because("cannot make the hard link"));
+    copy_.problems.addAtDestination(path, "cannot make the hard link");
   const timespec times[2] = {{0, UTIME_OMIT}, parent.st_mtim};
   ::futimens(directory.get(), times);
 }

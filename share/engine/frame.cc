@@ -1,11 +1,13 @@
 #include "share/engine/frame.h"
 
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <string>
+#include <thread>
 
 #include "share/rsync/failure.h"
 
@@ -69,8 +71,30 @@ void FrameWriter::write(Kind kind, std::uint8_t lane, std::uint16_t flags, Buffe
       throw qxrsync::systemFailure(qxrsync::exitProtocol, "cannot write to the data channel");
     }
   }
+  keepToLimit();
   blocked_ += static_cast<std::uint64_t>(
       std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - began).count());
+}
+
+void FrameWriter::limit(std::uint64_t bytesPerSecond) {
+  limit_ = bytesPerSecond;
+  began_ = Clock::now();
+}
+
+// Under the lock, as nobody else is to write meanwhile. What was not used of the
+// limit before the last second is lost.
+void FrameWriter::keepToLimit() {
+  if (limit_ == 0) return;
+  const std::chrono::duration<double> needed(static_cast<double>(written_ - limitedFrom_) /
+                                             static_cast<double>(limit_));
+  const Clock::time_point due = began_ + std::chrono::duration_cast<Clock::duration>(needed);
+  const Clock::time_point now = Clock::now();
+  if (due > now) {
+    std::this_thread::sleep_until(due);
+  } else if (now - due > std::chrono::seconds(1)) {
+    began_ = now;
+    limitedFrom_ = written_;
+  }
 }
 
 std::uint64_t FrameWriter::blocked() const {
@@ -83,18 +107,33 @@ std::uint64_t FrameWriter::written() const {
   return written_;
 }
 
+FrameReader::FrameReader(int fd) : fd_(fd), interrupted_(::eventfd(0, EFD_CLOEXEC)) {
+  if (!interrupted_.open())
+    throw qxrsync::systemFailure(qxrsync::exitSystem, "cannot make an event descriptor");
+}
+
+void FrameReader::interrupt() {
+  const std::uint64_t one = 1;
+  if (::write(interrupted_.get(), &one, sizeof one) < 0) return;  // it is already
+}
+
+void FrameReader::wait() const {
+  pollfd wanted[] = {{fd_, POLLIN, 0}, {interrupted_.get(), POLLIN, 0}};
+  ::poll(wanted, 2, -1);
+  if (wanted[1].revents != 0) throw Interrupted{};
+}
+
 bool FrameReader::fill(char* to, size_t count, bool mayEnd) const {
   size_t have = 0;
   while (have < count) {
+    wait();
     const ssize_t got = ::read(fd_, to + have, count - have);
     if (got > 0) {
       have += static_cast<size_t>(got);
     } else if (got == 0 || errno == ECONNRESET) {
       if (have == 0 && mayEnd) return false;
       throw ProtocolError("the other end of the data channel closed it within a frame");
-    } else if (errno == EAGAIN) {
-      waitFor(fd_, POLLIN);
-    } else if (errno != EINTR) {
+    } else if (errno != EINTR && errno != EAGAIN) {
       throw qxrsync::systemFailure(qxrsync::exitProtocol, "cannot read from the data channel");
     }
   }

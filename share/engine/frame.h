@@ -1,11 +1,13 @@
 #ifndef QX_SHARE_ENGINE_FRAME_H
 #define QX_SHARE_ENGINE_FRAME_H
 
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <optional>
 
 #include "share/engine/wire.h"
+#include "share/rsync/descriptor.h"
 
 namespace engine {
 
@@ -48,6 +50,10 @@ class FrameWriter {
   /// The descriptor is not owned.
   explicit FrameWriter(int fd) : fd_(fd) {}
 
+  /// No more than so many bytes a second from now on; 0 is as many as there is room
+  /// for. To be called before the first thread writes.
+  void limit(std::uint64_t bytesPerSecond);
+
   /// The payload stands in the buffer behind kFrameHeader bytes of room, which
   /// are filled here. Throws Failure (status 12) when the channel takes no more.
   void write(Kind kind, std::uint8_t lane, std::uint16_t flags, Buffer& frame);
@@ -58,16 +64,28 @@ class FrameWriter {
   std::uint64_t written() const;  // bytes
 
  private:
+  void keepToLimit();
+
   int fd_;
   mutable std::mutex mutex_;
   std::uint64_t blocked_ = 0;
   std::uint64_t written_ = 0;
+  std::uint64_t limit_ = 0;        // bytes a second
+  std::uint64_t limitedFrom_ = 0;  // of written_, at began_
+  std::chrono::steady_clock::time_point began_;
 };
+
+/// Thrown by a FrameReader that was interrupted.
+struct Interrupted {};
 
 /// Reads whole frames from a descriptor; one thread.
 class FrameReader {
  public:
-  explicit FrameReader(int fd) : fd_(fd) {}
+  explicit FrameReader(int fd);
+
+  /// Makes read throw Interrupted, also one that waits for the other end just now.
+  /// Any thread may call it.
+  void interrupt();
 
   /// The next frame, its payload in the buffer; nothing at the end of the
   /// stream. Throws ProtocolError, also for a stream that ends within a frame,
@@ -76,8 +94,10 @@ class FrameReader {
 
  private:
   bool fill(char* to, size_t count, bool mayEnd) const;
+  void wait() const;
 
   int fd_;
+  qxrsync::Descriptor interrupted_;  // readable when it is
 };
 
 /// An empty frame to put a payload into.

@@ -20,8 +20,6 @@ constexpr mode_t kSpecialBits = 07000;
 constexpr mode_t kPrivate = 0600;
 constexpr mode_t kPrivateDirectory = 0700;
 
-std::string because(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
-
 struct Times {
   explicit Times(const Entry& entry)
       : both{{0, UTIME_OMIT}, {static_cast<time_t>(entry.seconds), entry.nanoseconds}} {}
@@ -32,6 +30,10 @@ struct Times {
 
 void Placer::problem(std::string_view name, const std::string& what) {
   problems_.add(joinPath(path_, name), what);
+}
+
+void Placer::failed(std::string_view name, const char* what) {
+  problems_.addAtDestination(joinPath(path_, name), what);
 }
 
 void Placer::enter(int directory, const std::string& path) {
@@ -56,7 +58,7 @@ Descriptor Placer::create(const Entry& entry) {
     if (!file.open() && (errno != EEXIST || attempt > 0 || !remove(name))) break;
   }
   if (!file.open()) {
-    problem(name, because("cannot make the file"));
+    failed(name, "cannot make the file");
     return file;
   }
   struct stat status {};
@@ -78,15 +80,15 @@ void Placer::finish(int file, const Entry& entry, bool isNew) {
   const bool hasOwner =
       hasMode || (isNew && newOwner_ && newOwner_->uid == entry.uid && newOwner_->gid == entry.gid);
   if (!hasOwner && ::fchown(file, entry.uid, entry.gid) != 0)
-    problem(entry.name, because("cannot set its owner"));
+    failed(entry.name, "cannot set its owner");
   if ((!hasMode || (entry.mode & kSpecialBits) != 0) &&
       ::fchmod(file, entry.mode & kPermissions) != 0)
-    problem(entry.name, because("cannot set its mode"));
+    failed(entry.name, "cannot set its mode");
   std::string text;
   if ((!isNew || !entry.attributes.empty()) &&
       !writeAttributes(AttributePlace(file), kinds_, entry.attributes, !isNew, text))
     problem(entry.name, text);
-  if (::futimens(file, Times(entry).both) != 0) problem(entry.name, because("cannot set its time"));
+  if (::futimens(file, Times(entry).both) != 0) failed(entry.name, "cannot set its time");
 }
 
 bool Placer::sameKind(const std::string& name, const struct stat& status,
@@ -121,21 +123,21 @@ void Placer::placeOther(const Entry& entry) {
   if (there)
     setByName(name, entry);
   else
-    problem(name, because("cannot make it"));
+    failed(name, "cannot make it");
 }
 
 // No call in here follows a symbolic link that another thread may have put there.
 void Placer::setByName(const std::string& name, const Entry& entry) {
   if (::fchownat(directory_, name.c_str(), entry.uid, entry.gid, AT_SYMLINK_NOFOLLOW) != 0)
-    problem(name, because("cannot set its owner"));
+    failed(name, "cannot set its owner");
   if (!S_ISLNK(entry.mode) &&
       ::fchmodat(directory_, name.c_str(), entry.mode & kPermissions, AT_SYMLINK_NOFOLLOW) != 0)
-    problem(name, because("cannot set its mode"));
+    failed(name, "cannot set its mode");
   std::string text;
   if (!writeAttributes(AttributePlace(directory_, name), kinds_, entry.attributes, true, text))
     problem(name, text);
   if (::utimensat(directory_, name.c_str(), Times(entry).both, AT_SYMLINK_NOFOLLOW) != 0)
-    problem(name, because("cannot set its time"));
+    failed(name, "cannot set its time");
 }
 
 bool Placer::update(const Entry& entry) {
@@ -164,17 +166,16 @@ void Placer::placeDirectory(const std::string& name) {
       return;
     if (!remove(name)) return;
   }
-  problem(name, because("cannot make the directory"));
+  failed(name, "cannot make the directory");
 }
 
 void Placer::finishDirectory(const Entry& entry) {
-  if (::fchown(directory_, entry.uid, entry.gid) != 0) problem({}, because("cannot set its owner"));
-  if (::fchmod(directory_, entry.mode & kPermissions) != 0)
-    problem({}, because("cannot set its mode"));
+  if (::fchown(directory_, entry.uid, entry.gid) != 0) failed({}, "cannot set its owner");
+  if (::fchmod(directory_, entry.mode & kPermissions) != 0) failed({}, "cannot set its mode");
   std::string text;
   if (!writeAttributes(AttributePlace(directory_), kinds_, entry.attributes, true, text))
     problem({}, text);
-  if (::futimens(directory_, Times(entry).both) != 0) problem({}, because("cannot set its time"));
+  if (::futimens(directory_, Times(entry).both) != 0) failed({}, "cannot set its time");
 }
 
 }  // namespace engine

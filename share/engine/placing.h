@@ -52,6 +52,7 @@ class Placer {
     gid_t gid;
   };
   void problem(std::string_view name, const std::string& what);
+  void failed(std::string_view name, const char* what);
   bool sameKind(const std::string& name, const struct stat& status, const Entry& entry) const;
   bool make(const std::string& name, const Entry& entry);
   void setByName(const std::string& name, const Entry& entry);

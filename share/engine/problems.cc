@@ -2,7 +2,11 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
+
 #include "share/engine/records.h"
+#include "share/rsync/failure.h"
 
 namespace engine {
 
@@ -32,6 +36,15 @@ void Problems::say(const std::string& line) {
 
 void Problems::add(const std::string& path, const std::string& what) {
   say("'/" + printable(path) + "': " + what);
+}
+
+void Problems::addAtDestination(const std::string& path, const char* what) {
+  const int error = errno;
+  const std::string text = std::string(what) + ": " + std::strerror(error);
+  if (error == ENOSPC || error == EDQUOT || error == EROFS || error == EIO)
+    throw qxrsync::Failure(qxrsync::exitFileIo, "'/" + printable(path) + "': " + text + " (" +
+                                                    std::to_string(error) + ")");
+  add(path, text);
 }
 
 void Problems::addVanished(const std::string& path) {

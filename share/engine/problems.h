@@ -16,6 +16,10 @@ class Problems {
 
   /// what is behind the path: "cannot read it: Input/output error".
   void add(const std::string& path, const std::string& what);
+  /// The same for a call at the destination that failed, its errno at the end. Where
+  /// every further one would fail too, as the disk is full or cannot be written to,
+  /// throws Failure (status 11).
+  void addAtDestination(const std::string& path, const char* what);
   /// A file that was there a moment ago, as happens on a live system.
   void addVanished(const std::string& path);
 

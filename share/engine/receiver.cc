@@ -140,6 +140,7 @@ void Receiver::Work::runLane(Lane& lane) {
     if (!lock.owns_lock()) lock.lock();
     if (!error_) error_ = std::current_exception();
     changed_.notify_all();
+    reader_.interrupt();
   }
 }
 
@@ -230,8 +231,13 @@ bool Receiver::Work::take(const FrameHeader& header, Buffer& payload) {
 
 void Receiver::Work::receive() {
   Buffer payload;
-  while (const auto header = reader_.read(payload))
-    if (!take(*header, payload)) return;
+  try {
+    while (const auto header = reader_.read(payload))
+      if (!take(*header, payload)) return;
+  } catch (const Interrupted&) {  // by a lane that has failed
+    const std::scoped_lock lock(mutex_);
+    std::rethrow_exception(error_);
+  }
   throw ProtocolError("the other end of the data channel closed it before the end");
 }
 

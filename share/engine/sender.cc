@@ -309,6 +309,7 @@ int Sender::run() {
   const std::string missing =
       tree_.open() ? std::string() : "cannot open the directory '" + setup_.root + "'";
   const int error = errno;
+  writer_.limit(setup_.bytesPerSecond);
   greet();
   if (!missing.empty()) problems_.add({}, missing + ": " + std::strerror(error));
   std::vector<std::thread> threads;

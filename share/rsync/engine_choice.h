@@ -10,8 +10,8 @@
 namespace qxrsync {
 
 // The engine knows one way of copying: the one that a migration asks for. Every
-// other command line is stock rsync's, and so is every one where QX_RSYNC_ENGINE
-// in the environment says "stock".
+// other command line is stock rsync's, and so is every one unless QX_RSYNC_ENGINE
+// in the environment says "own".
 
 /// What the engine needs of a client's command line.
 struct EngineTask {

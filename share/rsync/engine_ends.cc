@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <future>
 #include <string_view>
@@ -37,6 +39,19 @@ constexpr const char* kReceiverFolder = "/run/qxlinmigrate";
 std::string senderFolder() {
   const char* folder = std::getenv("QXA_TMPDIR");
   return folder == nullptr || *folder == '\0' ? std::string() : std::string(folder) + "/engine";
+}
+
+// QX_RSYNC_BWLIMIT is in units of 1024 bytes a second, as --bwlimit of stock rsync.
+std::uint64_t bandwidthLimit() {
+  const char* value = std::getenv("QX_RSYNC_BWLIMIT");
+  if (value == nullptr || *value == '\0') return 0;
+  std::uint64_t units = 0;
+  const char* end = value + std::strlen(value);
+  const auto [stop, error] = std::from_chars(value, end, units);
+  if (error != std::errc() || stop != end || units > UINT64_MAX / 1024)
+    throw Failure(exitSyntax, std::string("'") + value +
+                                  "' in QX_RSYNC_BWLIMIT is not a number of KiB per second");
+  return units * 1024;
 }
 
 // Threads of a run that has failed may still wait for the channel, and end with the
@@ -158,6 +173,7 @@ int serveByEngine(const std::string& served, const Offer& agreed) {
     setup.accessLists = agreed.acls;
     setup.attributes = agreed.xattrs;
     setup.folder = senderFolder();
+    setup.bytesPerSecond = bandwidthLimit();
     return engine::runSender(setup);
   } catch (...) {
     endAfter(std::current_exception());

@@ -10,6 +10,7 @@ namespace qxrsync {
 // that a caller needs one table only.
 inline constexpr int exitSyntax = 1;         // bad options
 inline constexpr int exitFileSelection = 3;  // no destination
+inline constexpr int exitFileIo = 11;        // the destination takes no more
 inline constexpr int exitProtocol = 12;      // the channel or its other end is no good
 inline constexpr int exitSystem = 14;        // a process or descriptor could not be made
 inline constexpr int exitSignal = 20;        // told to stop

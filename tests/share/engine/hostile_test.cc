@@ -1,0 +1,342 @@
+// A sender that lies: whatever it says, nothing outside of the destination is
+// touched or read, and the receiver ends with a clear message.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "share/engine/frame.h"
+#include "share/engine/hello.h"
+#include "share/engine/records.h"
+#include "share_tests/transfer.h"
+#include "support/temp_tree.h"
+
+using engine::Buffer;
+using engine::Entry;
+using engine::Kind;
+using engine::Record;
+using test_support::dirAt;
+using test_support::fileAt;
+using test_support::readFile;
+using test_support::TempTree;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class HostileSender : public testing::Test {
+ protected:
+  HostileSender() {
+    ::setenv("QX_RSYNC_ENGINE", "own", 1);
+    ::signal(SIGPIPE, SIG_IGN);
+    client_.inherit(channel_.client.in.get());
+    client_.inherit(channel_.client.out.get());
+    client_.start();
+    channel_.client = {};
+    say("QXRSYNC 2 AX 00\n");
+    char byte = 0;
+    while (::read(channel_.server.in.get(), &byte, 1) == 1 && byte != '\n') {
+    }
+    expectFrame(Kind::Hello);
+    Buffer hello = engine::emptyFrame();
+    engine::putHello(hello, engine::SenderHello{engine::Way::Everything, 2});
+    send(Kind::Hello, hello);
+  }
+
+  void say(const std::string& bytes) {
+    if (::write(channel_.server.out.get(), bytes.data(), bytes.size()) < 0) return;
+  }
+
+  void send(Kind kind, Buffer& frame, unsigned lane = 0) {
+    try {
+      writer_.write(kind, static_cast<std::uint8_t>(lane), 0, frame);
+    } catch (const std::exception&) {  // the client has gone, as it should
+    }
+  }
+
+  // What the next frame is; its payload is in payload_.
+  std::optional<engine::FrameHeader> receive() { return reader_.read(payload_); }
+  void expectFrame(Kind kind) {
+    const auto header = receive();
+    ASSERT_TRUE(header);
+    EXPECT_EQ(header->kind, kind);
+  }
+
+  // One frame with these records.
+  void records(const std::function<void(Buffer&)>& put, unsigned lane = 0) {
+    Buffer frame = engine::emptyFrame();
+    put(frame);
+    send(Kind::Records, frame, lane);
+  }
+
+  static void record(Buffer& to, Record kind) {
+    to.append(std::string(1, static_cast<char>(kind)));
+  }
+  static void beginDirectory(Buffer& to, const std::string& path, unsigned flags = 0) {
+    record(to, Record::DirBegin);
+    engine::putText(to, path);
+    engine::putNumber(to, flags);
+  }
+  static void endDirectory(Buffer& to) {
+    record(to, Record::DirEnd);
+    Entry entry;
+    entry.mode = S_IFDIR | 0755;
+    engine::putEntry(to, entry);
+  }
+  static void whole(Buffer& to, const std::string& name, const std::string& contents,
+                    std::optional<engine::Digest> digest = {}) {
+    record(to, Record::Whole);
+    Entry entry;
+    entry.name = name;
+    entry.mode = S_IFREG | 0644;
+    entry.size = contents.size();
+    engine::putEntry(to, entry);
+    engine::putDigest(to, digest.value_or(engine::digestOf(contents)));
+    engine::putFixed32(to, static_cast<std::uint32_t>(contents.size()));
+    to.append(contents);
+  }
+  static void symbolicLink(Buffer& to, const std::string& name, const std::string& target) {
+    record(to, Record::Other);
+    Entry entry;
+    entry.name = name;
+    entry.mode = S_IFLNK | 0777;
+    entry.target = target;
+    engine::putEntry(to, entry);
+  }
+  void end() {
+    Buffer frame = engine::emptyFrame();
+    engine::putFarewell(frame, {0, ""});
+    send(Kind::End, frame);
+  }
+
+  void expectRefused(const std::string& because) {
+    EXPECT_EQ(client_.exitStatus(10), 12) << client_.err();
+    EXPECT_NE(client_.err().find(because), std::string::npos) << client_.err();
+    expectOutsideUntouched();
+  }
+  void expectEnd(int status) {
+    end();
+    EXPECT_EQ(client_.exitStatus(10), status) << client_.err();
+    expectOutsideUntouched();
+  }
+  void expectOutsideUntouched() {
+    EXPECT_EQ(readFile(tree_.path("outside/secret")), "secret");
+    struct stat status {};
+    EXPECT_EQ(::stat(tree_.path("outside/secret").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600U);
+    EXPECT_EQ(status.st_nlink, 1U);
+    EXPECT_EQ(std::distance(fs::directory_iterator(tree_.path("outside")), {}), 1);
+  }
+  std::string at(const std::string& name) const { return tree_.path("to/" + name); }
+
+  NoProcessLeftBehind processes_;
+  TempTree tree_{dirAt("to"), fileAt("outside/secret", "secret", 0600)};
+  Channel channel_ = pipeChannel();
+  ProgramRun client_{{builtRsync(), "-ESHa", "--numeric-ids", "--delete", "--fdin",
+                      std::to_string(channel_.client.in.get()), "--fdout",
+                      std::to_string(channel_.client.out.get()), "0.0.0.0:/", tree_.path("to")}};
+  engine::FrameWriter writer_{channel_.server.out.get()};
+  engine::FrameReader reader_{channel_.server.in.get()};
+  Buffer payload_;
+};
+
+class BadPath : public HostileSender, public testing::WithParamInterface<const char*> {};
+
+}  // namespace
+
+TEST_P(BadPath, DirectoryIsRefused) {
+  records([](Buffer& to) { beginDirectory(to, GetParam()); });
+  expectRefused("");
+}
+
+TEST_P(BadPath, LinkIsRefused) {
+  records([](Buffer& to) {
+    record(to, Record::Link);
+    engine::putText(to, "x");
+    engine::putText(to, GetParam());
+  });
+  expectRefused("");
+}
+
+INSTANTIATE_TEST_SUITE_P(Paths, BadPath,
+                         testing::Values("..", "/", "/etc", "a/../..", "a//b", "a/", "./a", "a/."));
+
+TEST_F(HostileSender, NameWithASlashIsRefused) {
+  records([](Buffer& to) {
+    beginDirectory(to, "");
+    whole(to, "../outside/new", "x");
+  });
+  expectRefused("'../outside/new' is not the name of a directory entry");
+}
+
+TEST_F(HostileSender, SymbolicLinkIsNotFollowedAsADirectory) {
+  records([&](Buffer& to) {
+    beginDirectory(to, "");
+    symbolicLink(to, "way", tree_.path("outside"));
+    endDirectory(to);
+    beginDirectory(to, "way", engine::kComplete);  // would also delete what is there
+    whole(to, "new", "x");
+    endDirectory(to);
+  });
+  expectEnd(0);
+  EXPECT_EQ(readFile(at("way/new")), "x");
+  EXPECT_FALSE(fs::is_symlink(at("way")));
+}
+
+TEST_F(HostileSender, SymbolicLinkIsNotFollowedWhereItIsMadeBetweenRecords) {
+  records([](Buffer& to) {
+    beginDirectory(to, "way/in");
+    whole(to, "first", "x");
+  });
+  // The other lane turns the directory above into a symbolic link.
+  records(
+      [&](Buffer& to) {
+        beginDirectory(to, "");
+        record(to, Record::Remove);
+        engine::putText(to, "way");
+        symbolicLink(to, "way", tree_.path("outside"));
+        endDirectory(to);
+      },
+      1);
+  records([](Buffer& to) {
+    whole(to, "secret", "y");
+    endDirectory(to);
+    beginDirectory(to, "way");
+    whole(to, "secret", "y");
+    endDirectory(to);
+  });
+  end();
+  client_.exitStatus(10);
+  expectOutsideUntouched();
+}
+
+TEST_F(HostileSender, UpdateDoesNotFollowASymbolicLink) {
+  records([&](Buffer& to) {
+    beginDirectory(to, "");
+    symbolicLink(to, "way", tree_.path("outside/secret"));
+    record(to, Record::Update);
+    Entry entry;
+    entry.name = "way";
+    entry.mode = S_IFREG | 0777;
+    engine::putEntry(to, entry);
+    record(to, Record::Patch);
+    entry.size = 100;
+    engine::putEntry(to, entry);
+    record(to, Record::Data);
+    engine::putNumber(to, 0);
+    engine::putFixed32(to, 3);
+    to.append("xyz");
+    record(to, Record::FileEnd);
+    engine::putNumber(to, 1);
+    engine::putNumber(to, 100);
+    engine::putDigest(to, engine::digestOf("xyz"));
+    endDirectory(to);
+  });
+  expectFrame(Kind::Want);  // as it has none of that name
+  expectEnd(0);
+}
+
+TEST_F(HostileSender, HardLinkToOutsideIsNotMade) {
+  records([&](Buffer& to) {
+    beginDirectory(to, "");
+    symbolicLink(to, "way", tree_.path("outside"));
+    endDirectory(to);
+    record(to, Record::Link);
+    engine::putText(to, "got");
+    engine::putText(to, "way/secret");
+  });
+  expectEnd(23);
+  EXPECT_FALSE(fs::exists(at("got")));
+  EXPECT_NE(client_.err().find("'/got': cannot make the hard link"), std::string::npos);
+}
+
+TEST_F(HostileSender, FrameBeyondTheLimitTakesNoMemory) {
+  say(std::string("\xff\xff\xff\xff\2\0\0\0", 8));
+  expectRefused("a frame of 4294967295 bytes is too long");
+}
+
+TEST_F(HostileSender, CompressedFrameBeyondTheLimitTakesNoMemory) {
+  // A zstd frame that says it holds 2^40 bytes.
+  const std::string bomb("\x28\xb5\x2f\xfd\xe0\0\0\0\0\0\1\0\0\1\0\0", 16);
+  std::string frame("\x10\0\0\0\2\0\1\0", 8);
+  say(frame + bomb);
+  expectRefused("a compressed frame does not say how long it is, or is too long");
+}
+
+TEST_F(HostileSender, LengthsBeyondTheFrameAreRefused) {
+  records([](Buffer& to) {
+    beginDirectory(to, "");
+    record(to, Record::Whole);
+    Entry entry;
+    entry.name = "x";
+    entry.mode = S_IFREG | 0644;
+    entry.size = INT64_MAX;
+    engine::putEntry(to, entry);
+    engine::putDigest(to, {});
+    engine::putFixed32(to, UINT32_MAX);
+  });
+  expectRefused("a file in the stream is cut off");
+}
+
+TEST_F(HostileSender, DataOutsideOfTheirFileAreRefused) {
+  records([](Buffer& to) {
+    beginDirectory(to, "");
+    record(to, Record::File);
+    Entry entry;
+    entry.name = "x";
+    entry.mode = S_IFREG | 0644;
+    entry.size = 10;
+    engine::putEntry(to, entry);
+    record(to, Record::Data);
+    engine::putNumber(to, 9);
+    engine::putFixed32(to, 2);
+    to.append("ab");
+  });
+  expectRefused("data lie outside of their file");
+  EXPECT_FALSE(fs::exists(at("x")));
+}
+
+TEST_F(HostileSender, RecordsOutOfTurnAreRefused) {
+  records([](Buffer& to) { whole(to, "x", "x"); });
+  expectRefused("a record needs a directory that was not begun");
+}
+
+TEST_F(HostileSender, DamagedFileIsAskedForAgainAndThenAProblem) {
+  const engine::Digest wrong{1, 2};
+  const auto put = [&](Buffer& to) {
+    beginDirectory(to, "d");
+    whole(to, "x", "contents", wrong);
+    endDirectory(to);
+  };
+  records(put);
+  expectFrame(Kind::Want);
+  engine::Decoder from(payload_.view());
+  EXPECT_EQ(engine::takePath(from), "d");
+  EXPECT_EQ(from.number(), 1U);
+  EXPECT_EQ(engine::takeName(from), "x");
+  records(put);
+  expectEnd(23);
+  EXPECT_NE(client_.err().find("'/d/x': arrived damaged, twice"), std::string::npos);
+  EXPECT_FALSE(fs::exists(at("d/x")));
+}
+
+TEST_F(HostileSender, MessageCannotReachTheTerminalRaw) {
+  Buffer frame = engine::emptyFrame();
+  engine::putText(frame, "evil \x1b[2J\n text");
+  send(Kind::Message, frame);
+  expectEnd(0);
+  EXPECT_NE(client_.err().find("evil \\x1b[2J\\x0a text"), std::string::npos) << client_.err();
+}
+
+TEST_F(HostileSender, StreamThatEndsEarlyIsAnError) {
+  channel_.server.out.close();
+  expectRefused("closed it before the end");
+}

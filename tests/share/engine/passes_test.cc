@@ -1,0 +1,258 @@
+// Passes that are cut short, that overlap with changes, that have little room.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "share_tests/engine/random_tree.h"
+#include "share_tests/engine/seed.h"
+#include "share_tests/transfer.h"
+#include "share_tests/tree_picture.h"
+#include "support/temp_tree.h"
+
+using test_support::dirAt;
+using test_support::fileAt;
+using test_support::TempTree;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class Passes : public testing::Test {
+ protected:
+  Passes() {
+    ::setenv("QX_RSYNC_ENGINE", "own", 1);
+    ::setenv("QXA_TMPDIR", tree_.path("agent").c_str(), 1);
+    ::unsetenv("QX_RSYNC_BWLIMIT");
+  }
+  ~Passes() override { ::unsetenv("QX_RSYNC_BWLIMIT"); }
+
+  NoProcessLeftBehind processes_;
+  TempTree tree_{dirAt("from"), dirAt("to"), dirAt("agent")};
+  const std::string from_ = tree_.path("from");
+  const std::string to_ = tree_.path("to");
+};
+
+// Carries bytes on until the end, and counts them.
+std::uint64_t relay(int from, int to) {
+  char buffer[65536];
+  std::uint64_t total = 0;
+  ssize_t count = 0;
+  while ((count = ::read(from, buffer, sizeof buffer)) > 0) {
+    total += static_cast<std::uint64_t>(count);
+    if (::write(to, buffer, static_cast<size_t>(count)) != count) break;
+  }
+  return total;
+}
+
+// One pass; the bytes that the sender sent.
+std::uint64_t sentBytes(const std::string& from, const std::string& to) {
+  RelayedChannel channel = relayedChannel();
+  Transfer run(from + "/", to);
+  run.start(std::move(channel.ends));
+  std::thread up([&] {
+    relay(channel.toClient.in.get(), channel.toServer.out.get());
+    channel.toServer.out.close();
+  });
+  const std::uint64_t bytes = relay(channel.toServer.in.get(), channel.toClient.out.get());
+  channel.toClient.out.close();
+  run.expectBothEndWith(0);
+  up.join();
+  return bytes;
+}
+
+std::string noise(size_t size) {
+  std::string bytes(size, '\0');
+  std::mt19937_64 random(1);
+  for (char& c : bytes) c = static_cast<char>(random());
+  return bytes;
+}
+
+int kills() {
+  const char* wanted = std::getenv("QX_TEST_KILLS");
+  return wanted != nullptr ? std::atoi(wanted) : 12;
+}
+
+}  // namespace
+
+TEST_F(Passes, KilledAtAnyMomentTheNextOneMakesItExact) {
+  const unsigned seed = testSeed();
+  SCOPED_TRACE("QX_TEST_SEED=" + std::to_string(seed));
+  std::mt19937 random(seed);
+  RandomTree source(from_, seed);
+  source.hideSomeChanges();
+  source.grow(150);
+  int cutShort = 0;
+  for (int i = 0; i < kills(); ++i) {
+    Transfer run(from_ + "/", to_);
+    run.start(pipeChannel());
+    ::usleep(static_cast<useconds_t>(random() % 60000));
+    ProgramRun& victim = random() % 2 == 0 ? run.client() : run.server();
+    ::kill(victim.pid(), SIGKILL);
+    const int client = run.client().exitStatus(20);
+    const int server = run.server().exitStatus(20);
+    if (client != 0 || server != 0) ++cutShort;
+    if (i % 3 == 2) {
+      transfer(from_ + "/", to_);
+      ASSERT_EQ(differences(to_, from_), "") << "after kill " << i;
+    }
+    // A change that is hidden by its times may be missed after a kill, as nothing is
+    // known of the copy then; so none is made until the next whole pass.
+    if (i % 3 == 2) source.mutate(20);
+    if (i % 3 == 2) transfer(from_ + "/", to_);
+  }
+  transfer(from_ + "/", to_);
+  EXPECT_EQ(differences(to_, from_), "");
+  EXPECT_GT(cutShort, 0);
+}
+
+TEST_F(Passes, ChangesDuringThePassesAreAllThereAfterTheLast) {
+  const unsigned seed = testSeed();
+  SCOPED_TRACE("QX_TEST_SEED=" + std::to_string(seed));
+  RandomTree source(from_, seed);
+  source.hideSomeChanges();
+  source.grow(150);
+  std::atomic<bool> stop{false};
+  std::thread writer([&] {
+    while (!stop) source.mutate(1);
+  });
+  for (int pass = 0; pass < 4; ++pass) {
+    Transfer run(from_ + "/", to_);
+    run.start(pipeChannel());
+    const int status = run.client().exitStatus();
+    EXPECT_TRUE(status == 0 || status == 23) << run.client().err();
+    EXPECT_EQ(run.server().exitStatus(), status) << run.server().err();
+  }
+  stop = true;
+  writer.join();
+  transfer(from_ + "/", to_);
+  EXPECT_EQ(differences(to_, from_), "");
+}
+
+TEST_F(Passes, NothingChangedMeansNextToNothingSent) {
+  RandomTree source(from_, 7);
+  source.grow(200);
+  ::usleep(100000);  // what is quite new is looked at again
+  const std::uint64_t first = sentBytes(from_, to_);
+  EXPECT_GT(first, 100000U);
+  EXPECT_LT(sentBytes(from_, to_), 1000U);
+  EXPECT_EQ(differences(to_, from_), "");
+}
+
+TEST_F(Passes, OfALargeFileOnlyChangedBlocksAreSent) {
+  const std::string contents = noise(20 << 20);
+  tree_.add(fileAt("from/large", contents));
+  ::usleep(100000);
+  EXPECT_GT(sentBytes(from_, to_), contents.size());
+  struct stat before {};
+  ASSERT_EQ(::stat((to_ + "/large").c_str(), &before), 0);
+  {
+    std::ofstream file(from_ + "/large", std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(10000000).write("changed", 7);
+    file.seekp(0, std::ios::end).write("longer", 6);
+  }
+  EXPECT_LT(sentBytes(from_, to_), 300000U);
+  EXPECT_EQ(differences(to_, from_), "");
+  struct stat after {};
+  ASSERT_EQ(::stat((to_ + "/large").c_str(), &after), 0);
+  EXPECT_EQ(before.st_ino, after.st_ino);
+}
+
+TEST_F(Passes, ModeThatChangedIsSentWithoutTheContents) {
+  tree_.add(fileAt("from/file", std::string(200000, 'x')));
+  ::usleep(100000);
+  sentBytes(from_, to_);
+  ASSERT_EQ(::chmod((from_ + "/file").c_str(), 0600), 0);
+  EXPECT_LT(sentBytes(from_, to_), 1000U);
+  EXPECT_EQ(differences(to_, from_), "");
+}
+
+TEST_F(Passes, EmptiedDestinationIsFilledThoughTheManifestIsThere) {
+  RandomTree source(from_, 8);
+  source.grow(50);
+  transfer(from_ + "/", to_);
+  for (const auto& entry : fs::directory_iterator(to_)) fs::remove_all(entry.path());
+  transfer(from_ + "/", to_);
+  EXPECT_EQ(differences(to_, from_), "");
+}
+
+TEST_F(Passes, OtherExclusionsMeanThatEverythingIsCompared) {
+  tree_.add(fileAt("from/a", "a"));
+  tree_.add(fileAt("from/b", "b"));
+  transfer(from_ + "/", to_, {"--exclude=/a"});
+  EXPECT_FALSE(fs::exists(to_ + "/a"));
+  transfer(from_ + "/", to_);
+  EXPECT_EQ(differences(to_, from_), "");
+}
+
+TEST_F(Passes, SparseFileOfManyGigabytesTakesNoTime) {
+  const std::string name = from_ + "/sparse";
+  {
+    const Fd file(::open(name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(::pwrite(file.get(), "data", 4, 20L << 30), 4);
+    ASSERT_EQ(::ftruncate(file.get(), 40L << 30), 0);
+  }
+  EXPECT_LT(sentBytes(from_, to_), 100000U);
+  struct stat status {};
+  ASSERT_EQ(::stat((to_ + "/sparse").c_str(), &status), 0);
+  EXPECT_EQ(status.st_size, 40L << 30);
+  EXPECT_LT(status.st_blocks * 512, 1 << 20);
+}
+
+TEST_F(Passes, TerminatedClientTidiesUp) {
+  ::setenv("QX_RSYNC_BWLIMIT", "500", 1);
+  std::ofstream(from_ + "/large") << noise(8 << 20);
+  Transfer run(from_ + "/", to_);
+  run.start(pipeChannel());
+  for (int i = 0; i < 1000 && !fs::exists(to_ + "/large"); ++i) ::usleep(10000);
+  ASSERT_TRUE(fs::exists(to_ + "/large"));
+  ::kill(run.client().pid(), SIGTERM);
+  EXPECT_EQ(run.client().exitStatus(10), 20) << run.client().err();
+  EXPECT_NE(run.server().exitStatus(10), 0);
+  EXPECT_TRUE(fs::is_empty(to_));
+}
+
+TEST_F(Passes, LimitIsKept) {
+  ::setenv("QX_RSYNC_BWLIMIT", "2000", 1);
+  std::ofstream(from_ + "/large") << noise(4 << 20);  // or else it is compressed
+  const auto began = std::chrono::steady_clock::now();
+  transfer(from_ + "/", to_);
+  EXPECT_GT(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(1500));
+}
+
+TEST_F(Passes, LimitThatIsNoNumberIsNamed) {
+  ::setenv("QX_RSYNC_BWLIMIT", "fast", 1);
+  Transfer run(from_ + "/", to_);
+  run.start(pipeChannel());
+  EXPECT_EQ(run.server().exitStatus(), 1);
+  EXPECT_NE(run.server().err().find("'fast' in QX_RSYNC_BWLIMIT is not a number"),
+            std::string::npos)
+      << run.server().err();
+  EXPECT_EQ(run.client().exitStatus(), 12);
+}
+
+TEST_F(Passes, FullDestinationEndsWithStocksStatus) {
+  tree_.add(fileAt("from/large", std::string(4 << 20, 'x')));
+  tree_.add(fileAt("client",
+                   "#!/bin/sh\nexec unshare -m sh -c 'mount -t tmpfs -o size=1m none " + to_ +
+                       " && exec \"$@\"' - " + builtRsync() + " \"$@\"\n",
+                   0755));
+  Transfer run(from_ + "/", to_);
+  run.useClient(tree_.path("client"));
+  run.start(pipeChannel());
+  EXPECT_EQ(run.client().exitStatus(), 11);
+  EXPECT_NE(run.client().err().find("'/large': cannot write it: No space left on device (28)"),
+            std::string::npos)
+      << run.client().err();
+  EXPECT_NE(run.server().exitStatus(), 0);
+}
