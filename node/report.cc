@@ -1,9 +1,14 @@
 #include "node/report.h"
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
 
+#include "host/error.h"
 #include "host/id_map.h"
+#include "host/migration_journal.h"
 #include "host/mounts.h"
 #include "host/state.h"
 #include "host/text.h"
@@ -30,6 +35,7 @@ Json toJson(const StatusReport& report) {
     json["registered_at"] = report.registered->time;
     json["registered_from"] = report.registered->source;
   }
+  if (!report.interruption.empty()) json["interruption"] = report.interruption;
   json["root"] = report.container.root;
   json["private"] = report.container.privateArea;
   json["storage"] = storageName(report.storage);
@@ -67,6 +73,13 @@ StatusReport reportOn(const Container& container, const HostState& host) {
   report.imageBytes = imageSize(container.privateArea);
   report.unprivileged = idMapOf(container).has_value();
   report.resources = planResources(container, host.cgroups);
+  // Without the journals, which are root's, the container is what it is all the same.
+  try {
+    const auto earlier = geteuid() == 0 ? interruptedMigration(container.id) : std::nullopt;
+    if (earlier) report.interruption = interruptionText(earlier->record);
+  } catch (const Error& problem) {
+    fprintf(stderr, "warning: %s\n", problem.what());
+  }
   // An image cannot hold more than it is large.
   if (report.imageBytes) std::erase(report.resources.unenforced, "DISKSPACE");
   return report;
@@ -77,6 +90,7 @@ std::string statusText(const StatusReport& report) {
       "container %u: %s, %s, %s, %s\n", report.container.id,
       report.exists ? "exists" : "does not exist", report.mounted ? "mounted" : "not mounted",
       report.running ? "running" : "stopped", report.registered ? "registered" : "not registered");
+  if (!report.interruption.empty()) text += "  " + report.interruption + "\n";
   if (report.registered) {
     text += textf("  registered    %s from %s\n", report.registered->time.c_str(),
                   report.registered->source.c_str());

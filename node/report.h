@@ -24,6 +24,7 @@ struct StatusReport {
   std::optional<uint64_t> imageBytes;
   bool unprivileged = false;
   ResourcePlan resources;
+  std::string interruption;  ///< left by an interrupted migration: when, and what to do
 };
 
 /// The host, looked at once for any number of containers.

@@ -19,6 +19,7 @@
 #include "framework/env_manager.h"
 #include "framework/errors.h"
 #include "framework/qxctl.h"
+#include "host/migration_journal.h"
 
 namespace agent {
 
@@ -138,6 +139,9 @@ NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params) {
     QXA::QXAEnvConfig defaults;
     defaults.setVEPrivateVar(hostSetting(settings, "VE_PRIVATE"));
     defaults.getVEPrivate(ctid, facts.privateArea);
+  }
+  if (const auto earlier = host::interruptedMigration(ctid)) {
+    facts.interruption = host::interruptionText(earlier->record);
   }
   std::error_code error;
   facts.configExists =
