@@ -1,29 +1,17 @@
 #include "agent/journal/journal_text.h"
 
 #include "host/text.h"
+#include "host/visible.h"
 
 namespace agent {
 
 namespace {
 
 using host::textf;
-
-// Without control characters, those of 8-bit terminals too.
-std::string harmless(const std::string& text) {
-  std::string result;
-  for (size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const bool c1 = byte == 0xC2 && i + 1 < text.size() &&
-                    static_cast<unsigned char>(text[i + 1]) >= 0x80 &&
-                    static_cast<unsigned char>(text[i + 1]) < 0xA0;
-    if (c1) ++i;
-    result += c1 || byte < 0x20 || byte == 0x7F ? '?' : text[i];
-  }
-  return result;
-}
+using host::visibleLine;
 
 std::string row(const char* name, const std::string& value) {
-  return value.empty() ? "" : textf("  %-13s %s\n", name, harmless(value).c_str());
+  return value.empty() ? "" : textf("  %-13s %s\n", name, visibleLine(value).c_str());
 }
 
 std::string joined(const std::vector<std::string>& words) {
@@ -34,11 +22,11 @@ std::string joined(const std::vector<std::string>& words) {
 
 std::string stageLine(const host::MigrationStage& stage) {
   if (!stage.result) {
-    return textf("    %-18s %s  not ended\n", harmless(stage.name).c_str(),
-                 harmless(stage.begun).c_str());
+    return textf("    %-18s %s  not ended\n", visibleLine(stage.name).c_str(),
+                 visibleLine(stage.begun).c_str());
   }
-  return textf("    %-18s %s  %8.1f s  %s\n", harmless(stage.name).c_str(),
-               harmless(stage.begun).c_str(), stage.seconds,
+  return textf("    %-18s %s  %8.1f s  %s\n", visibleLine(stage.name).c_str(),
+               visibleLine(stage.begun).c_str(), stage.seconds,
                *stage.result == 0 ? "done" : "FAILED");
 }
 
@@ -54,8 +42,8 @@ std::string journalList(const std::vector<host::MigrationJournal>& journals) {
   for (const host::MigrationJournal& journal : journals) {
     const host::MigrationRecord& record = journal.record;
     text += textf("%-28s  %-11s  %-18s  %s\n", journal.name.c_str(), standingOf(record).c_str(),
-                  record.stages.empty() ? "-" : harmless(record.stages.back().name).c_str(),
-                  harmless(record.source).c_str());
+                  record.stages.empty() ? "-" : visibleLine(record.stages.back().name).c_str(),
+                  visibleLine(record.source).c_str());
   }
   return text;
 }
@@ -82,9 +70,9 @@ std::string journalText(const host::MigrationJournal& journal) {
   if (!record.stages.empty()) text += "  stages\n";
   for (const host::MigrationStage& stage : record.stages) text += stageLine(stage);
   if (!record.warnings.empty()) text += "  warnings\n";
-  for (const std::string& line : record.warnings) text += "    " + harmless(line) + "\n";
+  for (const std::string& line : record.warnings) text += "    " + visibleLine(line) + "\n";
   if (!record.texts.empty()) text += "  texts\n";
-  for (const std::string& line : record.texts) text += "    " + harmless(line) + "\n";
+  for (const std::string& line : record.texts) text += "    " + visibleLine(line) + "\n";
   return text;
 }
 

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <sstream>
 
+#include "host/visible.h"
+
 namespace agent {
 
 namespace {
@@ -96,20 +98,11 @@ std::string countText(long long count) {
   return text;
 }
 
-std::string printable(const std::string& text) {
-  std::string result = text;
-  for (char& c : result) {
-    const unsigned char byte = static_cast<unsigned char>(c);
-    if (byte < 32 || byte == 127) c = '?';
-  }
-  return result;
-}
-
 std::string wrapped(const std::string& first, const std::string& indent, const std::string& text,
                     size_t width) {
   std::string result, line = first;
   bool empty = true;
-  std::istringstream stream(printable(text));
+  std::istringstream stream(host::visibleLine(text));
   for (std::string word; stream >> word;) {
     if (!empty && line.size() + 1 + word.size() > width) {
       result += line + "\n";
@@ -193,8 +186,8 @@ std::string planText(const PlanFacts& facts, const Plan& plan) {
   for (const SurveyedFileSystem& mount : facts.survey.fileSystems) {
     if (!mount.copied) continue;
     ++lines;
-    text += "  " + padded(printable(mount.mountPoint + " (" + mount.device + ")"), 38) +
-            padded(printable(mount.type), 10) + padded(bytesText(mount.bytes), 13, true) +
+    text += "  " + padded(host::visibleLine(mount.mountPoint + " (" + mount.device + ")"), 38) +
+            padded(host::visibleLine(mount.type), 10) + padded(bytesText(mount.bytes), 13, true) +
             padded(countText(mount.files), 14, true) + "\n";
   }
   if (lines > 1 || !facts.survey.swapFiles.empty()) {
