@@ -9,14 +9,15 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <string_view>
 #include <thread>
 
-#include "agent/system/process_mark.h"
 #include "host/error.h"
 #include "host/fd.h"
 #include "host/file.h"
 #include "host/lock.h"
 #include "host/process.h"
+#include "host/process_mark.h"
 #include "host/text.h"
 
 namespace agent {
@@ -29,7 +30,7 @@ using namespace std::chrono_literals;
 // Programs whose environment has the process's mark. The process that began it all
 // has marked itself after its start, so it is none of them.
 std::vector<pid_t> markedPrograms(const host::ProcessIdentity& process) {
-  const std::string mark = std::string(kProcessVariable) + "=" + host::processWord(process);
+  const std::string mark = std::string(host::kProcessVariable) + "=" + host::processWord(process);
   std::vector<pid_t> found;
   for (const std::string& name : host::listDirectory("/proc")) {
     const auto pid = host::parseDecimal(name);
@@ -76,13 +77,23 @@ void stopPrograms(const host::ProcessIdentity& process) {
              left.front());
 }
 
-void removeTemporaryFolders(const host::ProcessIdentity& process) {
-  const std::string start = kTemporaryPrefix + host::processWord(process) + ".";
+void removeTemporaryFolders() {
+  const size_t prefix = std::string_view(host::kTemporaryPrefix).size();
   for (const std::string& name : host::listDirectory("/tmp")) {
+    if (!name.starts_with(host::kTemporaryPrefix)) continue;
+    const size_t dot = name.find('.', prefix);
+    if (dot == name.npos) continue;
+    const size_t end = name.find('.', dot + 1);
+    const auto pid = host::parseDecimal(std::string_view(name).substr(prefix, dot - prefix));
+    const auto start = host::parseDecimal(std::string_view(name).substr(dot + 1, end - dot - 1));
+    if (end == name.npos || !pid || !start) continue;
+    host::ProcessIdentity owner = host::thisProcess();
+    owner.pid = static_cast<pid_t>(*pid);
+    owner.startTime = *start;
     const std::string path = "/tmp/" + name;
     struct stat st;
     // In a folder that everybody writes to, only what is ours is what its name says.
-    if (!name.starts_with(start) || lstat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) ||
+    if (host::isAlive(owner) || lstat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) ||
         st.st_uid != geteuid()) {
       continue;
     }

@@ -21,8 +21,8 @@ uint64_t inodeOf(const std::string& path);
 /// killed after 5 seconds. Throws host::Error when one stays for 10 seconds more.
 void stopPrograms(const host::ProcessIdentity& process);
 
-/// Removes the folders for temporary files of this dead process.
-void removeTemporaryFolders(const host::ProcessIdentity& process);
+/// Removes the folders for temporary files of processes that are dead.
+void removeTemporaryFolders();
 
 /// Removes the lock of a container, and what was to become it, where they name a
 /// process of this pid that is known to be dead.

@@ -177,7 +177,7 @@ std::vector<std::string> recover(const host::MigrationJournal& interrupted, Copy
   if (!host::isInterrupted(journal.record)) return {};
   Recovery recovery(journal, copy);
   const MigrationState state = recovery.run();
-  removeTemporaryFolders(journal.record.process);
+  removeTemporaryFolders();
   for (const std::string& text : recovery.texts()) journal.record.texts.push_back(text);
   journal.record.state = state;
   journal.record.updated = host::utcNow();

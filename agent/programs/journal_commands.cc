@@ -4,10 +4,12 @@
 #include <cstdio>
 
 #include "agent/journal/journal_text.h"
+#include "agent/journal/leftovers.h"
 #include "agent/journal/recovery.h"
 #include "host/container.h"
 #include "host/error.h"
 #include "host/migration_journal.h"
+#include "host/visible.h"
 
 namespace agent {
 
@@ -46,6 +48,8 @@ int show(const std::string& word) {
 }
 
 int clean(const std::optional<unsigned>& ctid, bool boot) {
+  // Also of those that died before there was anything to write down.
+  removeTemporaryFolders();
   const host::JournalFolder folder = host::readJournals(ctid);
   int result = tellDamaged(folder);
   bool found = false;
@@ -68,7 +72,7 @@ int clean(const std::optional<unsigned>& ctid, bool boot) {
       }
     } catch (const std::exception& problem) {
       fprintf(stderr, "qxmigrate: %s cannot be cleaned: %s\n", journal.name.c_str(),
-              problem.what());
+              host::visibleLines(problem.what()).c_str());
       result = kFailed;
     }
   }

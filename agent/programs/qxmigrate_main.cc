@@ -24,9 +24,9 @@
 #include "agent/system/event.h"
 #include "agent/system/file_io.h"
 #include "agent/system/log_level.h"
-#include "agent/system/process_mark.h"
 #include "agent/system/signals.h"
 #include "framework/errors.h"
+#include "host/process_mark.h"
 #include "host/visible.h"
 
 namespace {
@@ -329,7 +329,7 @@ int main(int argc, char** argv) {
   setenv("LC_ALL", "C", 1);
   const std::string word = argc > 1 ? argv[1] : "";
   if (agent::isJournalCommand(word)) return agent::runJournalCommand(argc, argv);
-  agent::markPrograms();
+  host::markPrograms();
   Settings settings;
   if (word == "plan") settings.command = Command::plan;
   if (word == "measure") settings.command = Command::measure;

@@ -14,10 +14,10 @@
 #include "agent/system/event.h"
 #include "agent/system/file_io.h"
 #include "agent/system/last_error.h"
-#include "agent/system/process_mark.h"
 #include "agent/transport/arrival.h"
 #include "agent/transport/ssh_problem.h"
 #include "framework/runner.h"
+#include "host/process_mark.h"
 
 namespace agent {
 
@@ -103,7 +103,7 @@ SshSession::SshSession(const SshAddress& address, std::vector<std::string> optio
   if (program_.empty()) {
     throw std::runtime_error("the program ssh is missing here: install openssh-client");
   }
-  std::string folder = temporaryFolderTemplate();
+  std::string folder = host::temporaryFolderTemplate();
   if (!mkdtemp(folder.data())) throw std::runtime_error(folder + ": " + errnoText(errno));
   controlDir_ = folder;
 }

@@ -34,7 +34,7 @@ TEST(JournalText, ThePageHasStagesAndTheFailure) {
 
 TEST(JournalText, WhatTheServerSaidCannotCommandATerminal) {
   const std::string page = agent::journalText(sample());
-  EXPECT_THAT(page, HasSubstr("rSync: rsync \\x1B[31mfailed"));
+  EXPECT_THAT(page, HasSubstr("rSync: rsync \\x1b[31mfailed"));
   EXPECT_THAT(page, Not(HasSubstr("\xC2\x9b")));
   EXPECT_THAT(page, Not(HasSubstr("\x1b")));
 }

@@ -13,11 +13,11 @@
 #include "agent/journal/journal.h"
 #include "agent/journal/leftovers.h"
 #include "agent/journal/resumption.h"
-#include "agent/system/process_mark.h"
 #include "host/clock.h"
 #include "host/error.h"
 #include "host/file.h"
 #include "host/process.h"
+#include "host/process_mark.h"
 #include "host/text.h"
 #include "support/scratch_host.h"
 
@@ -99,11 +99,15 @@ TEST(Recovery, WhatDiedBeforeItMadeAnythingLeavesItsLockAndFoldersAlone) {
     host::replaceFile(kLock, pid + "\nmigrating\n", 0644);
     host::replaceFile(std::string(kLock) + "abcdef", pid + "\nmigrating\n", 0644);
     host::makeDirectories("/tmp/qxmigrate." + word + ".abcdef/deeper");
-    host::makeDirectories("/tmp/qxmigrate." + word + "9.abcdef");
+    const std::string alive = "qxmigrate." + host::processWord(host::thisProcess()) + ".abcdef";
+    for (const std::string& name : {alive, std::string("qxmigrate.1.x.a"), std::string("other")}) {
+      host::makeDirectories("/tmp/" + name);
+    }
     EXPECT_THAT(agent::recover(journal, Copy::kAsTold), ElementsAre("Nothing of it was left."));
     expectNothingLeft();
     EXPECT_FALSE(host::exists(std::string(kLock) + "abcdef"));
-    EXPECT_THAT(host::listDirectory("/tmp"), ElementsAre("qxmigrate." + word + "9.abcdef"));
+    EXPECT_THAT(host::listDirectory("/tmp"),
+                testing::UnorderedElementsAre("other", "qxmigrate.1.x.a", alive));
     EXPECT_EQ(stateNow(), MigrationState::kCleaned);
     EXPECT_FALSE(host::interruptedMigration(101));
   });
@@ -231,14 +235,14 @@ TEST(Recovery, ProgramsThatRunOnAreEnded) {
     const MigrationJournal journal = interrupted({"createDstSrv"});
     const pid_t pid = fork();
     if (pid == 0) {
-      setenv(agent::kProcessVariable, host::processWord(journal.record.process).c_str(), 1);
+      setenv(host::kProcessVariable, host::processWord(journal.record.process).c_str(), 1);
       signal(SIGTERM, SIG_DFL);
       execl("/bin/sleep", "sleep", "1000", nullptr);
       _exit(127);
     }
     const pid_t other = fork();
     if (other == 0) {
-      setenv(agent::kProcessVariable, (host::processWord(journal.record.process) + "1").c_str(), 1);
+      setenv(host::kProcessVariable, (host::processWord(journal.record.process) + "1").c_str(), 1);
       execl("/bin/sleep", "sleep", "1000", nullptr);
       _exit(127);
     }
