@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "host/clock.h"
+#include "host/container.h"
 #include "host/error.h"
 #include "host/fd.h"
 #include "host/file.h"
@@ -174,7 +175,11 @@ bool isInterrupted(const MigrationRecord& record) {
 std::optional<MigrationJournal> interruptedMigration(unsigned ctid) {
   JournalFolder folder = readJournals(ctid);
   for (auto journal = folder.journals.rbegin(); journal != folder.journals.rend(); ++journal) {
-    if (isInterrupted(journal->record)) return std::move(*journal);
+    if (!isInterrupted(journal->record)) continue;
+    // What somebody else has made since was not left by it.
+    const Container container = findContainer(ctid);
+    const bool others = container.configured && container.var(kMigrationVariable) != journal->name;
+    if (!others) return std::move(*journal);
   }
   return std::nullopt;
 }

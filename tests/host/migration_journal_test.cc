@@ -145,6 +145,14 @@ TEST(InterruptedMigration, IsOneThatSaysRunningAndWhoseProcessIsGone) {
     EXPECT_EQ(host::interruptionText(found->record),
               "left by a migration that was interrupted at 2026-11-21T22:21:25Z; qxmigrate clean "
               "101 removes it, or run it again");
+    host::makeDirectories("/etc/sysconfig/qx-scripts");
+    const char* const configuration = "/etc/sysconfig/qx-scripts/101.conf";
+    host::replaceFile(configuration, "MIGRATION=\"101-20261121T222125Z\"\n", 0644);
+    EXPECT_TRUE(host::interruptedMigration(101));
+    // A container that somebody made since.
+    host::replaceFile(configuration, "", 0644);
+    EXPECT_FALSE(host::interruptedMigration(101));
+    unlink(configuration);
     journal.record.state = MigrationState::kCleaned;
     host::writeJournal(journal);
     EXPECT_FALSE(host::interruptedMigration(101));
