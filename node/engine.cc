@@ -152,6 +152,7 @@ void destroyContainer(const Container& container) {
   if (isMounted(container)) umountContainer(container);
   umountTreeOf(container);
   if (exists(container.privateArea)) removePrivateArea(container.privateArea);
+  removeUnfinishedArea(container.privateArea);
   // Only the empty mount point goes: files that someone put below it stay.
   if (rmdir(container.root.c_str()) != 0 && errno != ENOENT && errno != ENOTEMPTY &&
       errno != EEXIST) {

@@ -4,10 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <ctime>
 
+#include "host/clock.h"
 #include "host/error.h"
 #include "host/file.h"
 #include "host/mounts.h"
@@ -34,13 +33,8 @@ void makeParents(const std::string& path) {
   if (slash != path.npos && slash > 0) makeDirectories(path.substr(0, slash));
 }
 
-std::string utcNow() {
-  const time_t now = time(nullptr);
-  struct tm parts;
-  char text[32];
-  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", gmtime_r(&now, &parts));
-  return text;
-}
+/// Where an area is made that is not complete yet.
+std::string stagingOf(const std::string& privateArea) { return privateArea + ".creating"; }
 
 /// Removes what a run left that did not come to its end.
 void removeUnfinished(const std::string& area) {
@@ -111,7 +105,7 @@ void makePrivateAreaFromTemplate(const Container& container, const std::string& 
   // Whoever finds the private area takes it for complete, so it gets its name
   // last of all. A directory of this name is what a killed run left.
   Container staged = container;
-  staged.privateArea = privateArea + ".creating";
+  staged.privateArea = stagingOf(privateArea);
   const std::string& staging = staged.privateArea;
   removeUnfinished(staging);
   Unfinished unfinished(staging);
@@ -148,6 +142,11 @@ void removePrivateArea(const std::string& privateArea) {
   runProgram({"rm", "-rf", "--one-file-system", "--", privateArea});
 }
 
+void removeUnfinishedArea(const std::string& privateArea) {
+  const std::string staging = stagingOf(privateArea);
+  if (exists(staging)) removeUnfinished(staging);
+}
+
 bool isSystemTree(const std::string& tree) {
   const Fd root(open(tree.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!root) return false;
@@ -180,7 +179,7 @@ bool registerContainer(const Container& container) {
   const std::string stored = storedTemplate(container);
   const std::string source = stored.empty() ? "files" : "template " + stored;
   replaceFile(container.inPrivateArea(kRegistrationMarker),
-              textf("REGISTERED=%s\nSOURCE=%s\n", shellQuoted(utcNow()).c_str(),
+              textf("REGISTERED=%s\nSOURCE=%s\n", shellQuoted(host::utcNow()).c_str(),
                     shellQuoted(source).c_str()),
               0644);
   return true;

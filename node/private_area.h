@@ -27,6 +27,9 @@ void makePrivateArea(const std::string& privateArea, const StoragePlan& plan = {
 /// kExists when there is one already, kNotFound when there is no such template.
 void makePrivateAreaFromTemplate(const Container& container, const std::string& templateName);
 
+/// Removes what was being made of a private area when its maker died. Throws Error.
+void removeUnfinishedArea(const std::string& privateArea);
+
 /// Removes a private area with all it holds, without leaving its file system but
 /// for subvolumes in its tree.
 /// Throws Error: kBusy when something is mounted in it, kBadConfig when it holds

@@ -1,5 +1,8 @@
 #include "node/report.h"
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
 
@@ -8,6 +11,7 @@
 #include "host/host_security.h"
 #include "host/id_map.h"
 #include "host/interfaces.h"
+#include "host/migration_journal.h"
 #include "host/mounts.h"
 #include "host/state.h"
 #include "host/text.h"
@@ -71,6 +75,7 @@ Json toJson(const StatusReport& report) {
     json["registered_at"] = report.registered->time;
     json["registered_from"] = report.registered->source;
   }
+  if (!report.interruption.empty()) json["interruption"] = report.interruption;
   json["root"] = report.container.root;
   json["private"] = report.container.privateArea;
   json["storage"] = storageName(report.storage);
@@ -117,6 +122,13 @@ StatusReport reportOn(const Container& container, const HostState& host) {
   report.imageBytes = imageSize(container.privateArea);
   report.unprivileged = idMapOf(container).has_value();
   report.resources = planResources(container, host.cgroups);
+  // Without the journals, which are root's, the container is what it is all the same.
+  try {
+    const auto earlier = geteuid() == 0 ? interruptedMigration(container.id) : std::nullopt;
+    if (earlier) report.interruption = interruptionText(earlier->record);
+  } catch (const Error& problem) {
+    fprintf(stderr, "warning: %s\n", problem.what());
+  }
   findHeldOtherwise(report, host.cgroups);
   // An image cannot hold more than it is large, a limited subvolume not more than that.
   if (report.imageBytes || subvolumeLimit(container.privateArea)) {
@@ -135,6 +147,7 @@ std::string statusText(const StatusReport& report, const std::vector<std::string
   if (!report.missingMount.empty()) {
     text += textf("  not mounted   %s, which /etc/fstab has\n", report.missingMount.c_str());
   }
+  if (!report.interruption.empty()) text += "  " + report.interruption + "\n";
   if (report.registered) {
     text += textf("  registered    %s from %s\n", report.registered->time.c_str(),
                   report.registered->source.c_str());

@@ -31,6 +31,7 @@ struct StatusReport {
   ResourcePlan resources;
   /// By record: what the kernel holds in place of what the record says.
   std::map<std::string, std::string> heldOtherwise;
+  std::string interruption;  ///< left by an interrupted migration: when, and what to do
 };
 
 /// The host, looked at once for any number of containers.

@@ -191,7 +191,9 @@ std::optional<uint64_t> imageSize(const std::string& area) {
 }
 
 bool treeIsMounted(const std::string& area) {
-  return exists(imageOf(area)) && countMountsAt(mountPoints(), treeOf(area)) > 0;
+  // One that is being made is mounted too, for a look.
+  return (exists(imageOf(area)) || exists(imageOf(area) + ".new")) &&
+         countMountsAt(mountPoints(), treeOf(area)) > 0;
 }
 
 bool mountTree(const Container& container) {

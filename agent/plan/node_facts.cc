@@ -14,11 +14,12 @@
 #include "host/distributions.h"
 #include "host/error.h"
 #include "host/file.h"
+#include "host/host_security.h"
 #include "host/id_map.h"
 #include "host/lock.h"
+#include "host/migration_journal.h"
 #include "host/settings.h"
 #include "host/used_addresses.h"
-#include "host/host_security.h"
 
 namespace agent {
 
@@ -91,6 +92,9 @@ NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params) {
   facts.lockHolder = host::lockHolder(host::settingOf(settings, "LOCKDIR"), ctid).value_or("");
   if (config.getVEPrivate(ctid, facts.privateArea) != 0) {
     facts.privateArea = host::settingOf(settings, "VE_PRIVATE");
+  }
+  if (const auto earlier = host::interruptedMigration(ctid)) {
+    facts.interruption = host::interruptionText(earlier->record);
   }
   std::error_code error;
   facts.configExists = fs::exists(host::configPath(ctid), error);

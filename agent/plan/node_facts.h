@@ -15,8 +15,10 @@ struct NodeFacts {
   bool configExists = false;  // the container's configuration file
   bool areaExists = false;    // its private area
   bool keptExists = false;    // what an earlier attempt has copied, kept for this one
-  std::string lockHolder;     // what holds the container id's lock; empty when it is free
-  std::string privateArea;    // where the copy will be
+  // An earlier migration into the container that was interrupted: when, and what to do.
+  std::string interruption;
+  std::string lockHolder;   // what holds the container id's lock; empty when it is free
+  std::string privateArea;  // where the copy will be
   long long freeBytes = 0;
   long long freeInodes = -1;  // -1: the file system has no fixed number
   // Host of each address that is taken, without prefix: "this host" or

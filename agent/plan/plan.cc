@@ -76,7 +76,9 @@ class Checks {
   void container() {
     const std::string id = std::to_string(facts_.ctid);
     const NodeFacts& node = facts_.node;
-    if (node.containerExists) {
+    if (!node.interruption.empty()) {
+      warn("Container " + id + " was " + node.interruption + ".");
+    } else if (node.containerExists) {
       block("Container " + id + " exists on this node already: give another --ctid.");
     } else if (node.areaExists) {
       warn("The private area " + node.privateArea +
@@ -85,7 +87,7 @@ class Checks {
       note("The migration goes on from what an earlier one has copied, " + node.privateArea +
            ".migrated.");
     }
-    if (!node.containerExists && node.configExists) {
+    if (node.interruption.empty() && !node.containerExists && node.configExists) {
       warn("Container " + id + " has a configuration file already: it will be replaced.");
     }
     if (!facts_.node.lockHolder.empty()) {

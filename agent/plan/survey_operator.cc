@@ -33,6 +33,7 @@ class SurveyOperator : public QXL::QXLOperatorFunctionalPrototype {
     add(methodFinish, &SurveyOperator::nothing);
     add(methodMeasure, &SurveyOperator::measure);
     add(methodSurvey, &SurveyOperator::survey);
+    add(methodIdentify, &SurveyOperator::identify);
   }
 
  private:
@@ -44,6 +45,9 @@ class SurveyOperator : public QXL::QXLOperatorFunctionalPrototype {
   }
   void survey(const Iterator& in, const Iterator& out) {
     serve<SurveyRequest>(in, out, surveyHere);
+  }
+  void identify(const Iterator& in, const Iterator& out) {
+    serve<nlohmann::json>(in, out, [](const nlohmann::json&) { return identityHere(); });
   }
 
   template <class Request, class Function>
@@ -104,6 +108,17 @@ Measurement SurveyClient::measure(const MeasureSettings& settings) {
 
 Survey SurveyClient::survey(const SurveyRequest& request) {
   return ask(methodSurvey, request).get<Survey>();
+}
+
+ClaimedIdentity SurveyClient::identify() {
+  try {
+    ClaimedIdentity claimed = ask(methodIdentify, nlohmann::json::object()).get<ClaimedIdentity>();
+    claimed.machineId = parseMachineId(claimed.machineId);
+    return claimed;
+  } catch (const std::exception&) {
+    if (cancel_ && cancel_->isCancelled()) throw;
+    return {};
+  }
 }
 
 nlohmann::json SurveyClient::ask(const std::string& method, const nlohmann::json& request) {

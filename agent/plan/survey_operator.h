@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "agent/plan/identity.h"
 #include "agent/plan/measurement.h"
 #include "agent/plan/survey.h"
 #include "agent/system/cancel.h"
@@ -14,8 +15,9 @@ namespace agent {
 inline constexpr const char* surveyOperator = "qxagent_survey";
 inline constexpr const char* methodMeasure = "measure";
 inline constexpr const char* methodSurvey = "survey";
+inline constexpr const char* methodIdentify = "identify";
 
-// Message field of both methods: the request, and in the answer the result, a
+// Message field of all methods: the request, and in the answer the result, a
 // JSON text.
 inline constexpr int fieldSurvey = 9101;
 
@@ -35,6 +37,8 @@ class SurveyClient {
 
   Measurement measure(const MeasureSettings& settings);
   Survey survey(const SurveyRequest& request);
+  // An agent that cannot tell is one whose server has no identity.
+  ClaimedIdentity identify();
 
  private:
   nlohmann::json ask(const std::string& method, const nlohmann::json& request);

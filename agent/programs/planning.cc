@@ -90,6 +90,10 @@ Planning::Planning(const QXL::QXLConnectionInfo& source, MigrationView& view,
 
 Planning::~Planning() = default;
 
+host::ServerIdentity Planning::identify() {
+  return {parts_->client->identify().machineId, parts_->kept->transport().provenKey()};
+}
+
 Measurement Planning::measure(const MeasureSettings& settings) {
   return shown(parts_->view, "measure", [&]() {
     Measurement claimed = parts_->client->measure(settings);

@@ -7,6 +7,7 @@
 #include "agent/plan/plan.h"
 #include "agent/programs/migrate_options.h"
 #include "agent/programs/migration.h"
+#include "host/migration_record.h"
 
 namespace agent {
 
@@ -21,6 +22,9 @@ class Planning {
   ~Planning();
   Planning(const Planning&) = delete;
   Planning& operator=(const Planning&) = delete;
+
+  // Which machine the server is, as far as it is known.
+  host::ServerIdentity identify();
 
   Measurement measure(const MeasureSettings& settings);
 

@@ -15,6 +15,8 @@
 #include "agent/plan/plan_text.h"
 #include "agent/plan/survey_operator.h"
 #include "agent/programs/console.h"
+#include "agent/programs/journal_commands.h"
+#include "agent/programs/journaled_migration.h"
 #include "agent/programs/migrate_options.h"
 #include "agent/programs/migration.h"
 #include "agent/programs/planning.h"
@@ -25,6 +27,7 @@
 #include "agent/system/signals.h"
 #include "framework/errors.h"
 #include "host/file.h"
+#include "host/process_mark.h"
 #include "host/shell_vars.h"
 #include "host/visible.h"
 
@@ -81,6 +84,7 @@ struct Settings {
   bool json = false;
   bool force = false;
   bool noMeasure = false;
+  bool fresh = false;
   bool quiet = false;
   int verbosity = 0;
 };
@@ -173,11 +177,17 @@ void describe(CLI::App& app, Settings& settings) {
                "--config and the options, the disk is unlimited otherwise");
   app.add_flag("--keep-on-failure", settings.options.keepOnFailure,
                "When the migration fails, keep what was copied for a later attempt");
+  app.add_flag("--fresh", settings.fresh,
+               "Begin from nothing: remove what an earlier attempt has copied (default: go on\n"
+               "from it when it is of the same server)");
   app.add_flag("-q,--quiet", settings.quiet, "Show errors only");
   app.footer(
       "Other uses, each with its own --help:\n"
       "  qxmigrate plan SOURCE --ctid ID   show what would be done, touching nothing\n"
       "  qxmigrate measure SOURCE          measure the server and compute limits\n"
+      "  qxmigrate list                    list the migrations of this host\n"
+      "  qxmigrate show ID                 show what one did\n"
+      "  qxmigrate clean ID                remove what an interrupted one left\n"
       "\n"
       "Exit status: 0 when the container is there, 1 when the migration failed and was\n"
       "undone, 2 when the plan says blocked and nothing was touched, 64 for a wrong\n"
@@ -226,13 +236,48 @@ int plan(Settings& settings, agent::MigrationView& view,
   return made.verdict == agent::Verdict::ready ? 0 : exitWarnings;
 }
 
+int tellEnd(const Settings& settings, const agent::MigrationResult& result,
+            const agent::CancelToken& cancel) {
+  if (result.succeeded) {
+    if (!settings.quiet) printf("Container %lld is ready.\n", settings.options.ctid);
+    return 0;
+  }
+  if (cancel.code() == agent::cancelledByUser) {
+    fprintf(stderr, "qxmigrate: cancelled in stage '%s'\n", result.stage.c_str());
+    return exitCancelled;
+  }
+  fprintf(stderr, "qxmigrate: stage '%s' failed: %s\n", result.stage.c_str(),
+          host::visibleLines(result.text).c_str());
+  return exitFailed;
+}
+
 int migrate(Settings& settings, agent::MigrationView& view,
             const std::shared_ptr<agent::CancelToken>& cancel) {
   // Keeps the connection, which the migration shares.
   std::unique_ptr<agent::Planning> planning;
-  if (!settings.noMeasure) {
+  try {
     planning = std::make_unique<agent::Planning>(settings.source, view, cancel);
+  } catch (const std::runtime_error& problem) {
+    agent::MigrationResult result;
+    result.stage = "connect";
+    result.text = problem.what();
+    return tellEnd(settings, result, *cancel);
+  }
+  agent::JournalFacts facts;
+  facts.server = planning->identify();
+  {
+    agent::MigrateOptions options = settings.options;
+    options.distributionRequired = false;
+    agent::clearTheWay(settings.source, *agent::makeParams(options), facts.server, settings.fresh,
+                       view);
+  }
+  if (!settings.noMeasure) {
     const agent::Plan made = agent::makePlan(planning->gather(settings.options, settings.measure));
+    facts.bytes = made.bytes;
+    facts.files = made.files;
+    for (const agent::Finding& finding : made.findings) {
+      if (finding.severity != agent::Severity::note) facts.warnings.push_back(finding.text);
+    }
     const bool blocked = made.verdict == agent::Verdict::blocked;
     if (blocked || !settings.quiet) {
       fputs(agent::verdictText(made).c_str(), blocked && !settings.force ? stderr : stdout);
@@ -243,18 +288,8 @@ int migrate(Settings& settings, agent::MigrationView& view,
     }
   }
   const auto params = agent::makeParams(settings.options);
-  const agent::MigrationResult result = agent::migrate(settings.source, params, view, cancel);
-  if (result.succeeded) {
-    if (!settings.quiet) printf("Container %lld is ready.\n", settings.options.ctid);
-    return 0;
-  }
-  if (cancel->code() == agent::cancelledByUser) {
-    fprintf(stderr, "qxmigrate: cancelled in stage '%s'\n", result.stage.c_str());
-    return exitCancelled;
-  }
-  fprintf(stderr, "qxmigrate: stage '%s' failed: %s\n", result.stage.c_str(),
-          host::visibleLines(result.text).c_str());
-  return exitFailed;
+  return tellEnd(settings, agent::migrateWithJournal(settings.source, params, facts, view, cancel),
+                 *cancel);
 }
 
 int run(Settings& settings) {
@@ -296,8 +331,10 @@ int run(Settings& settings) {
 int main(int argc, char** argv) {
   // What the plug-in's programs print is read, and is not to be translated.
   setenv("LC_ALL", "C", 1);
-  Settings settings;
   const std::string word = argc > 1 ? argv[1] : "";
+  if (agent::isJournalCommand(word)) return agent::runJournalCommand(argc, argv);
+  host::markPrograms();
+  Settings settings;
   if (word == "plan") settings.command = Command::plan;
   if (word == "measure") settings.command = Command::measure;
   CLI::App app(settings.command == Command::plan

@@ -57,6 +57,12 @@ std::string arrivalCommand(uint64_t bytes, const std::string& sha256) {
       "e=`gzip -dc <$D/bundle | tar xf - -C $D 2>&1` || gone unpack $e; "
       "chmod 0700 $D; "
       "rm -f $D/bundle $D/try; "
+      // What ends this shell, and all that the login has started, must not end the guard.
+      "g=\"/bin/sh @GUARD@ $D $$\"; ! command -v setsid >/dev/null 2>&1 || g=\"setsid $g\"; "
+      "[ ! -f @GUARD@ ] || { if [ -d /run/systemd/system ] && "
+      "command -v systemd-run >/dev/null 2>&1; "
+      "then systemd-run --quiet --scope $g || $g; else $g; fi; } "
+      "</dev/null >/dev/null 2>&1 & "
       "echo \"QX run\"; "
       "QXA_TMPDIR=$D @LOADER@ --library-path @LIBRARIES@ @AGENT@ serve --stdio; r=$?; "
       "trap \"\" HUP PIPE INT TERM; "
@@ -67,6 +73,7 @@ std::string arrivalCommand(uint64_t bytes, const std::string& sha256) {
   replaceAll(program, "@LOADER@", bundleLoader);
   replaceAll(program, "@LIBRARIES@", bundleLibraries);
   replaceAll(program, "@AGENT@", bundleAgent);
+  replaceAll(program, "@GUARD@", bundleGuard);
   return asRoot(program);
 }
 

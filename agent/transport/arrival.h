@@ -15,6 +15,8 @@ inline constexpr const char* arrivalDir = "/var/qxagent.tmp";
 inline constexpr const char* bundleLoader = "/var/qxagent.tmp/lib/ld-linux-x86-64.so.2";
 inline constexpr const char* bundleLibraries = "/var/qxagent.tmp/lib";
 inline constexpr const char* bundleAgent = "/var/qxagent.tmp/bin/qxagent";
+// Does the work of the shell program's end when that has been killed (share/guard.sh).
+inline constexpr const char* bundleGuard = "/var/qxagent.tmp/bin/guard.sh";
 
 // The remote command for ssh: a program for /bin/sh, as root directly or by sudo,
 // that any login shell passes on unharmed (one line, single quotes only outside).

@@ -23,6 +23,7 @@ const Row kRows[] = {
     {"finish", minutes(1), usualFrameBytes},
     // The longest measurement, and time to sum it up.
     {"measure", hours(25), kLargeFrame},
+    {"identify", minutes(1), usualFrameBytes},
     {"survey", minutes(10), kLargeFrame},
     // Every file is looked at, on disks that may be slow.
     {"getUsageDiskSpace", hours(24), usualFrameBytes},

@@ -17,6 +17,7 @@
 #include "agent/transport/ssh_problem.h"
 #include "framework/runner.h"
 #include "host/file.h"
+#include "host/process_mark.h"
 
 namespace agent {
 
@@ -101,7 +102,7 @@ SshSession::SshSession(const SshAddress& address, std::vector<std::string> optio
   if (program_.empty()) {
     throw std::runtime_error("the program ssh is missing here: install openssh-client");
   }
-  std::string folder = "/tmp/qxmigrate.XXXXXX";
+  std::string folder = host::temporaryFolderTemplate();
   if (!mkdtemp(folder.data())) throw std::runtime_error(folder + ": " + errnoText(errno));
   controlDir_ = folder;
 }
@@ -166,6 +167,29 @@ void SshSession::limitWaiting(const std::string& configuration) {
   }
 }
 
+// A command that adds no key to those that are known, and so weakens nothing, hears
+// which key is looked for.
+void SshSession::watchHostKey(const std::string& configuration) {
+  if (("\n" + configuration).find("\nknownhostscommand ") != std::string::npos) return;
+  const std::string option =
+      "KnownHostsCommand=/bin/sh -c \"echo %f >>" + controlDir_ + "/host-key\"";
+  // Older clients do not know it.
+  if (outputOf({program_, "-G", "-F", "none", "-o", option, "--", "host"})) {
+    options_.push_back(option);
+  }
+}
+
+std::string SshSession::hostKey() const {
+  std::string text, key;
+  if (readFile(controlDir_ + "/host-key", text) != 0) return "";
+  std::istringstream lines(text);
+  // It is also asked before the server has shown one.
+  for (std::string line; std::getline(lines, line);) {
+    if (line.compare(0, 7, "SHA256:") == 0 && line.size() < 100) key = line;
+  }
+  return key;
+}
+
 // Where the processor has AES instructions, AES-GCM is several times as fast as
 // OpenSSH's own first choice. It goes in front of the client's list unless the
 // user has an opinion: then the list differs from the one of an empty
@@ -180,7 +204,10 @@ void SshSession::completeOptions() {
   std::vector<std::string> users;
   for (const std::string& option : options_) users.insert(users.end(), {"-o", option});
   const auto own = configuration(users);
-  if (own) limitWaiting(*own);
+  if (own) {
+    limitWaiting(*own);
+    watchHostKey(*own);
+  }
   if (!hasAesInstructions()) return;
   const auto plain = configuration({"-F", "none"});
   if (!own || !plain || ciphersIn(*own) != ciphersIn(*plain)) return;

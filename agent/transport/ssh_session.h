@@ -41,6 +41,10 @@ class SshSession {
   host::Fd takeInput() { return std::move(output_); }
   host::Fd takeOutput() { return std::move(input_); }
 
+  /// Fingerprint of the server's host key, after start; empty when the ssh client
+  /// cannot tell it: older than 8.5, or told to find keys by a command of the user's.
+  std::string hostKey() const;
+
   // Starts a session that joins the agent's channel `token` to two new pipes, and
   // waits until login scripts of the server have printed what they print there.
   // Null with QXL::getErrorMessage() set when that fails or is cancelled. cancel may
@@ -51,6 +55,7 @@ class SshSession {
  private:
   std::vector<std::string> command(bool master, const std::string& remote) const;
   void completeOptions();
+  void watchHostKey(const std::string& configuration);
   void limitWaiting(const std::string& configuration);
   std::string readLine(const CancelToken* cancel);
   void sendBundle(const Bundle& bundle, const CancelToken* cancel);

@@ -21,6 +21,7 @@ class SshTransport : public RemoteTransport {
 
   boost::intrusive_ptr<QXL::QXLChannelPrototype> createChannel(
       const QXL::QXLChannelSettings& settings) override;
+  std::string provenKey() const override { return session_->hostKey(); }
 
  private:
   std::unique_ptr<SshSession> session_;

@@ -46,6 +46,10 @@ class QXLRequestTransport {
   // QXL::getErrorMessage() set, when the agent cannot have it.
   virtual std::string handOver(const boost::intrusive_ptr<QXLChannelEndPrototype>& end) = 0;
 
+  /// Fingerprint of the key by which the machine at the end has proved to be itself, as
+  /// ssh-keygen -l shows it; empty when it had to prove nothing, or that is not known.
+  virtual std::string provenKey() const { return ""; }
+
   // The agent at the end of the road.
   virtual QXLEID eid() const = 0;
 };

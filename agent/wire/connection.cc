@@ -170,6 +170,7 @@ void Connection::run() {
     const Clock::time_point now = Clock::now();
     if (entries[0].revents) {
       heard = now;
+      ++timesHeard_;
       try {
         if (!receive()) {
           close("");

@@ -47,6 +47,9 @@ class Connection : public FrameSink {
   // The connection ended because nothing was heard of the peer.
   bool wasSilent() const { return silent_; }
 
+  /// How often something was heard of the peer. Any thread.
+  unsigned long timesHeard() const { return timesHeard_; }
+
   // close(""), and waits for the reading thread. Not from a handler.
   void stop();
 
@@ -68,6 +71,7 @@ class Connection : public FrameSink {
   std::mutex writeMutex_;
   std::atomic<bool> closed_{false};
   std::atomic<bool> silent_{false};
+  std::atomic<unsigned long> timesHeard_{0};
   std::atomic<bool> sentSinceBeat_{false};
   std::mutex reasonMutex_;
   std::string reason_;

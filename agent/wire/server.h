@@ -25,6 +25,8 @@ class Peer {
   bool ended() const { return ended_; }
   // Readable once ended; for poll.
   int endedFd() const { return event_.get(); }
+  /// How often something was heard of it.
+  unsigned long timesHeard() const { return connection_.timesHeard(); }
   // Where channel ends that come by another road are put.
   ChannelTable& channels() { return dispatcher_.channels(); }
 

@@ -24,6 +24,7 @@ cp "$plugin" "$tree/lib/libqxlinmigrate.so"
 cp "$rsync" "$products/rsync"
 cp "$stock" "$products/rsync.stock"
 cp "$share/distdetect-common.sh" "$products/"
+cp "$share/guard.sh" "$tree/bin/"
 "$strip" --strip-unneeded "$tree/bin/qxagent" "$tree/lib/libqxlinmigrate.so" "$products/rsync"
 
 # "name => path (address)" lines name the libraries, a bare path the loader.

@@ -11,6 +11,7 @@
 #include "host/error.h"
 #include "host/leases.h"
 #include "host/lock.h"
+#include "host/migration_record.h"
 #include "host/mounts.h"
 #include "host/netlink.h"
 #include "host/shell_vars.h"
@@ -31,12 +32,19 @@ void quotaTable(const std::string& text) {
   if (node::formatQuotaTable(node::parseQuotaTable(once)) != once) abort();
 }
 
+void migrationRecord(const std::string& text) {
+  const std::string once = host::formatRecord(host::parseRecord(text));
+  if (host::formatRecord(host::parseRecord(once)) != once) abort();
+}
+
 void parse(char which, const std::string& text) {
   switch (which) {
     case 's':
       return shellVars(text);
     case 'q':
       return quotaTable(text);
+    case 'j':
+      return migrationRecord(text);
     case 'm':
       host::parseMountPoints(text);
       return;

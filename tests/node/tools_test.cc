@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/file.h"
+#include "host/migration_journal.h"
 #include "host/mounts.h"
 #include "host/text.h"
 #include "node_test/system_tree.h"
@@ -24,6 +25,7 @@ using test_support::ScratchHost;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 constexpr char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
 
@@ -50,6 +52,24 @@ TEST(Qxctl, LifeOfAContainerAsAMigrationLeadsIt) {
     EXPECT_EQ(qxctl("--skiplock", "destroy", "101").status, 0);
     EXPECT_EQ(qxctl("status", "101").status, 14);
     EXPECT_EQ(qxctl("--skiplock", "destroy", "101").status, 14);
+  });
+}
+
+TEST(Qxctl, StatusTellsWhatAnInterruptedMigrationLeft) {
+  ScratchHost().file(kConf, "MIGRATION=\"101-20261121T222125Z\"\n").run([] {
+    host::MigrationJournal journal{"101-20261121T222125Z", {}};
+    journal.record.ctid = 101;
+    journal.record.updated = "2026-11-21T22:30:00Z";
+    journal.record.process = host::thisProcess();
+    host::writeJournal(journal);
+    EXPECT_THAT(qxctl("status", "101").out, Not(HasSubstr("interrupted")));
+    journal.record.process.startTime += 1;
+    host::writeJournal(journal);
+    const char* const text =
+        "left by a migration that was interrupted at 2026-11-21T22:30:00Z; qxmigrate clean 101 "
+        "removes it, or run it again";
+    EXPECT_THAT(qxctl("status", "101").out, HasSubstr(std::string("\n  ") + text + "\n"));
+    EXPECT_EQ(nlohmann::json::parse(qxctl("status", "--json", "101").out)["interruption"], text);
   });
 }
 

@@ -85,6 +85,14 @@ TEST(Plan, AContainerThatExistsOrIsLockedBlocks) {
   expectFinding(facts, Severity::block, "Container 101 is locked by process 7: wait for its end.");
 }
 
+TEST(Plan, WhatAnInterruptedMigrationLeftIsToldOfAndBlocksNothing) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.containerExists = facts.node.areaExists = facts.node.configExists = true;
+  facts.node.interruption = "left by one";
+  expectFinding(facts, Severity::warning, "Container 101 was left by one.");
+  EXPECT_EQ(agent::makePlan(facts).findings.size(), 1U);
+}
+
 TEST(Plan, RemainsOfAnotherContainerAreToldOf) {
   agent::PlanFacts facts = goodFacts();
   facts.node.areaExists = true;

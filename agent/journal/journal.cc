@@ -1,0 +1,63 @@
+#include "agent/journal/journal.h"
+
+#include "agent/journal/leftovers.h"
+#include "host/clock.h"
+#include "host/container.h"
+#include "host/error.h"
+#include "host/file.h"
+
+namespace agent {
+
+Journal::Journal(host::MigrationRecord record) {
+  record.process = host::thisProcess();
+  record.begun = record.updated = host::utcNow();
+  record.configuration = host::configPath(record.ctid);
+  record.hadConfiguration = host::exists(record.configuration);
+  record.hadPrivateArea = host::exists(record.privateArea);
+  record.keptInode = inodeOf(keptAreaOf(record.privateArea));
+  record.state = host::MigrationState::kRunning;
+  journal_ = {host::newMigrationName(record.ctid), std::move(record)};
+  host::writeJournal(journal_);
+}
+
+void Journal::stageBegins(const std::string& stage) {
+  journal_.record.stages.push_back({stage, host::utcNow(), 0, std::nullopt});
+  write();
+}
+
+void Journal::stageEnds(const std::string& stage, int result, double seconds) {
+  auto& stages = journal_.record.stages;
+  if (stages.empty() || stages.back().name != stage || stages.back().result) return;
+  stages.back().seconds = seconds;
+  stages.back().result = result;
+  write();
+}
+
+void Journal::text(const std::string& line) {
+  auto& texts = journal_.record.texts;
+  texts.push_back(line);
+  if (texts.size() > host::kMaxRecordTexts) texts.erase(texts.begin());
+}
+
+void Journal::end(host::MigrationState state, const std::string& stage, const std::string& error) {
+  host::MigrationRecord& record = journal_.record;
+  record.state = state;
+  record.failedStage = stage;
+  record.error = error;
+  const std::string kept = keptAreaOf(record.privateArea);
+  record.keptAreaInode = state == host::MigrationState::kSucceeded ? 0 : inodeOf(kept);
+  record.keptArea = record.keptAreaInode == 0 ? "" : kept;
+  write();
+}
+
+void Journal::write() {
+  journal_.record.updated = host::utcNow();
+  try {
+    host::writeJournal(journal_);
+    problem_.clear();
+  } catch (const host::Error& problem) {
+    problem_ = problem.what();
+  }
+}
+
+}  // namespace agent

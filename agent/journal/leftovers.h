@@ -1,0 +1,37 @@
+// What a process of ours can leave on the node when it dies: programs that it started,
+// folders, locks, areas; each found by the mark that it bears.
+#ifndef QX_AGENT_JOURNAL_LEFTOVERS_H
+#define QX_AGENT_JOURNAL_LEFTOVERS_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/process_identity.h"
+
+namespace agent {
+
+/// Where the copy of a failed migration is kept.
+std::string keptAreaOf(const std::string& privateArea);
+
+/// 0 when there is nothing.
+uint64_t inodeOf(const std::string& path);
+
+/// Ends the programs that a dead process started and that run on: asked to first,
+/// killed after 5 seconds. Throws host::Error when one stays for 10 seconds more.
+void stopPrograms(const host::ProcessIdentity& process);
+
+/// Removes the folders for temporary files of processes that are dead.
+void removeTemporaryFolders();
+
+/// Removes the lock of a container, and what was to become it, where they name a
+/// process of this pid that is known to be dead.
+void removeDeadLock(const std::string& lockDir, unsigned ctid,
+                    const host::ProcessIdentity& process);
+
+/// Removes a kept copy and all that is in it. Throws host::Error.
+void removeKeptArea(const std::string& path);
+
+}  // namespace agent
+
+#endif

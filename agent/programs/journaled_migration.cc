@@ -1,0 +1,129 @@
+#include "agent/programs/journaled_migration.h"
+
+#include <stdexcept>
+
+#include "agent/journal/journal.h"
+#include "agent/journal/resumption.h"
+#include "framework/errors.h"
+#include "host/error.h"
+#include "host/settings.h"
+
+namespace agent {
+
+namespace {
+
+// Writes down what it passes on.
+class JournalingView : public MigrationView {
+ public:
+  JournalingView(Journal& journal, MigrationView& view) : journal_(journal), view_(view) {}
+
+  void stageBegins(const std::string& stage) override {
+    journal_.stageBegins(stage);
+    view_.stageBegins(stage);
+  }
+  void stageEnds(const std::string& stage, int result, double seconds) override {
+    journal_.stageEnds(stage, result, seconds);
+    view_.stageEnds(stage, result, seconds);
+  }
+  void line(const std::string& text) override {
+    journal_.text(text);
+    view_.line(text);
+  }
+  void percent(const std::string& description, int percent) override {
+    view_.percent(description, percent);
+  }
+
+ private:
+  Journal& journal_;
+  MigrationView& view_;
+};
+
+host::ShellVars settingsFor(const QXA::QXAMigrateP2VSerializerParams& params) {
+  return host::hostSettings(std::to_string(params.ctid));
+}
+
+// As the migration decides them: the container's own, or the host's.
+std::string placeOf(const QXA::QXAMigrateP2VSerializerParams& params,
+                    int (QXA::QXAEnvConfig::*get)(unsigned, std::string&) const,
+                    const char* variable) {
+  const auto ctid = static_cast<unsigned>(params.ctid);
+  std::string place;
+  if (((*params.options.config).*get)(ctid, place) == 0 && !place.empty()) return place;
+  return host::settingOf(settingsFor(params), variable);
+}
+
+std::string privateAreaOf(const QXA::QXAMigrateP2VSerializerParams& params) {
+  return placeOf(params, &QXA::QXAEnvConfig::getVEPrivate, "VE_PRIVATE");
+}
+
+host::MigrationRecord recordOf(const std::string& source,
+                               const QXA::QXAMigrateP2VSerializerParams& params,
+                               const JournalFacts& facts) {
+  host::MigrationRecord record;
+  record.ctid = static_cast<unsigned>(params.ctid);
+  record.source = source;
+  record.server = facts.server;
+  const QXA::QXAEnvConfig& config = *params.options.config;
+  std::optional<QXA::QXADistribution> distribution;
+  config.getDistribution(distribution);
+  if (distribution) {
+    record.distribution = distribution->name;
+    if (!distribution->version.empty()) record.distribution += "-" + distribution->version;
+  }
+  std::optional<QXA::QXAOsTemplate> osTemplate;
+  config.getOsTemplate(osTemplate);
+  if (osTemplate) record.osTemplate = osTemplate->name;
+  record.excludes = params.options.excludes;
+  for (const QXL::QXLService& service : params.options.services) {
+    record.services.push_back(service.name);
+  }
+  record.keepOnFailure = params.options.keepOnFailure;
+  record.privateArea = privateAreaOf(params);
+  record.root = placeOf(params, &QXA::QXAEnvConfig::getVERoot, "VE_ROOT");
+  record.lock =
+      host::settingOf(settingsFor(params), "LOCKDIR") + "/" + std::to_string(record.ctid) + ".lck";
+  record.bytes = facts.bytes;
+  record.files = facts.files;
+  record.warnings = facts.warnings;
+  return record;
+}
+
+}  // namespace
+
+void clearTheWay(const QXL::QXLConnectionInfo& source,
+                 const QXA::QXAMigrateP2VSerializerParams& params,
+                 const host::ServerIdentity& server, bool fresh, MigrationView& view) {
+  Attempt attempt;
+  attempt.ctid = static_cast<unsigned>(params.ctid);
+  attempt.source = source.address;
+  attempt.server = server;
+  attempt.privateArea = privateAreaOf(params);
+  attempt.fresh = fresh;
+  clearTheWay(attempt, [&](const std::string& text) { view.line(text); });
+}
+
+MigrationResult migrateWithJournal(
+    const QXL::QXLConnectionInfo& source,
+    const boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams>& params, const JournalFacts& facts,
+    MigrationView& view, const std::shared_ptr<CancelToken>& cancel) {
+  std::unique_ptr<Journal> journal;
+  try {
+    journal = std::make_unique<Journal>(recordOf(source.address, *params, facts));
+  } catch (const host::Error& problem) {
+    return {false, -1, "journal", problem.what()};
+  }
+  // The file that says so is written before anything else of the container is made,
+  // and removed after everything else.
+  params->options.config->otherVariables[host::kMigrationVariable] = journal->name();
+  JournalingView journaling(*journal, view);
+  const MigrationResult result = migrate(source, params, journaling, cancel);
+  const host::MigrationState state = result.succeeded ? host::MigrationState::kSucceeded
+                                     : cancel->code() == cancelledByUser
+                                         ? host::MigrationState::kCancelled
+                                         : host::MigrationState::kFailed;
+  journal->end(state, result.stage, result.text);
+  if (!journal->problem().empty()) view.line("The journal is incomplete: " + journal->problem());
+  return result;
+}
+
+}  // namespace agent

@@ -1,0 +1,36 @@
+// A migration that is written down, and that goes on from an earlier one.
+#ifndef QX_AGENT_PROGRAMS_JOURNALED_MIGRATION_H
+#define QX_AGENT_PROGRAMS_JOURNALED_MIGRATION_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "agent/programs/migration.h"
+#include "host/migration_record.h"
+
+namespace agent {
+
+/// What a journal is told beside the parameters.
+struct JournalFacts {
+  host::ServerIdentity server;
+  long long bytes = 0, files = 0;  ///< to be copied; 0: not counted
+  std::vector<std::string> warnings;
+};
+
+/// Clears the way (see agent/journal/resumption.h) for a migration of that server into
+/// that container. Throws host::Error when the node cannot be cleared.
+void clearTheWay(const QXL::QXLConnectionInfo& source,
+                 const QXA::QXAMigrateP2VSerializerParams& params,
+                 const host::ServerIdentity& server, bool fresh, MigrationView& view);
+
+/// migrate(), with a journal, whose name goes into the container's configuration. A
+/// journal that cannot be begun is a failure before anything is done.
+MigrationResult migrateWithJournal(
+    const QXL::QXLConnectionInfo& source,
+    const boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams>& params, const JournalFacts& facts,
+    MigrationView& view, const std::shared_ptr<CancelToken>& cancel);
+
+}  // namespace agent
+
+#endif

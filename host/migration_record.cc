@@ -1,0 +1,248 @@
+#include "host/migration_record.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <nlohmann/json.hpp>
+
+#include "host/container.h"
+#include "host/error.h"
+
+namespace host {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr int kVersion = 1;
+constexpr int kMaxDepth = 6;
+constexpr size_t kMaxStages = 500;
+
+constexpr std::array kStates{"running", "succeeded", "failed", "cancelled", "cleaned"};
+
+[[noreturn]] void refuse(const std::string& what) {
+  fail(ExitCode::kBadConfig, "%s", what.c_str());
+}
+
+/// Reads the members of one object.
+class Members {
+ public:
+  Members(const Json& json, std::string name) : json_(json), name_(std::move(name)) {
+    if (!json.is_object()) refuse("'" + name_ + "' is not an object");
+  }
+
+  const Json& at(const char* key) const {
+    const auto found = json_.find(key);
+    if (found == json_.end()) refuse("'" + nameOf(key) + "' is missing");
+    return *found;
+  }
+
+  Members object(const char* key) const { return Members(at(key), nameOf(key)); }
+
+  std::string text(const char* key) const { return textIn(at(key), nameOf(key)); }
+
+  bool flag(const char* key) const {
+    if (!at(key).is_boolean()) refuse("'" + nameOf(key) + "' is neither true nor false");
+    return at(key).get<bool>();
+  }
+
+  uint64_t number(const char* key, uint64_t max = std::numeric_limits<int64_t>::max()) const {
+    const Json& value = at(key);
+    if (!value.is_number_unsigned() || value.get<uint64_t>() > max) {
+      refuse("'" + nameOf(key) + "' is not a number from 0 to " + std::to_string(max));
+    }
+    return value.get<uint64_t>();
+  }
+
+  std::vector<std::string> texts(const char* key, size_t max) const {
+    std::vector<std::string> result;
+    for (const Json& value : list(key, max)) result.push_back(textIn(value, nameOf(key)));
+    return result;
+  }
+
+  const Json& list(const char* key, size_t max) const {
+    const Json& value = at(key);
+    if (!value.is_array()) refuse("'" + nameOf(key) + "' is not a list");
+    if (value.size() > max) {
+      refuse("'" + nameOf(key) + "' has more than " + std::to_string(max) + " elements");
+    }
+    return value;
+  }
+
+ private:
+  std::string nameOf(const char* key) const { return name_.empty() ? key : name_ + "." + key; }
+
+  static std::string textIn(const Json& value, const std::string& name) {
+    if (!value.is_string()) refuse("'" + name + "' is not a text");
+    const auto& text = value.get_ref<const std::string&>();
+    if (text.find('\0') != text.npos) refuse("'" + name + "' has a null byte in it");
+    return text;
+  }
+
+  const Json& json_;
+  std::string name_;
+};
+
+/// An absolute plain path, or nothing.
+std::string placeIn(const Members& members, const char* key) {
+  std::string path = members.text(key);
+  if (!path.empty() && (path[0] != '/' || (path + "/").find("/../") != path.npos)) {
+    refuse("'places." + std::string(key) + "' is '" + path + "', which is no absolute path");
+  }
+  return path;
+}
+
+MigrationStage stageIn(const Json& json) {
+  const Members members(json, "stages");
+  MigrationStage stage{members.text("name"), members.text("begun"), 0, std::nullopt};
+  if (!members.at("seconds").is_number()) refuse("'stages.seconds' is not a number");
+  stage.seconds = members.at("seconds").get<double>();
+  const Json& result = members.at("result");
+  if (!result.is_null() && !result.is_number_integer()) refuse("'stages.result' is not a number");
+  if (!result.is_null()) stage.result = result.get<int>();
+  return stage;
+}
+
+std::vector<std::string> bounded(const std::vector<std::string>& texts) {
+  const size_t first = texts.size() > kMaxRecordTexts ? texts.size() - kMaxRecordTexts : 0;
+  std::vector<std::string> result(texts.begin() + static_cast<ptrdiff_t>(first), texts.end());
+  for (std::string& text : result) text.resize(std::min(text.size(), kMaxRecordText));
+  return result;
+}
+
+}  // namespace
+
+const char* stateName(MigrationState state) { return kStates.at(static_cast<size_t>(state)); }
+
+bool isSameServer(const ServerIdentity& first, const ServerIdentity& second) {
+  const auto known = [](const std::string& a, const std::string& b) {
+    return !a.empty() && !b.empty();
+  };
+  const bool machine = known(first.machineId, second.machineId);
+  const bool key = known(first.hostKey, second.hostKey);
+  return (machine || key) && (!machine || first.machineId == second.machineId) &&
+         (!key || first.hostKey == second.hostKey);
+}
+
+bool hasBegun(const MigrationRecord& record, std::string_view stage) {
+  return std::any_of(record.stages.begin(), record.stages.end(),
+                     [&](const MigrationStage& one) { return one.name == stage; });
+}
+
+bool hasSucceeded(const MigrationRecord& record, std::string_view stage) {
+  return std::any_of(record.stages.begin(), record.stages.end(), [&](const MigrationStage& one) {
+    return one.name == stage && one.result == 0;
+  });
+}
+
+std::string formatRecord(const MigrationRecord& record) {
+  Json stages = Json::array();
+  for (const MigrationStage& stage : record.stages) {
+    stages.push_back({{"name", stage.name},
+                      {"begun", stage.begun},
+                      {"seconds", stage.seconds},
+                      {"result", stage.result ? Json(*stage.result) : Json(nullptr)}});
+  }
+  const Json json{
+      {"version", kVersion},
+      {"ctid", record.ctid},
+      {"state", stateName(record.state)},
+      {"begun", record.begun},
+      {"updated", record.updated},
+      {"source", record.source},
+      {"server", {{"machine_id", record.server.machineId}, {"host_key", record.server.hostKey}}},
+      {"parameters",
+       {{"hostname", record.hostname},
+        {"distribution", record.distribution},
+        {"ostemplate", record.osTemplate},
+        {"excludes", record.excludes},
+        {"services", record.services},
+        {"keep_on_failure", record.keepOnFailure}}},
+      {"before",
+       {{"configuration", record.hadConfiguration},
+        {"private_area", record.hadPrivateArea},
+        {"kept_inode", record.keptInode}}},
+      {"places",
+       {{"configuration", record.configuration},
+        {"private_area", record.privateArea},
+        {"root", record.root},
+        {"lock", record.lock}}},
+      {"process",
+       {{"boot_id", record.process.boot},
+        {"pid", static_cast<uint64_t>(record.process.pid)},
+        {"start_time", record.process.startTime}}},
+      {"stages", stages},
+      {"failure", {{"stage", record.failedStage}, {"text", record.error}}},
+      {"kept", {{"path", record.keptArea}, {"inode", record.keptAreaInode}}},
+      {"figures",
+       {{"bytes", static_cast<uint64_t>(std::max(0LL, record.bytes))},
+        {"files", static_cast<uint64_t>(std::max(0LL, record.files))}}},
+      {"warnings", bounded(record.warnings)},
+      {"texts", bounded(record.texts)}};
+  // Names of files hold any byte, and a cut may lie inside a character.
+  return json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+MigrationRecord parseRecord(std::string_view text) {
+  if (text.size() > kMaxRecordBytes) refuse("it is larger than any journal");
+  const auto shallow = [](int depth, Json::parse_event_t, Json&) {
+    if (depth > kMaxDepth) refuse("it is nested too deep");
+    return true;
+  };
+  const Json json = Json::parse(text, shallow, false);
+  if (json.is_discarded()) refuse("it is not JSON");
+  const Members all(json, "");
+  if (all.number("version") != kVersion) {
+    refuse("its format has version " + std::to_string(all.number("version")) + ", not " +
+           std::to_string(kVersion));
+  }
+  MigrationRecord record;
+  record.ctid = static_cast<unsigned>(all.number("ctid", kMaxCtid));
+  if (record.ctid == 0) refuse("'ctid' is 0");
+  const std::string state = all.text("state");
+  const auto* const known = std::find(kStates.begin(), kStates.end(), state);
+  if (known == kStates.end()) refuse("'state' is '" + state + "'");
+  record.state = static_cast<MigrationState>(known - kStates.begin());
+  record.begun = all.text("begun");
+  record.updated = all.text("updated");
+  record.source = all.text("source");
+  const Members server = all.object("server");
+  record.server = {server.text("machine_id"), server.text("host_key")};
+
+  const Members parameters = all.object("parameters");
+  record.hostname = parameters.text("hostname");
+  record.distribution = parameters.text("distribution");
+  record.osTemplate = parameters.text("ostemplate");
+  record.excludes = parameters.texts("excludes", kMaxRecordBytes);
+  record.services = parameters.texts("services", kMaxRecordBytes);
+  record.keepOnFailure = parameters.flag("keep_on_failure");
+
+  const Members before = all.object("before");
+  record.hadConfiguration = before.flag("configuration");
+  record.hadPrivateArea = before.flag("private_area");
+  record.keptInode = before.number("kept_inode");
+  const Members places = all.object("places");
+  record.configuration = placeIn(places, "configuration");
+  record.privateArea = placeIn(places, "private_area");
+  record.root = placeIn(places, "root");
+  record.lock = placeIn(places, "lock");
+
+  const Members process = all.object("process");
+  record.process.boot = process.text("boot_id");
+  record.process.pid = static_cast<pid_t>(process.number("pid", std::numeric_limits<pid_t>::max()));
+  record.process.startTime = process.number("start_time");
+  for (const Json& stage : all.list("stages", kMaxStages)) record.stages.push_back(stageIn(stage));
+  const Members failure = all.object("failure");
+  record.failedStage = failure.text("stage");
+  record.error = failure.text("text");
+  const Members kept = all.object("kept");
+  record.keptArea = placeIn(kept, "path");
+  record.keptAreaInode = kept.number("inode");
+  const Members figures = all.object("figures");
+  record.bytes = static_cast<long long>(figures.number("bytes"));
+  record.files = static_cast<long long>(figures.number("files"));
+  record.warnings = all.texts("warnings", kMaxRecordTexts);
+  record.texts = all.texts("texts", kMaxRecordTexts);
+  return record;
+}
+
+}  // namespace host

@@ -1,0 +1,369 @@
+// Finishing migrations that died, with the node's own tools, on a scratch host.
+#include "agent/journal/recovery.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include "agent/journal/journal.h"
+#include "agent/journal/leftovers.h"
+#include "agent/journal/resumption.h"
+#include "host/clock.h"
+#include "host/error.h"
+#include "host/file.h"
+#include "host/process.h"
+#include "host/process_mark.h"
+#include "host/text.h"
+#include "support/scratch_host.h"
+
+namespace {
+
+using agent::Copy;
+using host::MigrationJournal;
+using host::MigrationState;
+using test_support::ScratchHost;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr char kName[] = "101-20261121T222125Z";
+constexpr char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
+constexpr char kArea[] = "/var/lib/qx/private/101";
+constexpr char kKept[] = "/var/lib/qx/private/101.migrated";
+constexpr char kLock[] = "/var/lock/qx/101.lck";
+
+// A host with the tools as they are built.
+ScratchHost node() {
+  ScratchHost host;
+  host.symlink("/usr/sbin/qxctl", QX_CTL).symlink("/usr/sbin/mkqxfs", QX_MKQXFS);
+  host.dir("/etc/sysconfig/qx-scripts").dir("/var/lock/qx").dir("/var/lib/qx/private");
+  return host;
+}
+
+host::ProcessIdentity deadProcess() {
+  host::ProcessIdentity process = host::thisProcess();
+  const pid_t pid = fork();
+  if (pid == 0) _exit(0);
+  waitpid(pid, nullptr, 0);
+  process.pid = pid;
+  return process;
+}
+
+// The journal of a migration that died in this stage.
+MigrationJournal interrupted(std::initializer_list<const char*> stages) {
+  MigrationJournal journal{kName, {}};
+  host::MigrationRecord& record = journal.record;
+  record.ctid = 101;
+  record.source = "root@old";
+  record.server.machineId = "0123456789abcdef0123456789abcdef";
+  record.privateArea = kArea;
+  record.begun = record.updated = "2026-11-21T22:21:25Z";
+  record.process = deadProcess();
+  for (const char* stage : stages) record.stages.push_back({stage, "", 0, 0});
+  if (!record.stages.empty()) record.stages.back().result.reset();
+  host::writeJournal(journal);
+  return journal;
+}
+
+void writeConfiguration(const std::string& migration = kName) {
+  host::replaceFile(kConf, "MIGRATION=\"" + migration + "\"\n", 0644);
+}
+
+// As createDstSrv and a copy leave it.
+void makeContainer() {
+  writeConfiguration();
+  host::runProgram({"/usr/sbin/mkqxfs", kArea});
+  host::makeDirectories(std::string(kArea) + "/fs/bin");
+  host::replaceFile(std::string(kArea) + "/fs/bin/sh", "", 0755);
+  host::runProgram({"/usr/sbin/qxctl", "mount", "101"});
+}
+
+MigrationState stateNow() { return host::readJournal(kName).record.state; }
+
+void expectNothingLeft() {
+  EXPECT_FALSE(host::exists(kConf));
+  EXPECT_FALSE(host::exists(kArea));
+  EXPECT_FALSE(host::exists("/var/lib/qx/root/101"));
+  EXPECT_FALSE(host::exists(kLock));
+}
+
+TEST(Recovery, WhatDiedBeforeItMadeAnythingLeavesItsLockAndFoldersAlone) {
+  node().run([] {
+    const MigrationJournal journal = interrupted({"lockVPS"});
+    const std::string pid = std::to_string(journal.record.process.pid);
+    const std::string word = host::processWord(journal.record.process);
+    host::replaceFile(kLock, pid + "\nmigrating\n", 0644);
+    host::replaceFile(std::string(kLock) + "abcdef", pid + "\nmigrating\n", 0644);
+    host::makeDirectories("/tmp/qxmigrate." + word + ".abcdef/deeper");
+    const std::string alive = "qxmigrate." + host::processWord(host::thisProcess()) + ".abcdef";
+    for (const std::string& name : {alive, std::string("qxmigrate.1.x.a"), std::string("other")}) {
+      host::makeDirectories("/tmp/" + name);
+    }
+    EXPECT_THAT(agent::recover(journal, Copy::kAsTold), ElementsAre("Nothing of it was left."));
+    expectNothingLeft();
+    EXPECT_FALSE(host::exists(std::string(kLock) + "abcdef"));
+    EXPECT_THAT(host::listDirectory("/tmp"),
+                testing::UnorderedElementsAre("other", "qxmigrate.1.x.a", alive));
+    EXPECT_EQ(stateNow(), MigrationState::kCleaned);
+    EXPECT_FALSE(host::interruptedMigration(101));
+  });
+}
+
+TEST(Recovery, AHalfMadeContainerIsUnmountedAndRemoved) {
+  node().run([] {
+    const MigrationJournal journal = interrupted({"createDstSrv", "rSync"});
+    makeContainer();
+    EXPECT_THAT(agent::recover(journal, Copy::kAsTold), ElementsAre("Container 101 was removed."));
+    expectNothingLeft();
+    EXPECT_EQ(stateNow(), MigrationState::kCleaned);
+    // Once more there is nothing to do.
+    EXPECT_THAT(agent::recover(journal, Copy::kAsTold), ElementsAre());
+  });
+}
+
+TEST(Recovery, AConfigurationAloneIsRemoved) {
+  node().run([] {
+    const MigrationJournal journal = interrupted({"createDstSrv"});
+    writeConfiguration();
+    agent::recover(journal, Copy::kAsTold);
+    expectNothingLeft();
+  });
+}
+
+TEST(Recovery, ACopyIsKeptWhenTheMigrationWasToldTo) {
+  node().run([] {
+    MigrationJournal journal = interrupted({"createDstSrv", "rSync"});
+    journal.record.keepOnFailure = true;
+    host::writeJournal(journal);
+    makeContainer();
+    const uint64_t inode = agent::inodeOf(kArea);
+    EXPECT_THAT(agent::recover(journal, Copy::kAsTold),
+                ElementsAre(HasSubstr("is kept in /var/lib/qx/private/101.migrated")));
+    expectNothingLeft();
+    EXPECT_TRUE(host::exists(std::string(kKept) + "/fs/bin/sh"));
+    const host::MigrationRecord record = host::readJournal(kName).record;
+    EXPECT_EQ(record.keptArea, kKept);
+    EXPECT_EQ(record.keptAreaInode, inode);
+  });
+}
+
+TEST(Recovery, OneThatDiedWhileItKeptTheCopyIsCompleted) {
+  node().run([] {
+    const MigrationJournal journal = interrupted({"createDstSrv", "rSync", "finish"});
+    writeConfiguration();
+    host::makeDirectories(kKept);
+    agent::recover(journal, Copy::kKept);
+    expectNothingLeft();
+    EXPECT_TRUE(host::exists(kKept));
+    EXPECT_EQ(host::readJournal(kName).record.keptArea, kKept);
+  });
+}
+
+TEST(Recovery, WhatAnEarlierOneKeptIsKeptAgainWhenItWasTakenBackAndNoMore) {
+  node().run([] {
+    MigrationJournal journal = interrupted({"createDstSrv"});
+    host::makeDirectories(kArea);
+    journal.record.keptInode = agent::inodeOf(kArea);
+    host::writeJournal(journal);
+    agent::recover(journal, Copy::kAsTold);
+    EXPECT_FALSE(host::exists(kArea));
+    EXPECT_TRUE(host::exists(kKept));
+  });
+}
+
+TEST(Recovery, AnAdaptedContainerIsRegisteredAndStays) {
+  node().run([] {
+    MigrationJournal journal = interrupted({"createDstSrv", "rSync", "tuneDstSrv", "finish"});
+    makeContainer();
+    agent::recover(journal, Copy::kRemoved);
+    EXPECT_EQ(stateNow(), MigrationState::kSucceeded);
+    EXPECT_TRUE(host::exists(std::string(kArea) + "/.qx-registered"));
+    EXPECT_TRUE(host::exists(kConf));
+    EXPECT_FALSE(host::exists(kLock));
+    // It is not mounted any more.
+    EXPECT_THROW(host::runProgram({"/usr/sbin/qxctl", "umount", "101"}), host::Error);
+  });
+}
+
+TEST(Recovery, AContainerThatIsNotOfThisMigrationIsNotTouched) {
+  node().run([] {
+    const MigrationJournal journal = interrupted({"createDstSrv", "rSync"});
+    makeContainer();
+    for (const char* other : {"101-20261121T222126Z", ""}) {
+      writeConfiguration(other);
+      host::writeJournal(journal);
+      EXPECT_THAT(agent::recover(journal, Copy::kRemoved),
+                  ElementsAre("What there is of container 101 is not of this migration: it was "
+                              "left as it is."));
+      EXPECT_TRUE(host::exists(std::string(kArea) + "/fs/bin/sh"));
+      EXPECT_TRUE(host::exists(kConf));
+      EXPECT_EQ(stateNow(), MigrationState::kCleaned);
+    }
+  });
+}
+
+TEST(Recovery, AContainerThatWasRegisteredSinceIsNotTouched) {
+  node().run([] {
+    const MigrationJournal journal = interrupted({"createDstSrv", "rSync"});
+    makeContainer();
+    host::runProgram({"/usr/sbin/qxctl", "convert", "101"});
+    EXPECT_THAT(agent::recover(journal, Copy::kRemoved),
+                ElementsAre(HasSubstr("was registered since")));
+    EXPECT_TRUE(host::exists(std::string(kArea) + "/fs/bin/sh"));
+  });
+}
+
+TEST(Recovery, APrivateAreaThatWasThereBeforeStays) {
+  node().run([] {
+    MigrationJournal journal = interrupted({"createDstSrv", "rSync"});
+    journal.record.hadPrivateArea = true;
+    host::writeJournal(journal);
+    makeContainer();
+    agent::recover(journal, Copy::kRemoved);
+    EXPECT_TRUE(host::exists(std::string(kArea) + "/fs/bin/sh"));
+    EXPECT_FALSE(host::exists(kConf));
+    EXPECT_FALSE(host::exists("/var/lib/qx/root/101"));
+  });
+}
+
+TEST(Recovery, ProgramsThatRunOnAreEnded) {
+  node().run([] {
+    const MigrationJournal journal = interrupted({"createDstSrv"});
+    const pid_t pid = fork();
+    if (pid == 0) {
+      setenv(host::kProcessVariable, host::processWord(journal.record.process).c_str(), 1);
+      signal(SIGTERM, SIG_DFL);
+      execl("/bin/sleep", "sleep", "1000", nullptr);
+      _exit(127);
+    }
+    const pid_t other = fork();
+    if (other == 0) {
+      setenv(host::kProcessVariable, (host::processWord(journal.record.process) + "1").c_str(), 1);
+      execl("/bin/sleep", "sleep", "1000", nullptr);
+      _exit(127);
+    }
+    usleep(300000);
+    const pid_t waiter = fork();
+    if (waiter == 0) _exit(0);
+    waitpid(waiter, nullptr, 0);
+    agent::recover(journal, Copy::kAsTold);
+    int status = 0;
+    EXPECT_EQ(waitpid(pid, &status, WNOHANG), pid);
+    EXPECT_EQ(waitpid(other, &status, WNOHANG), 0);
+    kill(other, SIGKILL);
+    waitpid(other, &status, 0);
+  });
+}
+
+TEST(Recovery, AContainerThatAnotherProcessWorksOnIsLeftForLater) {
+  node().run([] {
+    const MigrationJournal journal = interrupted({"createDstSrv"});
+    writeConfiguration();
+    host::replaceFile(kLock, std::to_string(getpid()) + "\nmounting\n", 0644);
+    EXPECT_THROW(agent::recover(journal, Copy::kAsTold), host::Error);
+    EXPECT_TRUE(host::exists(kConf));
+    EXPECT_EQ(stateNow(), MigrationState::kRunning);
+  });
+}
+
+TEST(ClearTheWay, ACopyOfTheSameServerIsKeptAndOneOfAnotherIsRemoved) {
+  struct Case {
+    const char* source;
+    const char* machine;
+    bool fresh;
+    const char* reason;  // null: kept
+  };
+  for (const Case& one :
+       {Case{"root@old", "0123456789abcdef0123456789abcdef", false, nullptr},
+        Case{"root@old", "0123456789abcdef0123456789abcdef", true, "it is to begin afresh"},
+        Case{"root@old", "1123456789abcdef0123456789abcdef", false, "it was of another server"},
+        Case{"root@old", "", false, "it is not known whether"},
+        Case{"root@new", "0123456789abcdef0123456789abcdef", false, "it was of another source"}}) {
+    node().run([&] {
+      interrupted({"createDstSrv", "rSync"});
+      makeContainer();
+      agent::Attempt attempt{101, one.source, {one.machine, ""}, kArea, one.fresh};
+      std::string said;
+      const auto say = [&](const std::string& text) { said += text + "\n"; };
+      agent::clearTheWay(attempt, say);
+      expectNothingLeft();
+      EXPECT_EQ(host::exists(kKept), one.reason == nullptr) << said;
+      if (one.reason) {
+        EXPECT_THAT(said, HasSubstr(one.reason));
+      }
+      said.clear();
+      // What was kept stays for an attempt after the next.
+      agent::clearTheWay(attempt, say);
+      EXPECT_EQ(said, "");
+      EXPECT_EQ(host::exists(kKept), one.reason == nullptr);
+      if (!one.reason) {
+        attempt.source = "root@new";
+        agent::clearTheWay(attempt, say);
+        EXPECT_FALSE(host::exists(kKept));
+        EXPECT_THAT(said, HasSubstr("was removed: it was of another source, root@old."));
+      }
+    });
+  }
+}
+
+TEST(ClearTheWay, WhatNoJournalTellsOfStaysUnlessItIsToBeginAfresh) {
+  node().run([] {
+    host::makeDirectories(kKept);
+    agent::Attempt attempt{101, "root@old", {}, kArea, false};
+    const auto say = [](const std::string&) {};
+    agent::clearTheWay(attempt, say);
+    EXPECT_TRUE(host::exists(kKept));
+    attempt.fresh = true;
+    agent::clearTheWay(attempt, say);
+    EXPECT_FALSE(host::exists(kKept));
+  });
+}
+
+TEST(Journal, TellsWhatThereWasBeforeAndWhatWasDone) {
+  node().run([] {
+    host::makeDirectories(kKept);
+    writeConfiguration("");
+    host::MigrationRecord record;
+    record.ctid = 101;
+    record.privateArea = kArea;
+    agent::Journal journal(record);
+    journal.stageBegins("lockVPS");
+    EXPECT_FALSE(host::readJournal(journal.name()).record.stages.at(0).result);
+    journal.text("said");
+    journal.stageEnds("lockVPS", -1, 1.5);
+    host::MigrationRecord read = host::readJournal(journal.name()).record;
+    EXPECT_EQ(read.process, host::thisProcess());
+    EXPECT_EQ(read.state, MigrationState::kRunning);
+    EXPECT_TRUE(read.hadConfiguration);
+    EXPECT_FALSE(read.hadPrivateArea);
+    EXPECT_EQ(read.keptInode, agent::inodeOf(kKept));
+    EXPECT_EQ(read.stages.at(0).result, -1);
+    EXPECT_THAT(read.texts, ElementsAre("said"));
+    journal.end(MigrationState::kFailed, "lockVPS", "locked");
+    read = host::readJournal(journal.name()).record;
+    EXPECT_EQ(read.state, MigrationState::kFailed);
+    EXPECT_EQ(read.error, "locked");
+    EXPECT_EQ(read.keptArea, kKept);
+    EXPECT_EQ(journal.problem(), "");
+  });
+}
+
+TEST(Journal, OneThatCannotBeBegunStopsTheMigrationAndALaterFailureDoesNot) {
+  node().run([] {
+    host::MigrationRecord record;
+    record.ctid = 101;
+    record.privateArea = kArea;
+    agent::Journal journal(record);
+    host::runProgram({"rm", "-rf", host::kJournalDir});
+    host::replaceFile(host::kJournalDir, "", 0600);
+    journal.stageBegins("lockVPS");
+    EXPECT_THAT(journal.problem(), HasSubstr("is not a directory"));
+    EXPECT_THROW(agent::Journal{record}, host::Error);
+  });
+}
+
+}  // namespace

@@ -1,0 +1,123 @@
+#include "host/migration_record.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/error.h"
+
+namespace {
+
+using host::MigrationRecord;
+using host::MigrationState;
+using testing::HasSubstr;
+
+MigrationRecord sample() {
+  MigrationRecord record;
+  record.ctid = 101;
+  record.source = "root@oldserver";
+  record.server = {"0123456789abcdef0123456789abcdef", "SHA256:abc"};
+  record.hostname = "old";
+  record.distribution = "debian-12";
+  record.osTemplate = "debian-12";
+  record.excludes = {"/srv/\xff", "/tmp/*"};
+  record.services = {"nginx"};
+  record.keepOnFailure = true;
+  record.hadConfiguration = true;
+  record.keptInode = 7;
+  record.configuration = "/etc/sysconfig/qx-scripts/101.conf";
+  record.privateArea = "/var/lib/qx/private/101";
+  record.root = "/var/lib/qx/root/101";
+  record.lock = "/var/lock/qx/101.lck";
+  record.process = {"boot", 42, 4711};
+  record.begun = record.updated = "2026-11-21T22:21:25Z";
+  record.state = MigrationState::kFailed;
+  record.stages = {{"create", "2026-11-21T22:21:25Z", 0.5, 0}, {"rSync", "later", 0, std::nullopt}};
+  record.failedStage = "rSync";
+  record.error = "rsync failed";
+  record.texts = {"a line"};
+  record.keptArea = "/var/lib/qx/private/101.migrated";
+  record.keptAreaInode = 9;
+  record.bytes = 5000000000;
+  record.files = 3;
+  record.warnings = {"a warning"};
+  return record;
+}
+
+std::string with(const std::string& from, const std::string& to) {
+  std::string text = host::formatRecord(sample());
+  const size_t at = text.find(from);
+  EXPECT_NE(at, text.npos) << from << " in " << text;
+  return at == text.npos ? text : text.replace(at, from.size(), to);
+}
+
+std::string refusalOf(const std::string& text) {
+  try {
+    host::parseRecord(text);
+  } catch (const host::Error& problem) {
+    EXPECT_EQ(problem.code(), host::ExitCode::kBadConfig);
+    return problem.what();
+  }
+  return "taken";
+}
+
+TEST(MigrationRecord, IsReadAsItWasWritten) {
+  MigrationRecord record = sample();
+  record.excludes = {"/tmp/*"};
+  const MigrationRecord read = host::parseRecord(host::formatRecord(record));
+  EXPECT_EQ(host::formatRecord(read), host::formatRecord(record));
+  EXPECT_EQ(read.ctid, 101u);
+  EXPECT_EQ(read.process, (host::ProcessIdentity{"boot", 42, 4711}));
+  EXPECT_EQ(read.state, MigrationState::kFailed);
+  EXPECT_EQ(read.keptAreaInode, 9u);
+  EXPECT_TRUE(host::hasSucceeded(read, "create"));
+  EXPECT_FALSE(host::hasSucceeded(read, "rSync"));
+  EXPECT_TRUE(host::hasBegun(read, "rSync"));
+  EXPECT_FALSE(host::hasBegun(read, "rSync2"));
+}
+
+TEST(MigrationRecord, AnyByteOfAFileNameCanBeWritten) {
+  EXPECT_EQ(host::parseRecord(host::formatRecord(sample())).excludes[0], "/srv/\xEF\xBF\xBD");
+}
+
+TEST(MigrationRecord, ListsAndTextsAreBounded) {
+  MigrationRecord record = sample();
+  record.texts.assign(host::kMaxRecordTexts + 1, std::string(host::kMaxRecordText + 1, 'x'));
+  record.texts.back() = "newest";
+  const MigrationRecord read = host::parseRecord(host::formatRecord(record));
+  EXPECT_EQ(read.texts.size(), host::kMaxRecordTexts);
+  EXPECT_EQ(read.texts.front().size(), host::kMaxRecordText);
+  EXPECT_EQ(read.texts.back(), "newest");
+}
+
+TEST(MigrationRecord, WhatItWouldNotHaveWrittenIsRefusedByName) {
+  EXPECT_EQ(refusalOf(""), "it is not JSON");
+  EXPECT_EQ(refusalOf(host::formatRecord(sample()).substr(0, 300)), "it is not JSON");
+  EXPECT_EQ(refusalOf("[]"), "'' is not an object");
+  EXPECT_EQ(refusalOf(with("\"version\": 1", "\"version\": 2")), "its format has version 2, not 1");
+  EXPECT_EQ(refusalOf(with("\"ctid\": 101", "\"ctid\": -1")),
+            "'ctid' is not a number from 0 to 2147483644");
+  EXPECT_EQ(refusalOf(with("\"ctid\": 101", "\"ctid\": 0")), "'ctid' is 0");
+  EXPECT_EQ(refusalOf(with("\"failed\"", "\"sleeping\"")), "'state' is 'sleeping'");
+  EXPECT_EQ(refusalOf(with("\"pid\"", "\"pit\"")), "'process.pid' is missing");
+  EXPECT_EQ(refusalOf(with("/var/lib/qx/private/101\"", "/var/lib/../etc\"")),
+            "'places.private_area' is '/var/lib/../etc', which is no absolute path");
+  EXPECT_EQ(refusalOf(with("\"root@oldserver\"", "7")), "'source' is not a text");
+  EXPECT_EQ(refusalOf(with("\"nginx\"", "{}")), "'parameters.services' is not a text");
+  EXPECT_EQ(refusalOf(with("\"result\": 0", "\"result\": \"0\"")),
+            "'stages.result' is not a number");
+  EXPECT_THAT(refusalOf(std::string(host::kMaxRecordBytes + 1, ' ')), HasSubstr("larger"));
+  EXPECT_EQ(refusalOf(std::string(1000, '[') + std::string(1000, ']')), "it is nested too deep");
+}
+
+TEST(SameServer, NeedsSomethingKnownOfBothAndNothingThatDiffers) {
+  using host::isSameServer;
+  EXPECT_TRUE(isSameServer({"a", "k"}, {"a", "k"}));
+  EXPECT_TRUE(isSameServer({"a", ""}, {"a", "k"}));
+  EXPECT_TRUE(isSameServer({"", "k"}, {"a", "k"}));
+  EXPECT_FALSE(isSameServer({"a", "k"}, {"a", "l"}));
+  EXPECT_FALSE(isSameServer({"a", "k"}, {"b", "k"}));
+  EXPECT_FALSE(isSameServer({"a", ""}, {"", "k"}));
+  EXPECT_FALSE(isSameServer({}, {}));
+}
+
+}  // namespace
