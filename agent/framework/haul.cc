@@ -1,10 +1,13 @@
 #include "framework/haul.h"
 
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "agent/system/last_error.h"
+#include "agent/transport/request.h"
 #include "agent/transport/transport.h"
 #include "agent/wire/channels.h"
+#include "agent/wire/message.h"
 #include "agent/wire/message_fields.h"
 #include "agent/wire/request_context.h"
 #include "framework/errors.h"

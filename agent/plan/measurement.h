@@ -2,7 +2,6 @@
 #ifndef QX_AGENT_PLAN_MEASUREMENT_H
 #define QX_AGENT_PLAN_MEASUREMENT_H
 
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -44,17 +43,6 @@ struct Measurement {
   std::vector<MeasuredExclude> excludes;
   std::string config;  // the computed configuration, NAME="value" lines
 };
-
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(MeasureSettings, duration, interval, procScale,
-                                                diskScale)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(MeasuredExclude, path, decided)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(MeasureWarning, code, text)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Measurement, numproc, avnumproc, numtcpsock,
-                                                numothersock, numfile, privvmpages, lockedpages,
-                                                shmpages, numflock, numiptent, diskspace,
-                                                diskinodes, quotaugidlimit, pageSize, distribution,
-                                                hostname, addresses, nameservers, searchDomains,
-                                                warnings, notes, excludes, config)
 
 // Measures this machine with the plug-in's calculator, telling the current
 // request's context how far it is. Throws std::runtime_error when there is no

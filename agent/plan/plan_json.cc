@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "agent/plan/records_json.h"
+
 namespace agent {
 
 namespace {
@@ -12,7 +14,7 @@ std::string dumped(const nlohmann::json& value) {
 }
 
 nlohmann::json withoutConfig(const Measurement& measurement) {
-  nlohmann::json value = measurement;
+  nlohmann::json value = toJson(measurement);
   value.erase("config");
   return value;
 }
@@ -57,6 +59,7 @@ std::string planJson(const PlanFacts& facts, const Plan& plan) {
   for (const auto& finding : plan.findings) {
     findings.push_back({{"severity", nameOf(finding.severity)}, {"text", finding.text}});
   }
+  const nlohmann::json survey = toJson(facts.survey);
   return dumped(
       {{"source", facts.source},
        {"ctid", facts.ctid},
@@ -64,7 +67,7 @@ std::string planJson(const PlanFacts& facts, const Plan& plan) {
         {{"bytes", plan.bytes},
          {"files", plan.files},
          {"counted", plan.counted},
-         {"fileSystems", facts.survey.fileSystems}}},
+         {"fileSystems", survey["fileSystems"]}}},
        {"excludes", excludes},
        {"missingMounts", missing},
        {"node",
@@ -79,7 +82,7 @@ std::string planJson(const PlanFacts& facts, const Plan& plan) {
        {"distribution", {{"name", plan.distribution}, {"script", facts.node.distributionScript}}},
        {"services", {{"stop", facts.services}, {"running", facts.survey.runningServices}}},
        {"measurement", withoutConfig(facts.measurement)},
-       {"survey", facts.survey},
+       {"survey", survey},
        {"findings", findings},
        {"verdict", nameOf(plan.verdict)}});
 }

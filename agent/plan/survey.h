@@ -2,7 +2,6 @@
 #ifndef QX_AGENT_PLAN_SURVEY_H
 #define QX_AGENT_PLAN_SURVEY_H
 
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -46,18 +45,6 @@ struct SurveyRequest {
   std::vector<std::string> excludes;  // patterns that will not be copied
   long long patience = 5;             // seconds that looking at files may take
 };
-
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SurveyedFileSystem, device, mountPoint, type,
-                                                options, copied, mounted, remote, reason, counted,
-                                                bytes, files)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SwapFile, path, bytes)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Survey, fileSystems, scanComplete, largestUid,
-                                                largestGid, largestUidPath, largestGidPath,
-                                                immutableFiles, immutableCount, swapFiles,
-                                                lastlogBytes, lastlogAllocated, nestedStorage,
-                                                processors, systemdVersion, initScripts,
-                                                runningServices)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SurveyRequest, excludes, patience)
 
 // One line of a mount table, escapes resolved.
 struct MountLine {

@@ -1,8 +1,11 @@
 #include "agent/plan/survey_operator.h"
 
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "agent/framework/access.h"
+#include "agent/plan/records_json.h"
+#include "agent/transport/request.h"
 #include "agent/wire/bounded_json.h"
 #include "agent/wire/channels.h"
 #include "agent/wire/message.h"
@@ -61,13 +64,13 @@ class SurveyOperator : public QXL::QXLOperatorFunctionalPrototype {
     try {
       std::string text;
       if (in->getValueBase64(text, fieldSurvey) != 0) throw std::runtime_error("no settings came");
-      request = parseBounded(text).get<Request>();
+      fromJson(parseBounded(text), request);
     } catch (const std::exception& problem) {
       return QXL::addError(out, QXL::QXLErrors, 400, problem.what());
     }
     const CurrentRequest* current = CurrentRequest::get();
     try {
-      const nlohmann::json answer = function(request);
+      const nlohmann::json answer = toJson(function(request));
       if (current && current->cancel && current->cancel->isCancelled()) {
         return QXL::addError(out, QXL::QXLErrors, current->cancel->code(),
                              current->cancel->argument());
@@ -103,11 +106,15 @@ SurveyClient::~SurveyClient() {
 }
 
 Measurement SurveyClient::measure(const MeasureSettings& settings) {
-  return ask(methodMeasure, settings).get<Measurement>();
+  Measurement measurement;
+  fromJson(ask(methodMeasure, toJson(settings)), measurement);
+  return measurement;
 }
 
 Survey SurveyClient::survey(const SurveyRequest& request) {
-  return ask(methodSurvey, request).get<Survey>();
+  Survey survey;
+  fromJson(ask(methodSurvey, toJson(request)), survey);
+  return survey;
 }
 
 ClaimedIdentity SurveyClient::identify() {

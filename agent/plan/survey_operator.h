@@ -2,6 +2,7 @@
 #ifndef QX_AGENT_PLAN_SURVEY_OPERATOR_H
 #define QX_AGENT_PLAN_SURVEY_OPERATOR_H
 
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "agent/plan/identity.h"

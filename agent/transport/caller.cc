@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "agent/system/event.h"
 #include "agent/system/last_error.h"
+#include "agent/transport/request.h"
+#include "agent/wire/message.h"
 
 namespace agent {
 

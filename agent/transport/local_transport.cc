@@ -1,4 +1,7 @@
 #include "agent/transport/local_transport.h"
+#include "agent/transport/request.h"
+
+#include <nlohmann/json.hpp>
 
 #include "framework/access.h"
 

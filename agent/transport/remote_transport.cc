@@ -2,9 +2,11 @@
 
 #include <chrono>
 #include <future>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "agent/system/last_error.h"
+#include "agent/transport/request.h"
 #include "agent/wire/channels.h"
 #include "agent/wire/protocol.h"
 #include "agent/wire/request_context.h"

@@ -3,22 +3,16 @@
 #define QX_AGENT_TRANSPORT_TRANSPORT_H
 
 #include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "agent/system/cancel.h"
-#include "agent/wire/message.h"
 #include "framework/access.h"
 #include "framework/channel.h"
 
 namespace agent {
 
-// One request, before it is encoded.
-struct Request {
-  std::string session;       // the session's name; chosen by the caller
-  std::string operatorName;  // which operator serves the session
-  std::string method;
-  nlohmann::json body = nlohmann::json::object();
-};
+struct Request;
 
 }  // namespace agent
 

@@ -1,5 +1,6 @@
 #include "agent/wire/bounded_json.h"
 
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
 #include <vector>

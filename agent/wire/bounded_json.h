@@ -2,7 +2,7 @@
 #ifndef QX_AGENT_BOUNDED_JSON_H
 #define QX_AGENT_BOUNDED_JSON_H
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string_view>
 
 namespace agent {

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "agent/system/event.h"

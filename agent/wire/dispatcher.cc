@@ -1,7 +1,9 @@
 #include "agent/wire/dispatcher.h"
 
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "agent/wire/message.h"
 #include "agent/wire/message_fields.h"
 #include "agent/wire/operator_registry.h"
 #include "framework/errors.h"

@@ -1,5 +1,6 @@
 #include "agent/wire/frames.h"
 
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "agent/wire/bounded_json.h"

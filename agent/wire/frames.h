@@ -4,7 +4,7 @@
 #define QX_AGENT_WIRE_FRAMES_H
 
 #include <atomic>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <string_view>

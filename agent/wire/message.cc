@@ -1,5 +1,6 @@
 #include "agent/wire/message.h"
 
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "agent/system/last_error.h"
@@ -7,30 +8,32 @@
 
 namespace agent {
 
-Message::Message() : body_(nlohmann::json::object()) {}
+Message::Message() : Message(nlohmann::json::object()) {}
 
-Message::Message(nlohmann::json body) : body_(std::move(body)) {}
+Message::Message(nlohmann::json body) : body_(std::make_unique<nlohmann::json>(std::move(body))) {}
+
+Message::~Message() = default;
 
 int Message::putValueLongLong(long long value, int id) {
-  body_[std::to_string(id)] = value;
+  (*body_)[std::to_string(id)] = value;
   return 0;
 }
 
 int Message::getValueLongLong(long long& value, int id) {
-  const auto field = body_.find(std::to_string(id));
-  if (field == body_.end() || !field->is_number_integer()) return -1;
+  const auto field = body_->find(std::to_string(id));
+  if (field == body_->end() || !field->is_number_integer()) return -1;
   value = field->get<long long>();
   return 0;
 }
 
 int Message::putValueBase64(const std::string& value, int id) {
-  body_[std::to_string(id)] = {{"base64", encodeBase64(value)}};
+  (*body_)[std::to_string(id)] = {{"base64", encodeBase64(value)}};
   return 0;
 }
 
 int Message::getValueBase64(std::string& value, int id) {
-  const auto field = body_.find(std::to_string(id));
-  if (field == body_.end() || !field->is_object()) return -1;
+  const auto field = body_->find(std::to_string(id));
+  if (field == body_->end() || !field->is_object()) return -1;
   const auto text = field->find("base64");
   if (text == field->end() || !text->is_string()) return -1;
   std::optional<std::string> bytes = decodeBase64(text->get_ref<const std::string&>());
@@ -40,13 +43,13 @@ int Message::getValueBase64(std::string& value, int id) {
 }
 
 int Message::putError(int code, const std::string& text) {
-  body_["errors"].push_back({{"code", code}, {"text", encodeBase64(text)}});
+  (*body_)["errors"].push_back({{"code", code}, {"text", encodeBase64(text)}});
   return 0;
 }
 
 std::optional<std::pair<int, std::string>> Message::firstError() const {
-  const auto errors = body_.find("errors");
-  if (errors == body_.end() || errors->empty()) return std::nullopt;
+  const auto errors = body_->find("errors");
+  if (errors == body_->end() || errors->empty()) return std::nullopt;
   const nlohmann::json& first = errors->front();
   return std::pair(first.at("code").get<int>(),
                    decodeBase64(first.at("text").get<std::string>()).value_or(""));
@@ -68,13 +71,13 @@ void Message::check(const nlohmann::json& body) {
 int Message::putWriter(const QXL::QXLWriterPrototype& writer, int id) {
   boost::intrusive_ptr<Message> part(new Message());
   if (int result = writer.write(*part)) return result;
-  body_[std::to_string(id)] = {{"object", part->body_}};
+  (*body_)[std::to_string(id)] = {{"object", *part->body_}};
   return 0;
 }
 
 int Message::getReader(QXL::QXLReaderPrototype& reader, int id) {
-  const auto field = body_.find(std::to_string(id));
-  if (field == body_.end() || !field->is_object() || !field->contains("object") ||
+  const auto field = body_->find(std::to_string(id));
+  if (field == body_->end() || !field->is_object() || !field->contains("object") ||
       !(*field)["object"].is_object()) {
     if (reader.flags() != QXL::QXLReaderRequired) return 0;
     return fail("the message lacks the object field " + std::to_string(id));

@@ -2,7 +2,8 @@
 #ifndef QX_AGENT_WIRE_MESSAGE_H
 #define QX_AGENT_WIRE_MESSAGE_H
 
-#include <nlohmann/json.hpp>
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <utility>
@@ -18,6 +19,7 @@ class Message : public QXL::QXLMessageIterator {
  public:
   Message();
   explicit Message(nlohmann::json body);
+  ~Message() override;
 
   int putValueLongLong(long long value, int id) override;
   int getValueLongLong(long long& value, int id) override;
@@ -28,7 +30,7 @@ class Message : public QXL::QXLMessageIterator {
   // The first error; nothing when the message has none.
   std::optional<std::pair<int, std::string>> firstError() const;
 
-  const nlohmann::json& body() const { return body_; }
+  const nlohmann::json& body() const { return *body_; }
 
   // Throws std::runtime_error for a body that is not a message.
   static void check(const nlohmann::json& body);
@@ -38,7 +40,8 @@ class Message : public QXL::QXLMessageIterator {
   int getReader(QXL::QXLReaderPrototype& reader, int id) override;
 
  private:
-  nlohmann::json body_;
+  // Behind a pointer, for the sake of the many that include this.
+  std::unique_ptr<nlohmann::json> body_;
 };
 
 }  // namespace agent

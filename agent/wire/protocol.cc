@@ -1,5 +1,6 @@
 #include "agent/wire/protocol.h"
 
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "agent/wire/frames.h"

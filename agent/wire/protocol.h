@@ -2,7 +2,7 @@
 #ifndef QX_AGENT_WIRE_PROTOCOL_H
 #define QX_AGENT_WIRE_PROTOCOL_H
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 namespace agent {
 

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "agent/system/descendants.h"
@@ -18,6 +19,12 @@ namespace {
 // Of one line for people, in bytes.
 constexpr size_t longestProgress = 16384;
 }  // namespace
+
+struct Session::Item {
+  long long id;
+  std::string method;
+  nlohmann::json body;
+};
 
 Session::Session(boost::intrusive_ptr<QXL::QXLOpFactory> factory, FrameSink& sink,
                  ChannelTable& channels, const QXL::QXLClientContext& client)

@@ -4,7 +4,7 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <deque>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -42,11 +42,7 @@ class Session {
   bool finished() const { return finished_; }
 
  private:
-  struct Item {
-    long long id;
-    std::string method;
-    nlohmann::json body;
-  };
+  struct Item;
 
   void run();
   void serve(const Item& item, bool answer);
@@ -63,7 +59,7 @@ class Session {
 
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::deque<Item> queue_;
+  std::list<Item> queue_;
   long long running_ = 0;  // id, 0 when nothing runs
   std::shared_ptr<CancelToken> cancel_;
   bool ending_ = false;

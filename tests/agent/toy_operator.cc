@@ -3,9 +3,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "agent/transport/request.h"
 #include "agent/wire/channels.h"
+#include "agent/wire/message.h"
 #include "agent/wire/message_fields.h"
 #include "agent/wire/operator_registry.h"
 #include "framework/errors.h"

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "agent/wire/message.h"
 #include "fixtures/fake_workers.h"
 #include "fixtures/served.h"
 #include "frame/deserialize_operator.h"

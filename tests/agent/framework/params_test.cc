@@ -1,6 +1,7 @@
 // The parameters record on its way through a message.
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "agent/wire/message.h"
 #include "framework/env_manager.h"

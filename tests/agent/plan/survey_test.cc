@@ -19,6 +19,7 @@
 #include "agent/plan/survey_operator.h"
 #include "agent/transport/connect.h"
 #include "agent/transport/local_transport.h"
+#include "agent/wire/message.h"
 #include "agent/wire/operator_registry.h"
 #include "framework/errors.h"
 #include "support/scratch_host.h"

@@ -1,6 +1,7 @@
 #include "agent/transport/caller.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "framework/errors.h"
 

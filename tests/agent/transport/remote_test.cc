@@ -10,6 +10,7 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "agent/framework/access.h"

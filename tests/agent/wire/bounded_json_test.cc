@@ -3,6 +3,7 @@
 #include "agent/wire/bounded_json.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <condition_variable>
+#include <nlohmann/json.hpp>
 
 namespace {
 
