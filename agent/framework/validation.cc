@@ -19,31 +19,15 @@ bool isPlain(char c) {
          std::string_view("/._-+:@%=,").find(c) != std::string_view::npos;
 }
 
-// A value as it can be shown on one line.
-std::string shown(const std::string& value) {
-  std::string text = "'";
-  for (const char c : value) {
-    const unsigned char byte = static_cast<unsigned char>(c);
-    if (byte >= 32 && byte != 127) {
-      text += c;
-    } else {
-      char escaped[5];
-      snprintf(escaped, sizeof escaped, "\\x%02x", byte);
-      text += escaped;
-    }
-  }
-  return text + "'";
-}
-
 std::string refuseCharacter(const std::string& what, const std::string& value, char c) {
-  return what + " " + shown(value) + " holds the character " + shown(std::string(1, c)) +
+  return what + " " + quotedText(value) + " holds the character " + quotedText(std::string(1, c)) +
          ", which cannot be passed to a command";
 }
 
 std::string checkName(const std::string& what, const std::string& name) {
   if (name.empty()) return what + " '' is empty";
   if (name == "." || name == ".." || name.find('/') != std::string::npos) {
-    return what + " " + shown(name) + " is not a plain name";
+    return what + " " + quotedText(name) + " is not a plain name";
   }
   for (const char c : name) {
     if (!isPlain(c)) return refuseCharacter(what, name, c);
@@ -52,6 +36,22 @@ std::string checkName(const std::string& what, const std::string& name) {
 }
 
 }  // namespace
+
+std::string quotedText(const std::string& value) {
+  constexpr size_t kLongest = 256;  // bytes
+  std::string text = "'";
+  for (const char c : value.substr(0, kLongest)) {
+    const unsigned char byte = static_cast<unsigned char>(c);
+    if (byte >= 32 && byte < 127) {
+      text += c;
+    } else {
+      char escaped[5];
+      snprintf(escaped, sizeof escaped, "\\x%02x", byte);
+      text += escaped;
+    }
+  }
+  return text + (value.size() > kLongest ? "...'" : "'");
+}
 
 std::string checkContainerId(long long ctid) {
   if (ctid >= 1 && ctid <= host::kMaxCtid) return "";
@@ -62,7 +62,7 @@ std::string checkContainerId(long long ctid) {
 std::string checkExclusion(const std::string& pattern) {
   const std::string what = "exclusion";
   if (pattern.empty() || pattern[0] != '/') {
-    return what + " " + shown(pattern) + " is not an absolute path";
+    return what + " " + quotedText(pattern) + " is not an absolute path";
   }
   for (const char c : pattern) {
     const bool allowed = isPlain(c) || c == '*' || c == '?' || c == '[' || c == ']' || c == '~';
@@ -73,7 +73,7 @@ std::string checkExclusion(const std::string& pattern) {
 
 std::string checkRoot(const char* name, const std::string& path) {
   if (path.empty() || path[0] != '/')
-    return std::string(name) + " " + shown(path) + " is not an absolute path";
+    return std::string(name) + " " + quotedText(path) + " is not an absolute path";
   std::string plain = path;
   for (const std::string id : {"${VEID}", "$VEID"}) {
     for (size_t at; (at = plain.find(id)) != std::string::npos;) plain.replace(at, id.size(), "0");
@@ -82,13 +82,15 @@ std::string checkRoot(const char* name, const std::string& path) {
     if (!isPlain(c)) return refuseCharacter(name, path, c);
   }
   if (plain.find_first_not_of('/') == std::string::npos) {
-    return std::string(name) + " " + shown(path) + " is the root of the host";
+    return std::string(name) + " " + quotedText(path) + " is the root of the host";
   }
   if ((plain + "/").find("/../") != std::string::npos) {
-    return std::string(name) + " " + shown(path) + " has a '..' in it";
+    return std::string(name) + " " + quotedText(path) + " has a '..' in it";
   }
   return "";
 }
+
+std::string checkDistribution(const std::string& name) { return checkName("distribution", name); }
 
 std::string checkService(const std::string& name) { return checkName("service", name); }
 
@@ -121,7 +123,7 @@ std::string checkRecord(const QXA::QXAMigrateP2VSerializerParams& record) {
   std::optional<QXA::QXADistribution> distribution;
   config.getDistribution(distribution);
   if (problem.empty() && distribution) {
-    problem = checkName("distribution", distribution->name + distribution->version);
+    problem = checkDistribution(distribution->name + distribution->version);
   }
   std::optional<QXA::QXAOsTemplate> osTemplate;
   config.getOsTemplate(osTemplate);

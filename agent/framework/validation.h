@@ -16,10 +16,14 @@ std::string checkExclusion(const std::string& pattern);
 // for the id.
 std::string checkRoot(const char* name, const std::string& path);
 // A plain file name.
+std::string checkDistribution(const std::string& name);
 std::string checkService(const std::string& name);
 // ADDRESS or ADDRESS/PREFIX, IPv4 or IPv6, of one host; or "dhcp" or "auto".
 std::string checkAddress(const std::string& text);
 std::string checkNameserver(const std::string& text);
+/// A value in single quotes as it can be shown on one line of a terminal: bytes that are
+/// not printable ASCII are written as \xNN, and a long one is cut.
+std::string quotedText(const std::string& value);
 std::string checkRecord(const QXA::QXAMigrateP2VSerializerParams& record);
 
 }  // namespace agent

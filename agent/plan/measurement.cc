@@ -13,6 +13,8 @@
 #include <thread>
 
 #include "agent/framework/plugin.h"
+#include "agent/plan/amounts.h"
+#include "agent/plan/memory_limit.h"
 #include "agent/system/descendants.h"
 #include "agent/wire/request_context.h"
 #include "framework/env_manager.h"
@@ -149,6 +151,18 @@ Measurement measureHere(const MeasureSettings& settings) {
   if (code != 0) {
     result.warnings.push_back(
         {-1, "The host name '" + params.hostname + "' is not one a container can have."});
+  }
+  std::optional<std::set<QXL::QXLQoS>> records;
+  config.getQoSes(records);
+  if (records) {
+    if (const auto limit = correctMemoryLimit(*records, result.pageSize, settings.procScale)) {
+      result.notes.push_back("The memory limit is " + bytesText(limit->corrected) + " (" +
+                             std::to_string(limit->corrected) +
+                             " bytes): the usual formula counts in 32 bits, too few for this "
+                             "server, and came to " +
+                             std::to_string(limit->computed) + " bytes.");
+      config.setQoSes(records);
+    }
   }
   result.config = QXA::QXAEnvConfigBashParser((QXL::QXLVocCacheLocal())).format(config);
   return result;

@@ -40,6 +40,7 @@ struct Measurement {
   std::string hostname;
   std::vector<std::string> addresses, nameservers, searchDomains;
   std::vector<MeasureWarning> warnings;
+  std::vector<std::string> notes;  // what was done to the figures, for people
   std::vector<MeasuredExclude> excludes;
   std::string config;  // the computed configuration, NAME="value" lines
 };
@@ -53,7 +54,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Measurement, numproc, avnumproc,
                                                 shmpages, numflock, numiptent, diskspace,
                                                 diskinodes, quotaugidlimit, pageSize, distribution,
                                                 hostname, addresses, nameservers, searchDomains,
-                                                warnings, excludes, config)
+                                                warnings, notes, excludes, config)
 
 // Measures this machine with the plug-in's calculator, telling the current
 // request's context how far it is. Throws std::runtime_error when there is no

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <sys/statvfs.h>
+#include <sys/sysinfo.h>
 
 #include <filesystem>
 #include <memory>
@@ -112,6 +113,11 @@ NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params) {
                        : distribution->name + "-" + distribution->version,
                    facts);
 
+  struct sysinfo machine;
+  if (sysinfo(&machine) == 0) {
+    facts.memoryBytes = static_cast<long long>(machine.totalram) * machine.mem_unit;
+  }
+  facts.processors = get_nprocs();
   for (const MountLine& mount : parseMounts(contentsOf("/proc/self/mounts"))) {
     facts.cgroupV1 = facts.cgroupV1 || mount.type == "cgroup";
     facts.cgroupV2 = facts.cgroupV2 || mount.type == "cgroup2";

@@ -30,6 +30,8 @@ struct NodeFacts {
   std::string distributionScript;   // path; empty when the table has none
   bool distributionScriptExists = false;
   std::vector<std::string> distributions;  // names that the table has
+  long long memoryBytes = 0;               // 0: not known
+  long long processors = 0;
   bool cgroupV1 = false;  // systemd's own hierarchy, or a controller, of the generation
   bool cgroupV2 = false;
   // User and group ids that the container has, from 0 on; 0 for a privileged one,

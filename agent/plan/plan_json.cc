@@ -7,7 +7,8 @@ namespace agent {
 namespace {
 
 std::string dumped(const nlohmann::json& value) {
-  return value.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+  // In ASCII: it may be shown on a terminal, and names of a server must not drive that.
+  return value.dump(2, ' ', true, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
 nlohmann::json withoutConfig(const Measurement& measurement) {

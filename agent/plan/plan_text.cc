@@ -4,6 +4,9 @@
 #include <cstdio>
 #include <sstream>
 
+#include "agent/plan/amounts.h"
+#include "host/visible.h"
+
 namespace agent {
 
 namespace {
@@ -67,44 +70,11 @@ const char* labelOf(Severity severity) {
 
 }  // namespace
 
-std::string bytesText(long long bytes) {
-  static const char* const units[] = {"bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
-  if (bytes > -1024 && bytes < 1024) return std::to_string(bytes) + " bytes";
-  double value = static_cast<double>(bytes);
-  size_t unit = 0;
-  while ((value >= 1024 || value <= -1024) && unit + 1 < std::size(units)) {
-    value /= 1024;
-    ++unit;
-  }
-  char text[32];
-  snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
-  return text;
-}
-
-std::string countText(long long count) {
-  std::string text = std::to_string(count);
-  const size_t first = text[0] == '-' ? 1 : 0;
-  for (size_t at = text.size(); at > first + 3;) {
-    at -= 3;
-    text.insert(at, 1, ',');
-  }
-  return text;
-}
-
-std::string printable(const std::string& text) {
-  std::string result = text;
-  for (char& c : result) {
-    const unsigned char byte = static_cast<unsigned char>(c);
-    if (byte < 32 || byte == 127) c = '?';
-  }
-  return result;
-}
-
 std::string wrapped(const std::string& first, const std::string& indent, const std::string& text,
                     size_t width) {
   std::string result, line = first;
   bool empty = true;
-  std::istringstream stream(printable(text));
+  std::istringstream stream(host::visibleLine(text));
   for (std::string word; stream >> word;) {
     if (!empty && line.size() + 1 + word.size() > width) {
       result += line + "\n";
@@ -153,10 +123,11 @@ std::string measurementText(const std::string& source, const Measurement& m,
     text += heading("Not to be copied");
     for (const MeasuredExclude& exclude : m.excludes) text += wrapped("  ", "    ", exclude.path);
   }
-  if (!m.warnings.empty()) text += "\n";
+  if (!m.warnings.empty() || !m.notes.empty()) text += "\n";
   for (const MeasureWarning& warning : m.warnings) {
     text += wrapped("warning  ", "         ", warning.text);
   }
+  for (const std::string& note : m.notes) text += wrapped("note     ", "         ", note);
   return text;
 }
 
@@ -187,8 +158,8 @@ std::string planText(const PlanFacts& facts, const Plan& plan) {
   for (const SurveyedFileSystem& mount : facts.survey.fileSystems) {
     if (!mount.copied) continue;
     ++lines;
-    text += "  " + padded(printable(mount.mountPoint + " (" + mount.device + ")"), 38) +
-            padded(printable(mount.type), 10) + padded(bytesText(mount.bytes), 13, true) +
+    text += "  " + padded(host::visibleLine(mount.mountPoint + " (" + mount.device + ")"), 38) +
+            padded(host::visibleLine(mount.type), 10) + padded(bytesText(mount.bytes), 13, true) +
             padded(countText(mount.files), 14, true) + "\n";
   }
   if (lines > 1 || !facts.survey.swapFiles.empty()) {

@@ -6,16 +6,12 @@
 #include <vector>
 
 #include "agent/plan/plan.h"
+#include "agent/plan/plan_facts.h"
 
 namespace agent {
 
-// "512 bytes", "1.5 GiB".
-std::string bytesText(long long bytes);
-// "1,234,567".
-std::string countText(long long count);
-// What a server says, fit for a terminal: control characters become "?".
-std::string printable(const std::string& text);
-// Lines of at most `width` columns, all but the first indented; long words are cut.
+// Lines of at most `width` columns, all but the first indented; long words are cut, and
+// nothing in them can drive a terminal.
 std::string wrapped(const std::string& first, const std::string& indent, const std::string& text,
                     size_t width = 80);
 

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/sysinfo.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -342,6 +343,7 @@ Survey surveyHere(const SurveyRequest& asked) {
         "/var/lib/libvirt/images"}) {
     if (isFilled(place)) survey.nestedStorage.push_back(place);
   }
+  survey.processors = get_nprocs();
   surveyServices(survey);
   return survey;
 }

@@ -36,6 +36,7 @@ struct Survey {
   std::vector<SwapFile> swapFiles;
   long long lastlogBytes = 0, lastlogAllocated = 0;
   std::vector<std::string> nestedStorage;    // of container engines and snap, not empty
+  long long processors = 0;                  // 0: not known
   long long systemdVersion = 0;              // 0: the server does not run systemd
   std::vector<std::string> initScripts;      // names in /etc/init.d
   std::vector<std::string> runningServices;  // those of them that run
@@ -54,7 +55,8 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Survey, fileSystems, scanComplet
                                                 largestGid, largestUidPath, largestGidPath,
                                                 immutableFiles, immutableCount, swapFiles,
                                                 lastlogBytes, lastlogAllocated, nestedStorage,
-                                                systemdVersion, initScripts, runningServices)
+                                                processors, systemdVersion, initScripts,
+                                                runningServices)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SurveyRequest, excludes, patience)
 
 // One line of a mount table, escapes resolved.

@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "agent/framework/access.h"
+#include "agent/wire/bounded_json.h"
 #include "agent/wire/channels.h"
 #include "agent/wire/message.h"
 #include "agent/wire/message_fields.h"
@@ -56,7 +57,7 @@ class SurveyOperator : public QXL::QXLOperatorFunctionalPrototype {
     try {
       std::string text;
       if (in->getValueBase64(text, fieldSurvey) != 0) throw std::runtime_error("no settings came");
-      request = nlohmann::json::parse(text).get<Request>();
+      request = parseBounded(text).get<Request>();
     } catch (const std::exception& problem) {
       return QXL::addError(out, QXL::QXLErrors, 400, problem.what());
     }
@@ -108,7 +109,14 @@ Survey SurveyClient::survey(const SurveyRequest& request) {
 nlohmann::json SurveyClient::ask(const std::string& method, const nlohmann::json& request) {
   std::string answer;
   if (send(method, toText(request), answer) != 0) throw std::runtime_error(answer);
-  return nlohmann::json::parse(answer);
+  // Lists of mounts, files and services; not more than any server has.
+  constexpr JsonLimits kLimits{8, 200000};
+  try {
+    return parseBounded(answer, kLimits);
+  } catch (const std::runtime_error& problem) {
+    throw std::runtime_error("the server's answer to '" + method +
+                             "' is not acceptable: " + problem.what());
+  }
 }
 
 // `answer` receives the result's text, or the error's.

@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+#include "host/visible.h"
+
 namespace agent {
 
 namespace {
@@ -78,17 +80,19 @@ void Console::stageEnds(const std::string& stage, int result, double seconds) {
 void Console::line(const std::string& text) {
   if (quiet_) return;
   clear();
-  printf("  %s\n", text.c_str());
+  // Behind blanks, so that nothing a server says looks like a line of ours.
+  printf("  %s\n", host::visibleLines(text, "    ").c_str());
   fflush(stdout);
 }
 
 void Console::percent(const std::string& description, int percent) {
   if (quiet_) return;
+  const std::string what = host::visibleLine(description, 80);
   if (!terminal_) {
-    printf("  %s: %d%%\n", description.c_str(), percent);
+    printf("  %s: %d%%\n", what.c_str(), percent);
   } else {
     clear();
-    printf("%-18s %s: %d%%", stage_.c_str(), description.c_str(), percent);
+    printf("%-18s %s: %d%%", stage_.c_str(), what.c_str(), percent);
     shown_ = true;
   }
   fflush(stdout);

@@ -3,9 +3,13 @@
 #include <chrono>
 #include <stdexcept>
 
+#include "agent/plan/disk_limits.h"
+#include "agent/plan/exclusions.h"
+#include "agent/plan/measured_config.h"
 #include "agent/plan/survey_operator.h"
 #include "agent/transport/connect.h"
 #include "framework/env_manager.h"
+#include "framework/errors.h"
 
 namespace agent {
 
@@ -88,7 +92,17 @@ Planning::Planning(const QXL::QXLConnectionInfo& source, MigrationView& view,
 Planning::~Planning() = default;
 
 Measurement Planning::measure(const MeasureSettings& settings) {
-  return shown(parts_->view, "measure", [&]() { return parts_->client->measure(settings); });
+  return shown(parts_->view, "measure", [&]() {
+    Measurement claimed = parts_->client->measure(settings);
+    const QXA::QXAEnvConfigBashParser parser((QXL::QXLVocCacheLocal()));
+    QXA::QXAEnvConfig config;
+    if (parser.parse(claimed.config, config) != 0) {
+      throw std::runtime_error("the measurement: " + QXL::getErrorMessage());
+    }
+    for (const std::string& text : keepMeasurable(config)) claimed.warnings.push_back({-1, text});
+    claimed.config = parser.format(config);
+    return claimed;
+  });
 }
 
 PlanFacts Planning::gather(MigrateOptions& options, const MeasureSettings& settings) {
@@ -104,13 +118,27 @@ PlanFacts Planning::gather(MigrateOptions& options, const MeasureSettings& setti
 
   options.measuredConfig = facts.measurement.config;
   // What cannot be passed on is a reason to stop, which the plan tells.
-  MigrateOptions checked = options;
-  checked.distributionRequired = false;
-  const auto params = makeParams(checked);
-  facts.node = nodeFacts(*params);
+  const auto made = [&]() {
+    MigrateOptions checked = options;
+    checked.distributionRequired = false;
+    return makeParams(checked);
+  };
+  facts.node = nodeFacts(*made());
   const QXA::QXAEnvConfigBashParser parser((QXL::QXLVocCacheLocal()));
-  facts.config =
-      host::parseOwnShellVars(parser.format(*params->options.config), host::idAsWritten());
+  QXA::QXAEnvConfig measured;
+  if (parser.parse(options.measuredConfig, measured) != 0) {
+    throw std::runtime_error("the measurement: " + QXL::getErrorMessage());
+  }
+  const bool ownFileSystem = facts.node.storage != "directory";
+  const auto raised = raiseDiskLimits(measured, copiedFigures(facts.survey), ownFileSystem);
+  options.measuredConfig = parser.format(measured);
+  const auto params = made();
+  const QXA::QXAEnvConfig& config = *params->options.config;
+  for (const RaisedLimit& limit : raised) {
+    // Whoever gave a limit by an option or a file has decided otherwise.
+    if (limitOf(config, limit.name) == limit.limit) facts.notes.push_back(limit.text);
+  }
+  facts.config = host::parseOwnShellVars(parser.format(config), host::idAsWritten());
   options.excludes = exclusionPatterns(facts);
   return facts;
 }

@@ -2,6 +2,7 @@
 // or shows the plan, or the server's measurement, alone.
 
 #include <poll.h>
+#include <sys/eventfd.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -10,6 +11,7 @@
 #include <thread>
 
 #include "agent/framework/plugin.h"
+#include "agent/plan/make_plan.h"
 #include "agent/plan/plan_json.h"
 #include "agent/plan/plan_text.h"
 #include "agent/plan/survey_operator.h"
@@ -25,6 +27,7 @@
 #include "framework/errors.h"
 #include "host/file.h"
 #include "host/shell_vars.h"
+#include "host/visible.h"
 
 namespace {
 
@@ -35,8 +38,8 @@ constexpr int exitNoPlan = 3;
 constexpr int exitUsage = 64;
 constexpr int exitCancelled = 130;
 
-// Cancels the migration at the first signal; a second one changes nothing, since
-// what was begun must be undone.
+// Cancels the migration at the first signal. A second one gives up the server's end,
+// which sees to itself; what was begun on this node is still undone.
 class CancelOnSignal {
  public:
   CancelOnSignal(int stopFd, std::shared_ptr<agent::CancelToken> token)
@@ -45,8 +48,17 @@ class CancelOnSignal {
           while (poll(entries, 2, -1) < 0) {
           }
           if (!entries[0].revents) return;
-          fprintf(stderr, "\nqxmigrate: stopping; what was begun is being undone\n");
+          fprintf(stderr,
+                  "\nqxmigrate: stopping; what was begun is being undone (once more: without "
+                  "waiting for the server)\n");
+          eventfd_t count;
+          eventfd_read(stopFd, &count);
           token->cancel();
+          while (poll(entries, 2, -1) < 0) {
+          }
+          if (!entries[0].revents) return;
+          fprintf(stderr, "\nqxmigrate: the server is not waited for\n");
+          token->abandon();
         }) {}
   ~CancelOnSignal() {
     agent::raiseEvent(done_);
@@ -177,7 +189,7 @@ void describe(CLI::App& app, Settings& settings) {
 }
 
 int usage(const std::exception& problem) {
-  fprintf(stderr, "qxmigrate: %s\n", problem.what());
+  fprintf(stderr, "qxmigrate: %s\n", host::visibleLines(problem.what()).c_str());
   return exitUsage;
 }
 
@@ -241,7 +253,8 @@ int migrate(Settings& settings, agent::MigrationView& view,
     fprintf(stderr, "qxmigrate: cancelled in stage '%s'\n", result.stage.c_str());
     return exitCancelled;
   }
-  fprintf(stderr, "qxmigrate: stage '%s' failed: %s\n", result.stage.c_str(), result.text.c_str());
+  fprintf(stderr, "qxmigrate: stage '%s' failed: %s\n", result.stage.c_str(),
+          host::visibleLines(result.text).c_str());
   return exitFailed;
 }
 
@@ -274,7 +287,7 @@ int run(Settings& settings) {
       fprintf(stderr, "qxmigrate: cancelled\n");
       return exitCancelled;
     }
-    fprintf(stderr, "qxmigrate: %s\n", problem.what());
+    fprintf(stderr, "qxmigrate: %s\n", host::visibleLines(problem.what()).c_str());
     return settings.command == Command::plan ? exitNoPlan : exitFailed;
   }
 }
@@ -307,7 +320,7 @@ int main(int argc, char** argv) {
   try {
     return run(settings);
   } catch (const std::exception& problem) {
-    fprintf(stderr, "qxmigrate: %s\n", problem.what());
+    fprintf(stderr, "qxmigrate: %s\n", host::visibleLines(problem.what()).c_str());
     return settings.command == Command::plan ? exitNoPlan : exitFailed;
   }
 }

@@ -4,7 +4,12 @@
 
 namespace agent {
 
-CancelToken::CancelToken() : event_(newEvent()) {}
+CancelToken::CancelToken() : event_(newEvent()), abandonEvent_(newEvent()) {}
+
+void CancelToken::abandon() {
+  abandoned_ = true;
+  raiseEvent(abandonEvent_);
+}
 
 void CancelToken::cancel(int code, const std::string& argument) {
   {

@@ -2,6 +2,7 @@
 #ifndef QX_AGENT_SYSTEM_CANCEL_H
 #define QX_AGENT_SYSTEM_CANCEL_H
 
+#include <atomic>
 #include <mutex>
 #include <string>
 
@@ -12,6 +13,8 @@ namespace agent {
 // Error codes of the framework's table that a cancel is told with.
 inline constexpr int cancelledByUser = 499;
 inline constexpr int connectionLost = 410;
+// An agent that did not answer in time.
+inline constexpr int answerTimedOut = 408;
 
 // A flag that can be waited for. Any thread may cancel; it stays cancelled, and
 // the first reason stands.
@@ -26,11 +29,20 @@ class CancelToken {
   // Readable once cancelled; for poll.
   int fd() const { return event_.get(); }
 
+  /// Beyond a cancel: what another machine still does to end its part is not waited
+  /// for either. Any thread.
+  void abandon();
+  bool isAbandoned() const { return abandoned_; }
+  /// Readable once abandoned; for poll.
+  int abandonFd() const { return abandonEvent_.get(); }
+
  private:
   mutable std::mutex mutex_;
   int code_ = 0;
   std::string argument_;
   host::Fd event_;
+  std::atomic<bool> abandoned_{false};
+  host::Fd abandonEvent_;
 };
 
 }  // namespace agent

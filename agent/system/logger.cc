@@ -7,6 +7,7 @@
 #include <string>
 
 #include "agent/system/log_level.h"
+#include "host/visible.h"
 
 namespace {
 std::mutex mutex;
@@ -32,11 +33,13 @@ void logMessage(int level, const char* plugin, const char* source, const char* f
   char stamp[32];
   strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%S", &local);
   fprintf(stderr, "%s %d %s %s %s: ", stamp, level, plugin, source, function);
+  char text[8192];
   va_list arguments;
   va_start(arguments, format);
-  vfprintf(stderr, format, arguments);
+  vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
-  fputc('\n', stderr);
+  // A log is read on terminals, and programs of other machines have a part in it.
+  fprintf(stderr, "%s\n", host::visibleLines(text).c_str());
 }
 
 }  // namespace QXL

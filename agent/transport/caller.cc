@@ -2,6 +2,7 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <chrono>
 #include <stdexcept>
 
@@ -15,7 +16,18 @@ namespace {
 using Clock = std::chrono::steady_clock;
 // How long a cancelled request may take to answer, and how often it is reminded.
 constexpr std::chrono::seconds cancelPatience(30);
-constexpr int reminderMilliseconds = 1000;
+// How long one that is late already has for that.
+constexpr std::chrono::seconds lateTimeout(5);
+constexpr std::chrono::milliseconds reminder(1000);
+// Lines of progress that may wait; of more the oldest go.
+constexpr size_t mostWaiting = 1000;
+
+// For poll: rounded up, and no longer than a poll can be.
+int millisecondsUntil(Clock::time_point when) {
+  if (when == Clock::time_point::max()) return -1;
+  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(when - Clock::now());
+  return static_cast<int>(std::clamp<long long>(left.count() + 1, 0, 3600000));
+}
 
 std::string lostText(const std::string& reason) {
   return "The connection to the agent was lost" + (reason.empty() ? "" : ": " + reason);
@@ -32,13 +44,15 @@ struct Caller::Pending {
 
   void push(const nlohmann::json& frame) {
     std::lock_guard lock(mutex);
+    if (frames.size() >= mostWaiting) frames.pop_front();
     frames.push_back(frame);
     raiseEvent(event);
   }
 };
 
 int Caller::call(const Request& request, nlohmann::json& answer,
-                 QXL::QXLProgressHandlerPrototype* handler, CancelToken* cancel) {
+                 QXL::QXLProgressHandlerPrototype* handler, CancelToken* cancel,
+                 const RequestLimits& limits) {
   const auto pending = std::make_shared<Pending>();
   long long id;
   {
@@ -65,22 +79,38 @@ int Caller::call(const Request& request, nlohmann::json& answer,
     return done(connectionLost);
   }
 
-  Clock::time_point giveUp = Clock::time_point::max();
+  constexpr Clock::time_point never = Clock::time_point::max();
+  const Clock::time_point due = limits.longest.count() ? Clock::now() + limits.longest : never;
+  Clock::time_point giveUp = never;
   for (;;) {
-    const bool cancelled = cancel && cancel->isCancelled();
-    if (cancelled) {
+    const bool late = Clock::now() >= due;
+    const bool stopping = late || (cancel && cancel->isCancelled());
+    if (limits.abandon && limits.abandon->isAbandoned()) {
+      fail("'" + request.method + "' was not waited for");
+      return done(cancelledByUser);
+    }
+    if (stopping) {
       // Sent again and again: what was just starting may have missed the first.
       sink_.send({{"type", "cancel"}, {"id", id}});
-      if (giveUp == Clock::time_point::max()) giveUp = Clock::now() + cancelPatience;
+      if (giveUp == never) giveUp = Clock::now() + (late ? lateTimeout : cancelPatience);
       if (Clock::now() >= giveUp) {
+        if (late) {
+          fail("the agent did not answer '" + request.method + "' within " +
+               std::to_string(
+                   std::chrono::duration_cast<std::chrono::seconds>(limits.longest).count()) +
+               " seconds");
+          return done(answerTimedOut);
+        }
         fail("the agent did not stop '" + request.method + "' within " +
              std::to_string(cancelPatience.count()) + " seconds");
         return done(cancelledByUser);
       }
     }
-    pollfd entries[2] = {{pending->event.get(), POLLIN, 0},
+    pollfd entries[3] = {{pending->event.get(), POLLIN, 0},
+                         {limits.abandon ? limits.abandon->abandonFd() : -1, POLLIN, 0},
                          {cancel ? cancel->fd() : -1, POLLIN, 0}};
-    poll(entries, cancelled ? 1 : 2, cancelled ? reminderMilliseconds : -1);
+    const Clock::time_point wakeAt = stopping ? Clock::now() + reminder : due;
+    poll(entries, stopping ? 2 : 3, millisecondsUntil(wakeAt));
     clearEvent(pending->event);
     for (;;) {
       nlohmann::json frame;

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "agent/system/cancel.h"
+#include "agent/transport/request_limits.h"
 #include "agent/transport/transport.h"
 #include "agent/wire/frames.h"
 
@@ -19,9 +20,12 @@ class Caller {
  public:
   explicit Caller(FrameSink& sink) : sink_(sink) {}
 
-  // See QXLRequestTransport::call.
+  // See QXLRequestTransport::call. A request that takes longer than its limits allow is
+  // cancelled like one that was cancelled by the user, and ends with error 408; one that
+  // is abandoned ends at once, with error 499.
   int call(const Request& request, nlohmann::json& answer,
-           QXL::QXLProgressHandlerPrototype* handler, CancelToken* cancel);
+           QXL::QXLProgressHandlerPrototype* handler, CancelToken* cancel,
+           const RequestLimits& limits = {});
 
   // A "progress" or "answer" frame came in. Throws std::runtime_error when it is
   // malformed.

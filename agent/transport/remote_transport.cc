@@ -67,7 +67,13 @@ void RemoteTransport::disconnect() {
 
 int RemoteTransport::call(const Request& request, nlohmann::json& answer,
                           QXL::QXLProgressHandlerPrototype* handler, CancelToken* cancel) {
-  return caller_.call(request, answer, handler, cancel);
+  RequestLimits limits = limitsOf(request.method);
+  limits.abandon = cancelOnLoss_.get();
+  // The connection is used by one thread at a time, but for the beat.
+  connection_.expectFramesOf(limits.frameBytes);
+  const int result = caller_.call(request, answer, handler, cancel, limits);
+  connection_.expectFramesOf(usualFrameBytes);
+  return result;
 }
 
 boost::intrusive_ptr<QXL::QXLChannelPrototype> RemoteTransport::createChannel(

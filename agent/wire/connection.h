@@ -39,6 +39,7 @@ class Connection : public FrameSink {
 
   void start(FrameHandler onFrame, LossHandler onLost);
   bool send(const nlohmann::json& frame, const std::vector<int>& fds = {}) override;
+  void expectFramesOf(size_t bytes) override { decoder_.accept(bytes); }
 
   // Ends the reading thread from any thread; onLost is called if it was not yet.
   void close(const std::string& reason);

@@ -2,6 +2,8 @@
 
 #include <stdexcept>
 
+#include "agent/wire/bounded_json.h"
+
 namespace agent {
 
 std::string encodeFrame(const nlohmann::json& frame) {
@@ -20,13 +22,12 @@ std::string encodeFrame(const nlohmann::json& frame) {
 }
 
 nlohmann::json parseFrame(std::string_view text) {
-  bool tooDeep = false;
-  const auto watch = [&](int depth, nlohmann::json::parse_event_t, nlohmann::json&) {
-    if (depth > maxFrameDepth) tooDeep = true;
-    return !tooDeep;
-  };
-  nlohmann::json frame = nlohmann::json::parse(text.begin(), text.end(), watch, false);
-  if (tooDeep) throw std::runtime_error("a frame is nested too deeply");
+  nlohmann::json frame;
+  try {
+    frame = parseBounded(text);
+  } catch (const std::runtime_error& problem) {
+    throw std::runtime_error(std::string("a frame is not acceptable: ") + problem.what());
+  }
   if (!frame.is_object()) throw std::runtime_error("a frame is not a JSON object");
   textOf(frame, "type");
   return frame;
@@ -38,9 +39,9 @@ std::optional<nlohmann::json> FrameDecoder::next() {
   for (size_t i = 0; i < 4; ++i) {
     length = length << 8 | static_cast<unsigned char>(buffer_[at_ + i]);
   }
-  if (length > maxFrameBytes) {
+  if (length > most_) {
     throw std::runtime_error("a frame of " + std::to_string(length) +
-                             " bytes is announced, the most is " + std::to_string(maxFrameBytes));
+                             " bytes is announced, the most is " + std::to_string(most_));
   }
   if (buffer_.size() - at_ - 4 < length) return std::nullopt;
   nlohmann::json frame = parseFrame(std::string_view(buffer_).substr(at_ + 4, length));

@@ -3,6 +3,7 @@
 #ifndef QX_AGENT_WIRE_FRAMES_H
 #define QX_AGENT_WIRE_FRAMES_H
 
+#include <atomic>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -15,8 +16,9 @@ namespace agent {
 
 // No frame is longer. A quota dump of 50,000 users has 5 MB.
 inline constexpr size_t maxFrameBytes = 32u << 20;
-// JSON may not nest deeper.
-inline constexpr int maxFrameDepth = 16;
+// Nor is one that answers to nothing of which more is known: what another machine can
+// make this process keep is bounded by it.
+inline constexpr size_t usualFrameBytes = 1u << 20;
 
 // Where frames are sent. Threads may share one.
 class FrameSink {
@@ -25,6 +27,8 @@ class FrameSink {
   // Sends a frame, and descriptors with it where the connection can carry them.
   // False when it could not be sent; the connection is lost then.
   virtual bool send(const nlohmann::json& frame, const std::vector<int>& fds = {}) = 0;
+  // Frames that come back may have that many bytes from now on.
+  virtual void expectFramesOf(size_t) {}
 };
 
 // Throws std::length_error for a frame that is too long.
@@ -37,6 +41,9 @@ nlohmann::json parseFrame(std::string_view text);
 class FrameDecoder {
  public:
   void feed(std::string_view bytes) { buffer_.append(bytes); }
+  // Frames of up to that many bytes are accepted from now on; at first those of
+  // usualFrameBytes. Any thread.
+  void accept(size_t bytes) { most_ = bytes; }
   // The next whole frame; nothing when more bytes are needed. Throws
   // std::runtime_error as soon as the stream cannot be frames.
   std::optional<nlohmann::json> next();
@@ -44,6 +51,7 @@ class FrameDecoder {
  private:
   std::string buffer_;
   size_t at_ = 0;
+  std::atomic<size_t> most_{usualFrameBytes};
 };
 
 // A field of a frame, checked for its type: throws std::runtime_error.

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <stdexcept>
 
 #include "agent/system/descendants.h"
 #include "agent/wire/message_fields.h"
@@ -12,6 +13,11 @@
 #include "framework/errors.h"
 
 namespace agent {
+
+namespace {
+// Of one line for people, in bytes.
+constexpr size_t longestProgress = 16384;
+}  // namespace
 
 Session::Session(boost::intrusive_ptr<QXL::QXLOpFactory> factory, FrameSink& sink,
                  ChannelTable& channels, const QXL::QXLClientContext& client)
@@ -27,6 +33,10 @@ Session::~Session() { end(); }
 
 bool Session::submit(long long id, const std::string& method, const nlohmann::json& body) {
   std::lock_guard lock(mutex_);
+  if (closed_) {
+    refuse(id, 409, "the session has ended");
+    return true;
+  }
   if (queue_.size() >= static_cast<size_t>(accesser_->maxQueued())) return false;
   queue_.push_back({id, method, body});
   changed_.notify_all();
@@ -42,9 +52,7 @@ void Session::cancel(long long id) {
   for (auto item = queue_.begin(); item != queue_.end(); ++item) {
     if (item->id != id) continue;
     queue_.erase(item);
-    boost::intrusive_ptr<Message> out(new Message());
-    QXL::addError(out, QXL::QXLErrors, cancelledByUser, "");
-    sink_.send({{"type", "answer"}, {"id", id}, {"body", out->body()}});
+    refuse(id, cancelledByUser, "");
     return;
   }
 }
@@ -93,11 +101,10 @@ void Session::run() {
       serve(item, true);
       continue;
     }
-    boost::intrusive_ptr<Message> out(new Message());
-    QXL::addError(out, QXL::QXLErrors, 429, refusal);
-    sink_.send({{"type", "answer"}, {"id", item.id}, {"body", out->body()}});
+    refuse(item.id, 429, refusal);
     finished_ = true;
   }
+  refuseWaiting();
   if (acquired && !finished_) {
     cancel_ = std::make_shared<CancelToken>();
     serve({0, methodFinish, nlohmann::json::object()}, false);
@@ -111,8 +118,8 @@ void Session::serve(const Item& item, bool answer) {
     if (!answer) return;
     sink_.send({{"type", "progress"},
                 {"id", item.id},
-                {"text", data.text},
-                {"description", data.description},
+                {"text", data.text.substr(0, longestProgress)},
+                {"description", data.description.substr(0, longestProgress)},
                 {"percent", data.percent}});
   };
   boost::intrusive_ptr<Message> in(new Message(item.body));
@@ -132,7 +139,28 @@ void Session::serve(const Item& item, bool answer) {
     }
   }
   if (item.method == methodFinish) finished_ = true;
-  if (answer) sink_.send({{"type", "answer"}, {"id", item.id}, {"body", out->body()}});
+  if (!answer) return;
+  try {
+    sink_.send({{"type", "answer"}, {"id", item.id}, {"body", out->body()}});
+  } catch (const std::length_error& problem) {
+    // A failure of this request, and of nothing else.
+    refuse(item.id, 500, "the answer of '" + item.method + "' is too large: " + problem.what());
+  }
+}
+
+// What came after "finish" is told that there is nothing left to serve it.
+void Session::refuseWaiting() {
+  std::lock_guard lock(mutex_);
+  if (ending_) return;
+  for (const Item& item : queue_) refuse(item.id, 409, "the session has ended");
+  queue_.clear();
+  closed_ = true;
+}
+
+void Session::refuse(long long id, int code, const std::string& argument) {
+  boost::intrusive_ptr<Message> out(new Message());
+  QXL::addError(out, QXL::QXLErrors, code, argument);
+  sink_.send({{"type", "answer"}, {"id", id}, {"body", out->body()}});
 }
 
 }  // namespace agent

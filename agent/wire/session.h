@@ -51,6 +51,8 @@ class Session {
   void run();
   void serve(const Item& item, bool answer);
   void stopPrograms();
+  void refuse(long long id, int code, const std::string& argument);
+  void refuseWaiting();
 
   boost::intrusive_ptr<QXL::QXLOpFactory> factory_;
   FrameSink& sink_;
@@ -66,6 +68,7 @@ class Session {
   std::shared_ptr<CancelToken> cancel_;
   bool ending_ = false;
   bool ended_ = false;
+  bool closed_ = false;  // nothing is served any more
   std::atomic<bool> finished_{false};
   std::atomic<int> threadId_{0};
   std::thread thread_;

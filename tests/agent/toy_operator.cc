@@ -59,6 +59,8 @@ class Operator : public QXL::QXLHaulControlOperatorPrototype {
     add("whoami", &Operator::whoami);
     add("channel", &Operator::channel);
     add("silent", &Operator::silent);
+    add("flood", &Operator::flood);
+    add("pause", &Operator::pause);
     m_methods[""] = {nullptr, 0, 0};
   }
 
@@ -147,6 +149,16 @@ class Operator : public QXL::QXLHaulControlOperatorPrototype {
     }
     worker().endCommand({});
   }
+  void flood(const Iterator&, const Iterator&) {
+    worker().beginCommand();
+    worker().endCommandWithAnswer(TextWriter(std::string(40u << 20, 'x')));
+  }
+  void pause(const Iterator&, const Iterator&) {
+    worker().beginCommand();
+    ++counts().pausing;
+    usleep(100000);
+    worker().endCommand({});
+  }
   void silent(const Iterator&, const Iterator&) {
     worker().beginCommand();
     worker().getContextLocal()->fsetLastError(-1, "said nothing");
@@ -164,6 +176,7 @@ void reset() {
   counts().finished = 0;
   counts().finishedWell = 0;
   counts().sleeping = 0;
+  counts().pausing = 0;
 }
 
 Registration::Registration() {

@@ -18,6 +18,7 @@ struct Counts {
   std::atomic<int> finished{0};
   std::atomic<int> finishedWell{0};
   std::atomic<int> sleeping{0};
+  std::atomic<int> pausing{0};
 };
 Counts& counts();
 void reset();

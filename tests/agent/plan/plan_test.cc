@@ -1,6 +1,7 @@
 // Plans: facts in, findings and verdict out.
 
-#include "agent/plan/plan.h"
+#include "agent/plan/amounts.h"
+#include "agent/plan/make_plan.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -110,6 +111,7 @@ TEST(Plan, AnImageIsAsLargeAsItsLimits) {
   facts.node.storage = "ext4";
   // It has inodes of its own.
   facts.node.freeInodes = 10;
+  facts.config["DISKSPACE"] = "2621500:2621500";
   EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
   facts.config["DISKSPACE"] = "1000:2000";
   expectFinding(facts, Severity::block,
@@ -121,10 +123,67 @@ TEST(Plan, AnImageIsAsLargeAsItsLimits) {
       "The node keeps containers in ext4 images (STORAGE): give a size with --diskspace.");
   facts = goodFacts();
   facts.node.storage = "ext4";
+  facts.config["DISKSPACE"] = "2621500:2621500";
   facts.config["DISKINODES"] = "1000:49999";
   expectFinding(facts, Severity::block,
                 "The container's limit is 49,999 inodes, and 50,000 files are copied: give "
                 "--diskinodes, such as 50000:55000.");
+}
+
+TEST(Plan, AnImageThatIsNearlyFullFromTheStartWarns) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.storage = "ext4";
+  facts.config["DISKINODES"] = "100000:100000";
+  facts.config["DISKSPACE"] = "2356296:2356296";  // 89 % full
+  expectFinding(facts, Severity::warning,
+                "The container's disk is more than 80 % full from the start, 2.0 GiB of 2.2 GiB: "
+                "give --diskspace, such as 2621375:2621375.");
+  facts.config["DISKSPACE"] = "2621500:2621500";
+  EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
+  // A limit that is merely a number is used up or not.
+  facts.node.storage = "directory";
+  facts.config["DISKSPACE"] = "2356296:2356296";
+  EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
+}
+
+TEST(Plan, MoreMemoryThanTheNodeHasWarns) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.memoryBytes = 4 * gib;
+  facts.config["SLMMEMORYLIMIT"] = "4294967297:4294967297";
+  expectFinding(facts, Severity::warning,
+                "The container is promised 4.0 GiB of memory, and the node has 4.0 GiB.");
+  facts.config["SLMMEMORYLIMIT"] = "4294967296:4294967296";
+  EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
+}
+
+TEST(Plan, LessMemoryThanTheServerUsesWarns) {
+  agent::PlanFacts facts = goodFacts();
+  facts.measurement.privvmpages = 1310720;
+  facts.config["SLMMEMORYLIMIT"] = "1073741824:1073741824";
+  expectFinding(facts, Severity::warning,
+                "The server's programs use 5.0 GiB of memory of their own, and the container's "
+                "limit is 1.0 GiB: some of them would be killed. Give a larger SLMMEMORYLIMIT in "
+                "--config.");
+  facts.config["SLMMEMORYLIMIT"] = "5368709120:5368709120";
+  EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
+}
+
+TEST(Plan, FewerProcessorsThanTheServerHasWarn) {
+  agent::PlanFacts facts = goodFacts();
+  facts.survey.processors = 8;
+  facts.node.processors = 2;
+  expectFinding(facts, Severity::warning, "The server has 8 processors, and the node has 2.");
+  facts.node.processors = 8;
+  EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
+}
+
+TEST(Plan, WhatWasDoneToTheFiguresIsNoted) {
+  agent::PlanFacts facts = goodFacts();
+  facts.measurement.notes = {"The memory limit is recomputed."};
+  expectFinding(facts, Severity::note, "The memory limit is recomputed.");
+  facts = goodFacts();
+  facts.notes = {"The disk limit is raised."};
+  expectFinding(facts, Severity::note, "The disk limit is raised.");
 }
 
 TEST(Plan, SpaceAndInodesBlockWhenShortAndWarnWithoutMargin) {

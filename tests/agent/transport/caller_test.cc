@@ -53,6 +53,82 @@ TEST(Caller, WhatCannotBeSentIsALoss) {
   EXPECT_EQ(caller.call({}, answer, nullptr, nullptr), 410);
 }
 
+TEST(Caller, AnAgentThatNeverAnswersIsGivenUp) {
+  FakeSink sink;
+  agent::Caller caller(sink);
+  agent::RequestLimits limits;
+  limits.longest = std::chrono::milliseconds(1000);
+  nlohmann::json answer;
+  EXPECT_EQ(caller.call({"s", "op", "finish"}, answer, nullptr, nullptr, limits), 408);
+  EXPECT_EQ(QXL::getErrorMessage(), "the agent did not answer 'finish' within 1 seconds");
+  EXPECT_EQ(sink.sent[1]["type"], "cancel");
+}
+
+TEST(Caller, AnAnswerWithinTheLimitIsTaken) {
+  FakeSink sink;
+  agent::Caller caller(sink);
+  sink.onSend = [&](const nlohmann::json& frame) {
+    caller.onFrame({{"type", "answer"}, {"id", frame["id"]}, {"body", nlohmann::json::object()}});
+  };
+  agent::RequestLimits limits;
+  limits.longest = std::chrono::milliseconds(60000);
+  nlohmann::json answer;
+  EXPECT_EQ(caller.call({"s", "op", "finish"}, answer, nullptr, nullptr, limits), 0);
+}
+
+TEST(Caller, WhatIsAbandonedEndsAtOnceWhateverTheAgentDoes) {
+  FakeSink sink;
+  agent::Caller caller(sink);
+  agent::CancelToken token;
+  sink.onSend = [&](const nlohmann::json& frame) {
+    // Progress without end is no answer.
+    caller.onFrame({{"type", "progress"},
+                    {"id", frame["id"]},
+                    {"text", "soon"},
+                    {"description", ""},
+                    {"percent", -1}});
+    token.abandon();
+  };
+  agent::RequestLimits limits;
+  limits.abandon = &token;
+  nlohmann::json answer;
+  EXPECT_EQ(caller.call({"s", "op", "finish"}, answer, nullptr, nullptr, limits), 499);
+  EXPECT_EQ(QXL::getErrorMessage(), "'finish' was not waited for");
+}
+
+TEST(Caller, LinesThatNobodyReadsDoNotPileUpAndTheAnswerStays) {
+  FakeSink sink;
+  agent::Caller caller(sink);
+  sink.onSend = [&](const nlohmann::json& frame) {
+    for (int i = 0; i < 5000; ++i) {
+      caller.onFrame({{"type", "progress"},
+                      {"id", frame["id"]},
+                      {"text", std::to_string(i)},
+                      {"description", ""},
+                      {"percent", -1}});
+    }
+    caller.onFrame({{"type", "answer"}, {"id", frame["id"]}, {"body", {{"1", 5}}}});
+  };
+  class Counter : public QXL::QXLProgressHandlerPrototype {
+   public:
+    void progress(const QXL::QXLRequestProgressData& data) override {
+      ++lines;
+      last = data.text;
+    }
+    void error(int, const std::string&) override {}
+    void stageBegins(const std::string&) override {}
+    void stageEnds(const std::string&, int) override {}
+    int lines = 0;
+    std::string last;
+  };
+  boost::intrusive_ptr<Counter> counter(new Counter());
+  nlohmann::json answer;
+  EXPECT_EQ(caller.call({"s", "op", "m"}, answer, counter.get(), nullptr), 0);
+  EXPECT_EQ(answer["1"], 5);
+  EXPECT_EQ(counter->last, "4999");
+  EXPECT_LE(counter->lines, 1000);
+}
+
 TEST(Caller, MalformedFramesAreRefused) {
   FakeSink sink;
   agent::Caller caller(sink);

@@ -50,11 +50,22 @@ TEST(Frames, BytesThatAreNoTextAreReplacedNotFatal) {
 }
 
 TEST(Frames, TooLongAFrameIsRefusedFromItsLengthAlone) {
-  EXPECT_EQ(problemOf(announce(33554433)),
-            "a frame of 33554433 bytes is announced, the most is 33554432");
-  EXPECT_EQ(problemOf(announce(33554432)), "");
+  EXPECT_EQ(problemOf(announce(1048577)),
+            "a frame of 1048577 bytes is announced, the most is 1048576");
+  EXPECT_EQ(problemOf(announce(1048576)), "");
   EXPECT_EQ(problemOf("\xff\xff\xff\xff"),
-            "a frame of 4294967295 bytes is announced, the most is 33554432");
+            "a frame of 4294967295 bytes is announced, the most is 1048576");
+}
+
+TEST(Frames, OfALongAnswerAreAcceptedWhileItIsExpected) {
+  agent::FrameDecoder decoder;
+  decoder.accept(agent::maxFrameBytes);
+  decoder.feed(announce(33554432));
+  EXPECT_FALSE(decoder.next());
+  agent::FrameDecoder other;
+  other.accept(agent::maxFrameBytes);
+  other.feed(announce(33554433));
+  EXPECT_THROW(other.next(), std::runtime_error);
 }
 
 TEST(Frames, TooLongAFrameIsNotSent) {
@@ -64,12 +75,12 @@ TEST(Frames, TooLongAFrameIsNotSent) {
 
 TEST(Frames, MalformedFramesAreRefused) {
   const auto framed = [](const std::string& text) { return announce(text.size()) + text; };
-  EXPECT_EQ(problemOf(framed("")), "a frame is not a JSON object");
-  EXPECT_EQ(problemOf(framed("GET / HTTP/1.1")), "a frame is not a JSON object");
+  EXPECT_EQ(problemOf(framed("")), "a frame is not acceptable: it is not JSON");
+  EXPECT_EQ(problemOf(framed("GET / HTTP/1.1")), "a frame is not acceptable: it is not JSON");
   EXPECT_EQ(problemOf(framed("[1]")), "a frame is not a JSON object");
   EXPECT_EQ(problemOf(framed("{}")), "a frame lacks the text 'type'");
   EXPECT_EQ(problemOf(framed("{\"type\":1}")), "a frame lacks the text 'type'");
-  EXPECT_EQ(problemOf(framed("{\"type\":\"x\"} {}")), "a frame is not a JSON object");
+  EXPECT_EQ(problemOf(framed("{\"type\":\"x\"} {}")), "a frame is not acceptable: it is not JSON");
 }
 
 TEST(Frames, DeepNestingIsRefused) {
@@ -78,7 +89,8 @@ TEST(Frames, DeepNestingIsRefused) {
   EXPECT_NE(problemOf(announce(text.size()) + text), "");
   std::string closed =
       "{\"type\":\"x\",\"body\":" + std::string(40, '[') + std::string(40, ']') + "}";
-  EXPECT_EQ(problemOf(announce(closed.size()) + closed), "a frame is nested too deeply");
+  EXPECT_EQ(problemOf(announce(closed.size()) + closed),
+            "a frame is not acceptable: it is nested more than 16 deep");
 }
 
 TEST(Frames, FieldsAreCheckedForTheirType) {

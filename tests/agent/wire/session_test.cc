@@ -80,6 +80,30 @@ TEST_F(SessionTest, FinishEndsTheSessionOnceAndAgainHarmlessly) {
                 "Out of turn: 'echo' without a session");
 }
 
+TEST_F(SessionTest, AnAnswerThatNoFrameHoldsIsAnErrorOfItsRequestAlone) {
+  const std::string session = toy::open(transport_);
+  const toy::Outcome outcome = toy::ask(transport_, session, "flood");
+  EXPECT_EQ(outcome.code, 500);
+  EXPECT_THAT(outcome.text, testing::HasSubstr("the answer of 'flood' is too large: a frame of "));
+  expectOutcome(toy::ask(transport_, session, "echo", "x"), 0, "x");
+}
+
+TEST_F(SessionTest, ARequestThatWaitsBehindTheEndIsAnswered) {
+  for (int round = 0; round < 20; ++round) {
+    const std::string session = toy::open(transport_);
+    std::thread slow([&]() { toy::ask(transport_, session, "pause"); });
+    while (toy::counts().pausing == 0) std::this_thread::sleep_for(1ms);
+    std::thread end([&]() { toy::ask(transport_, session, agent::methodFinish); });
+    std::this_thread::sleep_for(10ms);
+    // Waits behind "finish", or comes when all is over.
+    const toy::Outcome late = toy::ask(transport_, session, "echo", "x");
+    EXPECT_TRUE(late.code == 409 || (late.code == 0 && late.text == "x")) << late.text;
+    slow.join();
+    end.join();
+    toy::reset();
+  }
+}
+
 TEST_F(SessionTest, SessionsRunSideBySide) {
   const std::string first = toy::open(transport_);
   const std::string second = toy::open(transport_);

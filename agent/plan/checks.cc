@@ -1,38 +1,22 @@
-#include "agent/plan/plan.h"
+#include "agent/plan/checks.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <limits>
-#include <sstream>
 
 #include "agent/framework/validation.h"
-#include "agent/plan/plan_text.h"
-#include "host/interfaces.h"
+#include "agent/plan/amounts.h"
+#include "agent/plan/disk_limits.h"
 
 namespace agent {
 
 namespace {
 
-std::vector<std::string> words(const std::string& text) {
-  std::istringstream stream(text);
-  std::vector<std::string> found;
-  for (std::string word; stream >> word;) found.push_back(word);
-  return found;
-}
+constexpr long long kUnlimited = std::numeric_limits<long long>::max();
+// An image that is fuller than this from the start is warned of.
+constexpr int kFullestPercent = 80;
 
 std::string bare(const std::string& address) { return address.substr(0, address.find('/')); }
-
-// The addresses of the interfaces, or those of the old variable without any.
-std::vector<std::string> addressesOf(const host::ShellVars& config) {
-  host::Container container;
-  container.vars = config;
-  std::vector<std::string> addresses;
-  for (const host::Interface& interface : host::interfacesOf(container)) {
-    addresses.insert(addresses.end(), interface.addresses.begin(), interface.addresses.end());
-  }
-  return addresses.empty() ? words(host::valueOf(config, "IP_ADDRESS")) : addresses;
-}
 
 // The checks, a function each. Each adds what it finds.
 class Checks {
@@ -52,7 +36,10 @@ class Checks {
     files();
     nested();
     hostname();
+    memory();
     for (const MeasureWarning& warning : facts_.measurement.warnings) warn(warning.text);
+    for (const std::string& text : facts_.measurement.notes) note(text);
+    for (const std::string& text : facts_.notes) note(text);
   }
 
  private:
@@ -83,6 +70,38 @@ class Checks {
     }
   }
 
+  // The hard limit of that name; the largest number when there is none.
+  long long limit(const char* name) const {
+    for (const PlannedLimit& row : plan_.limits) {
+      if (row.name == name && row.hard != "unlimited") {
+        return strtoll(row.hard.c_str(), nullptr, 10);
+      }
+    }
+    return kUnlimited;
+  }
+
+  // What the container is promised and what the server uses, against what there is.
+  void memory() {
+    const Measurement& measured = facts_.measurement;
+    const NodeFacts& node = facts_.node;
+    const long long promised = limit("slmmemorylimit");
+    const long long used =
+        static_cast<long long>(measured.privvmpages) * static_cast<long long>(measured.pageSize);
+    if (promised != kUnlimited && node.memoryBytes > 0 && promised > node.memoryBytes) {
+      warn("The container is promised " + bytesText(promised) + " of memory, and the node has " +
+           bytesText(node.memoryBytes) + ".");
+    }
+    if (promised < used) {
+      warn("The server's programs use " + bytesText(used) +
+           " of memory of their own, and the container's limit is " + bytesText(promised) +
+           ": some of them would be killed. Give a larger SLMMEMORYLIMIT in --config.");
+    }
+    if (node.processors > 0 && facts_.survey.processors > node.processors) {
+      warn("The server has " + countText(facts_.survey.processors) +
+           " processors, and the node has " + countText(node.processors) + ".");
+    }
+  }
+
   void space() {
     const NodeFacts& node = facts_.node;
     const auto compare = [&](long long needed, long long free, const std::string& what,
@@ -102,17 +121,9 @@ class Checks {
     if (node.freeInodes >= 0 && !image) {
       compare(plan_.files, node.freeInodes, "inodes", countText);
     }
-    const auto limit = [&](const char* name) {
-      for (const PlannedLimit& row : plan_.limits) {
-        if (row.name == name && row.hard != "unlimited") {
-          return strtoll(row.hard.c_str(), nullptr, 10);
-        }
-      }
-      return std::numeric_limits<long long>::max();
-    };
     // An image of that size cannot hold more; a directory can.
     const Severity severity = image ? Severity::block : Severity::warning;
-    if (image && limit("diskspace") == std::numeric_limits<long long>::max()) {
+    if (image && limit("diskspace") == kUnlimited) {
       block("The node keeps containers in ext4 images (STORAGE): give a size with --diskspace.");
     }
     const auto enough = [](long long needed) {
@@ -124,6 +135,12 @@ class Checks {
       add(severity, "The container's disk limit is " + bytesText(limit("diskspace") * 1024) +
                         ", and " + bytesText(plan_.bytes) +
                         " are copied: give --diskspace, such as " + enough(blocks) + ".");
+    } else if (image && limit("diskspace") / 100 * kFullestPercent < blocks) {
+      const long long size = blocks / 100 * (100 + kFileSystemRoomPercent);
+      warn("The container's disk is more than " + std::to_string(kFullestPercent) +
+           " % full from the start, " + bytesText(plan_.bytes) + " of " +
+           bytesText(limit("diskspace") * 1024) + ": give --diskspace, such as " +
+           std::to_string(size) + ":" + std::to_string(size) + ".");
     }
     if (limit("diskinodes") < plan_.files) {
       add(severity, "The container's limit is " + countText(limit("diskinodes")) + " inodes, and " +
@@ -296,152 +313,8 @@ class Checks {
   Plan& plan_;
 };
 
-constexpr const char* lastlog = "/var/log/lastlog";
-constexpr const char* lastlogReason = "last logins, in a file that may be huge and sparse";
-
-std::vector<std::string> pathsOf(const std::vector<PlannedExclude>& excludes) {
-  std::vector<std::string> paths;
-  for (const PlannedExclude& exclude : excludes) paths.push_back(exclude.path);
-  return paths;
-}
-
-std::string reasonFor(const MeasuredExclude& exclude, const Survey& survey) {
-  std::string path = exclude.path;
-  if (path.size() > 2 && path.compare(path.size() - 2, 2, "/*") == 0) path.resize(path.size() - 2);
-  for (const SurveyedFileSystem& mount : survey.fileSystems) {
-    if (mount.mountPoint != path) continue;
-    if (!mount.reason.empty()) return mount.reason;
-    return (mount.remote ? "on another machine: " : "not a disk of the server: ") + mount.type +
-           " from " + mount.device;
-  }
-  if (path == lastlog) return lastlogReason;
-  return exclude.decided ? "mounted on demand, removable, or a second view of other files"
-                         : "made by the kernel or kept in memory";
-}
-
 }  // namespace
 
-std::vector<PlannedExclude> plannedExcludes(const PlanFacts& facts) {
-  std::vector<PlannedExclude> list;
-  const auto add = [&](const std::string& path, const std::string& reason) {
-    for (const PlannedExclude& known : list) {
-      if (known.path == path) return;
-    }
-    list.push_back({path, reason});
-  };
-  for (const std::string& path : facts.givenExcludes) add(path, "asked for");
-  for (const MeasuredExclude& exclude : facts.measurement.excludes) {
-    add(exclude.path, reasonFor(exclude, facts.survey));
-  }
-  // The calculator knows the table of mounts only by what it says: a mount of a
-  // user's, another machine's through a program, or a bind mount that no longer tells.
-  const std::vector<std::string> known = pathsOf(list);
-  for (const SurveyedFileSystem& mount : facts.survey.fileSystems) {
-    if (mount.copied || !mount.mounted || (!mount.remote && mount.reason.empty())) continue;
-    if (isLeftOut(mount.mountPoint, known)) continue;
-    const std::string pattern = mount.mountPoint + "/*";
-    add(pattern, reasonFor({pattern, true}, facts.survey));
-  }
-  for (const SwapFile& swap : facts.survey.swapFiles) add(swap.path, "swap file in use");
-  add("/proc/*", "made by the kernel or kept in memory");
-  add("/sys/*", "made by the kernel or kept in memory");
-  add(lastlog, lastlogReason);
-  add("/var/qxagent.tmp", "the agent itself");
-  return list;
-}
-
-std::vector<std::string> exclusionPatterns(const PlanFacts& facts) {
-  return pathsOf(plannedExcludes(facts));
-}
-
-std::vector<PlannedLimit> plannedLimits(const Measurement& m, const host::ShellVars& config) {
-  struct Row {
-    const char* name;
-    const char* unit;
-    std::string measured;
-  };
-  const std::string sockets = "from numtcpsock", others = "from numothersock";
-  const auto pages = [&](unsigned number) {
-    return countText(number) + " pages, " +
-           bytesText(static_cast<long long>(number) * static_cast<long long>(m.pageSize));
-  };
-  const Row rows[] = {
-      {"numproc", "", countText(m.numproc)},
-      {"avnumproc", "", countText(static_cast<long long>(m.avnumproc))},
-      {"numtcpsock", "", countText(m.numtcpsock)},
-      {"numothersock", "", countText(m.numothersock)},
-      {"numpty", "", ""},
-      {"numfile", "", countText(m.numfile)},
-      {"dcachesize", "bytes", "from numfile"},
-      {"kmemsize", "bytes", "from numproc, dcachesize"},
-      {"tcpsndbuf", "bytes", sockets},
-      {"tcprcvbuf", "bytes", sockets},
-      {"othersockbuf", "bytes", others},
-      {"dgramrcvbuf", "bytes", ""},
-      {"vmguarpages", "pages", ""},
-      {"privvmpages", "pages", pages(m.privvmpages)},
-      {"oomguarpages", "pages", ""},
-      {"lockedpages", "pages", pages(m.lockedpages)},
-      {"shmpages", "pages", pages(m.shmpages)},
-      {"physpages", "pages", ""},
-      {"numflock", "", countText(m.numflock)},
-      {"numsiginfo", "", ""},
-      {"numiptent", "", countText(m.numiptent)},
-      {"diskspace", "KiB", bytesText(static_cast<long long>(m.diskspace) * 1024)},
-      {"diskinodes", "", countText(m.diskinodes)},
-      {"cpuunits", "", ""},
-      {"quotatime", "", ""},
-      {"quotaugidlimit", "", countText(m.quotaugidlimit)},
-      {"slmmemorylimit", "bytes", "from memory and buffers"},
-  };
-  std::vector<PlannedLimit> limits;
-  for (const Row& row : rows) {
-    std::string name = row.name;
-    for (char& c : name) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
-    const auto found = config.find(name);
-    if (found == config.end()) continue;
-    const size_t colon = found->second.find(':');
-    PlannedLimit limit;
-    limit.name = row.name;
-    limit.unit = row.unit;
-    limit.measured = row.measured;
-    if (colon != std::string::npos) limit.soft = found->second.substr(0, colon);
-    limit.hard = colon == std::string::npos ? found->second : found->second.substr(colon + 1);
-    limits.push_back(limit);
-  }
-  return limits;
-}
-
-Plan makePlan(const PlanFacts& facts) {
-  Plan plan;
-  plan.excludes = plannedExcludes(facts);
-  plan.limits = plannedLimits(facts.measurement, facts.config);
-  plan.distribution = host::valueOf(facts.config, "DISTRIBUTION");
-  plan.addresses = addressesOf(facts.config);
-  plan.counted = facts.survey.scanComplete;
-  for (const SurveyedFileSystem& mount : facts.survey.fileSystems) {
-    if (mount.copied) {
-      plan.bytes += mount.bytes;
-      plan.files += mount.files;
-    } else {
-      plan.missingMounts.push_back({mount.mountPoint, mount.type, mount.device, mount.reason});
-    }
-  }
-  // What was counted file by file has them left out already.
-  for (const SwapFile& swap : facts.survey.swapFiles) {
-    if (plan.counted) break;
-    plan.bytes -= std::min(plan.bytes, swap.bytes);
-    plan.files -= std::min(plan.files, 1LL);
-  }
-  Checks(facts, plan).all();
-  std::stable_sort(plan.findings.begin(), plan.findings.end(),
-                   [](const Finding& a, const Finding& b) { return a.severity > b.severity; });
-  if (!plan.findings.empty()) {
-    const Severity worst = plan.findings.front().severity;
-    if (worst == Severity::block) plan.verdict = Verdict::blocked;
-    if (worst == Severity::warning) plan.verdict = Verdict::readyWithWarnings;
-  }
-  return plan;
-}
+void checkPlan(const PlanFacts& facts, Plan& plan) { Checks(facts, plan).all(); }
 
 }  // namespace agent
