@@ -87,7 +87,7 @@ pid_t CallerExec::enter(std::vector<Connector*>& connectors) {
   try {
     std::list<std::string> words = args_;
     words.push_front(program_);
-    const Image image = {
+    const ChildImage image = {
         ArgsList(words),
         ArgsList(env_),
         program_candidates(program_.c_str(), env_),

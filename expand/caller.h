@@ -24,6 +24,8 @@
 
 namespace Expand {
 
+struct ChildImage;
+
 // The order of a run, and what is known of the program. The steps are those of a
 // derived class.
 class EXPAND_API CallerBase {
@@ -140,11 +142,9 @@ class EXPAND_API CallerExec : public CallerBase {
   Intrinsics intrinsics_;
 
  private:
-  struct Image;
-
   void makePipe_(unsigned i);
   void parentSteps_();
-  [[noreturn]] void executeProgram_(const Image& image);
+  [[noreturn]] void executeProgram_(const ChildImage& image);
   int calculateTimeout_() const;
   void waitForEvents_(class SigMask& mask);
   void lookForExit_();

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "expand/caller.h"
 #include "expand/child_image.h"
 
 namespace Expand {
@@ -66,7 +67,7 @@ Line begin() {
 
 }  // namespace
 
-void CallerExec::executeProgram_(const Image& image) {
+void CallerExec::executeProgram_(const ChildImage& image) {
   for (int i = 0; i < 3; ++i) {
     if (connectors_[i] == nullptr) continue;
     const int end = pipes_[i][1];

@@ -2,14 +2,13 @@
 #define QX_EXPAND_CHILD_IMAGE_H
 
 #include "expand/args_list.h"
-#include "expand/caller.h"
 #include "expand/program_path.h"
 
 namespace Expand {
 
 // What a child executes. Made before the fork: between fork and exec no memory
 // may be allocated, as another thread may hold the allocator's lock for ever.
-struct CallerExec::Image {
+struct ChildImage {
   ArgsList argv;
   ArgsList envp;
   ProgramCandidates program;

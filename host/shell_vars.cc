@@ -1,11 +1,11 @@
 #include "host/shell_vars.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 
 #include "host/error.h"
 #include "host/file.h"
+#include "host/visible.h"
 
 namespace host {
 namespace {
@@ -68,11 +68,7 @@ class Reader {
 
   /// What is left of the line, as it can be shown.
   std::string restOfLine() const {
-    std::string rest(text_.substr(at_, std::min(text_.find('\n', at_) - at_, kShownBytes)));
-    for (char& c : rest) {
-      if (iscntrl(static_cast<unsigned char>(c)) != 0) c = '?';
-    }
-    return rest;
+    return visibleLine(text_.substr(at_, text_.find('\n', at_) - at_), kShownBytes);
   }
 
   void readAssignment() {

@@ -243,7 +243,7 @@ int set(const Options& options) {
     for (const auto& [name, value] : assignments) {
       if (container.var(name.c_str()) == value) continue;
       guest = guest || node::isGuestVariable(name);
-      limits = limits || node::isResourceRecord(name);
+      limits = limits || host::findResource(name) != nullptr;
     }
     const bool running = node::runningInit(changed.id).has_value();
     if (guest && node::hasPrivateArea(changed)) node::markForAdaptation(changed);

@@ -9,11 +9,7 @@
 //   NUMPROC ... each resource parameter by its name in capitals:
 //              "barrier:limit", or "limit" for those of one value
 
-#include <algorithm>
-#include <array>
 #include <cctype>
-#include <cerrno>
-#include <cstdlib>
 #include <sstream>
 
 #include "agent/system/last_error.h"
@@ -22,23 +18,12 @@
 #include "host/distributions.h"
 #include "host/file.h"
 #include "host/interfaces.h"
+#include "host/resources.h"
 #include "host/shell_vars.h"
 
 namespace {
 
 constexpr int searchDomainAttribute = 1558;
-
-constexpr std::array<const char*, 27> qosNames = {
-    "numproc",     "avnumproc",      "numtcpsock",    "numothersock", "numpty",       "numfile",
-    "dcachesize",  "kmemsize",       "tcpsndbuf",     "tcprcvbuf",    "othersockbuf", "dgramrcvbuf",
-    "vmguarpages", "privvmpages",    "oomguarpages",  "lockedpages",  "shmpages",     "physpages",
-    "numflock",    "numsiginfo",     "numiptent",     "diskspace",    "diskinodes",   "cpuunits",
-    "quotatime",   "quotaugidlimit", "slmmemorylimit"};
-
-std::string upper(std::string text) {
-  for (char& c : text) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
-  return text;
-}
 
 std::vector<std::string> words(const std::string& text) {
   std::istringstream stream(text);
@@ -54,27 +39,16 @@ std::string joined(const Range& range) {
   return text;
 }
 
-bool parseNumber(const std::string& text, long long& value) {
-  if (text == "unlimited") {
-    value = 9223372036854775807LL;
-    return true;
+int parseQoS(const host::Resource& resource, const std::string& text, QXL::QXLQoS& qos) {
+  const std::optional<host::ResourceValue> value = host::parseResource(text);
+  if (!value) {
+    return agent::fail(host::recordName(resource) +
+                       " is neither a number nor two separated by ':': '" + text + "'");
   }
-  errno = 0;
-  char* end;
-  value = strtoll(text.c_str(), &end, 10);
-  return !text.empty() && *end == '\0' && errno == 0 && value >= 0;
-}
-
-int parseQoS(const std::string& name, const std::string& text, QXL::QXLQoS& qos) {
-  qos.name = name;
-  const size_t colon = text.find(':');
-  qos.barrierPresent = colon != std::string::npos;
-  const std::string limit = qos.barrierPresent ? text.substr(colon + 1) : text;
-  if ((qos.barrierPresent && !parseNumber(text.substr(0, colon), qos.barrier)) ||
-      !parseNumber(limit, qos.limit)) {
-    return agent::fail(upper(name) + " is neither a number nor two separated by ':': '" + text +
-                       "'");
-  }
+  qos.name = resource.name;
+  qos.barrierPresent = value->hasBarrier;
+  if (value->hasBarrier) qos.barrier = static_cast<long long>(value->barrier);
+  qos.limit = static_cast<long long>(value->limit);
   return 0;
 }
 
@@ -162,7 +136,9 @@ std::string QXAEnvConfigBashParser::format(const QXAEnvConfig& config) const {
   config.getQoSes(qoses);
   if (qoses) {
     for (const QXL::QXLQoS& qos : *qoses) {
-      variables[upper(qos.name)] =
+      std::string record = qos.name;
+      for (char& c : record) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
+      variables[record] =
           (qos.barrierPresent ? std::to_string(qos.barrier) + ":" : "") + std::to_string(qos.limit);
     }
   }
@@ -213,11 +189,11 @@ int QXAEnvConfigBashParser::parse(const std::string& text, QXAEnvConfig& config)
     config.setNetVEths(interfaces);
   }
   std::set<QXL::QXLQoS> qoses;
-  for (const char* name : qosNames) {
-    const auto value = take(upper(name));
+  for (const host::Resource& resource : host::resources()) {
+    const auto value = take(host::recordName(resource));
     if (!value) continue;
     QXL::QXLQoS qos;
-    if (parseQoS(name, *value, qos) != 0) return -1;
+    if (parseQoS(resource, *value, qos) != 0) return -1;
     qoses.insert(qos);
   }
   if (!qoses.empty()) config.setQoSes(qoses);

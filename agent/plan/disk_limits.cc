@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "agent/plan/plan_text.h"
+#include "agent/plan/amounts.h"
 #include "agent/plan/survey.h"
 
 namespace agent {

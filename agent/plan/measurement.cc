@@ -13,8 +13,8 @@
 #include <thread>
 
 #include "agent/framework/plugin.h"
+#include "agent/plan/amounts.h"
 #include "agent/plan/memory_limit.h"
-#include "agent/plan/plan_text.h"
 #include "agent/system/descendants.h"
 #include "agent/wire/request_context.h"
 #include "framework/env_manager.h"

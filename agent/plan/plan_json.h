@@ -5,6 +5,7 @@
 #include <string>
 
 #include "agent/plan/plan.h"
+#include "agent/plan/plan_facts.h"
 
 namespace agent {
 

@@ -6,13 +6,10 @@
 #include <vector>
 
 #include "agent/plan/plan.h"
+#include "agent/plan/plan_facts.h"
 
 namespace agent {
 
-// "512 bytes", "1.5 GiB".
-std::string bytesText(long long bytes);
-// "1,234,567".
-std::string countText(long long count);
 // Lines of at most `width` columns, all but the first indented; long words are cut, and
 // nothing in them can drive a terminal.
 std::string wrapped(const std::string& first, const std::string& indent, const std::string& text,

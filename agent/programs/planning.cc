@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "agent/plan/disk_limits.h"
+#include "agent/plan/exclusions.h"
 #include "agent/plan/measured_config.h"
 #include "agent/plan/survey_operator.h"
 #include "agent/transport/connect.h"

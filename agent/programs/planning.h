@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "agent/plan/plan.h"
+#include "agent/plan/plan_facts.h"
 #include "agent/programs/migrate_options.h"
 #include "agent/programs/migration.h"
 #include "host/migration_record.h"

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "agent/framework/plugin.h"
+#include "agent/plan/make_plan.h"
 #include "agent/plan/plan_json.h"
 #include "agent/plan/plan_text.h"
 #include "agent/plan/survey_operator.h"

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <string>
 
+#include "share/rsync/argument_vector.h"
 #include "share/rsync/descriptor.h"
 #include "share/rsync/failure.h"
 #include "share/rsync/stock.h"
@@ -51,13 +52,6 @@ void terminateChildren() {
 }
 
 }  // namespace
-
-ArgumentVector::ArgumentVector(std::string program, const std::vector<std::string>& arguments) {
-  words_.push_back(std::move(program));
-  words_.insert(words_.end(), arguments.begin(), arguments.end());
-  for (std::string& word : words_) pointers_.push_back(word.data());
-  pointers_.push_back(nullptr);
-}
 
 SignalsHeld::SignalsHeld() {
   struct sigaction action {};

@@ -11,17 +11,6 @@
 
 namespace qxrsync {
 
-/// A program and its arguments in the form that execv wants.
-class ArgumentVector {
- public:
-  ArgumentVector(std::string program, const std::vector<std::string>& arguments);
-  char* const* data() const { return pointers_.data(); }
-
- private:
-  std::vector<std::string> words_;
-  std::vector<char*> pointers_;
-};
-
 /// While it lives, the signals that end or stop a run (SIGCHLD, SIGHUP, SIGINT,
 /// SIGTERM) are blocked, to be taken one by one. There is one in a process, made
 /// just before the child: until then these signals end the program.

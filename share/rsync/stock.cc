@@ -4,7 +4,7 @@
 
 #include <climits>
 
-#include "share/rsync/child.h"
+#include "share/rsync/argument_vector.h"
 #include "share/rsync/failure.h"
 
 namespace qxrsync {

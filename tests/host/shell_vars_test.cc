@@ -92,9 +92,8 @@ TEST(ShellVars, QuotedTextReadsBackUnchanged) {
 TEST(ShellVars, WhatIsNoAssignmentIsNamedAsItCanBeShown) {
   EXPECT_EQ(refusal("A=1\nLOCKDIR /locks\n"),
             "line 2: NAME=value expected instead of 'LOCKDIR /locks'");
-  EXPECT_EQ(refusal("\x1b[2J"), "line 1: NAME=value expected instead of '?[2J'");
-  EXPECT_EQ(refusal(std::string(1000, '-')),
-            "line 1: NAME=value expected instead of '" + std::string(80, '-') + "'");
+  EXPECT_EQ(refusal("\x1b[2J"), "line 1: NAME=value expected instead of '\\x1b[2J'");
+  EXPECT_THAT(refusal(std::string(1000, '-')), testing::EndsWith("--...'"));
 }
 
 TEST(ShellVars, OwnAssignmentsAreThoseOfTheTextAlone) {

@@ -37,9 +37,9 @@ TEST(Resources, FirstGeneration) {
   layout.v1 = {{"pids", ""}, {"memory", ""}, {"cpu", ""}};
   const node::ResourcePlan plan = node::planResources(containerWith(kRecords), layout);
   EXPECT_THAT(shown(plan),
-              ElementsAre("NUMPROC: lxc.cgroup.pids.max = 500",
-                          "SLMMEMORYLIMIT: lxc.cgroup.memory.limit_in_bytes = 1073741824",
-                          "CPUUNITS: lxc.cgroup.cpu.shares = 2048", "NUMPTY: lxc.pty.max = 255"));
+              ElementsAre("NUMPROC: lxc.cgroup.pids.max = 500", "NUMPTY: lxc.pty.max = 255",
+                          "CPUUNITS: lxc.cgroup.cpu.shares = 2048",
+                          "SLMMEMORYLIMIT: lxc.cgroup.memory.limit_in_bytes = 1073741824"));
   EXPECT_THAT(plan.unenforced, ElementsAre("NUMFILE"));
 }
 
@@ -47,9 +47,9 @@ TEST(Resources, SecondGeneration) {
   node::CgroupLayout layout;
   layout.v2 = {"pids", "memory", "cpu"};
   EXPECT_THAT(shown(node::planResources(containerWith(kRecords), layout)),
-              ElementsAre("NUMPROC: lxc.cgroup2.pids.max = 500",
-                          "SLMMEMORYLIMIT: lxc.cgroup2.memory.max = 1073741824",
-                          "CPUUNITS: lxc.cgroup2.cpu.weight = 200", "NUMPTY: lxc.pty.max = 255"));
+              ElementsAre("NUMPROC: lxc.cgroup2.pids.max = 500", "NUMPTY: lxc.pty.max = 255",
+                          "CPUUNITS: lxc.cgroup2.cpu.weight = 200",
+                          "SLMMEMORYLIMIT: lxc.cgroup2.memory.max = 1073741824"));
 }
 
 TEST(Resources, WithoutAControllerTheRecordIsNotEnforced) {
@@ -57,10 +57,10 @@ TEST(Resources, WithoutAControllerTheRecordIsNotEnforced) {
   layout.v1 = {{"pids", ""}};
   layout.v2 = {"memory"};
   const node::ResourcePlan plan = node::planResources(containerWith(kRecords), layout);
-  EXPECT_THAT(shown(plan), ElementsAre("NUMPROC: lxc.cgroup.pids.max = 500",
-                                       "SLMMEMORYLIMIT: lxc.cgroup2.memory.max = 1073741824",
-                                       "NUMPTY: lxc.pty.max = 255"));
-  EXPECT_THAT(plan.unenforced, ElementsAre("CPUUNITS", "NUMFILE"));
+  EXPECT_THAT(shown(plan),
+              ElementsAre("NUMPROC: lxc.cgroup.pids.max = 500", "NUMPTY: lxc.pty.max = 255",
+                          "SLMMEMORYLIMIT: lxc.cgroup2.memory.max = 1073741824"));
+  EXPECT_THAT(plan.unenforced, ElementsAre("NUMFILE", "CPUUNITS"));
 }
 
 TEST(Resources, UnlimitedIsWrittenAsTheKernelHasIt) {
@@ -69,16 +69,16 @@ TEST(Resources, UnlimitedIsWrittenAsTheKernelHasIt) {
                              {"CPUUNITS", "99999999999999999999"}};
   node::CgroupLayout v1;
   v1.v1 = {{"pids", ""}, {"memory", ""}, {"cpu", ""}};
-  EXPECT_THAT(shown(node::planResources(containerWith(vars), v1)),
-              ElementsAre("NUMPROC: lxc.cgroup.pids.max = max",
-                          "SLMMEMORYLIMIT: lxc.cgroup.memory.limit_in_bytes = -1",
-                          "CPUUNITS: lxc.cgroup.cpu.shares = 262144"));
+  EXPECT_THAT(
+      shown(node::planResources(containerWith(vars), v1)),
+      ElementsAre("NUMPROC: lxc.cgroup.pids.max = max", "CPUUNITS: lxc.cgroup.cpu.shares = 262144",
+                  "SLMMEMORYLIMIT: lxc.cgroup.memory.limit_in_bytes = -1"));
   node::CgroupLayout v2;
   v2.v2 = {"pids", "memory", "cpu"};
-  EXPECT_THAT(shown(node::planResources(containerWith(vars), v2)),
-              ElementsAre("NUMPROC: lxc.cgroup2.pids.max = max",
-                          "SLMMEMORYLIMIT: lxc.cgroup2.memory.max = max",
-                          "CPUUNITS: lxc.cgroup2.cpu.weight = 10000"));
+  EXPECT_THAT(
+      shown(node::planResources(containerWith(vars), v2)),
+      ElementsAre("NUMPROC: lxc.cgroup2.pids.max = max", "CPUUNITS: lxc.cgroup2.cpu.weight = 10000",
+                  "SLMMEMORYLIMIT: lxc.cgroup2.memory.max = max"));
 }
 
 TEST(Resources, NoRecordsNoLimits) {

@@ -1,6 +1,7 @@
 // Plans: facts in, findings and verdict out.
 
-#include "agent/plan/plan.h"
+#include "agent/plan/amounts.h"
+#include "agent/plan/make_plan.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,15 +1,12 @@
-#include "agent/plan/plan.h"
+#include "agent/plan/checks.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <limits>
-#include <sstream>
 
 #include "agent/framework/validation.h"
+#include "agent/plan/amounts.h"
 #include "agent/plan/disk_limits.h"
-#include "agent/plan/plan_text.h"
-#include "host/interfaces.h"
 
 namespace agent {
 
@@ -19,25 +16,7 @@ constexpr long long kUnlimited = std::numeric_limits<long long>::max();
 // An image that is fuller than this from the start is warned of.
 constexpr int kFullestPercent = 80;
 
-std::vector<std::string> words(const std::string& text) {
-  std::istringstream stream(text);
-  std::vector<std::string> found;
-  for (std::string word; stream >> word;) found.push_back(word);
-  return found;
-}
-
 std::string bare(const std::string& address) { return address.substr(0, address.find('/')); }
-
-// The addresses of the interfaces, or those of the old variable without any.
-std::vector<std::string> addressesOf(const host::ShellVars& config) {
-  host::Container container;
-  container.vars = config;
-  std::vector<std::string> addresses;
-  for (const host::Interface& interface : host::interfacesOf(container)) {
-    addresses.insert(addresses.end(), interface.addresses.begin(), interface.addresses.end());
-  }
-  return addresses.empty() ? words(host::valueOf(config, "IP_ADDRESS")) : addresses;
-}
 
 // The checks, a function each. Each adds what it finds.
 class Checks {
@@ -338,145 +317,8 @@ class Checks {
   Plan& plan_;
 };
 
-constexpr const char* lastlog = "/var/log/lastlog";
-constexpr const char* lastlogReason = "last logins, in a file that may be huge and sparse";
-
-std::vector<std::string> pathsOf(const std::vector<PlannedExclude>& excludes) {
-  std::vector<std::string> paths;
-  for (const PlannedExclude& exclude : excludes) paths.push_back(exclude.path);
-  return paths;
-}
-
-std::string reasonFor(const MeasuredExclude& exclude, const Survey& survey) {
-  std::string path = exclude.path;
-  if (path.size() > 2 && path.compare(path.size() - 2, 2, "/*") == 0) path.resize(path.size() - 2);
-  for (const SurveyedFileSystem& mount : survey.fileSystems) {
-    if (mount.mountPoint != path) continue;
-    if (!mount.reason.empty()) return mount.reason;
-    return (mount.remote ? "on another machine: " : "not a disk of the server: ") + mount.type +
-           " from " + mount.device;
-  }
-  if (path == lastlog) return lastlogReason;
-  return exclude.decided ? "mounted on demand, removable, or a second view of other files"
-                         : "made by the kernel or kept in memory";
-}
-
 }  // namespace
 
-std::vector<PlannedExclude> plannedExcludes(const PlanFacts& facts) {
-  std::vector<PlannedExclude> list;
-  const auto add = [&](const std::string& path, const std::string& reason) {
-    for (const PlannedExclude& known : list) {
-      if (known.path == path) return;
-    }
-    list.push_back({path, reason});
-  };
-  for (const std::string& path : facts.givenExcludes) add(path, "asked for");
-  for (const MeasuredExclude& exclude : facts.measurement.excludes) {
-    add(exclude.path, reasonFor(exclude, facts.survey));
-  }
-  // The calculator knows the table of mounts only by what it says: a mount of a
-  // user's, another machine's through a program, or a bind mount that no longer tells.
-  const std::vector<std::string> known = pathsOf(list);
-  for (const SurveyedFileSystem& mount : facts.survey.fileSystems) {
-    if (mount.copied || !mount.mounted || (!mount.remote && mount.reason.empty())) continue;
-    if (isLeftOut(mount.mountPoint, known)) continue;
-    const std::string pattern = mount.mountPoint + "/*";
-    add(pattern, reasonFor({pattern, true}, facts.survey));
-  }
-  for (const SwapFile& swap : facts.survey.swapFiles) add(swap.path, "swap file in use");
-  add("/proc/*", "made by the kernel or kept in memory");
-  add("/sys/*", "made by the kernel or kept in memory");
-  add(lastlog, lastlogReason);
-  add("/var/qxagent.tmp", "the agent itself");
-  return list;
-}
-
-std::vector<std::string> exclusionPatterns(const PlanFacts& facts) {
-  return pathsOf(plannedExcludes(facts));
-}
-
-std::vector<PlannedLimit> plannedLimits(const Measurement& m, const host::ShellVars& config) {
-  struct Row {
-    const char* name;
-    const char* unit;
-    std::string measured;
-  };
-  const std::string sockets = "from numtcpsock", others = "from numothersock";
-  const auto pages = [&](unsigned number) {
-    return countText(number) + " pages, " +
-           bytesText(static_cast<long long>(number) * static_cast<long long>(m.pageSize));
-  };
-  const Row rows[] = {
-      {"numproc", "", countText(m.numproc)},
-      {"avnumproc", "", countText(static_cast<long long>(m.avnumproc))},
-      {"numtcpsock", "", countText(m.numtcpsock)},
-      {"numothersock", "", countText(m.numothersock)},
-      {"numpty", "", ""},
-      {"numfile", "", countText(m.numfile)},
-      {"dcachesize", "bytes", "from numfile"},
-      {"kmemsize", "bytes", "from numproc, dcachesize"},
-      {"tcpsndbuf", "bytes", sockets},
-      {"tcprcvbuf", "bytes", sockets},
-      {"othersockbuf", "bytes", others},
-      {"dgramrcvbuf", "bytes", ""},
-      {"vmguarpages", "pages", ""},
-      {"privvmpages", "pages", pages(m.privvmpages)},
-      {"oomguarpages", "pages", ""},
-      {"lockedpages", "pages", pages(m.lockedpages)},
-      {"shmpages", "pages", pages(m.shmpages)},
-      {"physpages", "pages", ""},
-      {"numflock", "", countText(m.numflock)},
-      {"numsiginfo", "", ""},
-      {"numiptent", "", countText(m.numiptent)},
-      {"diskspace", "KiB", bytesText(static_cast<long long>(m.diskspace) * 1024)},
-      {"diskinodes", "", countText(m.diskinodes)},
-      {"cpuunits", "", ""},
-      {"quotatime", "", ""},
-      {"quotaugidlimit", "", countText(m.quotaugidlimit)},
-      {"slmmemorylimit", "bytes", "from memory and buffers"},
-  };
-  std::vector<PlannedLimit> limits;
-  for (const Row& row : rows) {
-    std::string name = row.name;
-    for (char& c : name) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
-    const auto found = config.find(name);
-    if (found == config.end()) continue;
-    const size_t colon = found->second.find(':');
-    PlannedLimit limit;
-    limit.name = row.name;
-    limit.unit = row.unit;
-    limit.measured = row.measured;
-    if (colon != std::string::npos) limit.soft = found->second.substr(0, colon);
-    limit.hard = colon == std::string::npos ? found->second : found->second.substr(colon + 1);
-    limits.push_back(limit);
-  }
-  return limits;
-}
-
-Plan makePlan(const PlanFacts& facts) {
-  Plan plan;
-  plan.excludes = plannedExcludes(facts);
-  plan.limits = plannedLimits(facts.measurement, facts.config);
-  plan.distribution = host::valueOf(facts.config, "DISTRIBUTION");
-  plan.addresses = addressesOf(facts.config);
-  for (const SurveyedFileSystem& mount : facts.survey.fileSystems) {
-    if (mount.copied) continue;
-    plan.missingMounts.push_back({mount.mountPoint, mount.type, mount.device, mount.reason});
-  }
-  const CopiedFigures copied = copiedFigures(facts.survey);
-  plan.bytes = copied.bytes;
-  plan.files = copied.files;
-  plan.counted = copied.counted;
-  Checks(facts, plan).all();
-  std::stable_sort(plan.findings.begin(), plan.findings.end(),
-                   [](const Finding& a, const Finding& b) { return a.severity > b.severity; });
-  if (!plan.findings.empty()) {
-    const Severity worst = plan.findings.front().severity;
-    if (worst == Severity::block) plan.verdict = Verdict::blocked;
-    if (worst == Severity::warning) plan.verdict = Verdict::readyWithWarnings;
-  }
-  return plan;
-}
+void checkPlan(const PlanFacts& facts, Plan& plan) { Checks(facts, plan).all(); }
 
 }  // namespace agent

@@ -1,0 +1,59 @@
+#include "agent/plan/make_plan.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "agent/plan/checks.h"
+#include "agent/plan/disk_limits.h"
+#include "host/interfaces.h"
+
+namespace agent {
+
+namespace {
+
+std::vector<std::string> words(const std::string& text) {
+  std::istringstream stream(text);
+  std::vector<std::string> found;
+  for (std::string word; stream >> word;) found.push_back(word);
+  return found;
+}
+
+// The addresses of the interfaces, or those of the old variable without any.
+std::vector<std::string> addressesOf(const host::ShellVars& config) {
+  host::Container container;
+  container.vars = config;
+  std::vector<std::string> addresses;
+  for (const host::Interface& interface : host::interfacesOf(container)) {
+    addresses.insert(addresses.end(), interface.addresses.begin(), interface.addresses.end());
+  }
+  return addresses.empty() ? words(host::valueOf(config, "IP_ADDRESS")) : addresses;
+}
+
+}  // namespace
+
+Plan makePlan(const PlanFacts& facts) {
+  Plan plan;
+  plan.excludes = plannedExcludes(facts);
+  plan.limits = plannedLimits(facts.measurement, facts.config);
+  plan.distribution = host::valueOf(facts.config, "DISTRIBUTION");
+  plan.addresses = addressesOf(facts.config);
+  for (const SurveyedFileSystem& mount : facts.survey.fileSystems) {
+    if (mount.copied) continue;
+    plan.missingMounts.push_back({mount.mountPoint, mount.type, mount.device, mount.reason});
+  }
+  const CopiedFigures copied = copiedFigures(facts.survey);
+  plan.bytes = copied.bytes;
+  plan.files = copied.files;
+  plan.counted = copied.counted;
+  checkPlan(facts, plan);
+  std::stable_sort(plan.findings.begin(), plan.findings.end(),
+                   [](const Finding& a, const Finding& b) { return a.severity > b.severity; });
+  if (!plan.findings.empty()) {
+    const Severity worst = plan.findings.front().severity;
+    if (worst == Severity::block) plan.verdict = Verdict::blocked;
+    if (worst == Severity::warning) plan.verdict = Verdict::readyWithWarnings;
+  }
+  return plan;
+}
+
+}  // namespace agent
