@@ -152,6 +152,27 @@ Options withId(Options options, unsigned id) {
   return options;
 }
 
+/// A process of its own for work on one container of several. Returns its pid.
+template <class Work>
+pid_t inChild(Work work) {
+  fflush(nullptr);
+  const pid_t child = fork();
+  if (child < 0) node::failErrno("cannot make a process for a container");
+  if (child > 0) return child;
+  const int result = node::runTool("qxctl", work);
+  fflush(nullptr);
+  _exit(result);
+}
+
+/// Waits for it. Returns its exit status.
+int endOf(pid_t child) {
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) node::failErrno("cannot wait for process %d", child);
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : static_cast<int>(node::ExitCode::kFailed);
+}
+
 int start(const Options& options) {
   requireOneOf(options, options.onBoot, "--onboot");
   if (!options.onBoot) return startOne(options);
@@ -167,7 +188,8 @@ int start(const Options& options) {
     if (one != 0) result = one;
   }
   for (const node::Container& container : node::bootOrder(containers)) {
-    const int one = node::runTool("qxctl", [&] { return startOne(withId(options, container.id)); });
+    // LXC leaves the process that starts a container in a control group of it.
+    const int one = endOf(inChild([&] { return startOne(withId(options, container.id)); }));
     if (one != 0) result = one;
   }
   return result;
@@ -192,24 +214,11 @@ int stop(const Options& options) {
   std::vector<pid_t> children;
   for (const unsigned id : node::configuredIds()) {
     if (!node::isRunning(id)) continue;
-    fflush(nullptr);
-    const pid_t child = fork();
-    if (child < 0) node::failErrno("cannot make a process that stops container %u", id);
-    if (child == 0) {
-      const int one = node::runTool("qxctl", [&] { return stopDespiteLock(withId(options, id)); });
-      fflush(nullptr);
-      _exit(one);
-    }
-    children.push_back(child);
+    children.push_back(inChild([&] { return stopDespiteLock(withId(options, id)); }));
   }
   int result = 0;
   for (const pid_t child : children) {
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    if (status != 0) {
-      result = WIFEXITED(status) ? WEXITSTATUS(status) : static_cast<int>(node::ExitCode::kFailed);
-    }
+    if (const int one = endOf(child)) result = one;
   }
   return result;
 }
