@@ -130,6 +130,8 @@ LxcItems lxcItems(const Container& container, const HostFacts& facts) {
   if (!hostname.empty()) items.emplace_back("lxc.uts.name", hostname.substr(0, hostname.find('.')));
   const std::string halt = haltSignal(container);
   if (!halt.empty()) items.emplace_back("lxc.signal.halt", halt);
+  // In the mounts of its own, the guest's set-id programs work again.
+  if (!idMapOf(container)) items.emplace_back("lxc.hook.pre-mount", facts.qxctl + " hook");
   // They keep ID.init right also when the guest reboots or ends by itself.
   items.emplace_back("lxc.hook.start-host", facts.qxctl + " hook");
   items.emplace_back("lxc.hook.post-stop", facts.qxctl + " hook");

@@ -11,7 +11,9 @@
 #include "host/file.h"
 #include "host/id_map.h"
 #include "host/interfaces.h"
+#include "host/mounts.h"
 #include "host/paths.h"
+#include "host/place.h"
 #include "host/state.h"
 #include "host/text.h"
 #include "node/adapt.h"
@@ -126,7 +128,10 @@ Outcome startContainer(const Container& container) {
   if (map) requireSetAside(*map);
   const bool wasMounted = mountContainer(container) == Outcome::kAlready;
   try {
-    if (map) mountMapped(container.root, makeUserNamespace(*map));
+    if (map) {
+      mountMapped(container.root, makeUserNamespace(*map));
+      letPass(container.root, map->first);
+    }
     const LxcHandle lxc = openLxc(container.id);
     configure(lxc, container);
     lxc->want_daemonize(lxc.get(), true);
@@ -194,6 +199,10 @@ void runHook(const std::string& name, const std::string& type) {
   const unsigned id = parseCtid(name.substr(3));
   if (type == "post-stop") {
     forgetInit(id);
+    return;
+  }
+  if (type == "pre-mount") {
+    setHarmless(findContainer(id).root, false);
     return;
   }
   if (type != "start-host") fail(ExitCode::kUsage, "unknown hook '%s'", type.c_str());

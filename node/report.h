@@ -23,6 +23,7 @@ struct StatusReport {
   Storage storage = Storage::kDirectory;  ///< what the tree lies on
   std::optional<uint64_t> imageBytes;
   bool unprivileged = false;
+  std::string whyIds;  ///< why it is, or is not
   ResourcePlan resources;
 };
 

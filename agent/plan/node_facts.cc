@@ -19,6 +19,9 @@
 #include "framework/env_manager.h"
 #include "framework/errors.h"
 #include "framework/qxctl.h"
+#include "host/error.h"
+#include "host/id_map.h"
+#include "host/place.h"
 
 namespace agent {
 
@@ -110,13 +113,6 @@ void findKind(const ShellVariables& variables, NodeFacts& facts) {
   };
   const std::string storage = valueOf("STORAGE");
   if (!storage.empty()) facts.storage = storage;
-  if (valueOf("UNPRIVILEGED") != "yes") return;
-  facts.ids = 65536;
-  const std::string range = valueOf("UNPRIVILEGED_IDS");
-  const size_t colon = range.find(':');
-  if (colon == std::string::npos) return;
-  const long long count = strtoll(range.c_str() + colon + 1, nullptr, 10);
-  if (count > 0) facts.ids = count;
 }
 
 }  // namespace
@@ -148,6 +144,19 @@ NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params) {
   ShellVariables variables = settings;
   for (const auto& [name, value] : config.otherVariables) variables[name] = value;
   findKind(variables, facts);
+  host::Container container;
+  container.id = ctid;
+  container.vars.insert(variables.begin(), variables.end());
+  container.privateArea = facts.privateArea;
+  config.getVERoot(ctid, container.root);
+  try {
+    host::requireOwnPlaces(container);
+  } catch (const host::Error& problem) {
+    facts.placeProblem = problem.what();
+  }
+  const host::IdChoice ids = host::idChoiceOf(container);
+  if (ids.map) facts.ids = ids.map->count;
+  facts.whyIds = ids.why;
   findAddresses(params.ctid, facts);
 
   std::optional<QXA::QXADistribution> distribution;

@@ -1,13 +1,13 @@
 #include "agent/system/host_settings.h"
 
 #include <cerrno>
-#include <filesystem>
-#include <system_error>
 
 #include "agent/system/file_io.h"
 #include "agent/system/last_error.h"
 #include "framework/env_manager.h"
 #include "framework/errors.h"
+#include "host/error.h"
+#include "host/lock.h"
 
 namespace agent {
 
@@ -22,7 +22,7 @@ int readHostSettings(ShellVariables& variables) {
 std::string hostSetting(const ShellVariables& variables, const std::string& name) {
   // The same defaults as the node's tools have.
   static const ShellVariables defaults = {
-      {"LOCKDIR", "/var/lock/qx"},
+      {"LOCKDIR", "/run/qx/lock"},
       {"VE_ROOT", "/var/lib/qx/root/$VEID"},
       {"VE_PRIVATE", "/var/lib/qx/private/$VEID"},
   };
@@ -42,9 +42,11 @@ class EnvM : public QXA::QXAEnvM {
     if (readHostSettings(variables) != 0) return -1;
     settings.lockDir = hostSetting(variables, "LOCKDIR");
     // The default is on a file system that every boot empties.
-    std::error_code error;
-    std::filesystem::create_directories(settings.lockDir, error);
-    if (error) return fail("LOCKDIR " + settings.lockDir + ": " + error.message());
+    try {
+      host::makeLockDirectory(settings.lockDir);
+    } catch (const host::Error& error) {
+      return fail(error.what());
+    }
     settings.defaults["ve_root"] = hostSetting(variables, "VE_ROOT");
     settings.defaults["ve_private"] = hostSetting(variables, "VE_PRIVATE");
     return 0;

@@ -21,7 +21,7 @@ check "the third service was started, too" \
 
 step "The node's half is there to be looked at"
 check_equal "the lock names the dead process" "$migration migrating" \
-  "$(paste -sd' ' /var/lock/qx/$ctid.lck)"
+  "$(paste -sd' ' /run/qx/lock/$ctid.lck)"
 check "the files are there" test -d "$(container_root)/etc"
 migrate
 check_status 1
