@@ -22,6 +22,23 @@ if(NOT CMAKE_CXX_CLANG_TIDY)
     $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-fno-gnu-unique>)
 endif()
 
+# What makes mistakes with memory hard to use, in what is installed: FORTIFY does nothing
+# without optimisation, and the sanitizers have ways of their own. tests/hostile/elf
+# looks at the result.
+if("${CMAKE_C_FLAGS} ${CMAKE_CXX_FLAGS}" MATCHES "-O[123s]" AND
+   NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+  target_compile_options(qx_flags INTERFACE
+    -fstack-protector-strong -fstack-clash-protection -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|amd64")
+    target_compile_options(qx_flags INTERFACE -fcf-protection=full)
+  endif()
+  target_link_options(qx_flags INTERFACE LINKER:-z,relro,-z,noexecstack)
+  # The plug-in's symbols come from the process that loads it, which need not have those
+  # that are never called: it alone is bound when it calls.
+  target_link_options(qx_flags INTERFACE
+    $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:LINKER:-z,now,--as-needed>)
+endif()
+
 # qx_headers(FOLDER): target FOLDER_headers, which makes "FOLDER/..." includable. In
 # the names of targets a folder of a folder is written with an underscore.
 function(qx_headers folder)

@@ -76,4 +76,13 @@ const char* btoa(bool b) { return b ? "true" : "false"; }
 
 bool atob(const char* s) { return strcasecmp(s, "true") == 0; }
 
+bool is_shell_word(const std::string& s) {
+  for (const char c : s) {
+    const unsigned char byte = static_cast<unsigned char>(c);
+    if (byte <= ' ' || byte == 0x7f || std::strchr("\"'`$\\;&|<>(){}!#", c) != nullptr)
+      return false;
+  }
+  return !s.empty();
+}
+
 }  // namespace Expand

@@ -55,6 +55,11 @@ EXPAND_API const char* btoa(bool b);
 // True when `s` is "true" in any case; everything else is false.
 EXPAND_API bool atob(const char* s);
 
+// True when `s`, without quotes in a command line, reaches the command as one word: it
+// is not empty and holds neither blanks nor control characters nor what a shell acts
+// on. Wildcards do not count, for some commands are given them on purpose.
+bool is_shell_word(const std::string& s);
+
 // Text of a version packed one byte per component, the last component lowest:
 // 0x020612 is "2.6.18". Four components from 0x1000000, three from 0x10000,
 // otherwise two.

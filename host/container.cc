@@ -56,13 +56,13 @@ void checkPlace(const char* variable, const std::string& path) {
     free(resolved);
   }
   static constexpr std::array kOwnPlaces{
-      kConfigDir,      "/etc/qx",   kTemplateDir,       kRunDir,
-      kDefaultLockDir, "/run/lock", "/var/lib/qx/root", "/var/lib/qx/private"};
-  static constexpr std::array kNothingInside{"/bin",   "/boot", "/dev",  "/etc", "/lib", "/lib32",
-                                             "/lib64", "/proc", "/sbin", "/sys", "/usr"};
-  static constexpr std::array kNotItself{"/home",    "/media",   "/mnt",      "/opt", "/root",
-                                         "/run",     "/srv",     "/tmp",      "/var", "/var/lib",
-                                         "/var/log", "/var/tmp", "/var/cache"};
+      kConfigDir,  "/etc/qx",          kTemplateDir,         kRunDir,
+      "/run/lock", "/var/lib/qx/root", "/var/lib/qx/private"};
+  static constexpr std::array kNothingInside{"/bin",   "/boot", "/dev", "/etc",  "/lib", "/lib32",
+                                             "/lib64", "/proc", "/run", "/sbin", "/sys", "/usr"};
+  static constexpr std::array kNotItself{"/home",    "/media",   "/mnt",     "/opt",
+                                         "/root",    "/srv",     "/tmp",     "/var",
+                                         "/var/lib", "/var/log", "/var/tmp", "/var/cache"};
   for (const std::string& name : {path, real}) {
     for (const char* place : kOwnPlaces) {
       if (isWithin(place, name)) refuse("the node keeps its own files there");

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 
@@ -74,14 +75,7 @@ void writeMap(const std::string& path, const IdMap& map) {
   }
 }
 
-}  // namespace
-
-std::optional<IdMap> idMapOf(const Container& container) {
-  const std::string word = valueOf(container.vars, "UNPRIVILEGED", "no");
-  if (word == "no") return std::nullopt;
-  if (word != "yes") {
-    fail(ExitCode::kBadConfig, "UNPRIVILEGED is '%s': yes or no is expected", word.c_str());
-  }
+IdMap configuredMap(const Container& container) {
   IdMap map;
   const std::string text = container.var("UNPRIVILEGED_IDS");
   if (text.empty()) return map;
@@ -101,6 +95,69 @@ std::optional<IdMap> idMapOf(const Container& container) {
   map.count = static_cast<unsigned>(*count);
   return map;
 }
+
+/// A copy of the mount of `path`, mounted nowhere, with mapped owners. Throws Error.
+Fd mappedCopy(const std::string& path, const Fd& userNamespace) {
+  Fd tree(static_cast<int>(
+      syscall(SYS_open_tree, AT_FDCWD, path.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC)));
+  if (!tree) failErrno("cannot copy the mount of %s", path.c_str());
+  mount_attr attributes{};
+  attributes.attr_set = MOUNT_ATTR_IDMAP | MOUNT_ATTR_NODEV;
+  // What is set-id belongs to the mapped owners, who are nobody on the host.
+  attributes.attr_clr = MOUNT_ATTR_NOSUID;
+  attributes.userns_fd = static_cast<unsigned long long>(userNamespace.get());
+  if (syscall(SYS_mount_setattr, tree.get(), "", AT_EMPTY_PATH, &attributes, sizeof attributes) !=
+      0) {
+    failErrno(
+        "the kernel cannot show the files of %s with the owners of an unprivileged container: use "
+        "a file system that can (ext4, xfs or btrfs, with Linux 5.15 or newer), or set "
+        "UNPRIVILEGED=no",
+        path.c_str());
+  }
+  return tree;
+}
+
+/// Throws Error that says why this host cannot make the container unprivileged.
+void tryMap(const Container& container, const IdMap& map) {
+  requireSetAside(map);
+  const Fd userNamespace = makeUserNamespace(map);
+  std::string place = container.tree();
+  const bool image = exists(container.inPrivateArea(kImageFile)) ||
+                     (!exists(place) && container.var("STORAGE") == "ext4");
+  // While an image is not mounted, nothing of it is there to try; but ext4 can.
+  if (image && countMountsAt(mountPoints(), place) == 0) return;
+  while (!isDirectory(place) && place.size() > 1) {
+    place.resize(std::max<size_t>(place.rfind('/'), 1));
+  }
+  mappedCopy(place, userNamespace);
+}
+
+}  // namespace
+
+IdChoice idChoiceOf(const Container& container) {
+  const std::string word = container.var("UNPRIVILEGED");
+  if (word == "no") return {std::nullopt, kPrivilegedByChoice};
+  if (word == "yes") return {configuredMap(container), "UNPRIVILEGED=yes"};
+  if (!word.empty()) {
+    fail(ExitCode::kBadConfig, "UNPRIVILEGED is '%s': yes or no is expected", word.c_str());
+  }
+  const std::string marker = container.inPrivateArea(kRegistrationMarker);
+  if (const std::optional<ShellVars> registered = readShellVars(marker)) {
+    if (valueOf(*registered, "UNPRIVILEGED") == "yes") {
+      return {configuredMap(container), "it was registered so"};
+    }
+    return {std::nullopt, "it was registered so"};
+  }
+  const IdMap map = configuredMap(container);
+  try {
+    tryMap(container, map);
+  } catch (const Error& error) {
+    return {std::nullopt, error.what()};
+  }
+  return {map, "this host can"};
+}
+
+std::optional<IdMap> idMapOf(const Container& container) { return idChoiceOf(container).map; }
 
 bool setsAside(std::string_view text, const IdMap& map) {
   for (const std::string_view line : splitLines(text)) {
@@ -140,22 +197,7 @@ Fd makeUserNamespace(const IdMap& map) {
 }
 
 void mountMapped(const std::string& root, const Fd& userNamespace) {
-  const Fd tree(static_cast<int>(
-      syscall(SYS_open_tree, AT_FDCWD, root.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC)));
-  if (!tree) failErrno("cannot copy the mount of %s", root.c_str());
-  mount_attr attributes{};
-  attributes.attr_set = MOUNT_ATTR_IDMAP | MOUNT_ATTR_NODEV;
-  // What is set-id belongs to the mapped owners, who are nobody on the host.
-  attributes.attr_clr = MOUNT_ATTR_NOSUID;
-  attributes.userns_fd = static_cast<unsigned long long>(userNamespace.get());
-  if (syscall(SYS_mount_setattr, tree.get(), "", AT_EMPTY_PATH, &attributes, sizeof attributes) !=
-      0) {
-    failErrno(
-        "the kernel cannot show the files of %s with the owners of an unprivileged container: use "
-        "a file system that can (ext4, xfs or btrfs, with Linux 5.15 or newer), or set "
-        "UNPRIVILEGED=no",
-        root.c_str());
-  }
+  const Fd tree = mappedCopy(root, userNamespace);
   if (syscall(SYS_move_mount, tree.get(), "", AT_FDCWD, root.c_str(), MOVE_MOUNT_F_EMPTY_PATH) !=
       0) {
     failErrno("cannot mount %s with other owners", root.c_str());

@@ -19,8 +19,22 @@ struct IdMap {
   unsigned count = 65536;
 };
 
-/// What UNPRIVILEGED=yes and UNPRIVILEGED_IDS=FIRST:COUNT of the configuration say;
-/// nothing for a container whose ids are the host's. Throws Error (kBadConfig).
+/// Why a container is privileged where somebody has decided so.
+inline constexpr char kPrivilegedByChoice[] = "UNPRIVILEGED=no";
+
+struct IdChoice {
+  std::optional<IdMap> map;  ///< nothing for a container whose ids are the host's
+  std::string why;           ///< as in "UNPRIVILEGED=no", fit to follow "because"
+};
+
+/// Whose ids a container has. UNPRIVILEGED=yes or no and UNPRIVILEGED_IDS=FIRST:COUNT of the
+/// configuration decide; without the former, what was chosen when the container was
+/// registered. One that is not registered yet is unprivileged where this host can, which is
+/// tried. One that was registered when nothing was chosen yet is privileged. Throws Error
+/// (kBadConfig) for words and ranges that do not fit.
+IdChoice idChoiceOf(const Container& container);
+
+/// The map of that choice.
 std::optional<IdMap> idMapOf(const Container& container);
 
 /// Whether a text like that of /etc/subuid sets all of these ids aside for root, in

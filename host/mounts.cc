@@ -1,5 +1,6 @@
 #include "host/mounts.h"
 
+#include <fcntl.h>
 #include <sys/mount.h>
 
 #include <algorithm>
@@ -52,6 +53,15 @@ std::vector<std::string> parseMountPoints(std::string_view mountinfo) {
 void makePrivate(const std::string& path) {
   if (mount(nullptr, path.c_str(), nullptr, MS_PRIVATE, nullptr) != 0) {
     failErrno("cannot make the mount on %s private", path.c_str());
+  }
+}
+
+void setHarmless(const std::string& path, bool harmless) {
+  mount_attr attributes{};
+  constexpr uint64_t kFlags = MOUNT_ATTR_NOSUID | MOUNT_ATTR_NODEV;
+  (harmless ? attributes.attr_set : attributes.attr_clr) = kFlags;
+  if (mount_setattr(AT_FDCWD, path.c_str(), 0, &attributes, sizeof attributes) != 0) {
+    failErrno("cannot set the flags of the mount on %s", path.c_str());
   }
 }
 

@@ -21,6 +21,10 @@ std::vector<std::string> parseMountPoints(std::string_view mountinfo);
 /// directory that it shows. Throws Error.
 void makePrivate(const std::string& path);
 
+/// Makes set-id programs and device files of what is mounted on `path` count for nothing,
+/// or for what they are. Throws Error.
+void setHarmless(const std::string& path, bool harmless);
+
 /// The mount points of this process's mount namespace. Throws Error.
 std::vector<std::string> mountPoints();
 

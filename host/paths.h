@@ -10,13 +10,16 @@ inline constexpr char kConfigDir[] = "/etc/sysconfig/qx-scripts";
 inline constexpr char kConfigLink[] = "/etc/qx/conf";
 /// The host's settings, in shell-variable format. Optional.
 inline constexpr char kHostConfig[] = "/etc/qx/qx.conf";
+/// Where private areas and roots are unless the settings say otherwise.
+inline constexpr char kPrivateDir[] = "/var/lib/qx/private";
+inline constexpr char kRootDir[] = "/var/lib/qx/root";
 /// OS templates: directories NAME and archives NAME.tar, NAME.tar.gz, …
 inline constexpr char kTemplateDir[] = "/var/lib/qx/template";
-/// What lasts until the next boot: ID.init of running containers.
+/// What lasts until the next boot: ID.init of running containers, and the locks.
 inline constexpr char kRunDir[] = "/run/qx";
 
 /// Defaults of the host's settings of the same names.
-inline constexpr char kDefaultLockDir[] = "/var/lock/qx";
+inline constexpr char kDefaultLockDir[] = "/run/qx/lock";
 inline constexpr char kDefaultRoot[] = "/var/lib/qx/root/$VEID";
 inline constexpr char kDefaultPrivate[] = "/var/lib/qx/private/$VEID";
 

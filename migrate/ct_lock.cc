@@ -54,7 +54,7 @@ void getLockFile(unsigned int veid, std::string& path) {
 }
 
 int readLockPid(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return -1;
   char content[kBufferSize + 1];
   const ssize_t length = Expand::readFD(fd, content, kBufferSize);

@@ -2,6 +2,7 @@
 #include <optional>
 
 #include "expand/runscript.h"
+#include "expand/strings.h"
 #include "frame/answer_fields.h"
 #include "frame/plugin.h"
 #include "framework/logger.h"
@@ -79,6 +80,10 @@ int DRAHN2VPSMigrateDeserializerSys::getFreeDiskSpace(long long* bytes) {
     // The text names the other variable; it must stay as it is known.
     if (!config || config->getVERoot(P2V::containerId(*params), root) != 0 || root.empty()) {
       return stage.fail("VE_PRIVATE is not specified");
+    }
+    if (!Expand::is_shell_word(root)) {
+      return stage.fail("VE_ROOT '%s' holds characters that cannot be passed to a command",
+                        root.c_str());
     }
     const std::string command = "df " + root;
     std::string output, errorOutput;

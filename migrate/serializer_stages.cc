@@ -1,5 +1,6 @@
 // The stages of the physical server other than the copy.
 #include "expand/runscript.h"
+#include "expand/strings.h"
 #include "frame/answer_fields.h"
 #include "migrate/command.h"
 #include "migrate/disk_space.h"
@@ -77,6 +78,11 @@ int DRAHN2VPSMigrateSerializerSys::getUsageDiskSpace(long long* bytes) {
     const P2V::DuTotal total = P2V::parseDuTotal(output);
     long long excluded = 0;
     const std::vector<std::string>& excludes = params->options.excludes;
+    for (const std::string& pattern : excludes) {
+      if (Expand::is_shell_word(pattern)) continue;
+      return stage.fail("Exclusion '%s' holds characters that cannot be passed to a command",
+                        pattern.c_str());
+    }
     if (!excludes.empty()) {
       if (!runDu(stage, P2V::duCommand(excludes), output)) return stage.end();
       // The first output's position serves the second one too; it is normally 0.

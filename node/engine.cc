@@ -12,6 +12,7 @@
 #include "host/interfaces.h"
 #include "host/mounts.h"
 #include "host/paths.h"
+#include "host/place.h"
 #include "host/state.h"
 #include "host/users.h"
 #include "node/adapt.h"
@@ -62,10 +63,12 @@ void umountRoot(const Container& container) {
   }
 }
 
-/// As a shared mount it would hand LXC's and id_map.h's mounts on it to the tree.
-void makeRootPrivate(const Container& container) {
+/// As a shared mount it would hand LXC's and id_map.h's mounts on it to the tree. And on the
+/// host nobody is to run its set-id programs, or open its device files.
+void limitRoot(const Container& container) {
   try {
     makePrivate(container.root);
+    setHarmless(container.root, true);
   } catch (const Error&) {
     umountRoot(container);
     throw;
@@ -109,6 +112,7 @@ Outcome mountContainer(const Container& container) {
       fail(ExitCode::kBusy, "something other than %s is mounted on %s", container.tree().c_str(),
            container.root.c_str());
     }
+    makeStateDirectories();
     makeDirectories(container.root);
     if (!listDirectory(container.root).empty()) {
       fail(ExitCode::kExists, "%s is not empty: mounting container %u would hide what is there",
@@ -117,7 +121,7 @@ Outcome mountContainer(const Container& container) {
     if (mount(container.tree().c_str(), container.root.c_str(), nullptr, MS_BIND, nullptr) != 0) {
       failErrno("cannot mount %s on %s", container.tree().c_str(), container.root.c_str());
     }
-    makeRootPrivate(container);
+    limitRoot(container);
   } catch (const Error&) {
     if (mountedTree) umountTree(container.privateArea);
     throw;

@@ -51,7 +51,8 @@ void mountLoop(const std::string& image, const std::string& mountPoint, bool quo
     fail(ExitCode::kFailed, "cannot mount %s: the host has no loop devices (/dev/loop-control)",
          image.c_str());
   }
-  runProgram({"mount", "-t", "ext4", "-o", quota ? "loop,usrquota,grpquota" : "loop", "--", image,
+  runProgram({"mount", "-t", "ext4", "-o",
+              quota ? "loop,nosuid,nodev,usrquota,grpquota" : "loop,nosuid,nodev", "--", image,
               mountPoint});
   try {
     makePrivate(mountPoint);

@@ -151,6 +151,8 @@ LxcItems lxcItems(const Container& container, const HostFacts& facts) {
     items.emplace_back("lxc.mount.entry", textf("%s %s none bind,create=file,optional 0 0",
                                                 facts.device.c_str(), facts.device.c_str() + 1));
   }
+  // In the mounts of its own, the guest's set-id programs work again.
+  if (!idMapOf(container)) items.emplace_back("lxc.hook.pre-mount", facts.qxctl + " hook");
   // They keep ID.init right also when the guest reboots or ends by itself.
   items.emplace_back("lxc.hook.start-host", facts.qxctl + " hook");
   items.emplace_back("lxc.hook.post-stop", facts.qxctl + " hook");

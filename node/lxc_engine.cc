@@ -15,6 +15,7 @@
 #include "host/interfaces.h"
 #include "host/mounts.h"
 #include "host/paths.h"
+#include "host/place.h"
 #include "host/state.h"
 #include "host/text.h"
 #include "node/adapt.h"
@@ -157,7 +158,10 @@ Outcome startContainer(const Container& container) {
   if (map) requireSetAside(*map);
   const bool wasMounted = mountContainer(container) == Outcome::kAlready;
   try {
-    if (map) mountMapped(container.root, makeUserNamespace(*map));
+    if (map) {
+      mountMapped(container.root, makeUserNamespace(*map));
+      letPass(container.root, map->first);
+    }
     const LxcHandle lxc = openLxc(container.id);
     configure(lxc, container);
     lxc->want_daemonize(lxc.get(), true);
@@ -225,6 +229,10 @@ void runHook(const std::string& name, const std::string& type) {
   const unsigned id = parseCtid(name.substr(3));
   if (type == "post-stop") {
     forgetInit(id);
+    return;
+  }
+  if (type == "pre-mount") {
+    setHarmless(findContainer(id).root, false);
     return;
   }
   if (type != "start-host") fail(ExitCode::kUsage, "unknown hook '%s'", type.c_str());

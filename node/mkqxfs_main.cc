@@ -6,6 +6,7 @@
 #include "host/container.h"
 #include "host/error.h"
 #include "host/paths.h"
+#include "host/place.h"
 #include "node/private_area.h"
 #include "node/storage.h"
 #include "node/tool_main.h"
@@ -52,7 +53,9 @@ int main(int argc, char** argv) {
     std::string path = argv[1];
     while (path.size() > 1 && path.ends_with('/')) path.pop_back();
     node::checkPlace("VE_PRIVATE", path);
-    node::makePrivateArea(path, node::storagePlan(ownerOf(path)));
+    const node::Container owner = ownerOf(path);
+    node::requireOwnPlaces(owner);
+    node::makePrivateArea(path, node::storagePlan(owner));
     return 0;
   });
 }

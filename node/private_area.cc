@@ -9,8 +9,10 @@
 #include "host/clock.h"
 #include "host/error.h"
 #include "host/file.h"
+#include "host/id_map.h"
 #include "host/mounts.h"
 #include "host/paths.h"
+#include "host/place.h"
 #include "host/process.h"
 #include "host/text.h"
 #include "node/template.h"
@@ -79,6 +81,7 @@ void makePrivateArea(const std::string& privateArea, const StoragePlan& plan) {
       }
     }
   }
+  makeStateDirectories();
   makeParents(privateArea);
   makeOwnedDirectory(privateArea, 0700);
   // An empty one of another kind is no obstacle.
@@ -178,9 +181,12 @@ bool registerContainer(const Container& container) {
   }
   const std::string stored = storedTemplate(container);
   const std::string source = stored.empty() ? "files" : "template " + stored;
+  // What is chosen now holds for good: the owners of its files outside must not depend on
+  // what this host can on the day of a start.
+  const char* unprivileged = idMapOf(container) ? "yes" : "no";
   replaceFile(container.inPrivateArea(kRegistrationMarker),
-              textf("REGISTERED=%s\nSOURCE=%s\n", shellQuoted(host::utcNow()).c_str(),
-                    shellQuoted(source).c_str()),
+              textf("REGISTERED=%s\nSOURCE=%s\nUNPRIVILEGED=%s\n",
+                    shellQuoted(host::utcNow()).c_str(), shellQuoted(source).c_str(), unprivileged),
               0644);
   return true;
 }

@@ -13,6 +13,7 @@
 #include "host/container.h"
 #include "host/error.h"
 #include "host/lock.h"
+#include "host/place.h"
 #include "host/state.h"
 #include "node/adapt.h"
 #include "node/boot.h"
@@ -66,7 +67,9 @@ int locked(const Options& options, const char* status, Work work) {
     lock = std::make_unique<node::ContainerLock>(node::findContainer(id).lockDir, id, status);
   }
   // Read under the lock: whoever held it before may have written it.
-  return work(node::findContainer(id));
+  const node::Container container = node::findContainer(id);
+  node::requireOwnPlaces(container);
+  return work(container);
 }
 
 void requireConfig(const node::Container& container) { node::loadContainer(container.id); }

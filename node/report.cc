@@ -81,6 +81,7 @@ Json toJson(const StatusReport& report) {
   json["storage"] = storageName(report.storage);
   if (report.imageBytes) json["image_bytes"] = *report.imageBytes;
   json["unprivileged"] = report.unprivileged;
+  json["unprivileged_because"] = report.whyIds;
   for (const auto& [variable, key] : kShownVariables) {
     const std::string value = shownValue(report, variable);
     if (!value.empty()) json[key] = value;
@@ -120,7 +121,9 @@ StatusReport reportOn(const Container& container, const HostState& host) {
   report.registered = registration(container);
   report.storage = storageOf(container.privateArea);
   report.imageBytes = imageSize(container.privateArea);
-  report.unprivileged = idMapOf(container).has_value();
+  IdChoice ids = idChoiceOf(container);
+  report.unprivileged = ids.map.has_value();
+  report.whyIds = std::move(ids.why);
   report.resources = planResources(container, host.cgroups);
   // Without the journals, which are root's, the container is what it is all the same.
   try {
@@ -160,7 +163,12 @@ std::string statusText(const StatusReport& report, const std::vector<std::string
   } else if (report.storage != Storage::kDirectory) {
     text += textf("  storage       %s\n", storageName(report.storage));
   }
-  if (report.unprivileged) text += "  unprivileged  yes\n";
+  if (report.unprivileged) {
+    text += "  unprivileged  yes\n";
+  } else {
+    text += textf("  unprivileged  no: its root can become root of this host (%s)\n",
+                  report.whyIds.c_str());
+  }
   for (const auto& [variable, key] : kShownVariables) {
     const std::string value = shownValue(report, variable);
     if (!value.empty()) text += textf("  %-13s %s\n", key, value.c_str());

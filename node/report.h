@@ -27,6 +27,7 @@ struct StatusReport {
   Storage storage = Storage::kDirectory;  ///< what the tree lies on
   std::optional<uint64_t> imageBytes;
   bool unprivileged = false;
+  std::string whyIds;     ///< why it is, or is not
   std::string addresses;  ///< of all its interfaces
   ResourcePlan resources;
   /// By record: what the kernel holds in place of what the record says.

@@ -33,9 +33,9 @@ std::string parseLine(const std::string& line, const std::string& dump, std::siz
   if (section == sections.end()) return "Signature was not recognized";
   long numbers[2] = {0, 0};
   for (std::size_t i = 0; i < 2; ++i) {
-    // A line cut off before its numbers is refused: read as zeros it would silently
-    // clear the container's quotas.
-    if (words.size() <= i + 1) return "Value is missing";
+    // A line cut off before its numbers, or with nothing in their place, is refused: read as
+    // zeros it would silently clear the container's quotas.
+    if (words.size() <= i + 1 || words[i + 1].empty()) return "Value is missing";
     std::string problem = parseNumber(words[i + 1], numbers[i]);
     if (!problem.empty()) return problem;
   }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "expand/files.h"
+#include "expand/strings.h"
 #include "quota/command.h"
 #include "quota/formatted.h"
 #include "quota/mtab.h"
@@ -29,6 +30,14 @@ int getKind(char letter, const std::string& mountPoint, std::string& limits, std
   // With cat for an editor edquota prints the table that it would have edited.
   return runChecked(formatted("VISUAL=cat EDITOR=cat edquota -%ctf %s", letter, mountPoint.c_str()),
                     &graces);
+}
+
+// The commands take the mount point without quotes, and whoever may mount something
+// chooses its name.
+int checkMountPoint(const std::string& mountPoint) {
+  if (Expand::is_shell_word(mountPoint)) return 0;
+  return fail("Mount point '%s' holds characters that cannot be passed to a command",
+              mountPoint.c_str());
 }
 
 int putKind(char letter, const std::string& mountPoint, const Quotas& current, const Quotas& wanted,
@@ -83,6 +92,7 @@ int quota_get_phys(const char* partition, std::string& limits, std::string& grac
   if (quota_is_enabled_phys(partition, usr, grp, &mountPoint) != 0) return -1;
   limits.clear();
   graces.clear();
+  if ((usr || grp) && checkMountPoint(mountPoint) != 0) return -1;
   if (usr && getKind('u', mountPoint, limits, graces) != 0) return -1;
   if (grp && getKind('g', mountPoint, limits, graces) != 0) return -1;
   return 0;
@@ -100,6 +110,8 @@ int quota_put_phys(const char* partition, const Quotas& users, const Quotas& gro
   std::string mountPoint;
   if (quota_is_enabled_phys(partition, usr, grp, &mountPoint) != 0) return -1;
   if (!usr && !grp) return fail("Quota is not enabled");
+  // It may be another one by now.
+  if (checkMountPoint(mountPoint) != 0) return -1;
 
   // A kind that is off is left out: setquota could only refuse it. The graces of
   // both kinds are the user record's, as for a container.

@@ -1,7 +1,7 @@
 #include "framework/env_manager.h"
 
 #include "agent/system/last_error.h"
-#include "host/file.h"
+#include "host/lock.h"
 #include "host/settings.h"
 
 namespace {
@@ -13,7 +13,7 @@ class EnvM : public QXA::QXAEnvM {
       const host::ShellVars variables = host::hostSettings();
       settings.lockDir = host::settingOf(variables, "LOCKDIR");
       // The default is on a file system that every boot empties.
-      host::makeDirectories(settings.lockDir);
+      host::makeLockDirectory(settings.lockDir);
       settings.defaults["ve_root"] = host::settingOf(variables, "VE_ROOT");
       settings.defaults["ve_private"] = host::settingOf(variables, "VE_PRIVATE");
     });

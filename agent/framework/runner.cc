@@ -22,8 +22,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds killGrace(5);
-// How often an end is looked for where the kernel cannot signal it.
-constexpr int pollMilliseconds = 20;
 
 std::vector<std::string> toVector(const char* const* argv) {
   std::vector<std::string> words;
@@ -208,7 +206,7 @@ void GenExec::State::waitForActivity() {
   if (request && request->cancel && !terminated) {
     entries[count++] = {request->cancel->fd(), POLLIN, 0};
   }
-  int timeout = child.fd() >= 0 ? 1000 : pollMilliseconds;
+  int timeout = 1000;
   const Clock::time_point next = std::min(deadline, killAt);
   if (next != Clock::time_point::max()) {
     const auto left =

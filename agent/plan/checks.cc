@@ -7,6 +7,7 @@
 #include "agent/framework/validation.h"
 #include "agent/plan/amounts.h"
 #include "agent/plan/disk_limits.h"
+#include "host/id_map.h"
 
 namespace agent {
 
@@ -66,6 +67,7 @@ class Checks {
       note("The migration goes on from what an earlier one has copied, " + node.privateArea +
            ".migrated.");
     }
+    if (!node.placeProblem.empty()) block("The node refuses a place: " + node.placeProblem + ".");
     if (node.interruption.empty() && !node.containerExists && node.configExists) {
       warn("Container " + id + " has a configuration file already: it will be replaced.");
     }
@@ -265,6 +267,17 @@ class Checks {
 
   void ids() {
     const Survey& survey = facts_.survey;
+    const NodeFacts& node = facts_.node;
+    if (node.ids > 0 && !node.whyIds.empty()) {
+      note("The container will be unprivileged: its root is nobody on the node (" + node.whyIds +
+           ").");
+    } else if (!node.whyIds.empty()) {
+      // Somebody has decided so, or the node can do no better.
+      const bool chosen = node.whyIds == host::kPrivilegedByChoice;
+      add(chosen ? Severity::note : Severity::warning,
+          "The container will be privileged: its root can become the node's (" + node.whyIds +
+              ").");
+    }
     const auto check = [&](const char* what, long long id, const std::string& where) {
       const std::string text =
           std::string("The largest ") + what + " is " + std::to_string(id) + " (" + where + "): ";
@@ -272,7 +285,7 @@ class Checks {
       if (ids > 0) {
         if (id < ids) return;
         block(text + "the unprivileged container has " + std::to_string(ids) +
-              " only (see UNPRIVILEGED_IDS).");
+              " only: give it more with UNPRIVILEGED_IDS, or set UNPRIVILEGED=no.");
       } else if (id > 65535) {
         note(text + "an unprivileged container could not hold it.");
       }

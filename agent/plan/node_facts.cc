@@ -18,6 +18,7 @@
 #include "host/id_map.h"
 #include "host/lock.h"
 #include "host/migration_journal.h"
+#include "host/place.h"
 #include "host/settings.h"
 #include "host/used_addresses.h"
 
@@ -107,7 +108,16 @@ NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params) {
   for (const auto& [name, value] : config.otherVariables) container.vars[name] = value;
   const std::string storage = container.var("STORAGE");
   if (!storage.empty()) facts.storage = storage;
-  if (const auto map = host::idMapOf(container)) facts.ids = map->count;
+  container.privateArea = facts.privateArea;
+  config.getVERoot(ctid, container.root);
+  try {
+    host::requireOwnPlaces(container);
+  } catch (const host::Error& problem) {
+    facts.placeProblem = problem.what();
+  }
+  const host::IdChoice ids = host::idChoiceOf(container);
+  if (ids.map) facts.ids = ids.map->count;
+  facts.whyIds = ids.why;
   findAddresses(ctid, facts);
 
   std::optional<QXA::QXADistribution> distribution;

@@ -17,8 +17,9 @@ struct NodeFacts {
   bool keptExists = false;    // what an earlier attempt has copied, kept for this one
   // An earlier migration into the container that was interrupted: when, and what to do.
   std::string interruption;
-  std::string lockHolder;   // what holds the container id's lock; empty when it is free
-  std::string privateArea;  // where the copy will be
+  std::string lockHolder;    // what holds the container id's lock; empty when it is free
+  std::string privateArea;   // where the copy will be
+  std::string placeProblem;  // why it, or the root, must not be there
   long long freeBytes = 0;
   long long freeInodes = -1;  // -1: the file system has no fixed number
   // Host of each address that is taken, without prefix: "this host" or
@@ -39,6 +40,7 @@ struct NodeFacts {
   // User and group ids that the container has, from 0 on; 0 for a privileged one,
   // whose ids are the host's.
   long long ids = 0;
+  std::string whyIds;  // why it is privileged, or is not
   // What the container's tree will lie on: "directory", "ext4" (an image of the size
   // of its disk limits) or "btrfs".
   std::string storage = "directory";

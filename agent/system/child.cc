@@ -2,8 +2,8 @@
 
 #include <fcntl.h>
 #include <sys/prctl.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -19,7 +19,7 @@ int prepareAndExec(char* const* argv, const ChildOptions& options, pid_t parent)
   if (options.ownGroup) setpgid(0, 0);
   if (options.dieWithParent) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent) raise(SIGKILL);
+    if (getppid() != parent) _exit(127);
   }
   // Move the wired descriptors out of the way of 0 to 2 first, so that no dup2
   // overwrites one that is still needed.
@@ -60,13 +60,27 @@ int prepareAndExec(char* const* argv, const ChildOptions& options, pid_t parent)
   return errno;
 }
 
+struct Program {
+  char* const* argv;
+  const ChildOptions& options;
+  int report;
+};
+
+void runProgram(const void* context, pid_t starter) {
+  const auto& program = *static_cast<const Program*>(context);
+  // The pipe must survive the wiring of descriptors 0 to 2.
+  const int reporter = fcntl(program.report, F_DUPFD_CLOEXEC, 3);
+  const int failure = prepareAndExec(program.argv, program.options, starter);
+  [[maybe_unused]] const ssize_t written = write(reporter, &failure, sizeof failure);
+  _exit(127);
+}
+
 }  // namespace
 
 Child::~Child() {
   if (!started() || ended_) return;
   signalGroup(SIGKILL);
-  while (waitpid(pid_, &status_, 0) < 0 && errno == EINTR) {
-  }
+  endStarter(starter_);
 }
 
 int Child::start(const std::vector<std::string>& argv, const ChildOptions& options) {
@@ -79,53 +93,44 @@ int Child::start(const std::vector<std::string>& argv, const ChildOptions& optio
   if (pipe2(report, O_CLOEXEC) != 0) return errno;
   host::Fd reportRead(report[0]), reportWrite(report[1]);
 
-  const pid_t parent = getpid();
-  const pid_t pid = fork();
-  if (pid < 0) return errno;
-  if (pid == 0) {
-    // The pipe must survive the wiring of descriptors 0 to 2.
-    const int reporter = fcntl(reportWrite.get(), F_DUPFD_CLOEXEC, 3);
-    const int failure = prepareAndExec(pointers.data(), options, parent);
-    [[maybe_unused]] const ssize_t written = write(reporter, &failure, sizeof failure);
-    _exit(127);
+  const Program program{pointers.data(), options, reportWrite.get()};
+  if (const int error = startByStarter(runProgram, &program, options.dieWithParent, starter_)) {
+    return error;
   }
   reportWrite.reset();
-  if (options.ownGroup)
-    setpgid(pid, pid);  // whoever is first: the group exists before anyone signals it
+  // Whoever is first: the group exists before anyone signals it.
+  if (options.ownGroup) setpgid(starter_.program, starter_.program);
 
   int failure = 0;
   ssize_t count;
   while ((count = read(reportRead.get(), &failure, sizeof failure)) < 0 && errno == EINTR) {
   }
   if (count == sizeof failure) {
-    int status;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
+    endStarter(starter_);
     return failure;
   }
-  pid_ = pid;
+  pid_ = starter_.program;
   ownGroup_ = options.ownGroup;
   ended_ = false;
-#ifdef SYS_pidfd_open
-  pidfd_.reset(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
-#endif
   return 0;
 }
 
 bool Child::poll() {
   if (ended_ || !started()) return true;
-  pid_t result;
-  while ((result = waitpid(pid_, &status_, WNOHANG)) < 0 && errno == EINTR) {
+  ssize_t count;
+  while ((count = recv(starter_.status, &status_, sizeof status_, MSG_DONTWAIT)) < 0 &&
+         errno == EINTR) {
   }
-  if (result == 0) return false;
-  // A process that someone else reaped has ended, too; how is not known.
-  if (result < 0) status_ = 127 << 8;
+  if (count < 0 && errno == EAGAIN) return false;
+  // Someone killed the starter; how the program ended, or will, is not known.
+  if (count != sizeof status_) status_ = 127 << 8;
+  endStarter(starter_);
   ended_ = true;
   return true;
 }
 
 void Child::signalGroup(int signal) const {
-  if (pid_ > 0) kill(ownGroup_ ? -pid_ : pid_, signal);
+  if (started() && !ended_) kill(ownGroup_ ? -pid_ : pid_, signal);
 }
 
 }  // namespace agent

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "host/fd.h"
+#include "agent/system/starter.h"
 
 namespace agent {
 
@@ -22,8 +22,8 @@ struct ChildOptions {
   bool dieWithParent = false;
 };
 
-// Owns a process; kills it, with its group if it has one of its own, and reaps it
-// when it goes.
+// Owns a process, whose end raises no SIGCHLD in this one; kills it, with its group if it has one
+// of its own, and reaps it when it goes.
 class Child {
  public:
   Child() = default;
@@ -42,19 +42,18 @@ class Child {
   bool poll();
   int status() const { return status_; }
 
-  // Readable when the process has ended, for poll(2); -1 where the kernel has no
-  // process descriptors (before 5.3), and poll() must be asked now and then.
-  int fd() const { return pidfd_.get(); }
+  // Readable when the process has ended, for poll(2); -1 once poll() has said so.
+  int fd() const { return starter_.status; }
 
   // Sends a signal to the process, with its group if it has one of its own.
   void signalGroup(int signal) const;
 
  private:
+  Started starter_;
   pid_t pid_ = 0;
   bool ownGroup_ = true;
   bool ended_ = false;
   int status_ = 0;
-  host::Fd pidfd_;
 };
 
 }  // namespace agent

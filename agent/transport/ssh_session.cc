@@ -122,7 +122,7 @@ SshSession::~SshSession() {
       }
     } else {
       pollfd entry{master_.fd(), POLLIN, 0};
-      ::poll(&entry, master_.fd() >= 0 ? 1 : 0, 20);
+      ::poll(&entry, 1, 20);
     }
     if (!errorThread_.joinable()) drainErrors();
   }

@@ -175,6 +175,7 @@ init_pid() { cut -d' ' -f1 /run/qx/$ctid.init; }
 # The host's settings. Every node of the release gets them.
 set_up_host() {
   case $QX_RELEASE in
+    bookworm) printf 'UNPRIVILEGED=no\n' ;;
     bullseye) printf 'STORAGE=ext4\n' ;;
     trixie)
       printf 'UNPRIVILEGED=yes\nUNPRIVILEGED_IDS=1000000:65536\n'
@@ -211,6 +212,12 @@ check_storage() {
       check "qxctl status tells" grep -q '^  unprivileged  yes$' <(qxctl status $ctid)
       ;;
     sysvinit) check_equal "the tree is a subvolume" 256 "$(stat -c %i "$fs")" ;;
+    bookworm)
+      check "the tree is a directory" test ! -e "$private/.qx-image" -a -d "$fs/etc"
+      check_equal "root of the guest is the node's" 0 "$(stat -c %u "/proc/$(init_pid)")"
+      check "qxctl status says what that means" \
+        grep -q '^  unprivileged  no: its root can become root of this host' <(qxctl status $ctid)
+      ;;
     *) check "the tree is a directory" test ! -e "$private/.qx-image" -a -d "$fs/etc" ;;
   esac
 }

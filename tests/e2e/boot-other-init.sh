@@ -96,7 +96,7 @@ for round in 1 2 3; do
   check "start" qxctl start $ctid
   check "a command runs in it" in_container true
 done
-check "no lock is left" test ! -e /var/lock/qx/$ctid.lck
+check "no lock is left" test ! -e /run/qx/lock/$ctid.lck
 
 step "A container that has only just been started can be stopped"
 check "stop" qxctl stop $ctid

@@ -144,7 +144,7 @@ still_running() {
   printf '%s\n' "$found"
 }
 
-check_not_locked() { check "container $ctid is not locked" test ! -e /var/lock/qx/$ctid.lck; }
+check_not_locked() { check "container $ctid is not locked" test ! -e /run/qx/lock/$ctid.lck; }
 
 check_rolled_back() {
   check "no private area" test ! -e "$private"

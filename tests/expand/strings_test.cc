@@ -139,6 +139,21 @@ TEST(Btoa, NamesTheTwoValues) {
   EXPECT_STREQ(btoa(false), "false");
 }
 
+TEST(IsShellWord, BlanksAndWhatAShellActsOnAreNone) {
+  for (const char* text : {"/", "/data", "/var/log/*", "/a?[b-c]~",
+                           "/gr\xc3\xb6\xc3\x9f"
+                           "e",
+                           "a,b=c:d@e%f+g"}) {
+    EXPECT_TRUE(is_shell_word(text)) << text;
+  }
+  for (const char* text :
+       {"", "/a b", "/a\tb", "/a\nb", "/a;b", "/a&b", "/a|b", "/a<b", "/a>b", "/$(b)", "/$b",
+        "/`b`", "/a\\040b", "/'", "/\"", "/{a,b}", "/a(b", "/!", "#"}) {
+    EXPECT_FALSE(is_shell_word(text)) << text;
+  }
+  EXPECT_FALSE(is_shell_word(std::string("a\0b", 3)));
+}
+
 TEST(Atob, OnlyTrueInAnyCaseIsTrue) {
   EXPECT_TRUE(atob("true"));
   EXPECT_TRUE(atob("TRUE"));

@@ -33,7 +33,7 @@ TEST(FindContainer, WithoutAnyFileUsesTheBuiltInPlaces) {
     EXPECT_EQ(container.root, "/var/lib/qx/root/101");
     EXPECT_EQ(container.privateArea, "/var/lib/qx/private/101");
     EXPECT_EQ(container.tree(), "/var/lib/qx/private/101/fs");
-    EXPECT_EQ(container.lockDir, "/var/lock/qx");
+    EXPECT_EQ(container.lockDir, "/run/qx/lock");
     EXPECT_THROW(host::loadContainer(101), Error);
   });
 }

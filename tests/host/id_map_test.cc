@@ -9,6 +9,7 @@
 
 #include "host/error.h"
 #include "host/mounts.h"
+#include "host/place.h"
 #include "node/lxc_config.h"
 #include "support/scratch_host.h"
 
@@ -38,7 +39,7 @@ std::string refusal(const std::function<void()>& action) {
 }
 
 TEST(IdMap, IsWhatTheConfigurationSays) {
-  EXPECT_FALSE(host::idMapOf(withVars({})));
+  EXPECT_FALSE(host::idMapOf(withVars({{"UNPRIVILEGED", "no"}})));
   EXPECT_FALSE(host::idMapOf(withVars({{"UNPRIVILEGED", "no"}, {"UNPRIVILEGED_IDS", "bad"}})));
   const auto map =
       host::idMapOf(withVars({{"UNPRIVILEGED", "yes"}, {"UNPRIVILEGED_IDS", "200000:70000"}}));
@@ -70,7 +71,8 @@ TEST(IdMap, IsToldToLxcAfterTheSharedConfiguration) {
   EXPECT_THAT(items, Contains(Pair("lxc.idmap", "g 0 1000000 65536")));
   EXPECT_THAT(items, Contains(Pair("lxc.cap.drop", HasSubstr("sys_rawio"))));
   EXPECT_EQ(items[1].second, "/usr/share/lxc/config/userns.conf");
-  EXPECT_THAT(node::lxcItems(withVars({}), {}), Not(Contains(Pair("lxc.idmap", testing::_))));
+  EXPECT_THAT(node::lxcItems(withVars({{"UNPRIVILEGED", "no"}}), {}),
+              Not(Contains(Pair("lxc.idmap", testing::_))));
 }
 
 TEST(IdMap, IsSetAsideByOneLineForRoot) {
@@ -81,6 +83,43 @@ TEST(IdMap, IsSetAsideByOneLineForRoot) {
        {"", "web:1000000:65536", "root:1000000:65535", "root:1000001:65536", "root:1000000",
         "root:1000000:x", "root:1000000:30000\nroot:1030000:40000", "root:900000:100000"}) {
     EXPECT_FALSE(host::setsAside(text, map)) << text;
+  }
+}
+
+TEST(IdChoice, NewContainersAreUnprivilegedWhereTheHostCan) {
+  test_support::ScratchHost host;
+  host.dir("/var/lib/qx/private/101/fs");
+  host.run([] {
+    const host::IdChoice choice = host::idChoiceOf(withVars({}));
+    // The scratch host is a tmpfs, whose owners Linux 6.3 and newer can map.
+    if (choice.why.find("set UNPRIVILEGED=no") != choice.why.npos) GTEST_SKIP() << choice.why;
+    ASSERT_TRUE(choice.map) << choice.why;
+    EXPECT_EQ(choice.map->first, 1000000u);
+    EXPECT_EQ(choice.why, "this host can");
+    EXPECT_TRUE(host::idChoiceOf(withVars({{"STORAGE", "ext4"}})).map);
+  });
+  host.tool("/usr/bin/newuidmap").run([] {
+    const host::IdChoice choice = host::idChoiceOf(withVars({}));
+    EXPECT_FALSE(choice.map);
+    EXPECT_THAT(choice.why, HasSubstr("are not set aside for root in /etc/subuid"));
+  });
+}
+
+TEST(IdChoice, ThatOfARegisteredContainerStays) {
+  const struct {
+    const char* marker;
+    bool unprivileged;
+  } rows[] = {{"REGISTERED=x\nSOURCE=files\n", false},
+              {"REGISTERED=x\nSOURCE=files\nUNPRIVILEGED=no\n", false},
+              {"REGISTERED=x\nSOURCE=files\nUNPRIVILEGED=yes\n", true}};
+  for (const auto& row : rows) {
+    test_support::ScratchHost().file("/var/lib/qx/private/101/.qx-registered", row.marker).run([&] {
+      const host::IdChoice choice = host::idChoiceOf(withVars({}));
+      EXPECT_EQ(choice.map.has_value(), row.unprivileged) << row.marker;
+      EXPECT_EQ(choice.why, "it was registered so");
+      EXPECT_FALSE(host::idMapOf(withVars({{"UNPRIVILEGED", "no"}})));
+      EXPECT_TRUE(host::idMapOf(withVars({{"UNPRIVILEGED", "yes"}})));
+    });
   }
 }
 
@@ -119,6 +158,25 @@ TEST(IdMapping, ShowsOtherOwnersAndNoDevicesAndIsUndoneLikeAMount) {
     EXPECT_TRUE(host::isMapped("/mnt", "/tree"));
     ASSERT_EQ(umount("/mnt"), 0);
     EXPECT_FALSE(host::isMapped("/mnt", "/tree"));
+  });
+}
+
+// The root of an unprivileged container has its group outside, and the path leads to it.
+TEST(LetPass, OpensTheWayForOneGroupAlone) {
+  test_support::ScratchHost().dir("/data", 0700).dir("/data/root/101").run([] {
+    ASSERT_EQ(chmod("/data/root", 0700), 0);
+    for (int again = 0; again < 2; ++again) {
+      host::letPass("/data/root/101", 1000000);
+      for (const char* directory : {"/data", "/data/root"}) {
+        struct stat st {};
+        ASSERT_EQ(stat(directory, &st), 0);
+        EXPECT_EQ(st.st_mode & 07777, 0710u) << directory;
+        EXPECT_EQ(st.st_gid, 1000000u);
+        EXPECT_EQ(st.st_uid, 0u);
+      }
+    }
+    EXPECT_THAT(refusal([] { host::letPass("/data/root/102", 2000000); }),
+                HasSubstr("'/data' lets pass containers whose root is group 1000000"));
   });
 }
 

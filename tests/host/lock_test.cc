@@ -1,7 +1,9 @@
 #include "host/lock.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -119,6 +121,62 @@ TEST(ContainerLock, OnlyOneOfManyProcessesTakesAStaleLock) {
   int status = 0;
   while (wait(&status) > 0) holders += WIFEXITED(status) && WEXITSTATUS(status) == 1;
   EXPECT_EQ(holders, 1);
+}
+
+TEST(ContainerLock, DirectoryIsForItsOwnerOnly) {
+  test_support::TempTree tree;
+  const std::string dir = tree.path("lock");
+  ContainerLock lock(dir, 101, "mounting");
+  struct stat st;
+  ASSERT_EQ(stat(dir.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0700u);
+}
+
+TEST(ContainerLock, DirectoryOfOthersIsRefused) {
+  test_support::TempTree tree;
+  const std::string dir = tree.path("lock");
+  ASSERT_EQ(mkdir(dir.c_str(), 0755), 0);
+  ASSERT_EQ(chmod(dir.c_str(), 01777), 0);
+  try {
+    ContainerLock lock(dir, 101, "mounting");
+    FAIL() << "accepted";
+  } catch (const host::Error& error) {
+    EXPECT_EQ(error.code(), host::ExitCode::kBadConfig);
+    EXPECT_THAT(error.what(), testing::HasSubstr("mode 1777"));
+  }
+  ASSERT_EQ(chmod(dir.c_str(), 0700), 0);
+  ASSERT_EQ(symlink(dir.c_str(), tree.path("link").c_str()), 0);
+  EXPECT_THROW(ContainerLock(tree.path("link"), 101, "mounting"), host::Error);
+}
+
+TEST(ContainerLock, WhatStandsInItsPlaceIsNeitherWaitedForNorFollowed) {
+  test_support::TempTree tree;
+  const std::string dir = tree.path("lock");
+  ASSERT_EQ(mkdir(dir.c_str(), 0700), 0);
+  const std::string live = tree.path("live");
+  host::replaceFile(live, host::textf("%d\nbusy\n", getpid()), 0644);
+  ASSERT_EQ(mkfifo((dir + "/101.lck").c_str(), 0600), 0);
+  ASSERT_EQ(symlink(live.c_str(), (dir + "/102.lck").c_str()), 0);
+  for (const unsigned id : {101u, 102u}) {
+    ContainerLock lock(dir, id, "mounting");
+    struct stat st;
+    ASSERT_EQ(lstat((dir + host::textf("/%u.lck", id)).c_str(), &st), 0);
+    EXPECT_TRUE(S_ISREG(st.st_mode));
+  }
+}
+
+TEST(ContainerLock, DirectoryThatSomebodyKeepsLockedIsSaid) {
+  test_support::TempTree tree;
+  const std::string dir = tree.path("lock");
+  ASSERT_EQ(mkdir(dir.c_str(), 0700), 0);
+  const host::Fd holder(open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_EQ(flock(holder.get(), LOCK_EX), 0);
+  try {
+    ContainerLock lock(dir, 101, "mounting");
+    FAIL() << "taken";
+  } catch (const host::Error& error) {
+    EXPECT_EQ(error.code(), host::ExitCode::kLocked);
+  }
 }
 
 }  // namespace

@@ -27,7 +27,7 @@ MigrationRecord sample() {
   record.configuration = "/etc/sysconfig/qx-scripts/101.conf";
   record.privateArea = "/var/lib/qx/private/101";
   record.root = "/var/lib/qx/root/101";
-  record.lock = "/var/lock/qx/101.lck";
+  record.lock = "/run/qx/lock/101.lck";
   record.process = {"boot", 42, 4711};
   record.begun = record.updated = "2026-11-21T22:21:25Z";
   record.state = MigrationState::kFailed;

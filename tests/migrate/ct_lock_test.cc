@@ -63,19 +63,19 @@ TEST(CtLock, FileHoldsPidAndStatusInTheHostsLockDirectory) {
 TEST(CtLock, TakenLockLeavesNoTemporaryFile) {
   ScratchHost().run([] {
     EXPECT_EQ(lock(), "");
-    EXPECT_THAT(filesOf("/var/lock/qx"), ElementsAre(kLock));
+    EXPECT_THAT(filesOf("/run/qx/lock"), ElementsAre(kLock));
   });
 }
 
 TEST(CtLock, LiveHolderKeepsTheLock) {
   ScratchHost host;
-  host.dir("/var/lock/qx");
+  host.dir("/run/qx/lock");
   host.run([] {
     makeEntry("/", fileAt(kLock, std::to_string(getpid()) + "\ncreating\n"));
     EXPECT_EQ(lock(),
               "Unable to lock CT 101 already locked by process #" + std::to_string(getpid()));
     EXPECT_EQ(readFile(kLock), std::to_string(getpid()) + "\ncreating\n");
-    EXPECT_THAT(filesOf("/var/lock/qx"), ElementsAre(kLock));
+    EXPECT_THAT(filesOf("/run/qx/lock"), ElementsAre(kLock));
   });
 }
 
@@ -99,7 +99,7 @@ TEST(CtLock, LockThatCannotBeOpenedIntentionallyCountsAsTakenAfterThreeTries) {
     EXPECT_GE(seconds, 1.5);
     EXPECT_LT(seconds, 2.5);
     // Nothing was taken, and nothing is left behind.
-    EXPECT_THAT(filesOf("/var/lock/qx"), ElementsAre(kLock));
+    EXPECT_THAT(filesOf("/run/qx/lock"), ElementsAre(kLock));
     EXPECT_TRUE(fs::is_symlink(kLock));
   });
 }
@@ -121,7 +121,7 @@ TEST(CtLock, TemporaryFileThatCannotBeMadeIsAnError) {
 
 TEST(CtLock, ContentThatCannotBeWrittenIsAnErrorAndLeavesNothing) {
   ScratchHost host;
-  host.dir("/var/lock/qx");
+  host.dir("/run/qx/lock");
   host.run([] {
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit before;
@@ -130,7 +130,7 @@ TEST(CtLock, ContentThatCannotBeWrittenIsAnErrorAndLeavesNothing) {
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &nothing), 0);
     EXPECT_EQ(lock(), "Unable to lock CT 101: File too large");
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
-    EXPECT_THAT(filesOf("/var/lock/qx"), IsEmpty());
+    EXPECT_THAT(filesOf("/run/qx/lock"), IsEmpty());
   });
 }
 
@@ -142,7 +142,7 @@ TEST(CtLock, UnreadableHostSettingsAreAnErrorBeforeAnythingIsTouched) {
     P2V::getLockFile(101, path);
     EXPECT_EQ(path, "");
     EXPECT_EQ(lock(), "Unable to lock CT 101: the host settings name no lock directory");
-    EXPECT_FALSE(fs::exists("/var/lock/qx"));
+    EXPECT_FALSE(fs::exists("/run/qx/lock"));
     EXPECT_EQ(P2V::unlockCT(101), 0);
   });
 }

@@ -60,7 +60,7 @@ ParamsPtr keepingParams() {
 
 TEST(DestinationFinish, WithoutTheLockUnmountsAndLeavesEverythingElse) {
   ScratchHost host = nodeHost();
-  host.dir("/var/lock/qx");
+  host.dir("/run/qx/lock");
   host.run([&] {
     makeEntry("/", fileAt(kLock, "1\nother\n"));
     Ending ending(host);

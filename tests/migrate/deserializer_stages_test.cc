@@ -178,6 +178,22 @@ TEST(FreeDiskSpace, MissingRootIsIntentionallyReportedAsThePrivateArea) {
   });
 }
 
+TEST(FreeDiskSpace, RootThatAShellWouldActOnIsRefused) {
+  ScratchHost host = nodeHost();
+  host.tool("/usr/bin/df");
+  host.run([&] {
+    DirectDestination destination;
+    const ParamsPtr params = containerParams();
+    destination.init(params);
+    params->options.config->setVERootVar("/vz/$(touch /ran)");
+    long long bytes = 42;
+    EXPECT_EQ(destination.call([&](auto& w) { return w.getFreeDiskSpace(&bytes); }).text,
+              "VE_ROOT '/vz/$(touch /ran)' holds characters that cannot be passed to a command");
+    EXPECT_EQ(bytes, 42);
+    EXPECT_NE(access("/ran", F_OK), 0);
+  });
+}
+
 TEST(FreeDiskSpace, FailedDfIsReportedWithWhatItPrinted) {
   ScratchHost host = nodeHost();
   host.tool("/usr/bin/df", {.status = 1, .out = "out\n", .err = "df: no such file\n"});

@@ -12,7 +12,7 @@ RecordedFramework& record() { return RecordedFramework::instance(); }
 
 void note(const std::string& call) {
   record().calls.push_back(call);
-  if (access("/var/lock/qx/101.lck", F_OK) == 0) record().locked.push_back(call);
+  if (access("/run/qx/lock/101.lck", F_OK) == 0) record().locked.push_back(call);
 }
 
 template <class T>

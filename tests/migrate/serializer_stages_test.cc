@@ -189,6 +189,23 @@ TEST(UsageDiskSpace, WithAnEmptyExclusionListOneCommandRuns) {
   });
 }
 
+TEST(UsageDiskSpace, ExclusionThatAShellWouldActOnIsRefused) {
+  for (const std::string pattern : {"/a;touch${IFS}/ran", "/$(touch /ran)", "/a b"}) {
+    ScratchHost host = serverHost();
+    host.tool(kDu, du("1000\\t/\\n", "30\\ttotal\\n"));
+    host.run([&] {
+      DirectSource source;
+      const ParamsPtr params = newParams();
+      params->options.excludes = {pattern};
+      EXPECT_EQ(source.init(params).code, 0);
+      long long bytes = 0;
+      EXPECT_EQ(source.call([&](auto& worker) { return worker.getUsageDiskSpace(&bytes); }).text,
+                "Exclusion '" + pattern + "' holds characters that cannot be passed to a command");
+      EXPECT_NE(access("/ran", F_OK), 0);
+    });
+  }
+}
+
 TEST(UsageDiskSpace, PositionOfTheFirstOutputServesTheSecond) {
   ScratchHost host = serverHost();
   host.tool(kDu, du("  1000\\t/\\n", "5 7 total\\n"));

@@ -23,7 +23,7 @@ constexpr char kQxpkg[] = "/usr/sbin/qxpkg";
 constexpr char kDist[] = "/etc/sysconfig/qx-scripts/dists/debian-12.conf";
 constexpr char kArea[] = "/var/lib/qx/private/101";
 constexpr char kVeRoot[] = "/var/lib/qx/root/101";
-constexpr char kLock[] = "/var/lock/qx/101.lck";
+constexpr char kLock[] = "/run/qx/lock/101.lck";
 
 // A call of a fake tool as ScratchHost::calls gives it; words are separated by
 // blanks here.

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include "host/error.h"
@@ -63,6 +64,27 @@ TEST(Mount, ShowsTheTreeAtTheRootAndUmountHidesIt) {
     EXPECT_FALSE(host::isMounted(container));
     EXPECT_FALSE(host::exists(std::string(kRoot) + "/etc/motd"));
     EXPECT_EQ(codeOf([&] { node::umountContainer(container); }), ExitCode::kNotMounted);
+  });
+}
+
+// Nobody of the host runs a set-id program, or opens a device file, out of a container.
+TEST(Mount, IsOfNoUseToOtherUsersOfTheHost) {
+  hostWithContainer().run([] {
+    const host::Container container = host::loadContainer(101);
+    node::mountContainer(container);
+    struct statvfs flags {};
+    ASSERT_EQ(statvfs(kRoot, &flags), 0);
+    EXPECT_TRUE(flags.f_flag & ST_NOSUID);
+    EXPECT_TRUE(flags.f_flag & ST_NODEV);
+    ASSERT_EQ(statvfs(container.tree().c_str(), &flags), 0);
+    EXPECT_FALSE(flags.f_flag & ST_NODEV) << "the tree's own mount is not ours to change";
+    for (const char* directory :
+         {"/var/lib/qx/private", "/var/lib/qx/root", "/var/lib/qx/template"}) {
+      struct stat st {};
+      ASSERT_EQ(stat(directory, &st), 0);
+      EXPECT_EQ(st.st_mode & 077, 0u) << directory;
+    }
+    node::umountContainer(container);
   });
 }
 

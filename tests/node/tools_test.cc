@@ -74,8 +74,8 @@ TEST(Qxctl, StatusTellsWhatAnInterruptedMigrationLeft) {
 }
 
 TEST(Qxctl, HonoursTheLockUnlessToldToSkipIt) {
-  ScratchHost().file(kConf, "").dir("/var/lib/qx/private/101/fs").dir("/var/lock/qx").run([] {
-    host::replaceFile("/var/lock/qx/101.lck", host::textf("%d\nmigrating\n", getpid()), 0644);
+  ScratchHost().file(kConf, "").dir("/var/lib/qx/private/101/fs").dir("/run/qx/lock").run([] {
+    host::replaceFile("/run/qx/lock/101.lck", host::textf("%d\nmigrating\n", getpid()), 0644);
     const ToolResult refused = qxctl("mount", "101");
     EXPECT_EQ(refused.status, 9);
     EXPECT_EQ(refused.err, host::textf("qxctl: container 101 is locked by process %d "
@@ -83,7 +83,7 @@ TEST(Qxctl, HonoursTheLockUnlessToldToSkipIt) {
                                        getpid()));
     EXPECT_EQ(qxctl("--skiplock", "mount", "101").status, 0);
     EXPECT_EQ(qxctl("status", "101").status, 0) << "looking needs no lock";
-    EXPECT_TRUE(host::exists("/var/lock/qx/101.lck"));
+    EXPECT_TRUE(host::exists("/run/qx/lock/101.lck"));
   });
 }
 
@@ -146,7 +146,7 @@ TEST(Qxctl, LocksWithoutBeingToldAndUnlocksAfterwards) {
   ScratchHost().file(kConf, "").dir("/var/lib/qx/private/101/fs").run([] {
     EXPECT_EQ(qxctl("mount", "101").status, 0);
     EXPECT_EQ(qxctl("destroy", "101").status, 0);
-    EXPECT_THAT(host::listDirectory("/var/lock/qx"), IsEmpty());
+    EXPECT_THAT(host::listDirectory("/run/qx/lock"), IsEmpty());
   });
 }
 
@@ -170,7 +170,7 @@ TEST(Qxctl, ManyAtOnceAreRefusedByTheLockOrDoTheirWork) {
       EXPECT_TRUE(allowed.at(verb).contains(result.status)) << verb << " " << result.status;
       EXPECT_EQ(result.status == 0, result.err.empty()) << verb << ": " << result.err;
     }
-    EXPECT_THAT(host::listDirectory("/var/lock/qx"), IsEmpty());
+    EXPECT_THAT(host::listDirectory("/run/qx/lock"), IsEmpty());
     EXPECT_EQ(qxctl("mount", "101").status, 0);
     EXPECT_LE(host::countMountsAt(host::mountPoints(), "/var/lib/qx/root/101"), 1u);
     EXPECT_TRUE(host::exists("/var/lib/qx/root/101/bin/sh"));
@@ -193,7 +193,7 @@ TEST(Qxctl, OneOfManyDestroysAndTheOthersFindNothing) {
     EXPECT_EQ(done, 1);
     EXPECT_FALSE(host::exists("/var/lib/qx/private/101"));
     EXPECT_FALSE(host::exists(kConf));
-    EXPECT_THAT(host::listDirectory("/var/lock/qx"), IsEmpty());
+    EXPECT_THAT(host::listDirectory("/run/qx/lock"), IsEmpty());
   });
 }
 

@@ -91,6 +91,9 @@ TEST(QuotaDumpReader, ValueOutOfRangeIsRefusedWithItsTab) {
 TEST(QuotaDumpReader, MissingValueIsRefused) {
   EXPECT_EQ(refusal("limits\n\n"), std::string(kHeaderError) + "0: 'limits'. Value is missing");
   EXPECT_EQ(refusal("limits 0\n\n"), std::string(kHeaderError) + "0: 'limits 0'. Value is missing");
+  EXPECT_EQ(refusal("limits  \n\n"), std::string(kHeaderError) + "0: 'limits  '. Value is missing");
+  EXPECT_EQ(refusal("limits 0 \n\n"),
+            std::string(kHeaderError) + "0: 'limits 0 '. Value is missing");
   // Words are examined in turn.
   EXPECT_EQ(refusal("limits 1x\n\n"),
             std::string(kHeaderError) +

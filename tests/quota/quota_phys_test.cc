@@ -138,6 +138,25 @@ TEST(QuotaPhys, ReportsOfBothKindsAreConcatenatedUsersFirst) {
   });
 }
 
+TEST(QuotaPhys, MountPointThatAShellWouldActOnReachesNone) {
+  for (const std::string name : {"/mnt/$(touch${IFS}/ran)", "/mnt/a;touch${IFS}/ran;",
+                                 "/mnt/`touch${IFS}/ran`", "/mnt/a\\040b"}) {
+    ScratchHost host = hostWithMtab("/dev/disk " + name + " ext3 rw,usrquota,grpquota 0 0\n");
+    addQuotaTools(host);
+    host.run([&] {
+      std::string limits, graces;
+      const std::string refusal =
+          "Mount point '" + name + "' holds characters that cannot be passed to a command";
+      EXPECT_EQ(quota_get_phys("/dev/disk", limits, graces), -1);
+      EXPECT_EQ(lastError(), refusal);
+      EXPECT_EQ(quota_put_phys("/dev/disk", Quotas(), Quotas()), -1);
+      EXPECT_EQ(lastError(), refusal);
+      EXPECT_THAT(host.calls(), IsEmpty());
+      EXPECT_NE(access("/ran", F_OK), 0);
+    });
+  }
+}
+
 TEST(QuotaPhys, OneKindAloneIsReportedAlone) {
   const struct {
     const char* options;

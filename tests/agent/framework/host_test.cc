@@ -25,11 +25,11 @@ TEST(HostSettings, HaveDefaults) {
   host.dir("/var/lock");
   host.run([]() {
     const QXA::QXAVtSettings result = settings();
-    EXPECT_EQ(result.lockDir, "/var/lock/qx");
+    EXPECT_EQ(result.lockDir, "/run/qx/lock");
     EXPECT_EQ(result.defaults.at("ve_root"), "/var/lib/qx/root/$VEID");
     EXPECT_EQ(result.defaults.at("ve_private"), "/var/lib/qx/private/$VEID");
     struct stat info;
-    EXPECT_EQ(stat("/var/lock/qx", &info), 0);
+    EXPECT_EQ(stat("/run/qx/lock", &info), 0);
   });
 }
 

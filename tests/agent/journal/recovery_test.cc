@@ -34,13 +34,13 @@ constexpr char kName[] = "101-20261121T222125Z";
 constexpr char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
 constexpr char kArea[] = "/var/lib/qx/private/101";
 constexpr char kKept[] = "/var/lib/qx/private/101.migrated";
-constexpr char kLock[] = "/var/lock/qx/101.lck";
+constexpr char kLock[] = "/run/qx/lock/101.lck";
 
 // A host with the tools as they are built.
 ScratchHost node() {
   ScratchHost host;
   host.symlink("/usr/sbin/qxctl", QX_CTL).symlink("/usr/sbin/mkqxfs", QX_MKQXFS);
-  host.dir("/etc/sysconfig/qx-scripts").dir("/var/lock/qx").dir("/var/lib/qx/private");
+  host.dir("/etc/sysconfig/qx-scripts").dir("/run/qx/lock").dir("/var/lib/qx/private");
   return host;
 }
 

@@ -115,6 +115,31 @@ TEST(Plan, RemainsOfAnotherContainerAreToldOf) {
   EXPECT_EQ(agent::makePlan(facts).findings.size(), 1U);
 }
 
+TEST(Plan, APlaceThatIsAnotherContainersBlocks) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.placeProblem = "VE_PRIVATE is '/data/7/x': '/data/7' is container 7's";
+  expectFinding(facts, Severity::block,
+                "The node refuses a place: VE_PRIVATE is '/data/7/x': '/data/7' is container 7's.");
+}
+
+TEST(Plan, SaysWhoseIdsTheContainerWillHaveAndWhy) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.ids = 65536;
+  facts.node.whyIds = "this host can";
+  expectFinding(facts, Severity::note,
+                "The container will be unprivileged: its root is nobody on the node (this host "
+                "can).");
+  facts.node.ids = 0;
+  facts.node.whyIds = "UNPRIVILEGED=no";
+  expectFinding(facts, Severity::note,
+                "The container will be privileged: its root can become the node's "
+                "(UNPRIVILEGED=no).");
+  facts.node.whyIds = "no user namespaces";
+  expectFinding(facts, Severity::warning,
+                "The container will be privileged: its root can become the node's (no user "
+                "namespaces).");
+}
+
 TEST(Plan, AnImageIsAsLargeAsItsLimits) {
   agent::PlanFacts facts = goodFacts();
   facts.node.storage = "ext4";
@@ -433,14 +458,14 @@ TEST(Plan, LargeIdsAreNotedAndBlockAnUnprivilegedContainer) {
   facts.node.ids = 65536;
   expectFinding(facts, Severity::block,
                 "The largest user id is 65536 (/home/far): the unprivileged container has 65536 "
-                "only (see UNPRIVILEGED_IDS).");
+                "only: give it more with UNPRIVILEGED_IDS, or set UNPRIVILEGED=no.");
   facts.node.ids = 65537;
   EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
   facts.survey.largestGid = 70000;
   facts.survey.largestGidPath = "/etc/group";
   expectFinding(facts, Severity::block,
                 "The largest group id is 70000 (/etc/group): the unprivileged container has 65537 "
-                "only (see UNPRIVILEGED_IDS).");
+                "only: give it more with UNPRIVILEGED_IDS, or set UNPRIVILEGED=no.");
 }
 
 TEST(Plan, ImmutableFilesWarn) {

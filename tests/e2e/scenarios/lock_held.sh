@@ -6,14 +6,14 @@
 open_source
 sleep 1000 &
 holder=$!
-mkdir -p /var/lock/qx
-printf '%d\nstarting\n' $holder >/var/lock/qx/$ctid.lck
+mkdir -p /run/qx/lock
+printf '%d\nstarting\n' $holder >/run/qx/lock/$ctid.lck
 
 step "A live process holds the lock"
 migrate
 check_status 1
 check_says "qxmigrate: stage 'lockVPS' failed: Unable to lock CT $ctid already locked by process #$holder"
-check_equal "its lock is still there" "$holder starting" "$(paste -sd' ' /var/lock/qx/$ctid.lck)"
+check_equal "its lock is still there" "$holder starting" "$(paste -sd' ' /run/qx/lock/$ctid.lck)"
 check "no private area" test ! -e $private
 check "no configuration" test ! -e /etc/sysconfig/qx-scripts/$ctid.conf
 check_services_run

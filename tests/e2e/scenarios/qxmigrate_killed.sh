@@ -69,7 +69,7 @@ check "the copy runs" until_copying 1
 check "a migration that runs is not cleaned" eval '! qxmigrate clean $ctid >/dev/null 2>&1'
 kill_migration
 check_equal "the lock names the dead process" "$migration migrating" \
-  "$(paste -sd' ' /var/lock/qx/$ctid.lck)"
+  "$(paste -sd' ' /run/qx/lock/$ctid.lck)"
 check_interrupted
 check_clean
 

@@ -18,7 +18,7 @@ check_equal "the second ends with status 1" 1 "$other"
 check "and names the process that is in its way" grep -qxF \
   "qxmigrate: stage 'connect' failed: another migration of root@$server is running: process $owner there. Wait for it, or end it on the server" \
   "$work/other.out"
-check "it created nothing" test ! -e /var/lib/qx/private/102 -a ! -e /var/lock/qx/102.lck
+check "it created nothing" test ! -e /var/lib/qx/private/102 -a ! -e /run/qx/lock/102.lck
 fast_source
 end_migration
 check_status 0
