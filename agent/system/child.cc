@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <csignal>
 
+#include "host/fd.h"
+
 namespace agent {
 
 namespace {
