@@ -61,7 +61,9 @@ TEST(NodeFacts, OfAHostWithNothing) {
     EXPECT_EQ(facts.distributionScript, "");
     EXPECT_FALSE(facts.distributionScriptExists);
     EXPECT_THAT(facts.distributions, IsEmpty());
-    EXPECT_EQ(facts.ids, 0);
+    // Not all kernels can map the owners of the scratch host's tmpfs.
+    EXPECT_TRUE(facts.ids == 65536 || facts.ids == 0);
+    EXPECT_NE(facts.whyIds, "");
     EXPECT_EQ(facts.storage, "directory");
   });
 }
