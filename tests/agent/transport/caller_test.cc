@@ -1,4 +1,5 @@
 #include "agent/transport/caller.h"
+#include "agent/transport/request.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
