@@ -60,6 +60,6 @@ TEST_P(EveryResource, IsALimitOrNotEnforcedInTheStatus) {
 
 INSTANTIATE_TEST_SUITE_P(OfTheTable, EveryResource,
                          testing::ValuesIn(host::resources().begin(), host::resources().end()),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& row) { return std::string(row.param.name); });
 
 }  // namespace
