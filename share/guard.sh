@@ -6,7 +6,8 @@
 # pid stands in FOLDER/pid: it cleans up when the agent has ended. When it cannot,
 # because it is gone too, the guard starts the services that were stopped again, last
 # one first (the order of the file), and removes the folder. An agent that has not
-# heard of its host for minutes is ended, since it should have ended itself.
+# heard of its host for minutes is ended, since it should have ended itself; so is a
+# STARTER that is stopped then.
 #
 # Plain POSIX shell of any age.
 set -u
@@ -19,6 +20,12 @@ started() {
     set -- ${s##*)}
     shift 19
     echo "$1"
+}
+
+is_stopped() {
+    s=$(cat "/proc/$1/stat" 2>/dev/null) || return 1
+    set -- ${s##*)}
+    [ "$1" = T ]
 }
 
 is_ours() { [ "$(head -n 1 "$1/pid" 2>/dev/null)" = "$starter" ]; }
@@ -63,6 +70,8 @@ watch() {
         sleep 2
         if is_silent; then
             for p in $(agents); do kill -KILL "$p"; done
+            # One that somebody has stopped would clean up at the wrong time, if ever.
+            ! is_stopped "$starter" || kill -KILL "$starter"
         fi
         [ "$(started "$starter")" != "$birth" ] || continue
         [ -n "$(agents)" ] || clean_up

@@ -125,6 +125,20 @@ TEST(Guard, EndsAnAgentThatHasNotHeardOfItsHostForMinutes) {
   });
 }
 
+TEST(Guard, DoesNotWaitForAStarterThatIsStopped) {
+  const ScratchHost host = server();
+  host.run([&] {
+    Process starter("kill -STOP $$; sleep 1000");
+    writeFile("pid", starter.pid() + "\n");
+    writeFile("heard", "879\n");
+    Process guard(guardOf(starter));
+    // The test is its parent.
+    EXPECT_TRUE(starter.ends(60));
+    EXPECT_TRUE(guard.ends(60));
+    EXPECT_EQ(host.calls().size(), 2u);
+  });
+}
+
 TEST(Guard, LeavesWhenTheFolderIsGoneOrAnothers) {
   const ScratchHost host = server();
   host.run([&] {

@@ -28,12 +28,13 @@ check "the folder is gone" until_so 10 nothing_arrived
 check "the guard has left" until_so 10 eval '! on_server pgrep -f guard.sh'
 check_rolled_back
 
-step "A stopped agent is ended"
+step "A stopped agent is ended, and whoever should clean up after it is stopped, too"
 fast_source
 slow_source 2 20000
 begin_migration --stop-service dumper
 check "the second copy runs" until_copying 2
-on_server pkill -STOP -f -- '(^|/)ld-linux[^ ]* .*qxagent serve'
+on_server pkill -STOP -f '^/var/qxagent.tmp/lib/ld-linux'
+on_server kill -STOP "$(<"$place/pid")"
 end_migration
 check_status 1
 check "nginx runs on the server" until_so 200 service_runs nginx
