@@ -159,7 +159,7 @@ TEST(MigrateOptions, BadValuesAreNamed) {
   EXPECT_EQ(makeProblem(options), "exclusion 'relative' is not an absolute path");
   options.excludes.clear();
   options.hostname = "bad name";
-  EXPECT_EQ(makeProblem(options), "no host name: 'bad name'");
+  EXPECT_EQ(makeProblem(options), "'bad name' is not a valid host name");
   options.hostname.clear();
   options.configFile = "/no/such/file";
   EXPECT_EQ(makeProblem(options), "--config /no/such/file: No such file or directory");
