@@ -225,7 +225,7 @@ std::vector<std::string> applyLimits(const Container& container) {
 
 void runHook(const std::string& name, const std::string& type) {
   if (!name.starts_with("qx-"))
-    fail(ExitCode::kUsage, "'%s' is no container of ours", name.c_str());
+    fail(ExitCode::kUsage, "'%s' is not a container of this node", name.c_str());
   const unsigned id = parseCtid(name.substr(3));
   if (type == "post-stop") {
     forgetInit(id);

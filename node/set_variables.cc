@@ -46,13 +46,13 @@ constexpr uint64_t kLeastTasks = 24;
 void checkSettings(const Container& container, const Assignments& assignments) {
   for (const auto& [name, value] : assignments) {
     if (name == "HOSTNAME" && !value.empty() && !isHostName(value)) {
-      fail(ExitCode::kUsage, "HOSTNAME is '%s': that is no host name", value.c_str());
+      fail(ExitCode::kUsage, "HOSTNAME: '%s' is not a valid host name", value.c_str());
     }
     if (name == "GATEWAY" || name == "NAMESERVER") {
       for (const std::string_view word : splitWords(value)) {
         const std::string address(word);
         if (isAddress(address)) continue;
-        fail(ExitCode::kUsage, "%s has '%s': that is no address", name.c_str(), address.c_str());
+        fail(ExitCode::kUsage, "%s: '%s' is not a valid address", name.c_str(), address.c_str());
       }
     }
     if (name == "IP_ADDRESS" || name == "NETIF") {

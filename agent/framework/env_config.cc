@@ -39,8 +39,9 @@ QXLEnvConfig::QXLEnvConfig() = default;
 QXLEnvConfig::~QXLEnvConfig() = default;
 
 int QXLEnvConfig::setHostname(const std::optional<std::string>& hostname) {
-  if (hostname && !host::isHostName(*hostname))
-    return agent::fail("no host name: '" + *hostname + "'");
+  if (hostname && !host::isHostName(*hostname)) {
+    return agent::fail("'" + *hostname + "' is not a valid host name");
+  }
   m_hostname = hostname;
   return 0;
 }

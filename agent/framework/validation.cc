@@ -101,7 +101,7 @@ std::string checkAddress(const std::string& text) {
 }
 
 std::string checkNameserver(const std::string& text) {
-  return host::isAddress(text) ? "" : "the name server '" + text + "' is no address";
+  return host::isAddress(text) ? "" : "the name server '" + text + "' is not a valid address";
 }
 
 std::string checkRecord(const QXA::QXAMigrateP2VSerializerParams& record) {

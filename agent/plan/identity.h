@@ -2,7 +2,6 @@
 #ifndef QX_AGENT_PLAN_IDENTITY_H
 #define QX_AGENT_PLAN_IDENTITY_H
 
-#include <nlohmann/json.hpp>
 #include <string>
 
 namespace agent {
@@ -13,7 +12,8 @@ struct ClaimedIdentity {
   std::string machineId;  ///< 32 hexadecimal digits in lower case; empty: it has none
 };
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(ClaimedIdentity, machineId)
+/// What asking for it takes: nothing.
+struct IdentityRequest {};
 
 /// Of the text of /etc/machine-id; empty when that is not one.
 std::string parseMachineId(const std::string& text);

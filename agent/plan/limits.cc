@@ -1,6 +1,9 @@
 #include "agent/plan/limits.h"
 
+#include <nlohmann/json.hpp>
+
 #include "agent/plan/amounts.h"
+#include "agent/plan/records_json.h"
 #include "host/resources.h"
 
 namespace agent {
@@ -8,7 +11,7 @@ namespace agent {
 std::vector<PlannedLimit> plannedLimits(const Measurement& measurement,
                                         const host::ShellVars& config) {
   // The figures bear the names of what they limit.
-  const nlohmann::json figures = measurement;
+  const nlohmann::json figures = toJson(measurement);
   const auto measured = [&](const host::Resource& resource) -> std::string {
     const auto figure = figures.find(resource.name);
     if (figure == figures.end()) return resource.computed;

@@ -52,7 +52,7 @@ const char* adviceFor(Verdict verdict) {
     case Verdict::blocked:
       break;
   }
-  return "A migration stops here, unless --force is given. Mend what is marked BLOCKED and plan "
+  return "A migration stops here, unless --force is given. Fix what is marked BLOCKED and plan "
          "again.";
 }
 

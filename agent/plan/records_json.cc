@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "agent/plan/identity.h"
 #include "agent/plan/measurement.h"
 #include "agent/plan/survey.h"
 
@@ -28,6 +29,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Survey, fileSystems, scanComplet
                                                 processors, systemdVersion, initScripts,
                                                 runningServices)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SurveyRequest, excludes, patience)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(ClaimedIdentity, machineId)
 
 nlohmann::json toJson(const MeasureSettings& value) { return value; }
 
@@ -44,5 +46,13 @@ void fromJson(const nlohmann::json& json, Measurement& value) { json.get_to(valu
 void fromJson(const nlohmann::json& json, SurveyRequest& value) { json.get_to(value); }
 
 void fromJson(const nlohmann::json& json, Survey& value) { json.get_to(value); }
+
+nlohmann::json toJson(const IdentityRequest&) { return nlohmann::json::object(); }
+
+void fromJson(const nlohmann::json&, IdentityRequest&) {}
+
+nlohmann::json toJson(const ClaimedIdentity& value) { return value; }
+
+void fromJson(const nlohmann::json& json, ClaimedIdentity& value) { json.get_to(value); }
 
 }  // namespace agent

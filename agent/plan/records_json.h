@@ -6,6 +6,8 @@
 
 namespace agent {
 
+struct ClaimedIdentity;
+struct IdentityRequest;
 struct MeasureSettings;
 struct Measurement;
 struct Survey;
@@ -16,6 +18,8 @@ nlohmann::json toJson(const MeasureSettings& value);
 nlohmann::json toJson(const Measurement& value);
 nlohmann::json toJson(const SurveyRequest& value);
 nlohmann::json toJson(const Survey& value);
+nlohmann::json toJson(const IdentityRequest& value);
+nlohmann::json toJson(const ClaimedIdentity& value);
 
 /// Fields that `json` lacks get their default. Throws std::exception when `json` is no
 /// object or a member is not of its field's type.
@@ -23,6 +27,8 @@ void fromJson(const nlohmann::json& json, MeasureSettings& value);
 void fromJson(const nlohmann::json& json, Measurement& value);
 void fromJson(const nlohmann::json& json, SurveyRequest& value);
 void fromJson(const nlohmann::json& json, Survey& value);
+void fromJson(const nlohmann::json& json, IdentityRequest& value);
+void fromJson(const nlohmann::json& json, ClaimedIdentity& value);
 
 }  // namespace agent
 

@@ -50,7 +50,7 @@ class SurveyOperator : public QXL::QXLOperatorFunctionalPrototype {
     serve<SurveyRequest>(in, out, surveyHere);
   }
   void identify(const Iterator& in, const Iterator& out) {
-    serve<nlohmann::json>(in, out, [](const nlohmann::json&) { return identityHere(); });
+    serve<IdentityRequest>(in, out, [](const IdentityRequest&) { return identityHere(); });
   }
 
   template <class Request, class Function>

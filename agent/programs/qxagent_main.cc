@@ -18,7 +18,7 @@ namespace {
 int serve(const std::string& address, bool stdio, const std::string& library, int verbosity) {
   if (!stdio && address.compare(0, 5, "unix:") != 0) {
     throw std::runtime_error("--listen '" + address +
-                             "' is no address to listen on: use unix:PATH");
+                             "' is not an address to listen on: use unix:PATH");
   }
   agent::setLogLevel(1 + verbosity);
   const int stopFd = agent::catchStopSignals();

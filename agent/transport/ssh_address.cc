@@ -32,7 +32,7 @@ bool parsePort(const std::string& text, int& port) {
 
 std::optional<SshAddress> parseSshAddress(const std::string& text) {
   const auto refuse = [&](const std::string& why) {
-    fail("'" + text + "' is no address of a server: " + why);
+    fail("'" + text + "' is not a valid address of a server: " + why);
     return std::nullopt;
   };
   std::string rest = text;

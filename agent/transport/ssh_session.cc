@@ -180,9 +180,8 @@ void SshSession::watchHostKey(const std::string& configuration) {
 }
 
 std::string SshSession::hostKey() const {
-  std::string text, key;
-  if (readFile(controlDir_ + "/host-key", text) != 0) return "";
-  std::istringstream lines(text);
+  std::string key;
+  std::istringstream lines(host::readFile(controlDir_ + "/host-key").value_or(""));
   // It is also asked before the server has shown one.
   for (std::string line; std::getline(lines, line);) {
     if (line.compare(0, 7, "SHA256:") == 0 && line.size() < 100) key = line;

@@ -50,7 +50,7 @@ TEST(SetVariables, ValuesThatNoContainerCanLiveWithAreRefused) {
   }
   for (const char* name : {"a;b", "web.", ".web", "a..b", "-web", "with blank", "b\xc3\xa4r"}) {
     EXPECT_EQ(refused("HOSTNAME", name),
-              "HOSTNAME is '" + std::string(name) + "': that is no host name");
+              "HOSTNAME: '" + std::string(name) + "' is not a valid host name");
   }
   for (const char* address :
        {"foo", "192.0.2.300/24", "192.0.2.1/33", "192.0.2.1/0", "192.0.2.1/", "2001:db8::1/129"}) {
@@ -59,8 +59,8 @@ TEST(SetVariables, ValuesThatNoContainerCanLiveWithAreRefused) {
     EXPECT_EQ(refused("IP_ADDRESS", address), "IP_ADDRESS" + said);
     EXPECT_EQ(refused("NETIF", "ifname=eth0,ip=" + std::string(address)), "NETIF" + said);
   }
-  EXPECT_EQ(refused("GATEWAY", "192.0.2.1/24"), "GATEWAY has '192.0.2.1/24': that is no address");
-  EXPECT_EQ(refused("NAMESERVER", "192.0.2.53 foo"), "NAMESERVER has 'foo': that is no address");
+  EXPECT_EQ(refused("GATEWAY", "192.0.2.1/24"), "GATEWAY: '192.0.2.1/24' is not a valid address");
+  EXPECT_EQ(refused("NAMESERVER", "192.0.2.53 foo"), "NAMESERVER: 'foo' is not a valid address");
   EXPECT_EQ(refused("SLMMEMORYLIMIT", "512"),
             "SLMMEMORYLIMIT is 512 bytes: a container needs 16777216 at least");
 }

@@ -36,7 +36,7 @@ TEST(EnvConfig, HostNamesAreChecked) {
         std::string("a."), std::string("a b"), std::string("a;b"), std::string(64, 'a'),
         std::string("a-.b"), std::string(254, 'a')}) {
     EXPECT_NE(config.setHostname(bad), 0) << bad;
-    EXPECT_EQ(QXL::getErrorMessage(), "no host name: '" + bad + "'");
+    EXPECT_EQ(QXL::getErrorMessage(), "'" + bad + "' is not a valid host name");
   }
 }
 

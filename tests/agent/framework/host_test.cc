@@ -211,7 +211,7 @@ TEST(MigrateOptions, BadValuesAreNamed) {
   EXPECT_EQ(makeProblem(options), "exclusion 'relative' is not an absolute path");
   options.excludes.clear();
   options.hostname = "bad name";
-  EXPECT_EQ(makeProblem(options), "no host name: 'bad name'");
+  EXPECT_EQ(makeProblem(options), "'bad name' is not a valid host name");
   options.hostname.clear();
   options.configFile = "/no/such/file";
   EXPECT_EQ(makeProblem(options), "--config: there is no file /no/such/file");

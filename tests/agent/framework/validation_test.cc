@@ -93,8 +93,8 @@ TEST(Validation, NameServersAreAddresses) {
   EXPECT_EQ(agent::checkNameserver("192.0.2.53"), "");
   EXPECT_EQ(agent::checkNameserver("2001:db8::53"), "");
   EXPECT_EQ(agent::checkNameserver("192.0.2.53/24"),
-            "the name server '192.0.2.53/24' is no address");
-  EXPECT_EQ(agent::checkNameserver("foo"), "the name server 'foo' is no address");
+            "the name server '192.0.2.53/24' is not a valid address");
+  EXPECT_EQ(agent::checkNameserver("foo"), "the name server 'foo' is not a valid address");
 }
 
 }  // namespace

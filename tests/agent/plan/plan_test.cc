@@ -589,7 +589,7 @@ TEST(PlanText, EndsWithWhatToDo) {
                        "will not\nbe as on the server.\n"));
   facts.node.containerExists = true;
   EXPECT_THAT(agent::planText(facts, agent::makePlan(facts)),
-              EndsWith("\nVerdict: blocked\nA migration stops here, unless --force is given. Mend "
+              EndsWith("\nVerdict: blocked\nA migration stops here, unless --force is given. Fix "
                        "what is marked BLOCKED and\nplan again.\n"));
 }
 

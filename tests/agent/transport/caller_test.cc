@@ -1,9 +1,9 @@
 #include "agent/transport/caller.h"
-#include "agent/transport/request.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "agent/transport/request.h"
 #include "framework/errors.h"
 
 namespace {

@@ -41,23 +41,27 @@ TEST(SshAddress, AllFormsAreRead) {
 }
 
 TEST(SshAddress, WhatSshOrAShellWouldMisunderstandIsRefused) {
-  EXPECT_EQ(described(""), "'' is no address of a server: the host name is not a plain name");
-  EXPECT_EQ(described("-oProxyCommand=x"),
-            "'-oProxyCommand=x' is no address of a server: the host name is not a plain name");
-  EXPECT_EQ(described("a b"), "'a b' is no address of a server: the host name is not a plain name");
+  EXPECT_EQ(described(""),
+            "'' is not a valid address of a server: the host name is not a plain name");
+  EXPECT_EQ(
+      described("-oProxyCommand=x"),
+      "'-oProxyCommand=x' is not a valid address of a server: the host name is not a plain name");
+  EXPECT_EQ(described("a b"),
+            "'a b' is not a valid address of a server: the host name is not a plain name");
   EXPECT_EQ(described("-x@web"),
-            "'-x@web' is no address of a server: the user name is not a plain name");
+            "'-x@web' is not a valid address of a server: the user name is not a plain name");
   EXPECT_EQ(described("@web"),
-            "'@web' is no address of a server: the user name is not a plain name");
+            "'@web' is not a valid address of a server: the user name is not a plain name");
   EXPECT_EQ(described("web:0"),
-            "'web:0' is no address of a server: the port is not between 1 and 65535");
+            "'web:0' is not a valid address of a server: the port is not between 1 and 65535");
   EXPECT_EQ(described("web:65536"),
-            "'web:65536' is no address of a server: the port is not between 1 and 65535");
+            "'web:65536' is not a valid address of a server: the port is not between 1 and 65535");
   EXPECT_EQ(described("web:ssh"),
-            "'web:ssh' is no address of a server: the port is not between 1 and 65535");
-  EXPECT_EQ(described("[::1"), "'[::1' is no address of a server: the bracket is not closed");
+            "'web:ssh' is not a valid address of a server: the port is not between 1 and 65535");
+  EXPECT_EQ(described("[::1"),
+            "'[::1' is not a valid address of a server: the bracket is not closed");
   EXPECT_EQ(described("[::1]x"),
-            "'[::1]x' is no address of a server: something stands behind the bracket");
+            "'[::1]x' is not a valid address of a server: something stands behind the bracket");
 }
 
 TEST(SshProblem, KnownFailuresGetAHintAndSshsOwnWords) {
