@@ -30,10 +30,10 @@ is_stopped() {
 
 is_ours() { [ "$(head -n 1 "$1/pid" 2>/dev/null)" = "$starter" ]; }
 
-# The pids of agents that run from the folder.
-agents() {
+# The pids of what runs from the folder with such arguments.
+programs() {
     for c in /proc/[0-9]*/cmdline; do
-        tr "\000" " " <"$c" 2>/dev/null | grep -q "^$folder/.* serve --stdio" || continue
+        tr "\000" " " <"$c" 2>/dev/null | grep -q "^$folder/.*$1" || continue
         p=${c#/proc/}
         echo "${p%/cmdline}"
     done
@@ -69,12 +69,12 @@ watch() {
     while is_ours "$folder"; do
         sleep 2
         if is_silent; then
-            for p in $(agents); do kill -KILL "$p"; done
+            for p in $(programs ""); do kill -KILL "$p"; done
             # One that somebody has stopped would clean up at the wrong time, if ever.
             ! is_stopped "$starter" || kill -KILL "$starter"
         fi
         [ "$(started "$starter")" != "$birth" ] || continue
-        [ -n "$(agents)" ] || clean_up
+        [ -n "$(programs "qxagent serve --stdio")" ] || clean_up
     done
 }
 
