@@ -119,7 +119,8 @@ Survey SurveyClient::survey(const SurveyRequest& request) {
 
 ClaimedIdentity SurveyClient::identify() {
   try {
-    ClaimedIdentity claimed = ask(methodIdentify, nlohmann::json::object()).get<ClaimedIdentity>();
+    ClaimedIdentity claimed;
+    fromJson(ask(methodIdentify, toJson(IdentityRequest())), claimed);
     claimed.machineId = parseMachineId(claimed.machineId);
     return claimed;
   } catch (const std::exception&) {
