@@ -58,8 +58,8 @@ std::string arrivalCommand(uint64_t bytes, const std::string& sha256) {
       "chmod 0700 $D; "
       "rm -f $D/bundle $D/try; "
       // What ends this shell, and all that the login has started, must not end the guard.
-      "g=\"/bin/sh @GUARD@ $D $$\"; ! command -v setsid >/dev/null 2>&1 || g=\"setsid $g\"; "
-      "[ ! -f @GUARD@ ] || { if [ -d /run/systemd/system ] && "
+      "g=\"/bin/sh @GUARD@ $D $$\"; command -v setsid >/dev/null 2>&1 && g=\"setsid $g\"; "
+      "[ -f @GUARD@ ] && { if [ -d /run/systemd/system ] && "
       "command -v systemd-run >/dev/null 2>&1; "
       "then systemd-run --quiet --scope $g || $g; else $g; fi; } "
       "</dev/null >/dev/null 2>&1 & "
