@@ -5,7 +5,7 @@
 
 open_source
 mkdir -p /var/lib/qx
-mount -t tmpfs -o size=64m small /var/lib/qx
+mount -t tmpfs -o size=64m,mode=755 small /var/lib/qx
 
 migrate
 check_status 1

@@ -30,7 +30,7 @@ check_interrupted() {
   check "qxctl status says so" grep -Eq \
     "^  left by a migration that was interrupted at [-0-9T:]+Z; qxmigrate clean $ctid removes it, or run it again\$" \
     <(qxctl status $ctid)
-  check "qxmigrate list says so" grep -Eq "^$ctid-[0-9TZ]+ +interrupted " <(qxmigrate list)
+  check "qxmigrate list says so" grep -Eq "^$ctid-[-0-9TZ]+ +interrupted " <(qxmigrate list)
 }
 
 clean() {

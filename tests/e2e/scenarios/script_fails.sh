@@ -12,7 +12,7 @@ chmod 755 $script
 migrate
 check_status 1
 check_says "qxmigrate: stage 'tuneDstSrv' failed: Deserializer command '/usr/sbin/qxctl --skiplock runscript $ctid $script' returned a non-successful status: 768. Program error output follows:
-the script does not like it"
+    the script does not like it"
 check_rolled_back
 check_services_run
 close_source
