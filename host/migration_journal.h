@@ -48,7 +48,8 @@ JournalFolder readJournals(std::optional<unsigned> ctid = std::nullopt);
 bool isInterrupted(const MigrationRecord& record);
 
 /// What a migration that was interrupted left is to be told of: the newest one of
-/// this container, unless its configuration is not that migration's. Damaged journals are passed over. Throws Error.
+/// this container, unless its configuration is not that migration's. Damaged journals are passed
+/// over. Throws Error.
 std::optional<MigrationJournal> interruptedMigration(unsigned ctid);
 
 /// "left by a migration that was interrupted at TIME; qxmigrate clean ID removes it, or

@@ -24,6 +24,7 @@ constexpr std::chrono::seconds lateTimeout(5);
 constexpr std::chrono::milliseconds reminder(1000);
 // Lines of progress that may wait; of more the oldest go.
 constexpr size_t mostWaiting = 1000;
+constexpr int framesAtATime = 100;
 
 // For poll: rounded up, and no longer than a poll can be.
 int millisecondsUntil(Clock::time_point when) {
@@ -85,6 +86,7 @@ int Caller::call(const Request& request, nlohmann::json& answer,
   constexpr Clock::time_point never = Clock::time_point::max();
   const Clock::time_point due = limits.longest.count() ? Clock::now() + limits.longest : never;
   Clock::time_point giveUp = never;
+  bool more = false;  // frames that came and were not looked at
   for (;;) {
     const bool late = Clock::now() >= due;
     const bool stopping = late || (cancel && cancel->isCancelled());
@@ -113,9 +115,11 @@ int Caller::call(const Request& request, nlohmann::json& answer,
                          {limits.abandon ? limits.abandon->abandonFd() : -1, POLLIN, 0},
                          {cancel ? cancel->fd() : -1, POLLIN, 0}};
     const Clock::time_point wakeAt = stopping ? Clock::now() + reminder : due;
-    poll(entries, stopping ? 2 : 3, millisecondsUntil(wakeAt));
+    poll(entries, stopping ? 2 : 3, more ? 0 : millisecondsUntil(wakeAt));
     clearEvent(pending->event);
-    for (;;) {
+    // A peer that floods must not keep this from looking at the time and the cancel.
+    more = true;
+    for (int left = framesAtATime; left > 0; --left) {
       nlohmann::json frame;
       bool lost = false;
       {
@@ -126,6 +130,7 @@ int Caller::call(const Request& request, nlohmann::json& answer,
         } else if (pending->lost) {
           lost = true;
         } else {
+          more = false;
           break;
         }
       }

@@ -19,7 +19,13 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
   bool boolean(bool value) override { return add(value); }
   bool number_integer(number_integer_t value) override { return add(value); }
   bool number_unsigned(number_unsigned_t value) override { return add(value); }
-  bool number_float(number_float_t value, const string_t&) override { return add(value); }
+  // Whole numbers that no integer holds come here too; nobody converts one to an integer
+  // without harm.
+  bool number_float(number_float_t value, const string_t&) override {
+    constexpr double kLargest = 9.2e18;
+    if (!(value >= -kLargest && value <= kLargest)) return refuse("it holds too large a number");
+    return add(value);
+  }
   bool string(string_t& value) override { return add(std::move(value)); }
   bool binary(binary_t& value) override { return add(std::move(value)); }
   bool start_object(size_t) override { return open(nlohmann::json::object()); }

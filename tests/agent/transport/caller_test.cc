@@ -98,6 +98,38 @@ TEST(Caller, WhatIsAbandonedEndsAtOnceWhateverTheAgentDoes) {
   EXPECT_EQ(QXL::getErrorMessage(), "'finish' was not waited for");
 }
 
+TEST(Caller, AFloodOfLinesDoesNotKeepFromGivingUp) {
+  FakeSink sink;
+  agent::Caller caller(sink);
+  const auto line = [&](const nlohmann::json& id) {
+    caller.onFrame(
+        {{"type", "progress"}, {"id", id}, {"text", "x"}, {"description", ""}, {"percent", -1}});
+  };
+  // Each line that is shown brings the next ones.
+  class Flood : public QXL::QXLProgressHandlerPrototype {
+   public:
+    explicit Flood(std::function<void()> next) : next_(std::move(next)) {}
+    void progress(const QXL::QXLRequestProgressData&) override { next_(); }
+    void error(int, const std::string&) override {}
+    void stageBegins(const std::string&) override {}
+    void stageEnds(const std::string&, int) override {}
+
+   private:
+    std::function<void()> next_;
+  };
+  nlohmann::json id;
+  boost::intrusive_ptr<Flood> flood(new Flood([&]() { line(id); }));
+  sink.onSend = [&](const nlohmann::json& frame) {
+    if (frame["type"] != "request") return;
+    id = frame["id"];
+    line(id);
+  };
+  agent::RequestLimits limits;
+  limits.longest = std::chrono::milliseconds(500);
+  nlohmann::json answer;
+  EXPECT_EQ(caller.call({"s", "op", "m"}, answer, flood.get(), nullptr, limits), 408);
+}
+
 TEST(Caller, LinesThatNobodyReadsDoNotPileUpAndTheAnswerStays) {
   FakeSink sink;
   agent::Caller caller(sink);

@@ -36,6 +36,15 @@ TEST(BoundedJson, WhatIsNotJsonIsRefused) {
   }
 }
 
+TEST(BoundedJson, NumbersThatNoIntegerHoldsAreRefused) {
+  for (const char* text :
+       {"1180591620717411303424", "-1180591620717411303424", "1e300", "[1e19]"}) {
+    EXPECT_EQ(problemOf(text), "it holds too large a number") << text;
+  }
+  EXPECT_EQ(problemOf("9223372036854775807"), "");
+  EXPECT_EQ(problemOf("[-9223372036854775808,1e18]"), "");
+}
+
 TEST(BoundedJson, DepthIsBoundedHoweverLongTheTextIs) {
   EXPECT_EQ(problemOf(std::string(16, '[') + std::string(16, ']')), "");
   EXPECT_EQ(problemOf(std::string(17, '[') + std::string(17, ']')),

@@ -99,7 +99,7 @@ run_check_names() {
 run_check_node() {
   case $node in
     '') ;;
-    vm) node=node-bookworm ;;
+    vm) node='node-bookworm' ;;
     vm:bookworm | vm:trixie) node=node-${node#vm:} ;;
     *) die "run: '$node' is no kind of node: give vm, vm:bookworm or vm:trixie" ;;
   esac
