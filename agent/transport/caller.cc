@@ -86,6 +86,7 @@ int Caller::call(const Request& request, nlohmann::json& answer,
   constexpr Clock::time_point never = Clock::time_point::max();
   const Clock::time_point due = limits.longest.count() ? Clock::now() + limits.longest : never;
   Clock::time_point giveUp = never;
+  Clock::time_point nextReminder = Clock::time_point::min();
   bool more = false;  // frames that came and were not looked at
   for (;;) {
     const bool late = Clock::now() >= due;
@@ -95,8 +96,12 @@ int Caller::call(const Request& request, nlohmann::json& answer,
       return done(cancelledByUser);
     }
     if (stopping) {
-      // Sent again and again: what was just starting may have missed the first.
-      sink_.send({{"type", "cancel"}, {"id", id}});
+      // Sent again and again: what was just starting may have missed the first. Not more
+      // often, however: a peer that does not read would make this wait for it.
+      if (Clock::now() >= nextReminder) {
+        sink_.send({{"type", "cancel"}, {"id", id}});
+        nextReminder = Clock::now() + reminder;
+      }
       if (giveUp == never) giveUp = Clock::now() + (late ? lateTimeout : cancelPatience);
       if (Clock::now() >= giveUp) {
         if (late) {

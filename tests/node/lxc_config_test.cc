@@ -108,6 +108,7 @@ TEST_F(LxcConfig, IsAFileOfLinesAndRefusesWhatNoLineHolds) {
 }
 
 TEST_F(LxcConfig, QuotaToolsInsideFindTheDeviceOfAnImage) {
+  container_.vars = {{"UNPRIVILEGED", "no"}};
   node::HostFacts facts;
   EXPECT_THAT(items(facts), Not(Contains(Pair("lxc.mount.entry", testing::_))));
   facts.device = "/dev/loop3";
@@ -120,6 +121,7 @@ TEST_F(LxcConfig, QuotaToolsInsideFindTheDeviceOfAnImage) {
 }
 
 TEST_F(LxcConfig, OnlyRootOfAUserNamespaceMayNestContainers) {
+  container_.vars = {{"UNPRIVILEGED", "no"}};
   node::HostFacts facts;
   facts.appArmor = true;
   EXPECT_THAT(items(facts), Not(Contains(Pair("lxc.apparmor.allow_nesting", testing::_))));
