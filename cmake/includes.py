@@ -96,7 +96,7 @@ def seen_folders():
     # Plain libraries say it by what they link.
     for folder in ("host", "node"):
         text = (TOP / folder / "CMakeLists.txt").read_text()
-        linked = set(re.findall(r"\b(\w+)_headers\b", text)) - {"qx"}
+        linked = set(re.findall(r"\b(\w+)_headers\b", text)) - {"qx", "target_precompile"}
         if re.search(r'PUBLIC[^)]*\bhost\b', text):
             linked |= {"host", "framework"}
         seen[folder] = sorted(name for name in linked if name != folder)

@@ -110,8 +110,6 @@ HostFacts readHostFacts(const Container& container) {
   return facts;
 }
 
-std::string lxcName(unsigned id) { return textf("qx-%u", id); }
-
 std::string haltSignal(const Container& container) {
   const std::string init = initProgram(container);
   if (init == "systemd") return "SIGRTMIN+3";

@@ -30,9 +30,6 @@ struct HostFacts {
 /// Throws Error.
 HostFacts readHostFacts(const Container& container);
 
-/// The name under which LXC knows the container: its hooks are called with it.
-std::string lxcName(unsigned id);
-
 /// The words that stop a container of this init: a signal as LXC writes it, or
 /// empty when a program inside must be asked (see stopContainer).
 std::string haltSignal(const Container& container);

@@ -11,7 +11,6 @@
 #include "host/state.h"
 #include "host/text.h"
 #include "node/host.h"
-#include "node/lxc_config.h"
 
 namespace node {
 namespace {
@@ -29,6 +28,8 @@ void record(unsigned id, const char* kind, pid_t pid) {
 }
 
 }  // namespace
+
+std::string lxcName(unsigned id) { return textf("qx-%u", id); }
 
 std::string lxcDirectory() { return std::string(kRunDir) + "/lxc"; }
 

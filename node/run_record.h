@@ -9,6 +9,9 @@
 
 namespace node {
 
+/// The name under which LXC knows the container: its hooks are called with it.
+std::string lxcName(unsigned id);
+
 /// Where LXC keeps what belongs to running containers, each in a directory that is
 /// called by its lxcName.
 std::string lxcDirectory();
