@@ -1,5 +1,5 @@
-// The seed of a random test: QX_TEST_SEED of the environment to repeat one, else
-// a new one each time. Put it into SCOPED_TRACE.
+// What the random numbers of a test begin with: $QX_TEST_SEED when a failure is to be
+// repeated, else something new each time. Put it into SCOPED_TRACE.
 #ifndef QX_TESTS_SHARE_ENGINE_SEED_H
 #define QX_TESTS_SHARE_ENGINE_SEED_H
 
