@@ -71,9 +71,19 @@ remove() {
 # --- Templates ----------------------------------------------------------------
 
 # A system of BusyBox alone. It tells in /ended that it was shut down in an orderly way.
+# Tests run side by side: whoever needs it first makes it, and nobody sees half of it.
 small_template() {
-  local root=$templates/small name
-  [ ! -d "$root" ] || return 0
+  mkdir -p "$templates"
+  (
+    flock 9
+    [ -d "$templates/small" ] || make_small_template
+  ) 9>"$templates/.small.lock"
+}
+
+make_small_template() {
+  local root name
+  root=$(mktemp -d "$templates/.small.XXXXXX")
+  chmod 755 "$root"
   mkdir -p "$root"/{bin,sbin,etc,proc,sys,dev,tmp,run,root,var,usr/bin}
   chmod 1777 "$root/tmp"
   cp "$(command -v busybox)" "$root/bin/busybox"
@@ -95,6 +105,7 @@ END
   chmod 755 "$root/etc/boot" "$root/etc/halt"
   mkdir "$root/home"
   chown 1000:1000 "$root/home"
+  mv "$root" "$templates/small"
 }
 
 # up ID: a small container is started and its init has done its work.
