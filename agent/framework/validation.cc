@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
 
 #include "host/address.h"
 #include "host/container.h"
+#include "host/visible.h"
 
 namespace agent {
 
@@ -20,7 +20,9 @@ bool isPlain(char c) {
 }
 
 std::string refuseCharacter(const std::string& what, const std::string& value, char c) {
-  return what + " " + quotedText(value) + " holds the character " + quotedText(std::string(1, c)) +
+  // A blank and a tab look alike.
+  const std::string shown = c == '\t' ? "'\\t'" : quotedText(std::string(1, c));
+  return what + " " + quotedText(value) + " holds the character " + shown +
          ", which cannot be passed to a command";
 }
 
@@ -39,18 +41,7 @@ std::string checkName(const std::string& what, const std::string& name) {
 
 std::string quotedText(const std::string& value) {
   constexpr size_t kLongest = 256;  // bytes
-  std::string text = "'";
-  for (const char c : value.substr(0, kLongest)) {
-    const unsigned char byte = static_cast<unsigned char>(c);
-    if (byte >= 32 && byte < 127) {
-      text += c;
-    } else {
-      char escaped[5];
-      snprintf(escaped, sizeof escaped, "\\x%02x", byte);
-      text += escaped;
-    }
-  }
-  return text + (value.size() > kLongest ? "...'" : "'");
+  return "'" + host::visibleLine(value, kLongest) + "'";
 }
 
 std::string checkContainerId(long long ctid) {

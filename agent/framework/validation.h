@@ -21,8 +21,7 @@ std::string checkService(const std::string& name);
 // ADDRESS or ADDRESS/PREFIX, IPv4 or IPv6, of one host; or "dhcp" or "auto".
 std::string checkAddress(const std::string& text);
 std::string checkNameserver(const std::string& text);
-/// A value in single quotes as it can be shown on one line of a terminal: bytes that are
-/// not printable ASCII are written as \xNN, and a long one is cut.
+/// A value in single quotes, harmless to show (host/visible.h) and cut when it is long.
 std::string quotedText(const std::string& value);
 std::string checkRecord(const QXA::QXAMigrateP2VSerializerParams& record);
 

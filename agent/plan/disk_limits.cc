@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "agent/plan/amounts.h"
+#include "agent/plan/find_record.h"
 #include "agent/plan/survey.h"
 
 namespace agent {
@@ -48,10 +49,8 @@ long long limitOf(const QXA::QXAEnvConfig& config, const std::string& name) {
   std::optional<std::set<QXL::QXLQoS>> records;
   config.getQoSes(records);
   if (!records) return -1;
-  QXL::QXLQoS key;
-  key.name = name;
-  const auto found = records->find(key);
-  return found == records->end() ? -1 : found->limit;
+  const QXL::QXLQoS* const found = findRecord(*records, name);
+  return found ? found->limit : -1;
 }
 
 std::vector<RaisedLimit> raiseDiskLimits(QXA::QXAEnvConfig& measured, const CopiedFigures& copied,
@@ -62,19 +61,17 @@ std::vector<RaisedLimit> raiseDiskLimits(QXA::QXAEnvConfig& measured, const Copi
   if (!records) return raised;
   const int percent = ownFileSystem ? kFileSystemRoomPercent : kLimitRoomPercent;
   const auto raise = [&](const char* name, long long used, const char* what, const auto& shown) {
-    QXL::QXLQoS key;
-    key.name = name;
-    const auto found = records->find(key);
+    const QXL::QXLQoS* const found = findRecord(*records, name);
     const long long enough = withRoom(used, percent);
     // A limit that is merely a number is left as it was measured while it holds all.
-    if (found == records->end() || found->limit >= (ownFileSystem ? enough : used)) return;
+    if (!found || found->limit >= (ownFileSystem ? enough : used)) return;
     QXL::QXLQoS record = *found;
     raised.push_back({name, enough,
                       std::string("The container's ") + what + " is " + shown(enough) + ", " +
                           std::to_string(percent) + " % more than is copied: the measured one, " +
                           shown(record.limit) + ", would be too small."});
     record.barrier = record.limit = enough;
-    records->erase(found);
+    records->erase(record);
     records->insert(record);
   };
   const auto blocks = [](long long number) {

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <limits>
 
+#include "agent/plan/find_record.h"
+
 namespace agent {
 
 namespace {
@@ -15,10 +17,8 @@ constexpr long long kLargestNumber = std::numeric_limits<long long>::max();
 
 // The limit of a record; negative when there is none.
 long long limitOf(const std::set<QXL::QXLQoS>& records, const char* name) {
-  QXL::QXLQoS key;
-  key.name = name;
-  const auto found = records.find(key);
-  return found == records.end() ? -1 : found->limit;
+  const QXL::QXLQoS* const found = findRecord(records, name);
+  return found ? found->limit : -1;
 }
 
 // A product that stops at the largest number.
@@ -31,15 +31,13 @@ long long product(long long a, long long b) {
 
 std::optional<MemoryLimitCorrection> correctMemoryLimit(std::set<QXL::QXLQoS>& records,
                                                         long long pageSize, double procScale) {
-  QXL::QXLQoS key;
-  key.name = kMemoryLimit;
-  const auto found = records.find(key);
+  const QXL::QXLQoS* const found = findRecord(records, kMemoryLimit);
   const long long kernel = limitOf(records, "kmemsize");
   const long long tcpBuffers = limitOf(records, "tcpsndbuf");
   const long long otherBuffers = limitOf(records, "othersockbuf");
   const long long privatePages = limitOf(records, "privvmpages");
   const long long lockedPages = limitOf(records, "lockedpages");
-  if (found == records.end() || pageSize <= 0 ||
+  if (!found || pageSize <= 0 ||
       std::min({kernel, tcpBuffers, otherBuffers, privatePages, lockedPages}) < 0) {
     return std::nullopt;
   }
@@ -59,7 +57,7 @@ std::optional<MemoryLimitCorrection> correctMemoryLimit(std::set<QXL::QXLQoS>& r
   const long long computed = record.limit;
   record.limit = sum < largest ? static_cast<long long>(sum) : kLargestNumber;
   record.barrier = record.limit;
-  records.erase(found);
+  records.erase(record);
   records.insert(record);
   return MemoryLimitCorrection{computed, record.limit};
 }

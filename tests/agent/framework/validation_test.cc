@@ -22,9 +22,8 @@ TEST(Validation, ExclusionsMayHoldWildcardsOnly) {
   EXPECT_EQ(agent::checkExclusion(""), "exclusion '' is not an absolute path");
   EXPECT_EQ(agent::checkExclusion("/a b"),
             "exclusion '/a b' holds the character ' ', which cannot be passed to a command");
-  EXPECT_EQ(
-      agent::checkExclusion("/a\nb"),
-      "exclusion '/a\\x0ab' holds the character '\\x0a', which cannot be passed to a command");
+  EXPECT_EQ(agent::checkExclusion("/a\nb"),
+            "exclusion '/a\\nb' holds the character '\\n', which cannot be passed to a command");
   for (const char c : std::string("\"'`$\\&|;<>(){}!#^\t\n\r\x01\x7f")) {
     EXPECT_NE(agent::checkExclusion(std::string("/a") + c + "b"), "") << static_cast<int>(c);
   }

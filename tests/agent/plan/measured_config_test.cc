@@ -76,7 +76,7 @@ TEST(MeasuredConfig, WhatTheNodeDecidesIsRefusedByName) {
 }
 
 TEST(MeasuredConfig, AValueInARefusalCannotDriveTheTerminal) {
-  EXPECT_THAT(refusalOf("VE_ROOT=\"/x\x1b[2J\xc2\x9b\"\n"), HasSubstr("'/x\\x1b[2J\\xc2\\x9b'"));
+  EXPECT_THAT(refusalOf("VE_ROOT=\"/x\x1b[2J\xc2\x9b\"\n"), HasSubstr("'/x\\x1b[2J\\x9b'"));
 }
 
 TEST(MeasuredConfig, ValuesThatNoContainerCanHaveAreLeftOutAndTold) {
