@@ -27,6 +27,8 @@ CgroupLayout parseCgroupMounts(std::string_view mountinfo) {
 
 std::string limitGroupName(unsigned id) { return textf("lxc.payload.qx-%u", id); }
 
+std::string monitorGroupName(unsigned id) { return textf("lxc.monitor.qx-%u", id); }
+
 std::optional<std::string> limitGroupOf(std::string_view cgroups, std::string_view controller,
                                         unsigned id) {
   const std::string name = "/" + limitGroupName(id);

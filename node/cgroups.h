@@ -26,7 +26,10 @@ struct CgroupLayout {
 /// sees as its root is below, so that nothing inside can change them.
 std::string limitGroupName(unsigned id);
 
-/// The path, in a hierarchy, of that group: from a text like /proc/PID/cgroup of a
+/// The name of the group of LXC's monitor of the container.
+std::string monitorGroupName(unsigned id);
+
+/// The path, in a hierarchy, of that group of limits: from a text like /proc/PID/cgroup of a
 /// process in the container. `controller` is one of the first generation, or empty
 /// for the second. Nothing when the process is in no such group.
 std::optional<std::string> limitGroupOf(std::string_view cgroups, std::string_view controller,

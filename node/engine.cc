@@ -16,6 +16,7 @@
 #include "host/state.h"
 #include "host/users.h"
 #include "node/adapt.h"
+#include "node/left_groups.h"
 #include "node/private_area.h"
 #include "node/quota.h"
 #include "node/resources.h"
@@ -153,6 +154,7 @@ void destroyContainer(const Container& container) {
          container.id, configPath(container.id).c_str(), container.privateArea.c_str());
   }
   refuseRunning(container, "destroy it");
+  clearGroups(container.id);
   if (isMounted(container)) umountContainer(container);
   umountTreeOf(container);
   if (exists(container.privateArea)) removePrivateArea(container.privateArea);

@@ -87,7 +87,7 @@ void addSecurity(LxcItems& items, const Container& container, const HostFacts& f
 /// The limits lie on a group above the one that the guest sees as the root of all:
 /// else a guest whose root is the host's root could lift them.
 void addGroups(LxcItems& items, const Container& container) {
-  items.emplace_back("lxc.cgroup.dir.monitor", "lxc.monitor." + lxcName(container.id));
+  items.emplace_back("lxc.cgroup.dir.monitor", monitorGroupName(container.id));
   items.emplace_back("lxc.cgroup.dir.container", limitGroupName(container.id));
   items.emplace_back("lxc.cgroup.dir.container.inner", "guest");
 }

@@ -20,6 +20,7 @@
 #include "host/text.h"
 #include "node/adapt.h"
 #include "node/confinement.h"
+#include "node/left_groups.h"
 #include "node/limits.h"
 #include "node/lxc_config.h"
 #include "node/lxc_handle.h"
@@ -156,6 +157,7 @@ Outcome startContainer(const Container& container) {
   adaptIfChanged(container);
   const std::optional<IdMap> map = idMapOf(container);
   if (map) requireSetAside(*map);
+  clearGroups(container.id);
   const bool wasMounted = mountContainer(container) == Outcome::kAlready;
   try {
     if (map) {
@@ -206,6 +208,7 @@ Outcome stopContainer(const Container& container, int timeoutSeconds) {
          *init);
   }
   forgetRun(container.id);
+  clearGroups(container.id);
   if (isMounted(container) || treeIsMounted(container.privateArea)) umountContainer(container);
   return outcome;
 }

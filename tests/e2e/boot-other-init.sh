@@ -98,6 +98,20 @@ for round in 1 2 3; do
 done
 check "no lock is left" test ! -e /run/qx/lock/$ctid.lck
 
+step "Groups that its last run left are in nobody's way"
+check "stop" qxctl stop $ctid
+check "no group of it is left" test -z "$(find /sys/fs/cgroup -name "lxc.*.qx-$ctid*")"
+for hierarchy in /sys/fs/cgroup/pids /sys/fs/cgroup; do
+  [ ! -e "$hierarchy/cgroup.procs" ] || break
+done
+mkdir -p "$hierarchy/lxc.payload.qx-$ctid/guest" "$hierarchy/lxc.monitor.qx-$ctid"
+sleep 600 &
+stray=$!
+echo $stray >"$hierarchy/lxc.payload.qx-$ctid/guest/cgroup.procs"
+check "start" qxctl start $ctid
+check_no "what was in them has ended" kill -0 $stray
+check "a command runs in it" in_container true
+
 step "A container that has only just been started can be stopped"
 check "stop" qxctl stop $ctid
 check "start" qxctl start $ctid
