@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # a machine with a kernel, a partition for /home and disk quotas of its own
+# long
 # servers: alpha:vm
 # shellcheck source=tests/e2e/ssh-lib.sh
 . "$QX_E2E/ssh-lib.sh"
