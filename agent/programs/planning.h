@@ -26,6 +26,9 @@ class Planning {
   // Which machine the server is, as far as it is known.
   host::ServerIdentity identify();
 
+  // To the server's agent, for what else is asked of it.
+  QXL::QXLRequestTransport& transport();
+
   Measurement measure(const MeasureSettings& settings);
 
   // Measures and surveys the server, looks at this host, and completes the options:

@@ -10,6 +10,7 @@
 #include "agent/programs/version.h"
 #include "agent/system/log_level.h"
 #include "agent/system/signals.h"
+#include "agent/verify/list_operator.h"
 #include "agent/wire/server.h"
 #include "agent/wire/stdio_server.h"
 
@@ -24,6 +25,7 @@ int serve(const std::string& address, bool stdio, const std::string& library, in
   const int stopFd = agent::catchStopSignals();
   const agent::Plugin plugin(library.empty() ? agent::Plugin::defaultPath() : library);
   agent::registerSurveyOperator();
+  agent::registerListOperator();
   if (stdio) {
     agent::serveStdio(stopFd);
     return 0;

@@ -21,11 +21,14 @@
 #include "agent/programs/migrate_options.h"
 #include "agent/programs/migration.h"
 #include "agent/programs/planning.h"
+#include "agent/programs/verify_command.h"
 #include "agent/programs/version.h"
 #include "agent/system/event.h"
 #include "agent/system/last_error.h"
 #include "agent/system/log_level.h"
 #include "agent/system/signals.h"
+#include "agent/verify/list_operator.h"
+#include "agent/verify/verify_text.h"
 #include "framework/errors.h"
 #include "host/file.h"
 #include "host/process_mark.h"
@@ -73,19 +76,21 @@ class CancelOnSignal {
   std::thread thread_;
 };
 
-enum class Command { migrate, plan, measure };
+enum class Command { migrate, plan, measure, verify };
 
 struct Settings {
   Command command = Command::migrate;
   QXL::QXLConnectionInfo source;
   agent::MigrateOptions options;
   agent::MeasureSettings measure;
+  agent::VerifyOptions verifying;
   std::string library;
   std::string output;
   bool json = false;
   bool force = false;
   bool noMeasure = false;
   bool fresh = false;
+  bool verify = false;
   bool quiet = false;
   int verbosity = 0;
 };
@@ -147,8 +152,29 @@ void describeContainer(CLI::App& app, Settings& settings) {
   describeMeasure(app, settings);
 }
 
+void describeVerify(CLI::App& app, Settings& settings) {
+  agent::VerifyOptions& options = settings.verifying;
+  app.add_option("ID", options.ctid, "Id of the container")->required();
+  app.add_option("source", options.source,
+                 "The server, if it is reached otherwise than when it was migrated");
+  app.add_option("--ssh-option", options.sshOptions,
+                 "Option for ssh, as after its -o; may be repeated")
+      ->allow_extra_args(false);
+  app.add_option("--library", settings.library, "The plug-in to load");
+  app.add_flag("--all", options.all, "List also the differences that are as they should be");
+  app.add_flag("--json", options.json, "Print JSON");
+  app.add_flag("-v,--verbose", settings.verbosity, "Log more; may be repeated");
+  app.footer(
+      "Types, modes, owners, times, sizes, links, holes, extended attributes, access lists\n"
+      "and contents are compared. What the migration left out or adapted, and what changed\n"
+      "on either side since, is as it should be. Exit status: 0 when nothing else differs,\n"
+      "1 when something does, 3 when no comparison was possible, 64 for a wrong command\n"
+      "line, 130 when it was cancelled.");
+}
+
 void describe(CLI::App& app, Settings& settings) {
   app.set_version_flag("--version", std::string("qxmigrate ") + agent::version);
+  if (settings.command == Command::verify) return describeVerify(app, settings);
   describeSource(app, settings);
   switch (settings.command) {
     case Command::measure:
@@ -168,6 +194,7 @@ void describe(CLI::App& app, Settings& settings) {
           "2 blocked, 3 when no plan could be made, 64 for a wrong command line, 130 when\n"
           "it was cancelled.");
       return;
+    case Command::verify:
     case Command::migrate:
       break;
   }
@@ -181,6 +208,8 @@ void describe(CLI::App& app, Settings& settings) {
   app.add_flag("--fresh", settings.fresh,
                "Begin from nothing: remove what an earlier attempt has copied (default: go on\n"
                "from it when it is of the same server)");
+  app.add_flag("--verify", settings.verify,
+               "Compare the container with the server when it is complete");
   app.add_flag("-q,--quiet", settings.quiet, "Show errors only");
   app.footer(
       "Other uses, each with its own --help:\n"
@@ -189,9 +218,12 @@ void describe(CLI::App& app, Settings& settings) {
       "  qxmigrate list                    list the migrations of this host\n"
       "  qxmigrate show ID                 show what one did\n"
       "  qxmigrate clean ID                remove what an interrupted one left\n"
+      "  qxmigrate verify ID               compare a container with its server\n"
       "\n"
       "Exit status: 0 when the container is there, 1 when the migration failed and was\n"
-      "undone, 2 when the plan says blocked and nothing was touched, 64 for a wrong\n"
+      "undone or the\n"
+      "container differs (--verify), 2 when the plan says blocked and nothing was touched, 64 for "
+      "a wrong\n"
       "command line, 130 when it was cancelled and undone.\n"
       "\n"
       "Example:\n"
@@ -289,12 +321,34 @@ int migrate(Settings& settings, agent::MigrationView& view,
     }
   }
   const auto params = agent::makeParams(settings.options);
-  return tellEnd(settings, agent::migrateWithJournal(settings.source, params, facts, view, cancel),
-                 *cancel);
+  const agent::MigrationResult result =
+      agent::migrateWithJournal(settings.source, params, facts, view, cancel);
+  if (!result.succeeded || !settings.verify) return tellEnd(settings, result, *cancel);
+  agent::TreeComparison found;
+  try {
+    found = agent::verifyMigration(static_cast<unsigned>(settings.options.ctid), *planning, view,
+                                   *cancel);
+  } catch (const std::exception& problem) {
+    fprintf(stderr, "qxmigrate: container %lld is there, but was not verified: %s\n",
+            settings.options.ctid, host::visibleLines(problem.what()).c_str());
+    return exitFailed;
+  }
+  if (found.unexpected != 0 || !settings.quiet) {
+    fputs(agent::comparisonText(found, false).c_str(), found.unexpected != 0 ? stderr : stdout);
+  }
+  if (found.unexpected == 0) return tellEnd(settings, result, *cancel);
+  fprintf(stderr, "qxmigrate: container %lld is there, but it is not what the server is\n",
+          settings.options.ctid);
+  return exitFailed;
+}
+
+int failedStatus(Command command) {
+  if (command == Command::plan) return exitNoPlan;
+  return command == Command::verify ? agent::kVerifyImpossible : exitFailed;
 }
 
 int run(Settings& settings) {
-  if (settings.command != Command::measure) {
+  if (settings.command == Command::migrate || settings.command == Command::plan) {
     // What is wrong in the options is told before the server is bothered.
     agent::MigrateOptions options = settings.options;
     options.distributionRequired = settings.noMeasure;
@@ -310,12 +364,16 @@ int run(Settings& settings) {
   const agent::Plugin plugin(settings.library.empty() ? agent::Plugin::defaultPath()
                                                       : settings.library);
   agent::registerSurveyOperator();
+  agent::registerListOperator();
   // Pages and JSON are the only output of those that print them.
   agent::Console console(settings.quiet || settings.command != Command::migrate);
   const CancelOnSignal watcher(stopFd, cancel);
   try {
     if (settings.command == Command::measure) return measure(settings, console, cancel);
     if (settings.command == Command::plan) return plan(settings, console, cancel);
+    if (settings.command == Command::verify) {
+      return agent::verifyContainer(settings.verifying, console, cancel);
+    }
     return migrate(settings, console, cancel);
   } catch (const std::exception& problem) {
     if (cancel->code() == agent::cancelledByUser) {
@@ -323,7 +381,7 @@ int run(Settings& settings) {
       return exitCancelled;
     }
     fprintf(stderr, "qxmigrate: %s\n", host::visibleLines(problem.what()).c_str());
-    return settings.command == Command::plan ? exitNoPlan : exitFailed;
+    return failedStatus(settings.command);
   }
 }
 
@@ -338,8 +396,11 @@ int main(int argc, char** argv) {
   Settings settings;
   if (word == "plan") settings.command = Command::plan;
   if (word == "measure") settings.command = Command::measure;
+  if (word == "verify") settings.command = Command::verify;
   CLI::App app(settings.command == Command::plan
                    ? "Shows what migrating a server would do, and what stands in its way."
+               : settings.command == Command::verify
+                   ? "Compares a container with the server that it was made from."
                : settings.command == Command::measure
                    ? "Measures a running server and computes a container's limits."
                    : "Copies a running server into a container of this host.");
@@ -358,6 +419,6 @@ int main(int argc, char** argv) {
     return run(settings);
   } catch (const std::exception& problem) {
     fprintf(stderr, "qxmigrate: %s\n", host::visibleLines(problem.what()).c_str());
-    return settings.command == Command::plan ? exitNoPlan : exitFailed;
+    return failedStatus(settings.command);
   }
 }
