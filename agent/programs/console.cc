@@ -38,6 +38,7 @@ constexpr StageText stageTexts[] = {
     {"waitRSyncServer2", "end the second copy"},
     {"restoreQuota", "set the container's disk quotas"},
     {"tuneDstSrv", "adapt the copy to a container"},
+    {"verify", "compare the container with the server"},
     {"finish", "finish", "here", "on the server"},
 };
 
