@@ -30,10 +30,10 @@ reboot_node
 
 step "After the reboot"
 runs() { on_node sh -c "qxctl status $1 | grep -q ', running,'"; }
-check "241 runs" until_so 60 runs 241
-check "242 runs" until_so 60 runs 242
+check "241 runs" until_so 300 runs 241
+check "242 runs" until_so 120 runs 242
 check "243 does not" eval '! runs 243'
-check "244, whose disk came late, runs" until_so 90 runs 244
+check "244, whose disk came late, runs" until_so 120 runs 244
 check "243 was ended in an orderly way" on_node test -e /var/lib/qx/private/243/fs/ended
 for area in /var/lib/qx/private/241 /var/lib/qx/private/242 /srv/btrfs/private/244; do
   check "and so was ${area##*/}" on_node test -e "$area/fs/ended-before"
@@ -51,6 +51,6 @@ on_node sh -c 'qxctl stop 244 && umount /srv/btrfs' >/dev/null
 check "list says so" on_node sh -c 'qxctl list -a | grep 244 | grep -q "area not mounted"'
 check "start says so" on_node sh -c '! qxctl start 244 2>/tmp/said && grep -q "not mounted" /tmp/said'
 check "nothing was made in its place" on_node test ! -e /srv/btrfs/private
-on_node sh -c '. /root/node-vm/lib.sh; trap - EXIT; mount /srv/btrfs; remove 241 242 243 244
+on_node bash -c '. /root/node-vm/lib.sh; trap - EXIT; mount /srv/btrfs; remove 241 242 243 244
   rm -r /etc/systemd/system/srv-btrfs.mount.d /etc/systemd/system/late-disk.service
   systemctl daemon-reload'
