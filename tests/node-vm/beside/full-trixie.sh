@@ -2,5 +2,5 @@
 # a whole migration over ssh of a machine with Debian 13 and disk quotas
 # servers: beta:vm-trixie
 server=beta
-# shellcheck source=tests/node-vm/beside/80-migration.sh
-. "$QX_NODE_TESTS/beside/80-migration.sh"
+# shellcheck source=tests/node-vm/beside/full-migration.sh
+. "$QX_NODE_TESTS/beside/full-migration.sh"

@@ -6,8 +6,14 @@
 small_template
 remove 220
 
-# as_user [COMMAND of a shell]: as user 1000, in its group or in the one that $group says.
-as_user() { inside 220 su -s /bin/sh -c "$1" "user${group:-}" 2>/dev/null; }
+# as_user TEXT: as user 1000, in its group or in the one that $group says.
+as_user() {
+  if [ "$template" = small ]; then
+    inside 220 su -s /bin/sh -c "$1" "user${group:-}" 2>/dev/null
+  else
+    inside 220 setpriv --reuid 1000 --regid "${group:-1000}" --clear-groups sh -c "$1" 2>/dev/null
+  fi
+}
 write() { as_user "dd if=/dev/zero of=/srv/own/$1 bs=1024 count=$2"; }
 
 # limits_hold: those that were set before the start.
@@ -35,11 +41,10 @@ for unprivileged in no yes; do
   check "start" quietly qxctl start 220
   if [ $template = small ]; then
     check "the system is up" until_so 30 inside 220 test -e /booted
+    inside 220 sh -c 'echo user2000:x:1000:2000::/tmp:/bin/sh >>/etc/passwd'
   else
     check "the system is up" until_so 240 systemd_is_up 220
   fi
-  inside 220 sh -c 'grep -q ^user: /etc/passwd || echo user:x:1000:1000::/:/bin/sh >>/etc/passwd
-    echo user2000:x:1000:2000::/:/bin/sh >>/etc/passwd'
   limits_hold
   if [ $unprivileged = no ]; then
     found=$(inside 220 repquota -n / 2>&1 || true)

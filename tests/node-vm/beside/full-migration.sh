@@ -20,9 +20,10 @@ step "The server's administrator has set quotas"
 lab put $server "$QX_E2E/quotas/set" /tmp
 lab exec $server /tmp/set / <"$QX_E2E/quotas/told"
 
-step "The host keeps containers in images and has a pool of addresses"
+# Some of the owners have ids that an unprivileged container cannot hold.
+step "The host keeps privileged containers in images and has a pool of addresses"
 on_node sh -c 'cp /etc/qx/qx.conf /etc/qx/qx.conf.kept
-  printf "STORAGE=ext4\nIP_POOL=192.0.2.171-192.0.2.179/24\nGATEWAY=192.0.2.254\n" >>/etc/qx/qx.conf'
+  printf "STORAGE=ext4\nUNPRIVILEGED=no\nIP_POOL=192.0.2.171-192.0.2.179/24\nGATEWAY=192.0.2.254\n" >>/etc/qx/qx.conf'
 
 step "Plan"
 status=0
