@@ -187,6 +187,19 @@ void requireSetAside(const IdMap& map) {
   }
 }
 
+std::string missingIds(const ShellVars& settings) {
+  Container any;
+  any.vars = settings;
+  if (any.var("UNPRIVILEGED") == "no") return "";
+  const IdMap map = configuredMap(any);
+  try {
+    requireSetAside(map);
+  } catch (const Error& error) {
+    return error.what();
+  }
+  return "";
+}
+
 Fd makeUserNamespace(const IdMap& map) {
   const Waiter waiter;
   writeMap(waiter.path("uid_map"), map);

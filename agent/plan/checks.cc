@@ -7,6 +7,7 @@
 #include "agent/framework/validation.h"
 #include "agent/plan/amounts.h"
 #include "agent/plan/disk_limits.h"
+#include "agent/plan/quota_checks.h"
 #include "host/id_map.h"
 
 namespace agent {
@@ -33,6 +34,7 @@ class Checks {
     services();
     bootable();
     mounts();
+    quotas();
     ids();
     files();
     nested();
@@ -262,6 +264,12 @@ class Checks {
       warn(missing.mountPoint + " (" + missing.type + ", " + missing.device +
            ") will be missing in the container" +
            (missing.reason.empty() ? "." : ": " + missing.reason + "."));
+    }
+  }
+
+  void quotas() {
+    for (const Finding& finding : quotaFindings(facts_.survey, facts_.node.storage)) {
+      plan_.findings.push_back(finding);
     }
   }
 

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "agent/plan/amounts.h"
+#include "agent/plan/quota_checks.h"
 #include "host/visible.h"
 
 namespace agent {
@@ -213,6 +214,10 @@ std::string planText(const PlanFacts& facts, const Plan& plan) {
   text += row("its script",
               facts.node.distributionScript.empty() ? "none" : facts.node.distributionScript);
   text += "\n" + limitsText(plan.limits, false);
+
+  const auto quotas = quotaRows(facts.survey);
+  if (!quotas.empty()) text += heading("Disk quotas that arrive");
+  for (const auto& [label, amount] : quotas) text += row(label, amount);
 
   text += heading("Services");
   text += row("will be stopped", joined(facts.services));

@@ -156,6 +156,12 @@ void surveyFileSystems(const SurveyRequest& request, Survey& survey) {
     survey.fileSystems.push_back(found);
   }
   leaveOutSecondViews(std::move(seen), request.excludes, survey.fileSystems);
+  for (const SurveyedFileSystem& found : survey.fileSystems) {
+    SurveyedQuotas quotas;
+    if (found.copied && surveyQuotas(found.device, found.mountPoint, found.options, quotas)) {
+      survey.quotas.push_back(quotas);
+    }
+  }
   for (const MountLine& line : parseMounts(contentsOf("/etc/fstab"))) {
     if (line.mountPoint.empty() || line.mountPoint[0] != '/' || points.count(line.mountPoint))
       continue;

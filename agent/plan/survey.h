@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "agent/plan/quota_survey.h"
+
 namespace agent {
 
 // One mounted file system, or one that /etc/fstab names and that is not mounted.
@@ -27,7 +29,8 @@ struct SwapFile {
 
 struct Survey {
   std::vector<SurveyedFileSystem> fileSystems;
-  bool scanComplete = false;  // every file was looked at
+  std::vector<SurveyedQuotas> quotas;  // of the local file systems whose files are copied
+  bool scanComplete = false;           // every file was looked at
   long long largestUid = 0, largestGid = 0;
   std::string largestUidPath, largestGidPath;  // a file of that owner; or /etc/passwd
   std::vector<std::string> immutableFiles;     // the first few

@@ -14,7 +14,9 @@
 #include "agent/plan/make_plan.h"
 #include "agent/plan/plan_json.h"
 #include "agent/plan/plan_text.h"
+#include "agent/plan/quota_checks.h"
 #include "agent/plan/survey_operator.h"
+#include "agent/plan/unreported_limits.h"
 #include "agent/programs/console.h"
 #include "agent/programs/journal_commands.h"
 #include "agent/programs/journaled_migration.h"
@@ -297,6 +299,7 @@ int migrate(Settings& settings, agent::MigrationView& view,
     return tellEnd(settings, result, *cancel);
   }
   agent::JournalFacts facts;
+  std::vector<agent::OwnerLimits> unreported;
   facts.server = planning->identify();
   {
     agent::MigrateOptions options = settings.options;
@@ -305,7 +308,9 @@ int migrate(Settings& settings, agent::MigrationView& view,
                        view);
   }
   if (!settings.noMeasure) {
-    const agent::Plan made = agent::makePlan(planning->gather(settings.options, settings.measure));
+    const agent::PlanFacts found = planning->gather(settings.options, settings.measure);
+    if (const auto* quotas = agent::travellingQuotas(found.survey)) unreported = quotas->unreported;
+    const agent::Plan made = agent::makePlan(found);
     facts.bytes = made.bytes;
     facts.files = made.files;
     for (const agent::Finding& finding : made.findings) {
@@ -323,6 +328,10 @@ int migrate(Settings& settings, agent::MigrationView& view,
   const auto params = agent::makeParams(settings.options);
   const agent::MigrationResult result =
       agent::migrateWithJournal(settings.source, params, facts, view, cancel);
+  if (result.succeeded) {
+    agent::addUnreportedLimits(settings.options.ctid, unreported,
+                               [&](const std::string& text) { view.line(text); });
+  }
   if (!result.succeeded || !settings.verify) return tellEnd(settings, result, *cancel);
   agent::TreeComparison found;
   try {

@@ -122,6 +122,80 @@ TEST(Plan, APlaceThatIsAnotherContainersBlocks) {
                 "The node refuses a place: VE_PRIVATE is '/data/7/x': '/data/7' is container 7's.");
 }
 
+agent::SurveyedQuotas quotasOf(const std::string& mountPoint, long long users, long long groups) {
+  agent::SurveyedQuotas quotas;
+  quotas.mountPoint = mountPoint;
+  quotas.users = users;
+  quotas.groups = groups;
+  quotas.userBlockGrace = quotas.groupBlockGrace = 5400;
+  quotas.userInodeGrace = quotas.groupInodeGrace = 259200;
+  return quotas;
+}
+
+TEST(Plan, DiskQuotasThatArriveAreCounted) {
+  agent::PlanFacts facts = goodFacts();
+  EXPECT_THAT(agent::planText(facts, agent::makePlan(facts)), Not(HasSubstr("Disk quotas")));
+  facts.node.storage = "ext4";
+  facts.config["DISKSPACE"] = "4194304:4194304";
+  facts.survey.quotas = {quotasOf("/", 1200, 3)};
+  const agent::Plan plan = agent::makePlan(facts);
+  EXPECT_THAT(plan.findings, IsEmpty());
+  EXPECT_THAT(agent::planText(facts, plan),
+              HasSubstr("Disk quotas that arrive\n"
+                        "  of users        1,200 with limits\n"
+                        "  of groups       3 with limits\n"
+                        "  grace periods   1 hour 30 minutes for blocks, 3 days for inodes\n"));
+}
+
+TEST(Plan, DiskQuotasThatDoNotArriveAreNamed) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.storage = "ext4";
+  facts.config["DISKSPACE"] = "4194304:4194304";
+  facts.survey.quotas = {quotasOf("/home", 0, 1)};
+  expectFinding(facts, Severity::warning,
+                "The disk quotas of /home (1 group with limits) do not arrive: the container has "
+                "one file system, with those of /.");
+  facts.survey.quotas = {quotasOf("/", 0, 2)};
+  facts.survey.quotas[0].groupInodeGrace = 60;
+  expectFinding(facts, Severity::warning,
+                "The grace periods of groups (1 hour 30 minutes for blocks, 1 minute for inodes) "
+                "do not arrive: groups get those of users.");
+  facts.survey.quotas = {quotasOf("/", 2, 0)};
+  facts.survey.quotas[0].unlisted = 7;
+  expectFinding(facts, Severity::warning,
+                "The limits of 7 more users and groups that the report leaves out do not arrive: "
+                "they are too many.");
+  facts.survey.quotas = {quotasOf("/", 2, 0)};
+  facts.survey.quotas[0].accountsOnly = true;
+  expectFinding(facts, Severity::note,
+                "The server's kernel cannot list its disk limits: limits of users and groups that "
+                "own nothing and have no account are not known, and do not arrive.");
+  facts.survey.quotas = {quotasOf("/", 2, 0)};
+  facts.node.storage = "directory";
+  expectFinding(facts, Severity::warning,
+                "Disk limits of users and groups are kept with the container and not enforced: "
+                "the node's STORAGE is 'directory', and only ext4 can.");
+}
+
+TEST(Plan, LimitsOfOwnersOfNothingAreAdded) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.storage = "ext4";
+  facts.config["DISKSPACE"] = "4194304:4194304";
+  facts.survey.quotas = {quotasOf("/", 3, 2)};
+  facts.survey.quotas[0].unreported = {{false, 2201, 1, 2, 3, 4}, {true, 50, 1, 2, 3, 4}};
+  expectFinding(facts, Severity::note,
+                "The server's report of its quotas leaves out the limits of 1 user and 1 group, "
+                "first user 2201, mostly because they own nothing: they are added when the copy "
+                "is complete.");
+}
+
+TEST(Period, IsToldInItsLargestUnits) {
+  EXPECT_EQ(agent::periodText(0), "0 seconds");
+  EXPECT_EQ(agent::periodText(1), "1 second");
+  EXPECT_EQ(agent::periodText(604800), "7 days");
+  EXPECT_EQ(agent::periodText(90061), "1 day 1 hour 1 minute 1 second");
+}
+
 TEST(Plan, SaysWhoseIdsTheContainerWillHaveAndWhy) {
   agent::PlanFacts facts = goodFacts();
   facts.node.ids = 65536;

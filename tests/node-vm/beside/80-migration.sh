@@ -4,11 +4,12 @@
 # shellcheck source=tests/node-vm/beside.sh
 . "$QX_NODE_TESTS/beside.sh"
 
-server=alpha
+# Another test does the same with another server.
+server=${server:-alpha}
 ctid=101
 
 told() {
-  awk -v kind="$1" '$1 == "limits" && $2 == kind { print kind, $3, $4, $5, $6, $7 }' \
+  awk -v kind="$1" '($1 == "limits" || $1 == "idle") && $2 == kind { print kind, $3, $4, $5, $6, $7 }' \
     "$QX_E2E/quotas/told" | sort -k2n
 }
 arrived() { awk -v kind="$1" '$1 == kind && NF == 10 { print kind, $2, $4, $5, $8, $9 }' "$work/table"; }
@@ -28,7 +29,11 @@ status=0
 on_node qxmigrate plan root@$server --ctid $ctid --ip auto --duration 1 \
   --stop-service nginx --stop-service ticker </dev/null >"$work/plan" 2>&1 || status=$?
 check "a plan is made, status $status" test "$status" -le 1
-check "it tells of the disk quotas" grep -qi 'quota' "$work/plan"
+counted() { awk -v kind="$1" '($1 == "limits" || $1 == "idle") && $2 == kind' "$QX_E2E/quotas/told" | wc -l; }
+for kind in user group; do
+  check "it counts the limits of ${kind}s" grep -q "of ${kind}s  *$(counted $kind) with limits" "$work/plan"
+done
+check "and names those of owners that own nothing" grep -q 'limits of 1 user and' "$work/plan"
 [ "$failures" = 0 ] || sed 's/^/        /' "$work/plan"
 
 step "Migrate"
