@@ -139,24 +139,28 @@ reset() {
   start_services
 }
 
+# A stage may be over before its beginning was noticed: then it is tried again.
 run_cell() {
-  local stage=$1 fault=$2 hit=
-  mkdir -p "$journals"
-  case $fault in *rsync) slow_source "$([ "$stage" = rSync ] && echo 1 || echo 2)" 20000 ;; esac
-  begin_migration
-  hit=$(python3 "$QX_FAULTS/stop_in_stage.py" "$migration" "$journals" "$stage") || hit=
-  if [ -z "$hit" ]; then
-    echo "the stage was not met"
+  local stage=$1 fault=$2 met='' try
+  for try in 1 2 3 4 5 6; do
+    mkdir -p "$journals"
+    case $fault in *rsync) slow_source "$([ "$stage" = rSync ] && echo 1 || echo 2)" 20000 ;; esac
+    begin_migration
+    met=$(python3 "$QX_FAULTS/stop_in_stage.py" "$migration" "$journals" "$stage") && break
     end_migration >/dev/null
-  else
-    "fault_$fault" >/dev/null 2>&1
-    end_migration >/dev/null
-    if [ "$status" = 0 ]; then
-      # What came too late, or did not matter.
-      qxmigrate verify $ctid >"$out" 2>&1 || echo "it succeeds, and verify says: $(tail -n 5 "$out")"
-      start_services
-      qxctl destroy $ctid >/dev/null
-    fi
+    reset
+  done
+  if [ -z "$met" ]; then
+    echo "the stage was over $try times before it could be disturbed"
+    return
+  fi
+  "fault_$fault" >/dev/null 2>&1
+  end_migration >/dev/null
+  if [ "$status" = 0 ]; then
+    # It came too late, or did not matter.
+    qxmigrate verify $ctid >"$out" 2>&1 || echo "it succeeds, and verify says: $(tail -n 5 "$out")"
+    start_services
+    qxctl destroy $ctid >/dev/null
   fi
   undo_faults
   complaints
