@@ -160,7 +160,7 @@ template <class Work>
 pid_t inChild(Work work) {
   fflush(nullptr);
   const pid_t child = fork();
-  if (child < 0) node::failErrno("cannot make a process for a container");
+  if (child < 0) node::failErrno("cannot start a process for a container");
   if (child > 0) return child;
   const int result = node::runTool("qxctl", work);
   fflush(nullptr);

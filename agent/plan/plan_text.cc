@@ -45,12 +45,12 @@ std::string numberOf(const std::string& limit, const std::string& unit) {
 // What to do after a plan.
 const char* adviceFor(Verdict verdict) {
   switch (verdict) {
-    case Verdict::ready:
+    case Verdict::kReady:
       return "The same command without the word \"plan\" migrates.";
-    case Verdict::readyWithWarnings:
+    case Verdict::kReadyWithWarnings:
       return "The same command without the word \"plan\" migrates; see above for what will not be "
              "as on the server.";
-    case Verdict::blocked:
+    case Verdict::kBlocked:
       break;
   }
   return "A migration stops here, unless --force is given. Fix what is marked BLOCKED and plan "
@@ -59,11 +59,11 @@ const char* adviceFor(Verdict verdict) {
 
 const char* labelOf(Severity severity) {
   switch (severity) {
-    case Severity::block:
+    case Severity::kBlock:
       return "BLOCKED  ";
-    case Severity::warning:
+    case Severity::kWarning:
       return "warning  ";
-    case Severity::note:
+    case Severity::kNote:
       break;
   }
   return "note     ";
@@ -138,11 +138,11 @@ std::string verdictText(const Plan& plan) {
     text += wrapped(labelOf(finding.severity), "         ", finding.text);
   }
   switch (plan.verdict) {
-    case Verdict::ready:
+    case Verdict::kReady:
       return text + "Verdict: ready\n";
-    case Verdict::readyWithWarnings:
+    case Verdict::kReadyWithWarnings:
       return text + "Verdict: ready with warnings\n";
-    case Verdict::blocked:
+    case Verdict::kBlocked:
       break;
   }
   return text + "Verdict: blocked\n";

@@ -33,7 +33,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Survey, fileSystems, quotas, sca
                                                 swapFiles, lastlogBytes, lastlogAllocated,
                                                 nestedStorage, processors, systemdVersion,
                                                 initScripts, runningServices)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SurveyRequest, excludes, patience)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SurveyRequest, excludes, timeout)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(ClaimedIdentity, machineId)
 
 nlohmann::json toJson(const MeasureSettings& value) { return value; }

@@ -41,7 +41,7 @@ int main(int argc, char** argv) {
   // What the plug-in's programs print is read, and is not to be translated.
   setenv("LC_ALL", "C", 1);
   CLI::App app("The host agent: lets a container host copy this server into a container.");
-  app.set_version_flag("--version", std::string("qxagent ") + agent::version);
+  app.set_version_flag("--version", std::string("qxagent ") + agent::kVersion);
   app.require_subcommand(1);
   app.footer(
       "Exit status: 0 when stopped by SIGTERM, SIGINT or SIGHUP, 1 when it cannot serve,\n"

@@ -1,11 +1,14 @@
 #include "agent/programs/verify_command.h"
 
-#include <algorithm>
+#include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
+#include <memory>
 #include <stdexcept>
 
 #include "agent/journal/journal_text.h"
+#include "agent/programs/commands.h"
+#include "agent/programs/server_command.h"
 #include "agent/verify/list_operator.h"
 #include "agent/verify/verify_text.h"
 #include "host/clock.h"
@@ -23,7 +26,16 @@ namespace {
 using host::textf;
 
 constexpr char kQxctl[] = "/usr/sbin/qxctl";
+constexpr int kExitDiffers = 1;
+constexpr int kExitImpossible = 3;
 constexpr char kLastCopy[] = "startRSyncServer2";
+
+struct Settings {
+  ServerOptions server;
+  std::string ctid;  // as it was typed
+  bool json = false;
+  bool all = false;
+};
 
 /// The migration that made the container.
 host::MigrationRecord recordOf(const host::Container& container) {
@@ -102,15 +114,12 @@ TreeComparison compare(const host::Container& container, const host::MigrationRe
   }
 }
 
-}  // namespace
-
-int verifyContainer(const VerifyOptions& options, MigrationView& view,
-                    const std::shared_ptr<CancelToken>& cancel) {
+int verify(const Settings& options, MigrationView& view,
+           const std::shared_ptr<CancelToken>& cancel) {
   const host::Container container = host::loadContainer(host::parseCtid(options.ctid));
   const host::MigrationRecord record = recordOf(container);
-  QXL::QXLConnectionInfo source;
-  source.address = options.source.empty() ? record.source : options.source;
-  source.transportOptions = options.sshOptions;
+  QXL::QXLConnectionInfo source = options.server.source;
+  if (source.address.empty()) source.address = record.source;
   Planning planning(source, view, cancel);
   if (!host::isSameServer(record.server, planning.identify())) {
     throw std::runtime_error(
@@ -121,13 +130,37 @@ int verifyContainer(const VerifyOptions& options, MigrationView& view,
   const TreeComparison found = compare(container, record, planning, view, *cancel);
   fputs((options.json ? comparisonJson(found) : comparisonText(found, options.all)).c_str(),
         stdout);
-  return found.unexpected == 0 ? kVerifySame : kVerifyDiffers;
+  return found.unexpected == 0 ? 0 : kExitDiffers;
 }
+
+}  // namespace
 
 TreeComparison verifyMigration(unsigned ctid, Planning& planning, MigrationView& view,
                                CancelToken& cancel) {
   const host::Container container = host::loadContainer(ctid);
   return compare(container, recordOf(container), planning, view, cancel);
+}
+
+Run describeVerify(CLI::App& app) {
+  const auto settings = std::make_shared<Settings>();
+  app.add_option("ID", settings->ctid, "Id of the container")->required();
+  describeServer(app, settings->server);
+  // It is in the journal.
+  app.get_option("source")->required(false)->description(
+      "The server, if it is reached otherwise than when it was migrated");
+  app.add_flag("--all", settings->all, "List also the differences that are as they should be");
+  app.add_flag("--json", settings->json, "Print JSON");
+  app.footer(
+      "Types, modes, owners, times, sizes, links, holes, extended attributes, access lists\n"
+      "and contents are compared. What the migration left out or adapted, and what changed\n"
+      "on either side since, is as it should be. Exit status: 0 when nothing else differs,\n"
+      "1 when something does, 3 when no comparison was possible, 64 for a wrong command\n"
+      "line, 130 when it was cancelled.");
+  return [settings]() {
+    return withServer(
+        settings->server, true, kExitImpossible,
+        [&](MigrationView& view, const auto& cancel) { return verify(*settings, view, cancel); });
+  };
 }
 
 }  // namespace agent

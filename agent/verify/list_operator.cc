@@ -42,8 +42,8 @@ class ListOperator : public QXL::QXLOperatorFunctionalPrototype {
                             void (ListOperator::*handler)(const Iterator&, const Iterator&)) {
       m_methods[name] = {static_cast<QXLOpHandler>(handler), 0, 0};
     };
-    add(methodCreate, &ListOperator::nothing);
-    add(methodFinish, &ListOperator::nothing);
+    add(kMethodCreate, &ListOperator::nothing);
+    add(kMethodFinish, &ListOperator::nothing);
     add(kMethodList, &ListOperator::list);
   }
 
@@ -54,12 +54,12 @@ class ListOperator : public QXL::QXLOperatorFunctionalPrototype {
   void list(const Iterator& in, const Iterator& out) {
     if (QXL::QXLAccessChecker::accessCheck(QXL::QXLAccessChecker::getClientContext(),
                                            QXL::QXLConfiguration::getLocalEID(),
-                                           migrateRight) != 0) {
-      return QXL::addError(out, QXL::QXLErrors, accessDenied, QXL::getErrorMessage());
+                                           kMigrateRight) != 0) {
+      return QXL::addError(out, QXL::QXLErrors, kAccessDenied, QXL::getErrorMessage());
     }
     const CurrentRequest* current = CurrentRequest::get();
     std::string token, excludes;
-    if (in->getValueBase64(token, fieldChannel) != 0 || !current || !current->channels) {
+    if (in->getValueBase64(token, kFieldChannel) != 0 || !current || !current->channels) {
       return QXL::addError(out, QXL::QXLErrors, 400, "channel required");
     }
     const auto end = current->channels->take(token);
@@ -134,12 +134,12 @@ void askForList(QXL::QXLRequestTransport& transport, const std::string& session,
       throw std::runtime_error(error->second);
     }
   };
-  send(methodCreate, new Message());
+  send(kMethodCreate, new Message());
   boost::intrusive_ptr<Message> list(new Message());
-  list->putValueBase64(token, fieldChannel);
+  list->putValueBase64(token, kFieldChannel);
   list->putValueBase64(nlohmann::json(excludes).dump(), kFieldExcludes);
   send(kMethodList, list);
-  send(methodFinish, new Message());
+  send(kMethodFinish, new Message());
 }
 
 }  // namespace

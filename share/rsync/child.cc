@@ -21,14 +21,14 @@ namespace qxrsync {
 
 namespace {
 
-constexpr std::array<int, 4> heldSignals = {SIGCHLD, SIGHUP, SIGINT, SIGTERM};
+constexpr std::array<int, 4> kHeldSignals = {SIGCHLD, SIGHUP, SIGINT, SIGTERM};
 
 // In the child, after fork: only async-signal-safe calls. Ends with errno in
 // the report pipe if exec fails.
 [[noreturn]] void runStock(const char* path, char* const* argv, const Child::Setup& setup,
                            const SignalsHeld& signals, pid_t parent, int report) {
   bool ready = ::prctl(PR_SET_PDEATHSIG, setup.deathSignal) == 0;
-  if (::getppid() != parent) ::_exit(exitSystem);  // died before it could be asked
+  if (::getppid() != parent) ::_exit(kExitSystem);  // died before it could be asked
   if (setup.standardInput >= 0) ready = ready && ::dup2(setup.standardInput, 0) == 0;
   if (setup.standardOutput >= 0) ready = ready && ::dup2(setup.standardOutput, 1) == 1;
   if (setup.inherited >= 0) ready = ready && ::fcntl(setup.inherited, F_SETFD, 0) == 0;
@@ -40,8 +40,8 @@ constexpr std::array<int, 4> heldSignals = {SIGCHLD, SIGHUP, SIGINT, SIGTERM};
     ::execv(path, argv);
   }
   const int error = errno;
-  if (::write(report, &error, sizeof error) < 0) ::_exit(exitSystem);
-  ::_exit(exitSystem);
+  if (::write(report, &error, sizeof error) < 0) ::_exit(kExitSystem);
+  ::_exit(kExitSystem);
 }
 
 // Of this single-threaded process, adopted ones too.
@@ -58,7 +58,7 @@ SignalsHeld::SignalsHeld() {
   action.sa_handler = SIG_DFL;  // an inherited "ignore" would make the child unwaitable
   ::sigaction(SIGCHLD, &action, &childBefore_);
   ::sigemptyset(&held_);
-  for (const int number : heldSignals) ::sigaddset(&held_, number);
+  for (const int number : kHeldSignals) ::sigaddset(&held_, number);
   ::sigprocmask(SIG_BLOCK, &held_, &before_);
 }
 
@@ -101,7 +101,7 @@ Child::Child(const Setup& setup, const SignalsHeld& signals) {
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   const pid_t parent = ::getpid();
   pid_ = ::fork();
-  if (pid_ < 0) throw systemFailure(exitSystem, "cannot fork");
+  if (pid_ < 0) throw systemFailure(kExitSystem, "cannot fork");
   if (pid_ == 0) runStock(path.c_str(), argv.data(), setup, signals, parent, report.second.get());
 
   report.second.close();
@@ -114,7 +114,7 @@ Child::Child(const Setup& setup, const SignalsHeld& signals) {
 
   ::waitpid(pid_, nullptr, 0);
   errno = error;
-  throw systemFailure(exitSystem, "cannot run " + path);
+  throw systemFailure(kExitSystem, "cannot run " + path);
 }
 
 Child::~Child() {
@@ -146,7 +146,7 @@ void Child::signal(int number) const {
 int exitLike(int waitStatus) {
   if (WIFEXITED(waitStatus)) {
     const int status = WEXITSTATUS(waitStatus);
-    return status == exitVanished ? exitPartial : status;
+    return status == kExitVanished ? kExitPartial : status;
   }
   const int number = WTERMSIG(waitStatus);
   const rlimit none{0, 0};

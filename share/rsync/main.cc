@@ -14,13 +14,13 @@ namespace {
 int run(const std::vector<std::string>& arguments) {
   const qxrsync::Options options = qxrsync::parseOptions(arguments);
   switch (options.mode) {
-    case qxrsync::Mode::Client:
+    case qxrsync::Mode::kClient:
       return qxrsync::runClient(options);
-    case qxrsync::Mode::Server:
+    case qxrsync::Mode::kServer:
       return qxrsync::runServer(options);
-    case qxrsync::Mode::Joiner:
+    case qxrsync::Mode::kJoiner:
       return qxrsync::runJoiner(options);
-    case qxrsync::Mode::Untouched:
+    case qxrsync::Mode::kUntouched:
       break;
   }
   qxrsync::becomeStock(arguments);
@@ -40,6 +40,6 @@ int main(int argc, char** argv) {
   } catch (const qxrsync::Failure& failure) {
     return complain(failure.status(), failure.what());
   } catch (const std::exception& error) {
-    return complain(qxrsync::exitSystem, error.what());
+    return complain(qxrsync::kExitSystem, error.what());
   }
 }
