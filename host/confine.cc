@@ -1,10 +1,12 @@
-#include "node/confine.h"
+#include "host/confine.h"
 
 #include <asm/ioctls.h>
 #include <linux/capability.h>
 #include <sched.h>
 #include <seccomp.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -14,16 +16,9 @@
 #include <memory>
 
 #include "host/error.h"
-#include "node/host.h"
 
-namespace node {
+namespace host {
 namespace {
-
-/// What a script that edits a system's files needs: their owners and modes, set-id bits
-/// and capabilities of files, running a program as one of the system's users, in a root
-/// below its own.
-constexpr std::array kKeptCapabilities{CAP_CHOWN,  CAP_DAC_OVERRIDE, CAP_FOWNER,  CAP_FSETID,
-                                       CAP_SETUID, CAP_SETGID,       CAP_SETFCAP, CAP_SYS_CHROOT};
 
 constexpr std::array kForbiddenCalls{
     // Programs in the kernel and views into it.
@@ -50,6 +45,9 @@ constexpr std::array kForbiddenCalls{
     // Files past their paths, and watching whole file systems.
     "name_to_handle_at", "open_by_handle_at", "fanotify_init", "vhangup", "uselib"};
 
+/// Of the kernel's headers; the C library lacks it: MADV_SOFT_OFFLINE.
+constexpr uint64_t kSoftOffline = 101;
+
 struct ReleaseFilter {
   using pointer = scmp_filter_ctx;
   void operator()(scmp_filter_ctx filter) const { seccomp_release(filter); }
@@ -71,10 +69,10 @@ void forbid(const Filter& filter, const char* call, int error = EPERM) {
         call);
 }
 
-void dropCapabilities() {
+void dropCapabilities(std::span<const int> keptOnes) {
   for (int capability = 0; prctl(PR_CAPBSET_READ, capability, 0, 0, 0) >= 0; ++capability) {
     bool kept = false;
-    for (const int one : kKeptCapabilities) kept = kept || one == capability;
+    for (const int one : keptOnes) kept = kept || one == capability;
     if (!kept && prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) != 0) {
       failErrno("cannot drop capability %d", capability);
     }
@@ -84,20 +82,38 @@ void dropCapabilities() {
     failErrno("cannot clear the ambient capabilities");
   }
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> held{};
+  if (syscall(SYS_capget, &header, held.data()) != 0) failErrno("cannot read capabilities");
   std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> data{};
-  for (const int capability : kKeptCapabilities) {
+  for (const int capability : keptOnes) {
     const auto word = static_cast<size_t>(CAP_TO_INDEX(capability));
-    data.at(word).effective |= CAP_TO_MASK(capability);
-    data.at(word).permitted |= CAP_TO_MASK(capability);
+    // Root of a container, who has fewer than all, keeps what there is.
+    data.at(word).permitted |= CAP_TO_MASK(capability) & held.at(word).permitted;
+    data.at(word).effective = data.at(word).permitted;
   }
   if (syscall(SYS_capset, &header, data.data()) != 0) failErrno("cannot drop capabilities");
 }
 
-Filter makeFilter() {
+/// Drivers, file systems and the kernel's memory are asked by these: no program that
+/// copies files needs more than whether something is a terminal.
+void allowFilesOnly(const Filter& filter) {
+  const auto refuse = [&](int number, const char* what, int error, const scmp_arg_cmp& condition) {
+    check(seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(static_cast<uint16_t>(error)), number, 1,
+                           condition),
+          what);
+  };
+  refuse(SCMP_SYS(ioctl), "ioctl", ENOTTY, SCMP_A1(SCMP_CMP_NE, TCGETS));
+  refuse(SCMP_SYS(socket), "socket", EPERM, SCMP_A0(SCMP_CMP_NE, AF_UNIX));
+  for (const uint64_t advice : {uint64_t{MADV_HWPOISON}, kSoftOffline}) {
+    refuse(SCMP_SYS(madvise), "madvise", EPERM, SCMP_A2(SCMP_CMP_EQ, advice));
+  }
+}
+
+Filter makeFilter(Use use) {
   Filter filter(seccomp_init(SCMP_ACT_ALLOW));
   if (!filter) fail(ExitCode::kFailed, "cannot make the system call filter");
-  // What runs here may be an older system of 32 bits.
-  if (seccomp_arch_native() == SCMP_ARCH_X86_64) {
+  // Programs may be those of an older system of 32 bits.
+  if (use == Use::kPrograms && seccomp_arch_native() == SCMP_ARCH_X86_64) {
     check(seccomp_arch_add(filter.get(), SCMP_ARCH_X86), "32-bit programs");
   }
   check(seccomp_attr_set(filter.get(), SCMP_FLTATR_ACT_BADARCH, SCMP_ACT_ERRNO(ENOSYS)),
@@ -111,6 +127,10 @@ Filter makeFilter() {
                            SCMP_A0(SCMP_CMP_MASKED_EQ, flag, flag)),
           "clone");
   }
+  if (use == Use::kFiles) {
+    allowFilesOnly(filter);
+    return filter;
+  }
   // The kernel looks at 32 bits of an ioctl's number.
   for (const uint64_t request : {uint64_t{TIOCSTI}, uint64_t{TIOCLINUX}}) {
     check(seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(EPERM), SCMP_SYS(ioctl), 1,
@@ -122,10 +142,10 @@ Filter makeFilter() {
 
 }  // namespace
 
-void confine() {
-  dropCapabilities();
+void confine(std::span<const int> capabilities, Use use) {
+  dropCapabilities(capabilities);
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) failErrno("cannot give up new privileges");
-  check(seccomp_load(makeFilter().get()), "loading it");
+  check(seccomp_load(makeFilter(use).get()), "loading it");
 }
 
-}  // namespace node
+}  // namespace host

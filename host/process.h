@@ -13,6 +13,10 @@ namespace host {
 /// cannot be started or does not exit with 0. Standard output is discarded.
 void runProgram(const std::vector<std::string>& arguments);
 
+/// The same; returns what it wrote to standard output and standard error, of which the
+/// last 4096 bytes, without line ends at its end.
+std::string outputOf(const std::vector<std::string>& arguments);
+
 /// Throws Error (kFailed), which names the package to install, unless PATH has this
 /// program.
 void requireProgram(const char* name, const char* package);

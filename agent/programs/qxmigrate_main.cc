@@ -298,10 +298,16 @@ int run(Settings& settings) {
     // What is wrong in the options is told before the server is bothered.
     agent::MigrateOptions options = settings.options;
     options.distributionRequired = settings.noMeasure;
+    boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams> params;
     try {
-      agent::makeParams(options);
+      params = agent::makeParams(options);
     } catch (const std::exception& problem) {
       return usage(problem);
+    }
+    // As long as there are no threads, and before anything is made.
+    if (settings.command == Command::migrate) {
+      const std::string warning = agent::prepareNode(*params);
+      if (!warning.empty()) fprintf(stderr, "qxmigrate: %s\n", warning.c_str());
     }
   }
   agent::setLogLevel(1 + settings.verbosity);
