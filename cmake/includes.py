@@ -87,14 +87,14 @@ def cycles():
 
 def seen_folders():
     """What each folder may include, by the build files."""
-    seen = {"framework": [], "share": []}
+    seen = {"framework": []}
     for path in sorted(TOP.glob("*/CMakeLists.txt")) + sorted(TOP.glob("agent/*/CMakeLists.txt")):
         text = path.read_text()
         for folder, names in re.findall(
                 r'qx_(?:objects|library_part)\((\S+)\s+SEES\s+(.*?)\s+SOURCES', text, re.DOTALL):
             seen[folder] = [name for name in names.split() if name != '""']
     # Plain libraries say it by what they link.
-    for folder in ("host", "node"):
+    for folder in ("host", "node", "share"):
         text = (TOP / folder / "CMakeLists.txt").read_text()
         linked = set(re.findall(r"\b(\w+)_headers\b", text)) - {"qx", "target_precompile"}
         if re.search(r'PUBLIC[^)]*\bhost\b', text):

@@ -99,9 +99,7 @@ Table parseTable(std::string_view text) { return TableReader(text).read(); }
 
 std::pair<std::string, std::string> splitDistribution(std::string_view text) {
   const size_t dash = text.rfind('-');
-  const bool version = dash != text.npos && dash != 0 && dash + 1 < text.size() &&
-                       text[dash + 1] >= '0' && text[dash + 1] <= '9';
-  if (!version) return {std::string(text), ""};
+  if (dash == text.npos || dash == 0 || dash + 1 == text.size()) return {std::string(text), ""};
   return {std::string(text.substr(0, dash)), std::string(text.substr(dash + 1))};
 }
 

@@ -26,8 +26,9 @@ using Table = std::map<std::pair<std::string, std::string>, std::string>;
 /// with "line N: ".
 Table parseTable(std::string_view text);
 
-/// The name and the version that a text such as "debian-12" says: the version is what
-/// follows the last "-" when it begins with a digit, and empty otherwise.
+/// The name and the version that a text such as "debian-12" or "fedora-rawhide" says: the
+/// version is what follows the last "-", and empty where that is nothing. Where the table
+/// knows the whole text as a name, that comes first.
 std::pair<std::string, std::string> splitDistribution(std::string_view text);
 
 /// What the table says of one distribution.

@@ -15,6 +15,9 @@ inline constexpr char kPrivateDir[] = "/var/lib/qx/private";
 inline constexpr char kRootDir[] = "/var/lib/qx/root";
 /// OS templates: directories NAME and archives NAME.tar, NAME.tar.gz, …
 inline constexpr char kTemplateDir[] = "/var/lib/qx/template";
+/// The rsync program, and where dpkg lists what is installed.
+inline constexpr char kRsyncProgram[] = "/usr/local/share/qxlinmigrate/rsync";
+inline constexpr char kPackageList[] = "/var/lib/dpkg/status";
 /// What lasts until the next boot: ID.init of running containers, and the locks.
 inline constexpr char kRunDir[] = "/run/qx";
 

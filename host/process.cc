@@ -47,7 +47,10 @@ std::string drain(int fd) {
 
 }  // namespace
 
-void runProgram(const std::vector<std::string>& arguments) {
+namespace {
+
+/// Runs it to its end. What it writes to the kept streams is returned.
+std::string run(const std::vector<std::string>& arguments, bool keepOutput) {
   std::string command;
   std::vector<char*> argv;
   for (const std::string& argument : arguments) {
@@ -62,23 +65,33 @@ void runProgram(const std::vector<std::string>& arguments) {
   Fd writeEnd(ends[1]);
   FileActions actions;
   posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(actions.get(), STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  if (keepOutput) {
+    posix_spawn_file_actions_adddup2(actions.get(), writeEnd.get(), STDOUT_FILENO);
+  } else {
+    posix_spawn_file_actions_addopen(actions.get(), STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  }
   posix_spawn_file_actions_adddup2(actions.get(), writeEnd.get(), STDERR_FILENO);
   pid_t pid = -1;
   errno = posix_spawnp(&pid, argv[0], actions.get(), nullptr, argv.data(), environ);
   if (errno != 0) failErrno("cannot run '%s'", command.c_str());
   writeEnd.reset();
-  const std::string errors = drain(readEnd.get());
+  std::string text = drain(readEnd.get());
   int status = 0;
   while (waitpid(pid, &status, 0) < 0) {
     if (errno != EINTR) failErrno("cannot wait for '%s'", command.c_str());
   }
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return;
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return text;
   const std::string end = WIFSIGNALED(status) ? textf("was ended by signal %d", WTERMSIG(status))
                                               : textf("exited with status %d", WEXITSTATUS(status));
-  fail(ExitCode::kFailed, "'%s' %s%s%s", command.c_str(), end.c_str(), errors.empty() ? "" : ":\n",
-       errors.c_str());
+  fail(ExitCode::kFailed, "'%s' %s%s%s", command.c_str(), end.c_str(), text.empty() ? "" : ":\n",
+       text.c_str());
 }
+
+}  // namespace
+
+void runProgram(const std::vector<std::string>& arguments) { run(arguments, false); }
+
+std::string outputOf(const std::vector<std::string>& arguments) { return run(arguments, true); }
 
 std::string findProgram(const std::string& name) {
   const char* path = getenv("PATH");

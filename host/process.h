@@ -13,6 +13,10 @@ namespace host {
 /// cannot be started or does not exit with 0. Standard output is discarded.
 void runProgram(const std::vector<std::string>& arguments);
 
+/// The same; returns what it wrote to standard output and standard error, of which the
+/// last 4096 bytes, without line ends at its end.
+std::string outputOf(const std::vector<std::string>& arguments);
+
 /// The path of a program that PATH has, or the system's own folders where PATH is not set;
 /// empty when it has none.
 std::string findProgram(const std::string& name);

@@ -28,6 +28,7 @@ class Checks {
 
   void all() {
     container();
+    rsync();
     space();
     excludes();
     addresses();
@@ -79,6 +80,17 @@ class Checks {
     }
   }
 
+  void rsync() {
+    const host::RsyncProblem& problem = facts_.node.rsync;
+    if (problem.text.empty()) return;
+    if (problem.tolerable) {
+      warn("The node receives with an rsync that should not be trusted (OLD_RSYNC): " +
+           problem.text + ".");
+    } else {
+      block("The node cannot receive: " + problem.text + ".");
+    }
+  }
+
   // The hard limit of that name; the largest number when there is none.
   long long limit(const char* name) const {
     for (const PlannedLimit& row : plan_.limits) {
@@ -113,22 +125,25 @@ class Checks {
 
   void space() {
     const NodeFacts& node = facts_.node;
-    const auto compare = [&](long long needed, long long free, const std::string& what,
-                             const auto& shown) {
+    const auto compare = [&](long long needed, long long left, long long reserve,
+                             const std::string& what, const auto& shown) {
+      const long long free = std::max(left - reserve, 0LL);
       if (free < needed) {
         block("Not enough " + what + " on the node: " + shown(needed) + " are needed, " +
-              shown(free) + " are free. Make room, or leave out more with --exclude.");
+              shown(left) + " are free" +
+              (reserve > 0 ? ", of which " + shown(reserve) + " are its RESERVE" : "") +
+              ". Make room, or leave out more with --exclude.");
       } else if (free - needed < needed / 100 * kSpaceMarginPercent) {
         warn("Hardly any " + what + " to spare on the node: the copy leaves " +
              shown(free - needed) + ", less than " + std::to_string(kSpaceMarginPercent) +
              " % of it.");
       }
     };
-    compare(plan_.bytes, node.freeBytes, "disk space", bytesText);
+    compare(plan_.bytes, node.freeBytes, node.reservedBytes, "disk space", bytesText);
     // An image has inodes of its own.
     const bool image = node.storage == "ext4";
     if (node.freeInodes >= 0 && !image) {
-      compare(plan_.files, node.freeInodes, "inodes", countText);
+      compare(plan_.files, node.freeInodes, node.reservedInodes, "inodes", countText);
     }
     // An image of that size cannot hold more; a directory can.
     const Severity severity = image ? Severity::kBlock : Severity::kWarning;

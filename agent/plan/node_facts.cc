@@ -19,6 +19,7 @@
 #include "host/migration_journal.h"
 #include "host/mounts.h"
 #include "host/place.h"
+#include "host/reserve.h"
 #include "host/settings.h"
 #include "host/used_addresses.h"
 
@@ -28,16 +29,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void findSpace(NodeFacts& facts) {
+void findSpace(int reservePercent, NodeFacts& facts) {
   // The area does not exist yet.
   fs::path place = facts.privateArea;
   std::error_code error;
   while (!fs::exists(place, error) && place.has_relative_path()) place = place.parent_path();
   struct statvfs figures;
   if (statvfs(place.c_str(), &figures) != 0) return;
-  facts.freeBytes =
-      static_cast<long long>(figures.f_bavail) * static_cast<long long>(figures.f_frsize);
-  if (figures.f_files != 0) facts.freeInodes = static_cast<long long>(figures.f_favail);
+  const auto blockSize = static_cast<long long>(figures.f_frsize);
+  facts.freeBytes = static_cast<long long>(figures.f_bavail) * blockSize;
+  facts.reservedBytes =
+      host::reserveOf(static_cast<long long>(figures.f_blocks), reservePercent) * blockSize;
+  if (figures.f_files == 0) return;
+  facts.freeInodes = static_cast<long long>(figures.f_favail);
+  facts.reservedInodes = host::reserveOf(static_cast<long long>(figures.f_files), reservePercent);
 }
 
 void findAddresses(unsigned ctid, NodeFacts& facts) {
@@ -76,7 +81,45 @@ void findDistribution(const std::string& distribution, NodeFacts& facts) {
       !facts.distributionScript.empty() && fs::exists(facts.distributionScript, error);
 }
 
+std::string areaOf(const QXA::QXAMigrateP2VSerializerParams& params,
+                   const host::ShellVars& settings) {
+  std::string area;
+  if (params.options.config->getVEPrivate(static_cast<unsigned>(params.ctid), area) != 0) {
+    area = host::settingOf(settings, "VE_PRIVATE");
+  }
+  return area;
+}
+
+// The container as it will be.
+host::Container containerOf(const QXA::QXAMigrateP2VSerializerParams& params,
+                            const host::ShellVars& settings, const std::string& privateArea) {
+  host::Container container;
+  container.id = static_cast<unsigned>(params.ctid);
+  container.vars = settings;
+  const QXA::QXAEnvConfig& config = *params.options.config;
+  for (const auto& [name, value] : config.otherVariables) container.vars[name] = value;
+  container.privateArea = privateArea;
+  if (config.getVERoot(container.id, container.root) != 0) {
+    container.root = host::settingOf(settings, "VE_ROOT");
+  }
+  return container;
+}
+
+std::string problemOf(const host::Container& container) {
+  try {
+    host::requireOwnPlaces(container);
+  } catch (const host::Error& problem) {
+    return problem.what();
+  }
+  return "";
+}
+
 }  // namespace
+
+std::string placeProblem(const QXA::QXAMigrateP2VSerializerParams& params) {
+  const host::ShellVars settings = host::hostSettings(std::to_string(params.ctid));
+  return problemOf(containerOf(params, settings, areaOf(params, settings)));
+}
 
 NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params) {
   NodeFacts facts;
@@ -89,9 +132,7 @@ NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params) {
   facts.containerExists = qxctl_get_env_status(ctid, &status, QXCTL_STATUS_EXISTS) == 0 &&
                           (status.mask & QXCTL_STATUS_EXISTS) != 0;
   facts.lockHolder = host::lockHolder(host::settingOf(settings, "LOCKDIR"), ctid).value_or("");
-  if (config.getVEPrivate(ctid, facts.privateArea) != 0) {
-    facts.privateArea = host::settingOf(settings, "VE_PRIVATE");
-  }
+  facts.privateArea = areaOf(params, settings);
   if (const auto earlier = host::interruptedMigration(ctid)) {
     facts.interruption = host::interruptionText(earlier->record);
   }
@@ -99,20 +140,12 @@ NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params) {
   facts.configExists = fs::exists(host::configPath(ctid), error);
   facts.areaExists = fs::exists(facts.privateArea, error);
   facts.keptExists = fs::exists(facts.privateArea + ".migrated", error);
-  findSpace(facts);
-  host::Container container;
-  container.id = ctid;
-  container.vars = settings;
-  for (const auto& [name, value] : config.otherVariables) container.vars[name] = value;
+  findSpace(host::reservePercent(settings), facts);
+  facts.rsync = host::receivingRsyncProblem(settings);
+  const host::Container container = containerOf(params, settings, facts.privateArea);
   const std::string storage = container.var("STORAGE");
   if (!storage.empty()) facts.storage = storage;
-  container.privateArea = facts.privateArea;
-  config.getVERoot(ctid, container.root);
-  try {
-    host::requireOwnPlaces(container);
-  } catch (const host::Error& problem) {
-    facts.placeProblem = problem.what();
-  }
+  facts.placeProblem = problemOf(container);
   const host::IdChoice ids = host::idChoiceOf(container);
   if (ids.map) facts.ids = ids.map->count;
   facts.whyIds = ids.why;

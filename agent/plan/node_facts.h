@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "framework/migrate_params.h"
+#include "host/receiving_rsync.h"
 
 namespace agent {
 
@@ -22,6 +23,10 @@ struct NodeFacts {
   std::string placeProblem;  ///< why it, or the root, must not be there
   long long freeBytes = 0;
   long long freeInodes = -1;  ///< -1: the file system has no fixed number
+  /// What of it the copy must leave: the copy is stopped before it takes that.
+  long long reservedBytes = 0;
+  long long reservedInodes = 0;
+  host::RsyncProblem rsync;
   /// Host of each address that is taken, without prefix: "this host" or
   /// "container 102".
   std::map<std::string, std::string> addresses;
@@ -50,6 +55,10 @@ struct NodeFacts {
 /// Looks at this machine for a migration with these parameters. Throws
 /// std::runtime_error when the host's settings cannot be read or name nonsense.
 NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params);
+
+/// Why the container's private area or root must not be where these parameters have it;
+/// empty when they may. Throws like nodeFacts.
+std::string placeProblem(const QXA::QXAMigrateP2VSerializerParams& params);
 
 }  // namespace agent
 

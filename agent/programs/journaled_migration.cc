@@ -1,11 +1,15 @@
 #include "agent/programs/journaled_migration.h"
 
+#include <cstdlib>
 #include <stdexcept>
 
 #include "agent/journal/journal.h"
 #include "agent/journal/resumption.h"
+#include "agent/plan/node_facts.h"
 #include "framework/errors.h"
 #include "host/error.h"
+#include "host/receiving_rsync.h"
+#include "host/reserve.h"
 #include "host/settings.h"
 
 namespace agent {
@@ -56,6 +60,12 @@ std::string privateAreaOf(const QXA::QXAMigrateP2VSerializerParams& params) {
   return placeOf(params, &QXA::QXAEnvConfig::getVEPrivate, "VE_PRIVATE");
 }
 
+// For every rsync that this process will run.
+void announceReserve(const std::string& privateArea, const host::ShellVars& settings) {
+  setenv("QX_RSYNC_RESERVE", std::to_string(host::reservePercent(settings)).c_str(), 1);
+  setenv("QX_RSYNC_RESERVE_OF", privateArea.c_str(), 1);
+}
+
 host::MigrationRecord recordOf(const std::string& source,
                                const QXA::QXAMigrateP2VSerializerParams& params,
                                const JournalFacts& facts) {
@@ -89,6 +99,18 @@ host::MigrationRecord recordOf(const std::string& source,
 }
 
 }  // namespace
+
+std::string prepareNode(const QXA::QXAMigrateP2VSerializerParams& params) {
+  const host::ShellVars settings = settingsFor(params);
+  announceReserve(privateAreaOf(params), settings);
+  // What is made at a refused place could not be removed either.
+  const std::string refused = placeProblem(params);
+  if (!refused.empty()) throw std::runtime_error("the node refuses a place: " + refused);
+  const host::RsyncProblem problem = host::receivingRsyncProblem(settings);
+  if (problem.text.empty()) return "";
+  if (!problem.tolerable) throw std::runtime_error("the node cannot receive: " + problem.text);
+  return "OLD_RSYNC: " + problem.text;
+}
 
 void clearTheWay(const QXL::QXLConnectionInfo& source,
                  const QXA::QXAMigrateP2VSerializerParams& params,

@@ -18,6 +18,11 @@ struct JournalFacts {
   std::vector<std::string> warnings;
 };
 
+/// Looks whether this node can receive into the container's places, and has every rsync that this process will run
+/// keep the disk's reserve (RESERVE). Returns a warning, or nothing; throws
+/// std::runtime_error when it cannot. To be called while there is one thread.
+std::string prepareNode(const QXA::QXAMigrateP2VSerializerParams& params);
+
 /// Clears the way (see agent/journal/resumption.h) for a migration of that server into
 /// that container. Throws host::Error when the node cannot be cleared.
 void clearTheWay(const QXL::QXLConnectionInfo& source,

@@ -145,6 +145,16 @@ Run describeMigrate(CLI::App& app) {
   return [settings]() {
     // What is wrong in the options is told before the server is bothered.
     if (!areUsable(settings->options, !settings->noMeasure)) return kExitUsage;
+    // As long as there are no threads, and before anything is made.
+    try {
+      MigrateOptions options = settings->options;
+      options.distributionRequired = false;
+      const std::string warning = prepareNode(*makeParams(options));
+      if (!warning.empty()) fprintf(stderr, "qxmigrate: %s\n", warning.c_str());
+    } catch (const std::exception& problem) {
+      fprintf(stderr, "qxmigrate: %s\n", host::visibleLines(problem.what()).c_str());
+      return kExitFailed;
+    }
     return withServer(
         settings->server, settings->quiet, kExitFailed,
         [&](MigrationView& view, const auto& cancel) { return migrate(*settings, view, cancel); });

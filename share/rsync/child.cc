@@ -1,19 +1,23 @@
 #include "share/rsync/child.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <fstream>
 #include <string>
 
 #include "share/rsync/argument_vector.h"
 #include "share/rsync/descriptor.h"
+#include "share/rsync/enclosure.h"
 #include "share/rsync/failure.h"
 #include "share/rsync/stock.h"
 
@@ -23,25 +27,63 @@ namespace {
 
 constexpr std::array<int, 4> kHeldSignals = {SIGCHLD, SIGHUP, SIGINT, SIGTERM};
 
-// In the child, after fork: only async-signal-safe calls. Ends with errno in
-// the report pipe if exec fails.
-[[noreturn]] void runStock(const char* path, char* const* argv, const Child::Setup& setup,
-                           const SignalsHeld& signals, pid_t parent, int report) {
-  bool ready = ::prctl(PR_SET_PDEATHSIG, setup.deathSignal) == 0;
-  if (::getppid() != parent) ::_exit(kExitSystem);  // died before it could be asked
-  if (setup.standardInput >= 0) ready = ready && ::dup2(setup.standardInput, 0) == 0;
-  if (setup.standardOutput >= 0) ready = ready && ::dup2(setup.standardOutput, 1) == 1;
-  if (setup.inherited >= 0) ready = ready && ::fcntl(setup.inherited, F_SETFD, 0) == 0;
-  if (ready) {
-    signals.release();
-    struct sigaction action {};
-    action.sa_handler = SIG_DFL;
-    ::sigaction(SIGPIPE, &action, nullptr);
-    ::execv(path, argv);
-  }
-  const int error = errno;
-  if (::write(report, &error, sizeof error) < 0) ::_exit(kExitSystem);
-  ::_exit(kExitSystem);
+// How the child tells that it did not come as far as stock rsync, or its task: a status
+// and a text. Nothing when it did.
+void reportFailure(int report, const Failure& failure) {
+  const int status = failure.status();
+  const std::string text = failure.what();
+  if (::write(report, &status, sizeof status) < 0 || ::write(report, text.data(), text.size()) < 0)
+    ::_exit(kExitSystem);
+}
+
+// Throws Failure when the child has reported one.
+void readReport(int report) {
+  std::string text(4096, '\0');
+  size_t size = 0;
+  ssize_t count = 0;
+  while (size < text.size() &&
+         ((count = ::read(report, text.data() + size, text.size() - size)) > 0 ||
+          (count < 0 && errno == EINTR)))
+    size += count > 0 ? static_cast<size_t>(count) : 0;
+  if (size == 0) return;  // closed by exec, or by the task's beginning
+  int status = kExitSystem;
+  if (size >= sizeof status) std::memcpy(&status, text.data(), sizeof status);
+  throw Failure(status, size > sizeof status ? text.substr(sizeof status, size - sizeof status)
+                                             : "the child process died");
+}
+
+// Whoever would read it has died.
+bool isDeaf(int writingEnd) {
+  pollfd end{writingEnd, POLLOUT, 0};
+  return ::poll(&end, 1, 0) == 1 && (end.revents & POLLERR) != 0;
+}
+
+// Like fork; this process has one thread. The C library's own forgets nothing that
+// matters here: no lock is held, and the child runs no handlers of anybody.
+pid_t forkInto(int namespaces) {
+  if (namespaces == 0) return ::fork();
+  return static_cast<pid_t>(
+      ::syscall(SYS_clone, static_cast<unsigned long>(namespaces | SIGCHLD), 0, 0, 0, 0));
+}
+
+// In the child.
+void prepare(const Child::Setup& setup, int report) {
+  // Asked for with the parent's death signal: it may have died before.
+  if (::prctl(PR_SET_PDEATHSIG, setup.deathSignal) != 0 || isDeaf(report)) ::_exit(kExitSystem);
+  if ((setup.standardInput >= 0 && ::dup2(setup.standardInput, 0) != 0) ||
+      (setup.standardOutput >= 0 && ::dup2(setup.standardOutput, 1) != 1) ||
+      (setup.inherited >= 0 && ::fcntl(setup.inherited, F_SETFD, 0) != 0))
+    throw systemFailure(kExitSystem, "cannot set up stock rsync");
+  if (setup.enclosure != nullptr) setup.enclosure->enter();
+}
+
+[[noreturn]] void runStock(const char* path, char* const* argv, const SignalsHeld& signals) {
+  signals.release();
+  struct sigaction action {};
+  action.sa_handler = SIG_DFL;
+  ::sigaction(SIGPIPE, &action, nullptr);
+  ::execv(path, argv);
+  throw systemFailure(kExitSystem, std::string("cannot run ") + path);
 }
 
 // Of this single-threaded process, adopted ones too.
@@ -88,10 +130,13 @@ void ignoreBrokenPipes() {
 }
 
 Child::Child(const Setup& setup, const SignalsHeld& signals) {
-  std::vector<std::string> words = stockCommand();
-  const std::string path = words.front();
-  words.erase(words.begin());
-  words.insert(words.end(), setup.arguments.begin(), setup.arguments.end());
+  std::vector<std::string> words;
+  if (!setup.task) {
+    words = stockCommand();
+    words.insert(words.end(), setup.arguments.begin(), setup.arguments.end());
+  }
+  const std::string path = words.empty() ? std::string() : words.front();
+  if (!words.empty()) words.erase(words.begin());
   const ArgumentVector argv(path, words);
   DescriptorPair report = makePipe();
 
@@ -99,22 +144,28 @@ Child::Child(const Setup& setup, const SignalsHeld& signals) {
   // nobody's child when the first dies before it, and still hold files open when
   // the caller wants to unmount their file system.
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
-  const pid_t parent = ::getpid();
-  pid_ = ::fork();
-  if (pid_ < 0) throw systemFailure(kExitSystem, "cannot fork");
-  if (pid_ == 0) runStock(path.c_str(), argv.data(), setup, signals, parent, report.second.get());
+  pid_ = forkInto(setup.enclosure == nullptr ? 0 : Enclosure::namespaces());
+  if (pid_ < 0) throw systemFailure(kExitSystem, "cannot make a process");
+  if (pid_ == 0) {
+    report.first.close();
+    try {
+      prepare(setup, report.second.get());
+      if (!setup.task) runStock(path.c_str(), argv.data(), signals);
+      report.second.close();
+      ::_exit(setup.task());
+    } catch (const Failure& failure) {
+      reportFailure(report.second.get(), failure);
+    }
+    ::_exit(kExitSystem);
+  }
 
   report.second.close();
-  int error = 0;
-  ssize_t count = 0;
-  do {
-    count = ::read(report.first.get(), &error, sizeof error);
-  } while (count < 0 && errno == EINTR);
-  if (count == 0) return;  // closed by exec
-
-  ::waitpid(pid_, nullptr, 0);
-  errno = error;
-  throw systemFailure(kExitSystem, "cannot run " + path);
+  try {
+    readReport(report.first.get());
+  } catch (const Failure&) {
+    ::waitpid(pid_, nullptr, 0);
+    throw;
+  }
 }
 
 Child::~Child() {

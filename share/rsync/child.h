@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -38,19 +39,26 @@ class SignalsHeld {
 /// children have the default again.
 void ignoreBrokenPipes();
 
-/// One running stock rsync. It is told to end when this process dies, however
-/// that happens.
+class Enclosure;
+
+/// One running stock rsync, or one part of this program in a process of its own. It is told to end
+/// when this process dies, however that happens.
 class Child {
  public:
   struct Setup {
-    std::vector<std::string> arguments;  ///< for stock rsync
-    int standardInput = -1;              ///< becomes descriptor 0; -1: as this process's
-    int standardOutput = -1;             ///< becomes descriptor 1; -1: as this process's
-    int inherited = -1;                  ///< stays open across exec; -1: none
-    int deathSignal = SIGTERM;           ///< sent to it when this process dies
+    std::vector<std::string> arguments;    ///< for stock rsync
+    int standardInput = -1;                ///< becomes descriptor 0; -1: as this process's
+    int standardOutput = -1;               ///< becomes descriptor 1; -1: as this process's
+    int inherited = -1;                    ///< stays open across exec; -1: none
+    int deathSignal = SIGTERM;             ///< sent to it when this process dies
+    const Enclosure* enclosure = nullptr;  ///< where it is closed in; null: nowhere
+    /// What is done instead of running stock rsync, if it is not empty. The child ends
+    /// with the status that this returns. The signals that are held here are held in it.
+    std::function<int()> task;
   };
 
-  /// Throws Failure if there is no stock rsync or it cannot be run.
+  /// Throws Failure if there is no stock rsync or it cannot be run or closed in. To be
+  /// called while there is one thread.
   Child(const Setup& setup, const SignalsHeld& signals);
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;

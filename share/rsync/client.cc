@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -9,6 +10,8 @@
 #include <string_view>
 
 #include "share/rsync/child.h"
+#include "share/rsync/disk_reserve.h"
+#include "share/rsync/enclosure.h"
 #include "share/rsync/engine_ends.h"
 #include "share/rsync/failure.h"
 #include "share/rsync/file_systems.h"
@@ -23,7 +26,7 @@ namespace qxrsync {
 namespace {
 
 constexpr std::chrono::seconds kHandshakeTimeout{60};
-constexpr std::chrono::milliseconds kBarInterval{100};
+constexpr std::chrono::milliseconds kLookInterval{100};
 constexpr int kPipeSize = 1 << 20;  // bytes; room for a line per file between two looks
 
 Channel takeChannel(const Options& options) {
@@ -68,17 +71,44 @@ void readProgress(int from, ProgressBar& bar) {
   }
 }
 
-int superviseWithBar(Child& child, const SignalsHeld& signals, int progress, ProgressBar bar) {
+// With a bar if `progress` is a descriptor that stock rsync tells it to.
+int superviseCopy(Child& child, const SignalsHeld& signals, int progress, ProgressBar bar,
+                  const DiskReserve& reserve) {
+  std::optional<std::string> problem;
   std::optional<int> status;
   while (!(status = child.ended())) {
-    const std::optional<int> signal = signals.next(kBarInterval);
+    const std::optional<int> signal = signals.next(kLookInterval);
     if (signal && *signal != SIGCHLD) child.signal(*signal);
+    if (!problem && (problem = reserve.problem())) {
+      // Before what stock rsync says about being told to end.
+      complain(*problem);
+      child.signal(SIGTERM);
+    }
+    if (progress < 0) continue;
     readProgress(progress, bar);
     if (const std::optional<std::string> line = bar.changedBar()) writeIfThereIsRoom(*line + "\r");
   }
-  readProgress(progress, bar);
-  writeAll(bar.finish(*status == 0));
-  return exitLike(*status);
+  if (progress >= 0) {
+    readProgress(progress, bar);
+    writeAll(bar.finish(*status == 0));
+  }
+  return problem ? kExitFileIo : exitLike(*status);
+}
+
+// By the engine, in a process of its own that is closed in.
+int fillInside(const EngineTask& task, Channel& channel, const Offer& agreed, bool progressBar,
+               const DiskReserve& reserve) {
+  ::mkdir(kReceiverFolder, 0700);  // one that it cannot have it does without
+  std::optional<Enclosure> enclosure;
+  Child::Setup setup;
+  if (canEnclose())
+    setup.enclosure = &enclosure.emplace(task.destination, agreed.xattrs,
+                                         std::vector<std::string>{kReceiverFolder});
+  setup.task = [&] { return fillByEngine(task, channel, agreed, progressBar); };
+  const SignalsHeld signals;
+  Child child(setup, signals);
+  channel = {};
+  return superviseCopy(child, signals, -1, ProgressBar(0), reserve);
 }
 
 // Settings in the environment that would make stock rsync speak to its server
@@ -91,11 +121,14 @@ void clearWireSettings() {
 
 int runClient(const Options& options) {
   ensureStandardStreams();
+  std::optional<Enclosure> enclosure;
   Child::Setup setup;
   DescriptorPair handover;
   std::uint64_t usedBytes = 0;
+  DiskReserve reserve;
 
   if (options.fdIn) {
+    reserve = DiskReserve::fromEnvironment();
     ignoreBrokenPipes();
     clearWireSettings();
     Channel channel = takeChannel(options);
@@ -105,7 +138,7 @@ int runClient(const Options& options) {
     offer.engine = task.has_value();
     const Offer agreed =
         exchangeOffers(channel.in.get(), channel.out.get(), offer, Deadline(kHandshakeTimeout));
-    if (agreed.engine) return fillByEngine(*task, channel, agreed, options.progressBar);
+    if (agreed.engine) return fillInside(*task, channel, agreed, options.progressBar, reserve);
     usedBytes = agreed.usedBytes;
     handover = makeSocketPair();
     sendDescriptors(handover.first.get(), channel.in.get(), channel.out.get());
@@ -115,6 +148,7 @@ int runClient(const Options& options) {
                               std::to_string(setup.inherited));
     if (agreed.acls) setup.arguments.emplace_back("-A");
     if (agreed.xattrs) setup.arguments.emplace_back("-X");
+    if (canEnclose()) enclosure.emplace(options.destination, agreed.xattrs);
     // Or else what changes twice within a second is taken for unchanged.
     if (keepsNanoseconds(options.destination)) setup.arguments.emplace_back("--modify-window=-1");
   }
@@ -130,12 +164,24 @@ int runClient(const Options& options) {
   setup.arguments.insert(setup.arguments.end(), options.arguments.begin(), options.arguments.end());
 
   const SignalsHeld signals;
-  Child child(setup, signals);
+  Child::Setup keeper;
+  if (enclosure) {
+    // With the first process of the enclosure all others die at once. Stock rsync's first
+    // ends before the one that has files to tidy up, so there is another one above it.
+    keeper.enclosure = &*enclosure;
+    keeper.task = [&] {
+      handover.first.close();
+      progress.first.close();
+      Child stock(setup, signals);
+      handover.second.close();
+      progress.second.close();
+      return supervise(stock, signals);
+    };
+  }
+  Child child(enclosure ? keeper : setup, signals);
   handover.second.close();
   progress.second.close();
-  if (options.progressBar)
-    return superviseWithBar(child, signals, progress.first.get(), ProgressBar(usedBytes));
-  return supervise(child, signals);
+  return superviseCopy(child, signals, progress.first.get(), ProgressBar(usedBytes), reserve);
 }
 
 }  // namespace qxrsync

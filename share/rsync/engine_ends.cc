@@ -32,8 +32,6 @@ namespace {
 constexpr std::chrono::milliseconds kBarInterval{100};
 constexpr int kAlmostAll = 99;  // per cent; a hundred is said at the end only
 constexpr mode_t kNewDestination = 0700;
-// What is in it is of no use after a restart of the machine.
-constexpr const char* kReceiverFolder = "/run/qxlinmigrate";
 
 // Within the agent's own, which goes when the agent goes and is never copied.
 std::string senderFolder() {

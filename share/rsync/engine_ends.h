@@ -7,12 +7,16 @@
 
 namespace qxrsync {
 
+// Where the receiver keeps which manifest tells what there is: of no use after a
+// restart of the machine.
+inline constexpr const char* kReceiverFolder = "/run/qxlinmigrate";
+
 // The engine at either end of a channel on which both have agreed to it. Both
 // return the exit status and throw Failure; none of them starts a process.
 
 /// Fills the destination, with the progress bar if wanted. On a signal that ends
 /// or stops a run, files that are not whole are removed and the process ends with
-/// status 20.
+/// status 20. What cannot be done is written to standard error.
 int fillByEngine(const EngineTask& task, Channel& channel, const Offer& agreed, bool progressBar);
 
 /// Sends what is served over standard input and output.

@@ -28,6 +28,9 @@ class Failure : public std::runtime_error {
   int status_;
 };
 
+/// Writes a line to standard error, with the program's name.
+void complain(const std::string& text);
+
 /// A Failure that ends with the text of errno, taken at the time of the call.
 Failure systemFailure(int status, const std::string& what);
 

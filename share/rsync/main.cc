@@ -19,17 +19,11 @@ int run(const std::vector<std::string>& arguments) {
     case qxrsync::Mode::kServer:
       return qxrsync::runServer(options);
     case qxrsync::Mode::kJoiner:
-      return qxrsync::runJoiner(options);
+      ::_exit(qxrsync::runJoiner(options));  // closed in by now, and nothing is to be tidied up
     case qxrsync::Mode::kUntouched:
       break;
   }
   qxrsync::becomeStock(arguments);
-}
-
-int complain(int status, const std::string& text) {
-  const std::string line = "rsync: " + text + "\n";
-  if (::write(STDERR_FILENO, line.data(), line.size()) < 0) return status;
-  return status;
 }
 
 }  // namespace
@@ -38,8 +32,10 @@ int main(int argc, char** argv) {
   try {
     return run({argv + 1, argv + argc});
   } catch (const qxrsync::Failure& failure) {
-    return complain(failure.status(), failure.what());
+    qxrsync::complain(failure.what());
+    return failure.status();
   } catch (const std::exception& error) {
-    return complain(qxrsync::kExitSystem, error.what());
+    qxrsync::complain(error.what());
+    return qxrsync::kExitSystem;
   }
 }

@@ -130,7 +130,8 @@ TEST(Distributions, TheVersionsFileCountsAndNoOther) {
     EXPECT_THAT(host::findDistribution("suse-15").script, testing::EndsWith("/b.sh"));
     EXPECT_THAT(host::findDistribution("suse-14").script, testing::EndsWith("/a.sh"));
     EXPECT_EQ(host::findDistribution("suse-16").script, "");
-    EXPECT_EQ(host::findDistribution("suse-sid").file, "");
+    EXPECT_THAT(host::findDistribution("suse-sid").script, testing::EndsWith("/a.sh"));
+    EXPECT_EQ(host::findDistribution("sus-e").file, "");
     EXPECT_EQ(host::findDistribution("").file, "");
     EXPECT_EQ(host::findDistribution("../dists/suse").file, "");
     EXPECT_THAT(host::knownDistributions(), ElementsAre("broken", "suse", "suse-15", "suse-16"));
@@ -144,10 +145,12 @@ TEST(Distributions, TheVersionsFileCountsAndNoOther) {
   ScratchHost().run([] { EXPECT_THAT(host::knownDistributions(), testing::IsEmpty()); });
 }
 
-TEST(Distributions, AVersionBeginsWithADigitBehindTheLastDash) {
+TEST(Distributions, AVersionIsWhatFollowsTheLastDash) {
   using testing::Pair;
   EXPECT_THAT(host::splitDistribution("opensuse-leap-15.5"), Pair("opensuse-leap", "15.5"));
-  EXPECT_THAT(host::splitDistribution("debian-sid"), Pair("debian-sid", ""));
+  EXPECT_THAT(host::splitDistribution("debian-sid"), Pair("debian", "sid"));
+  EXPECT_THAT(host::splitDistribution("fedora-rawhide"), Pair("fedora", "rawhide"));
+  EXPECT_THAT(host::splitDistribution("fedora-"), Pair("fedora-", ""));
   EXPECT_THAT(host::splitDistribution("-9"), Pair("-9", ""));
 }
 

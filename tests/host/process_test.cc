@@ -32,6 +32,11 @@ TEST(RunProgram, ProgramThatDoesNotExistIsAFailure) {
             "cannot run '/no/such/program x': No such file or directory");
 }
 
+TEST(RunProgram, OutputIsReturnedWhenItIsAskedFor) {
+  EXPECT_EQ(host::outputOf({"sh", "-c", "echo one; echo two >&2"}), "one\ntwo");
+  EXPECT_THROW(host::outputOf({"false"}), host::Error);
+}
+
 TEST(RunProgram, OnlyTheEndOfMuchErrorOutputIsKept) {
   const std::string text = failureOf(
       {"sh", "-c", "i=0; while [ $i -lt 3000 ]; do echo line $i >&2; i=$((i+1)); done; exit 1"});

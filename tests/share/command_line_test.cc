@@ -300,7 +300,7 @@ TEST(Signals, AreForwardedToStock) {
     run.start();
     for (int i = 0; i < 1000 && !std::filesystem::exists(tree.path("ready")); ++i) ::usleep(10000);
     std::filesystem::remove(tree.path("ready"));
-    ::kill(run.pid(), number);
+    signalOne(run.pid(), number);
     EXPECT_EQ(run.exitStatus(10), 40 + number);
   }
 }

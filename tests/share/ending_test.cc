@@ -45,7 +45,8 @@ class MidTransfer : public Ending, public testing::WithParamInterface<Channel (*
     makeEntry(from_, fileAt("endless", "x"));
     ASSERT_EQ(::truncate((from_ + "/endless").c_str(), 1L << 42), 0);
     run_.start(std::move(channel));
-    stockClient_ = awaitChild(run_.client().pid(), "rsync");
+    // Between the two is the first process of the enclosure.
+    stockClient_ = awaitChild(awaitChild(run_.client().pid(), "rsync"), "rsync");
     stockServer_ = awaitChild(run_.server().pid(), "rsync");
     bool underWay = false;
     for (int i = 0; i < 2000 && !underWay; ++i) {
@@ -70,39 +71,39 @@ class MidTransfer : public Ending, public testing::WithParamInterface<Channel (*
 
 TEST_P(MidTransfer, KilledServerEndsTheClient) {
   startEndlessTransfer(GetParam()());
-  ::kill(run_.server().pid(), SIGKILL);
+  signalOne(run_.server().pid(), SIGKILL);
   EXPECT_EQ(run_.client().exitStatus(10), 12) << run_.client().err();
   EXPECT_EQ(run_.server().exitStatus(10), 1000 + SIGKILL);
 }
 
 TEST_P(MidTransfer, KilledStockServerEndsBoth) {
   startEndlessTransfer(GetParam()());
-  ::kill(stockServer_, SIGKILL);
+  signalOne(stockServer_, SIGKILL);
   EXPECT_EQ(run_.client().exitStatus(10), 12) << run_.client().err();
   EXPECT_EQ(run_.server().exitStatus(10), 1000 + SIGKILL);
 }
 
 TEST_P(MidTransfer, KilledClientEndsTheServer) {
   startEndlessTransfer(GetParam()());
-  ::kill(run_.client().pid(), SIGKILL);
+  signalOne(run_.client().pid(), SIGKILL);
   expectBothEndSoon();
 }
 
 TEST_P(MidTransfer, KilledStockClientEndsBoth) {
   startEndlessTransfer(GetParam()());
-  ::kill(stockClient_, SIGKILL);
+  signalOne(stockClient_, SIGKILL);
   expectBothEndSoon();
 }
 
 TEST_P(MidTransfer, KilledJoinerEndsBoth) {
   startEndlessTransfer(GetParam()());
-  ::kill(joiner_, SIGKILL);
+  signalOne(joiner_, SIGKILL);
   expectBothEndSoon();
 }
 
 TEST_P(MidTransfer, TerminatedClientTidiesUpAndEndsWithStocksStatus) {
   startEndlessTransfer(GetParam()());
-  ::kill(run_.client().pid(), SIGTERM);
+  signalOne(run_.client().pid(), SIGTERM);
   EXPECT_EQ(run_.client().exitStatus(10), 20) << run_.client().err();
   EXPECT_NE(run_.server().exitStatus(10), 0);
   EXPECT_TRUE(fs::is_empty(to_));
@@ -110,14 +111,14 @@ TEST_P(MidTransfer, TerminatedClientTidiesUpAndEndsWithStocksStatus) {
 
 TEST_P(MidTransfer, TerminatedServerEndsBoth) {
   startEndlessTransfer(GetParam()());
-  ::kill(run_.server().pid(), SIGTERM);
+  signalOne(run_.server().pid(), SIGTERM);
   expectBothEndSoon();
 }
 
 TEST_P(MidTransfer, ServersEndsLeakedIntoTheClientDoNotKeepItWaiting) {
   run_.leakServerEndsIntoClient();
   startEndlessTransfer(GetParam()());
-  ::kill(run_.server().pid(), SIGKILL);
+  signalOne(run_.server().pid(), SIGKILL);
   expectBothEndSoon();
 }
 
@@ -138,7 +139,7 @@ TEST_P(MidTransfer, OnlyTheJoinerHoldsTheChannel) {
         holders.insert(pid);
     }
   EXPECT_EQ(holders, std::set<pid_t>{joiner_});
-  ::kill(run_.client().pid(), SIGKILL);
+  signalOne(run_.client().pid(), SIGKILL);
   expectBothEndSoon();
 }
 
@@ -149,7 +150,7 @@ TEST_P(MidTransfer, OnSocketsNoByteGoesThroughTheJoiner) {
   startEndlessTransfer(GetParam()());
   const fs::path input = fs::read_symlink("/proc/" + std::to_string(joiner_) + "/fd/0");
   EXPECT_EQ(input == "/dev/null", S_ISSOCK(status.st_mode) != 0) << input;
-  ::kill(run_.client().pid(), SIGKILL);
+  signalOne(run_.client().pid(), SIGKILL);
   expectBothEndSoon();
 }
 

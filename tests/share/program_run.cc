@@ -109,7 +109,7 @@ int ProgramRun::wait(int seconds) {
   const bool inTime = until(seconds, [this] { return ::waitpid(pid_, &status_, WNOHANG) == pid_; });
   if (!inTime) {
     ADD_FAILURE() << arguments_[0] << " still runs after " << seconds << " s; it said: " << err();
-    ::kill(pid_, SIGKILL);
+    signalOne(pid_, SIGKILL);
     ::waitpid(pid_, &status_, 0);
   }
   ended_ = true;
@@ -135,6 +135,14 @@ std::vector<pid_t> childrenNamed(pid_t parent, const std::string& program) {
   for (const pid_t child : childrenOf(parent))
     if (programName(child) == program) found.push_back(child);
   return found;
+}
+
+void signalOne(pid_t pid, int number) {
+  if (pid > 0) {
+    ::kill(pid, number);
+  } else {
+    ADD_FAILURE() << "there is no process to send signal " << number;
+  }
 }
 
 pid_t awaitChild(pid_t parent, const std::string& program) {

@@ -70,7 +70,12 @@ int runProgram(std::vector<std::string> arguments);
 // The direct child processes of a process that have this program name.
 std::vector<pid_t> childrenNamed(pid_t parent, const std::string& program);
 
-// The only such child, once there is one; fails the test after ten seconds.
+// Sends a signal to one process. A number that kill() takes for more than one process,
+// what a failed search leaves, fails the test and reaches nobody.
+void signalOne(pid_t pid, int number);
+
+// The only such child, once there is one; after ten seconds fails the test and
+// returns -1.
 pid_t awaitChild(pid_t parent, const std::string& program);
 
 // Makes this process the one that orphans fall to, and, at the end of its life,

@@ -24,7 +24,7 @@ MAY_SEE = {
     "migrate": ["frame", "quota", "expand", "framework"],
     "host": ["framework"],
     "node": ["host", "framework"],
-    "share": [],
+    "share": ["host", "framework"],
     **{room: [*AGENT[:i], "framework", "host"] for i, room in enumerate(AGENT)},
 }
 # The calculator's entry is an interface for agents.

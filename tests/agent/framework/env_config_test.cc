@@ -86,7 +86,7 @@ TEST(EnvConfigFile, EveryPropertyComesBack) {
   EXPECT_EQ(parser().format(again), text);
 }
 
-TEST(EnvConfigFile, ADistributionIsCutAtTheLastDashBeforeADigit) {
+TEST(EnvConfigFile, ADistributionIsCutAtTheLastDash) {
   const auto distributionOf = [](const std::string& text) {
     QXAEnvConfig config;
     EXPECT_EQ(parser().parse("DISTRIBUTION=\"" + text + "\"\n", config), 0);
@@ -96,7 +96,7 @@ TEST(EnvConfigFile, ADistributionIsCutAtTheLastDashBeforeADigit) {
   };
   EXPECT_EQ(distributionOf("debian-12"), (QXA::QXADistribution{"debian", "12"}));
   EXPECT_EQ(distributionOf("opensuse-leap-15.5"), (QXA::QXADistribution{"opensuse-leap", "15.5"}));
-  EXPECT_EQ(distributionOf("debian-sid"), (QXA::QXADistribution{"debian-sid", ""}));
+  EXPECT_EQ(distributionOf("debian-sid"), (QXA::QXADistribution{"debian", "sid"}));
   EXPECT_EQ(distributionOf("arch"), (QXA::QXADistribution{"arch", ""}));
   EXPECT_EQ(distributionOf("-9"), (QXA::QXADistribution{"-9", ""}));
 }

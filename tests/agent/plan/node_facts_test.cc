@@ -68,6 +68,29 @@ TEST(NodeFacts, OfAHostWithNothing) {
   });
 }
 
+TEST(NodeFacts, AVersionWithoutADigitIsAVersion) {
+  ScratchHost().run([] {
+    write(dist("fedora"), "[GLOBAL]\nPOST_MIGRATE=fedora.sh\n");
+    write(dist("opensuse"), "[GLOBAL]\nPOST_MIGRATE=wrong.sh\n");
+    write(dist("opensuse-tumbleweed"), "[GLOBAL]\nPOST_MIGRATE=right.sh\n");
+    EXPECT_THAT(scriptOf("fedora-rawhide"), testing::EndsWith("/fedora.sh"));
+    EXPECT_THAT(scriptOf("opensuse-tumbleweed"), testing::EndsWith("/right.sh"));
+  });
+}
+
+TEST(NodeFacts, TheReserveIsAShareOfTheWholeDisk) {
+  ScratchHost().run([] {
+    const agent::NodeFacts usual = factsWith();
+    EXPECT_GT(usual.reservedBytes, 0);
+    write("/etc/qx/qx.conf", "RESERVE=10\n");
+    const agent::NodeFacts more = factsWith();
+    EXPECT_NEAR(static_cast<double>(more.reservedBytes),
+                2 * static_cast<double>(usual.reservedBytes), 8192);
+    write("/etc/qx/qx.conf", "RESERVE=0\n");
+    EXPECT_EQ(factsWith().reservedBytes, 0);
+  });
+}
+
 TEST(NodeFacts, ABrokenFileOfSettingsIsAnError) {
   ScratchHost().file("/etc/qx/qx.conf", "LOCKDIR /locks\n").run([] {
     EXPECT_THROW(factsWith(), std::runtime_error);

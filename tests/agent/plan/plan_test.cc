@@ -115,6 +115,30 @@ TEST(Plan, RemainsOfAnotherContainerAreToldOf) {
   EXPECT_EQ(agent::makePlan(facts).findings.size(), 1U);
 }
 
+TEST(Plan, ARsyncThatCannotBeTrustedBlocksUnlessTheAdministratorSaysSo) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.rsync = {"rsync 3.2.7 is old", false};
+  expectFinding(facts, Severity::block, "The node cannot receive: rsync 3.2.7 is old.");
+  facts.node.rsync.tolerable = true;
+  expectFinding(facts, Severity::warning,
+                "The node receives with an rsync that should not be trusted (OLD_RSYNC): "
+                "rsync 3.2.7 is old.");
+}
+
+TEST(Plan, TheReserveOfTheDiskIsNotThereToBeFilled) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.freeBytes = 4 * gib;
+  facts.node.reservedBytes = 3 * gib;
+  expectFinding(facts, Severity::block,
+                "Not enough disk space on the node: 2.0 GiB are needed, 4.0 GiB are free, of which "
+                "3.0 GiB are its RESERVE. Make room, or leave out more with --exclude.");
+  facts = goodFacts();
+  facts.node.reservedInodes = facts.node.freeInodes + 1;
+  expectFinding(facts, Severity::block,
+                "Not enough inodes on the node: 50,000 are needed, 1,000,000 are free, of which "
+                "1,000,001 are its RESERVE. Make room, or leave out more with --exclude.");
+}
+
 TEST(Plan, APlaceThatIsAnotherContainersBlocks) {
   agent::PlanFacts facts = goodFacts();
   facts.node.placeProblem = "VE_PRIVATE is '/data/7/x': '/data/7' is container 7's";

@@ -98,7 +98,7 @@ TEST_F(Passes, KilledAtAnyMomentTheNextOneMakesItExact) {
     run.start(pipeChannel());
     ::usleep(static_cast<useconds_t>(random() % 60000));
     ProgramRun& victim = random() % 2 == 0 ? run.client() : run.server();
-    ::kill(victim.pid(), SIGKILL);
+    signalOne(victim.pid(), SIGKILL);
     const int client = run.client().exitStatus(20);
     const int server = run.server().exitStatus(20);
     if (client != 0 || server != 0) ++cutShort;
@@ -216,7 +216,7 @@ TEST_F(Passes, TerminatedClientTidiesUp) {
   run.start(pipeChannel());
   for (int i = 0; i < 1000 && !fs::exists(to_ + "/large"); ++i) ::usleep(10000);
   ASSERT_TRUE(fs::exists(to_ + "/large"));
-  ::kill(run.client().pid(), SIGTERM);
+  signalOne(run.client().pid(), SIGTERM);
   EXPECT_EQ(run.client().exitStatus(10), 20) << run.client().err();
   EXPECT_NE(run.server().exitStatus(10), 0);
   EXPECT_TRUE(fs::is_empty(to_));
