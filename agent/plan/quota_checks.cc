@@ -55,15 +55,15 @@ std::vector<Finding> quotaFindings(const Survey& survey, const std::string& stor
   std::vector<Finding> findings;
   for (const SurveyedQuotas& quotas : survey.quotas) {
     if (quotas.mountPoint == "/" || !haveLimits(quotas)) continue;
-    findings.push_back({Severity::warning, "The disk quotas of " + quotas.mountPoint + " (" +
-                                               ownersText(quotas.users, quotas.groups) +
-                                               " with limits) do not arrive: the container has "
-                                               "one file system, with those of /."});
+    findings.push_back({Severity::kWarning, "The disk quotas of " + quotas.mountPoint + " (" +
+                                                ownersText(quotas.users, quotas.groups) +
+                                                " with limits) do not arrive: the container has "
+                                                "one file system, with those of /."});
   }
   const SurveyedQuotas* quotas = travellingQuotas(survey);
   if (!quotas) return findings;
   if (haveLimits(*quotas) && storage != "ext4") {
-    findings.push_back({Severity::warning,
+    findings.push_back({Severity::kWarning,
                         "Disk limits of users and groups are kept with the container and not "
                         "enforced: the node's STORAGE is '" +
                             storage + "', and only ext4 can."});
@@ -71,20 +71,20 @@ std::vector<Finding> quotaFindings(const Survey& survey, const std::string& stor
   if (quotas->groups > 0 && (quotas->groupBlockGrace != quotas->userBlockGrace ||
                              quotas->groupInodeGrace != quotas->userInodeGrace)) {
     findings.push_back(
-        {Severity::warning, "The grace periods of groups (" +
-                                gracesText(quotas->groupBlockGrace, quotas->groupInodeGrace) +
-                                ") do not arrive: groups get those of users."});
+        {Severity::kWarning, "The grace periods of groups (" +
+                                 gracesText(quotas->groupBlockGrace, quotas->groupInodeGrace) +
+                                 ") do not arrive: groups get those of users."});
   }
   if (!quotas->unreported.empty()) {
-    findings.push_back({Severity::note, unreportedText(*quotas)});
+    findings.push_back({Severity::kNote, unreportedText(*quotas)});
   }
   if (quotas->unlisted > 0) {
-    findings.push_back({Severity::warning, "The limits of " + countText(quotas->unlisted) +
-                                               " more users and groups that the report leaves "
-                                               "out do not arrive: they are too many."});
+    findings.push_back({Severity::kWarning, "The limits of " + countText(quotas->unlisted) +
+                                                " more users and groups that the report leaves "
+                                                "out do not arrive: they are too many."});
   }
   if (quotas->accountsOnly) {
-    findings.push_back({Severity::note,
+    findings.push_back({Severity::kNote,
                         "The server's kernel cannot list its disk limits: limits of users and "
                         "groups that own nothing and have no account are not known, and do not "
                         "arrive."});

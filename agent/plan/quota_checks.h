@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "agent/plan/plan.h"
-#include "agent/plan/survey.h"
+#include "agent/plan/survey_facts.h"
 
 namespace agent {
 

@@ -18,8 +18,8 @@ struct JournalFacts {
   std::vector<std::string> warnings;
 };
 
-/// Looks whether this node can receive into the container's places, and has every rsync that this process will run
-/// keep the disk's reserve (RESERVE). Returns a warning, or nothing; throws
+/// Looks whether this node can receive into the container's places, and has every rsync that this
+/// process will run keep the disk's reserve (RESERVE). Returns a warning, or nothing; throws
 /// std::runtime_error when it cannot. To be called while there is one thread.
 std::string prepareNode(const QXA::QXAMigrateP2VSerializerParams& params);
 

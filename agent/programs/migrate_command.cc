@@ -136,9 +136,8 @@ Run describeMigrate(CLI::App& app) {
   app.add_flag("-q,--quiet", settings->quiet, "Show errors only");
   app.footer(
       "Exit status: 0 when the container is there, 1 when the migration failed and was\n"
-      "undone or the container differs (--verify), 2 when the plan is blocked and nothing was "
-      "changed, 64 for a wrong\n"
-      "command line, 130 when it was cancelled and undone.\n"
+      "undone or the container differs (--verify), 2 when the plan is blocked and nothing\n"
+      "was changed, 64 for a wrong command line, 130 when it was cancelled and undone.\n"
       "\n"
       "Example:\n"
       "  qxmigrate root@oldserver --ctid 101 --stop-service nginx");

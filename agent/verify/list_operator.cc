@@ -40,7 +40,7 @@ class ListOperator : public QXL::QXLOperatorFunctionalPrototype {
   ListOperator() {
     const auto add = [this](const char* name,
                             void (ListOperator::*handler)(const Iterator&, const Iterator&)) {
-      m_methods[name] = {static_cast<QXLOpHandler>(handler), 0, 0};
+      methods_[name] = {static_cast<QXLOpHandler>(handler), 0, 0};
     };
     add(kMethodCreate, &ListOperator::nothing);
     add(kMethodFinish, &ListOperator::nothing);

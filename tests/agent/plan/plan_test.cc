@@ -118,9 +118,9 @@ TEST(Plan, RemainsOfAnotherContainerAreToldOf) {
 TEST(Plan, ARsyncThatCannotBeTrustedBlocksUnlessTheAdministratorSaysSo) {
   agent::PlanFacts facts = goodFacts();
   facts.node.rsync = {"rsync 3.2.7 is old", false};
-  expectFinding(facts, Severity::block, "The node cannot receive: rsync 3.2.7 is old.");
+  expectFinding(facts, Severity::kBlock, "The node cannot receive: rsync 3.2.7 is old.");
   facts.node.rsync.tolerable = true;
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "The node receives with an rsync that should not be trusted (OLD_RSYNC): "
                 "rsync 3.2.7 is old.");
 }
@@ -129,12 +129,12 @@ TEST(Plan, TheReserveOfTheDiskIsNotThereToBeFilled) {
   agent::PlanFacts facts = goodFacts();
   facts.node.freeBytes = 4 * gib;
   facts.node.reservedBytes = 3 * gib;
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "Not enough disk space on the node: 2.0 GiB are needed, 4.0 GiB are free, of which "
                 "3.0 GiB are its RESERVE. Make room, or leave out more with --exclude.");
   facts = goodFacts();
   facts.node.reservedInodes = facts.node.freeInodes + 1;
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "Not enough inodes on the node: 50,000 are needed, 1,000,000 are free, of which "
                 "1,000,001 are its RESERVE. Make room, or leave out more with --exclude.");
 }
@@ -176,27 +176,27 @@ TEST(Plan, DiskQuotasThatDoNotArriveAreNamed) {
   facts.node.storage = "ext4";
   facts.config["DISKSPACE"] = "4194304:4194304";
   facts.survey.quotas = {quotasOf("/home", 0, 1)};
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "The disk quotas of /home (1 group with limits) do not arrive: the container has "
                 "one file system, with those of /.");
   facts.survey.quotas = {quotasOf("/", 0, 2)};
   facts.survey.quotas[0].groupInodeGrace = 60;
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "The grace periods of groups (1 hour 30 minutes for blocks, 1 minute for inodes) "
                 "do not arrive: groups get those of users.");
   facts.survey.quotas = {quotasOf("/", 2, 0)};
   facts.survey.quotas[0].unlisted = 7;
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "The limits of 7 more users and groups that the report leaves out do not arrive: "
                 "they are too many.");
   facts.survey.quotas = {quotasOf("/", 2, 0)};
   facts.survey.quotas[0].accountsOnly = true;
-  expectFinding(facts, Severity::note,
+  expectFinding(facts, Severity::kNote,
                 "The server's kernel cannot list its disk limits: limits of users and groups that "
                 "own nothing and have no account are not known, and do not arrive.");
   facts.survey.quotas = {quotasOf("/", 2, 0)};
   facts.node.storage = "directory";
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "Disk limits of users and groups are kept with the container and not enforced: "
                 "the node's STORAGE is 'directory', and only ext4 can.");
 }
@@ -207,7 +207,7 @@ TEST(Plan, LimitsOfOwnersOfNothingAreAdded) {
   facts.config["DISKSPACE"] = "4194304:4194304";
   facts.survey.quotas = {quotasOf("/", 3, 2)};
   facts.survey.quotas[0].unreported = {{false, 2201, 1, 2, 3, 4}, {true, 50, 1, 2, 3, 4}};
-  expectFinding(facts, Severity::note,
+  expectFinding(facts, Severity::kNote,
                 "The server's report of its quotas leaves out the limits of 1 user and 1 group, "
                 "first user 2201, mostly because they own nothing: they are added when the copy "
                 "is complete.");
