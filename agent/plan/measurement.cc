@@ -185,8 +185,9 @@ Measurement measureHere(const MeasureSettings& settings) {
     result.warnings.push_back(
         {-1, "The host name '" + params.hostname + "' is not one a container can have."});
   }
-  for (const MeasureWarning& gap : measurementGaps(result, countOpenFiles())) {
-    result.warnings.push_back(gap);
+  const Counted counted{result.numfile, result.numiptent};
+  for (const std::string& gap : measurementGaps(counted, countOpenFiles())) {
+    result.warnings.push_back({-1, gap});
   }
   for (const std::string& point : dead) {
     result.warnings.push_back({-1, "What is mounted at '" + point +

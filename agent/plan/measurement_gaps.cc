@@ -44,19 +44,18 @@ struct Asked {
 
 }  // namespace
 
-std::vector<MeasureWarning> measurementGaps(const Measurement& measurement, long long openFiles) {
-  std::vector<MeasureWarning> gaps;
-  if (openFiles > kPlausible * static_cast<long long>(measurement.numfile)) {
-    gaps.push_back({-1, "The server has " + countText(openFiles) +
-                            " open files, and the usual way of counting saw " +
-                            countText(measurement.numfile) +
-                            " of them: NUMFILE is too small. Give it in --config."});
+std::vector<std::string> measurementGaps(const Counted& counted, long long openFiles) {
+  std::vector<std::string> gaps;
+  if (openFiles > kPlausible * static_cast<long long>(counted.files)) {
+    gaps.push_back("The server has " + countText(openFiles) +
+                   " open files, and the usual way of counting saw " + countText(counted.files) +
+                   " of them: NUMFILE is too small. Give it in --config.");
   }
   // The list of rules has a title at least.
-  if (measurement.numiptent == 0) {
-    gaps.push_back({-1,
-                    "The server's firewall rules and routes could not be counted (iptables, ip): "
-                    "NUMIPTENT is the least there is."});
+  if (counted.rules == 0) {
+    gaps.emplace_back(
+        "The server's firewall rules and routes could not be counted (iptables, ip): "
+        "NUMIPTENT is the least there is.");
   }
   return gaps;
 }

@@ -6,15 +6,19 @@
 #include <string>
 #include <vector>
 
-#include "agent/plan/measurement.h"
-
 namespace agent {
+
+// What was counted.
+struct Counted {
+  unsigned files = 0;  // open ones
+  unsigned rules = 0;  // of the firewall, and routes
+};
 
 // Warnings for what was counted wrongly: the usual count of open files fails where there
 // are very many, and rules and routes are counted by programs that may be missing.
 //
 // openFiles  as counted another way at about the same time
-std::vector<MeasureWarning> measurementGaps(const Measurement& measurement, long long openFiles);
+std::vector<std::string> measurementGaps(const Counted& counted, long long openFiles);
 
 // Descriptors of all processes below `proc`; those that go meanwhile may be missed.
 long long countOpenFiles(const std::string& proc = "/proc");

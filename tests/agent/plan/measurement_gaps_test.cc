@@ -20,13 +20,11 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 TEST(MeasurementGaps, OpenFilesThatWereNotCountedAreToldOf) {
-  agent::Measurement measurement;
-  measurement.numiptent = 9;
-  measurement.numfile = 1000;
-  EXPECT_THAT(agent::measurementGaps(measurement, 2000), IsEmpty());
-  const auto gaps = agent::measurementGaps(measurement, 150000);
+  const agent::Counted counted{1000, 9};
+  EXPECT_THAT(agent::measurementGaps(counted, 2000), IsEmpty());
+  const auto gaps = agent::measurementGaps(counted, 150000);
   ASSERT_EQ(gaps.size(), 1U);
-  EXPECT_EQ(gaps[0].text,
+  EXPECT_EQ(gaps[0],
             "The server has 150,000 open files, and the usual way of counting saw 1,000 of them: "
             "NUMFILE is too small. Give it in --config.");
 }
@@ -34,7 +32,7 @@ TEST(MeasurementGaps, OpenFilesThatWereNotCountedAreToldOf) {
 TEST(MeasurementGaps, RulesAndRoutesThatWereNotCountedAreToldOf) {
   const auto gaps = agent::measurementGaps({}, 0);
   ASSERT_EQ(gaps.size(), 1U);
-  EXPECT_THAT(gaps[0].text, HasSubstr("firewall rules and routes could not be counted"));
+  EXPECT_THAT(gaps[0], HasSubstr("firewall rules and routes could not be counted"));
 }
 
 TEST(MeasurementGaps, OpenFilesAreCountedByProcess) {
