@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 
+#include <bit>
 #include <cerrno>
 #include <cstdio>
 #include <limits>
@@ -46,20 +48,43 @@ bool isOff(const Container& container) {
   return value == "no" || value == "NO" || value == "off";
 }
 
-/// What a command does to the kept table.
-void change(QuotaTable& table, const QuotaCommand& command) {
+/// What a command says, in lines that can follow any table.
+std::string linesOf(const QuotaCommand& command) {
   if (const auto* grace = std::get_if<QuotaSetGrace>(&command.what)) {
-    table.of(grace->kind).grace = grace->grace;
-    return;
+    return quotaGraceLines(grace->kind, grace->grace);
   }
   const auto& limits = std::get<QuotaSetLimits>(command.what);
-  auto& objects = table.of(limits.kind).objects;
-  QuotaObject& object = objects[limits.object];
-  object.blocks.soft = limits.blockSoft;
-  object.blocks.hard = limits.blockHard;
-  object.inodes.soft = limits.inodeSoft;
-  object.inodes.hard = limits.inodeHard;
-  if (!object.limited()) objects.erase(limits.object);
+  return quotaObjectLine(
+      limits.kind, limits.object,
+      {{0, limits.blockSoft, limits.blockHard, 0}, {0, limits.inodeSoft, limits.inodeHard, 0}});
+}
+
+/// What many changes make of the file is written down once in a while.
+bool isTimeToFold(off_t before, off_t after) {
+  constexpr off_t kSmall = 65536;
+  // The size has doubled, so all folding together costs no more than the last one.
+  return after > kSmall && std::bit_width(static_cast<uint64_t>(before)) !=
+                               std::bit_width(static_cast<uint64_t>(after));
+}
+
+/// The area must be locked. What is written in part is taken back.
+void addToTable(const std::string& path, const std::string& lines) {
+  const Fd fd(open(path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC));
+  struct stat status;
+  if (!fd && errno == ENOENT) {
+    return replaceFile(path, formatQuotaTable(parseQuotaTable(emptyQuotaTable() + lines)), 0600);
+  }
+  if (!fd || fstat(fd.get(), &status) != 0) failErrno("cannot write %s", path.c_str());
+  if (!writeAll(fd.get(), lines)) {
+    const int number = errno;
+    if (ftruncate(fd.get(), status.st_size) != 0) errno = number;
+    errno = number;
+    failErrno("cannot write %s", path.c_str());
+  }
+  const auto added = static_cast<off_t>(lines.size());
+  if (isTimeToFold(status.st_size, status.st_size + added)) {
+    replaceFile(path, formatQuotaTable(readTable(path)), 0600);
+  }
 }
 
 /// The same in the file system.
@@ -156,11 +181,7 @@ QuotaExit runQuotaCommand(const QuotaCommand& command, std::string& output) {
   if (const std::optional<KernelQuota> enforced = KernelQuota::of(container)) {
     change(*enforced, command);
   }
-  const std::string path = container.inPrivateArea(kQuotaFile);
-  const QuotaTable before = readTable(path);
-  QuotaTable after = before;
-  change(after, command);
-  if (!(after == before)) replaceFile(path, formatQuotaTable(after), 0600);
+  addToTable(container.inPrivateArea(kQuotaFile), linesOf(command));
   return QuotaExit::kOk;
 }
 

@@ -12,6 +12,7 @@ namespace {
 constexpr char kGraceTitle[] = "User/group grace times";
 constexpr char kObjectsTitle[] = "User/group objects";
 constexpr std::array kKindNames{"user", "group"};
+constexpr std::array kKinds{QuotaKind::kUser, QuotaKind::kGroup};
 constexpr size_t kGraceWords = 3;
 constexpr size_t kObjectWords = 10;
 
@@ -68,9 +69,12 @@ class Parser {
     const QuotaKind which = kind(words, kObjectWords);
     const uint64_t id = number(words[1]);
     if (id > std::numeric_limits<uint32_t>::max()) refuse("the id is out of range");
-    table_.of(which).objects[static_cast<uint32_t>(id)] = {
+    const QuotaObject object{
         {number(words[2]), number(words[3]), number(words[4]), number(words[5])},
         {number(words[6]), number(words[7]), number(words[8]), number(words[9])}};
+    auto& objects = table_.of(which).objects;
+    objects[static_cast<uint32_t>(id)] = object;
+    if (!object.limited()) objects.erase(static_cast<uint32_t>(id));
   }
 
   QuotaTable table_;
@@ -85,30 +89,43 @@ void append(std::string& text, const QuotaLine& line) {
   }
 }
 
+const char* nameOf(QuotaKind kind) { return kKindNames.at(static_cast<size_t>(kind)); }
+
+std::string graceLine(QuotaKind kind, const QuotaGrace& grace) {
+  return textf("%s %llu %llu\n", nameOf(kind), static_cast<unsigned long long>(grace.blocks),
+               static_cast<unsigned long long>(grace.inodes));
+}
+
 }  // namespace
 
 std::string formatQuotaTable(const QuotaTable& table) {
   std::string text = textf("%s\n# kind block-grace inode-grace\n", kGraceTitle);
-  for (size_t i = 0; i < table.kinds.size(); ++i) {
-    const QuotaGrace& grace = table.kinds[i].grace;
-    text += kKindNames[i];
-    text += " " + std::to_string(grace.blocks) + " " + std::to_string(grace.inodes) + "\n";
-  }
+  for (const QuotaKind kind : kKinds) text += graceLine(kind, table.of(kind).grace);
   text += textf(
       "%s\n# kind id block-used block-soft block-hard block-grace"
       " inode-used inode-soft inode-hard inode-grace\n",
       kObjectsTitle);
-  for (size_t i = 0; i < table.kinds.size(); ++i) {
-    for (const auto& [id, object] : table.kinds[i].objects) {
-      if (!object.limited()) continue;
-      text += kKindNames[i];
-      text += " " + std::to_string(id);
-      append(text, object.blocks);
-      append(text, object.inodes);
-      text += '\n';
+  for (const QuotaKind kind : kKinds) {
+    for (const auto& [id, object] : table.of(kind).objects) {
+      if (object.limited()) text += quotaObjectLine(kind, id, object);
     }
   }
   return text;
+}
+
+std::string emptyQuotaTable() { return formatQuotaTable({}); }
+
+std::string quotaObjectLine(QuotaKind kind, uint32_t id, const QuotaObject& object) {
+  std::string text = nameOf(kind);
+  text += " " + std::to_string(id);
+  append(text, object.blocks);
+  append(text, object.inodes);
+  return text + "\n";
+}
+
+std::string quotaGraceLines(QuotaKind kind, const QuotaGrace& grace) {
+  // Objects may follow, as they do behind a whole table.
+  return textf("%s\n%s%s\n", kGraceTitle, graceLine(kind, grace).c_str(), kObjectsTitle);
 }
 
 QuotaTable parseQuotaTable(std::string_view text) { return Parser().parse(text); }

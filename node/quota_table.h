@@ -64,9 +64,16 @@ struct QuotaTable {
 /// limits left out.
 std::string formatQuotaTable(const QuotaTable& table);
 
-/// Reads such a text. An empty one is the empty table. Lines that begin with
-/// "#" and empty lines are passed over. Throws Error (kBadConfig) that begins
-/// with "line N: ".
+/// The same of a table without anything, and what can be written behind a table of
+/// either function, or behind such lines, to change it: the limits of one user or group,
+/// and the grace times of all users or groups.
+std::string emptyQuotaTable();
+std::string quotaObjectLine(QuotaKind kind, uint32_t id, const QuotaObject& object);
+std::string quotaGraceLines(QuotaKind kind, const QuotaGrace& grace);
+
+/// Reads such a text; a later line replaces an earlier one about the same. An empty text
+/// is the empty table. Lines that begin with "#" and empty lines are passed over. Throws Error
+/// (kBadConfig) that begins with "line N: ".
 QuotaTable parseQuotaTable(std::string_view text);
 
 }  // namespace node

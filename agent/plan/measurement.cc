@@ -8,12 +8,16 @@
 #include <cmath>
 #include <condition_variable>
 #include <csignal>
+#include <exception>
+#include <functional>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 
 #include "agent/framework/plugin.h"
 #include "agent/plan/amounts.h"
+#include "agent/plan/measurement_gaps.h"
 #include "agent/plan/memory_limit.h"
 #include "agent/system/descendants.h"
 #include "agent/wire/request_context.h"
@@ -25,6 +29,8 @@ namespace agent {
 namespace {
 
 constexpr long long kLongestMeasurement = 86400;  // seconds
+// Longer than a server of files takes that is there, if busy.
+constexpr std::chrono::seconds kMountTimeout(5);
 
 void check(const MeasureSettings& settings) {
   const auto refuse = [](const std::string& what) { throw std::runtime_error(what); };
@@ -125,6 +131,25 @@ Measurement toMeasurement(const QXHWCalc::PhysParams& params) {
   return result;
 }
 
+// On a thread of its own, as mounts are a thread's for good.
+void withoutMounts(const std::vector<std::string>& mountPoints,
+                   const std::function<void()>& function) {
+  std::exception_ptr problem;
+  const auto context = QXL::QXLRequestContextPrototype::getCurrent();
+  const CurrentRequest* const current = CurrentRequest::get();
+  std::thread([&]() {
+    try {
+      hideMounts(mountPoints);
+      std::optional<CurrentRequestScope> scope;
+      if (current) scope.emplace(*current, context);
+      function();
+    } catch (...) {
+      problem = std::current_exception();
+    }
+  }).join();
+  if (problem) std::rethrow_exception(problem);
+}
+
 }  // namespace
 
 Measurement measureHere(const MeasureSettings& settings) {
@@ -141,9 +166,17 @@ Measurement measureHere(const MeasureSettings& settings) {
   QXHWCalc::PhysParams params;
   char text[sizeof(QXHWCalc::errorText)] = {};
   std::uint32_t code;
+  const std::vector<std::string> dead = deadMounts(kMountTimeout);
   {
-    const Companion companion(settings.duration);
-    code = calculate(request, config, params, text, sizeof text);
+    const auto run = [&]() {
+      const Companion companion(settings.duration);
+      code = calculate(request, config, params, text, sizeof text);
+    };
+    if (dead.empty()) {
+      run();
+    } else {
+      withoutMounts(dead, run);
+    }
   }
   if (code != 0 && text[0] != '\0') throw std::runtime_error(text);
   Measurement result = toMeasurement(params);
@@ -151,6 +184,15 @@ Measurement measureHere(const MeasureSettings& settings) {
   if (code != 0) {
     result.warnings.push_back(
         {-1, "The host name '" + params.hostname + "' is not one a container can have."});
+  }
+  const Counted counted{result.numfile, result.numiptent};
+  for (const std::string& gap : measurementGaps(counted, countOpenFiles())) {
+    result.warnings.push_back({-1, gap});
+  }
+  for (const std::string& point : dead) {
+    result.warnings.push_back({-1, "What is mounted at '" + point +
+                                       "' does not answer (a server of files that is gone?): "
+                                       "it was not measured."});
   }
   std::optional<std::set<QXL::QXLQoS>> records;
   config.getQoSes(records);

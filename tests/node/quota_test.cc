@@ -95,16 +95,33 @@ TEST(Quota, LimitsAreKeptShownAndCleared) {
   });
 }
 
-TEST(Quota, ChangeThatChangesNothingWritesNothing) {
+TEST(Quota, ChangesAreAddedToTheTableAndFoldedOnceInAWhile) {
   hostWithContainer().run([] {
+    const std::string file = std::string(kArea) + "/.qx-quota";
     quota({"setlimit2", "101", "-u", "1", "1", "1", "1", "1"});
     struct stat before, after;
-    const std::string file = std::string(kArea) + "/.qx-quota";
     ASSERT_EQ(stat(file.c_str(), &before), 0);
-    quota({"setlimit2", "101", "-u", "1", "1", "1", "1", "1"});
+    EXPECT_EQ(before.st_mode & 0777, 0600u);
+    quota({"setlimit2", "101", "-u", "1", "2", "2", "2", "2"});
+    quota({"setlimit2", "101", "-tg", "5", "6"});
+    quota({"setlimit2", "101", "-u", "2", "3", "3", "3", "3"});
+    quota({"setlimit2", "101", "-u", "2", "0", "0", "0", "0"});
     ASSERT_EQ(stat(file.c_str(), &after), 0);
     EXPECT_EQ(before.st_ino, after.st_ino);
-    EXPECT_EQ(before.st_mode & 0777, 0600u);
+    std::string text;
+    quota({"stat", "101", "-t"}, &text);
+    EXPECT_THAT(text, HasSubstr("\ngroup 5 6\n"));
+    EXPECT_THAT(text, HasSubstr("inode-grace\nuser 1 0 2 2 0 0 2 2 0\n"));
+    EXPECT_THAT(text, Not(HasSubstr("user 2")));
+
+    for (int i = 0; i < 4000; ++i) {
+      quota({"setlimit2", "101", "-u", "1", "1", "1", "1", std::to_string(i)});
+    }
+    ASSERT_EQ(stat(file.c_str(), &after), 0);
+    EXPECT_LT(after.st_size, 65536);
+    quota({"stat", "101", "-t"}, &text);
+    EXPECT_THAT(text, HasSubstr("inode-grace\nuser 1 0 1 1 0 0 1 3999 0\n"));
+    EXPECT_THAT(text, HasSubstr("\ngroup 5 6\n"));
   });
 }
 

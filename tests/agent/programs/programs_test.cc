@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -37,7 +38,9 @@ ScratchHost bothHosts() {
                                         "else echo 'tenwal nobpu 30000'; fi\n"});
   host.tool("/usr/bin/df",
             {.script = "echo header; echo '/dev/sda1 10000000 4000000 5500000 43% /'"});
-  host.tool("/usr/sbin/iptables").tool("/usr/sbin/ip");
+  host.tool("/usr/sbin/iptables", {.out = "Chain INPUT\n"}).tool("/usr/sbin/ip");
+  host.tool("/usr/local/share/qxlinmigrate/rsync",
+            {.out = "rsync  version 3.4.1  protocol version 32\n"});
   host.tool("/usr/local/share/qxlinmigrate/distdetect-common.sh", {.out = "debian-12\n"});
   host.file("/etc/mtab", "").file("/etc/init.d/nginx", "", 0755);
   host.file("/etc/sysconfig/qx-scripts/dists/debian.conf", "[GLOBAL]\nPOST_MIGRATE=debian.sh\n");
@@ -123,6 +126,48 @@ TEST(Programs, MeasuringPrintsAndWritesAConfigurationThatAPlanTakes) {
     std::ofstream("/tmp/limits.conf") << written << "NUMPROC=\"777:888\"\n";
     const Answer planned = plan("--json --config /tmp/limits.conf");
     EXPECT_EQ(nlohmann::json::parse(planned.out)["configuration"]["NUMPROC"], "777:888");
+  });
+}
+
+// The list of open files is cut off where it is too long for a command line.
+TEST(Programs, APlanSaysWhatTheMeasuringHasNotSeen) {
+  const int files = open("/dev/fuse", O_RDWR | O_CLOEXEC);
+  ASSERT_GE(files, 0);
+  ScratchHost host = bothHosts();
+  host.tool("/usr/bin/ls", {.status = 1, .err = "Argument list too long"});
+  host.tool("/usr/sbin/iptables", {.status = 1}).tool("/usr/sbin/ip", {.status = 1});
+  // As the real one, it asks whatever is mounted.
+  host.tool("/usr/bin/df", {.script = "stat -f /mnt/dead >/dev/null\n"
+                                      "echo header; echo '/dev/sda1 10000000 4000000 5500000'\n"});
+  host.dir("/mnt/dead");
+  host.run([files] {
+    const std::string options =
+        "fd=" + std::to_string(files) + ",rootmode=40000,user_id=0,group_id=0";
+    ASSERT_EQ(mount("files:/", "/mnt/dead", "fuse.sshfs", 0, options.c_str()), 0);
+    const Agent agent;
+    const Answer answer = plan("--json");
+    EXPECT_THAT(answer.out, HasSubstr("open files, and the usual way of counting saw 0 of them"));
+    EXPECT_THAT(answer.out, HasSubstr("firewall rules and routes could not be counted"));
+    EXPECT_THAT(answer.out, HasSubstr("What is mounted at '/mnt/dead' does not answer"));
+  });
+  close(files);
+}
+
+TEST(Programs, APlanWithoutARsyncIsBlocked) {
+  ScratchHost host = bothHosts();
+  host.tool("/usr/local/share/qxlinmigrate/rsync",
+            {.status = 14, .err = "rsync: stock rsync is nowhere; install the package rsync\n"});
+  host.run([] {
+    const Agent agent;
+    const Answer answer = plan(ROOM);
+    EXPECT_EQ(answer.status, 2);
+    EXPECT_THAT(answer.out, HasSubstr("The node cannot receive: "));
+    EXPECT_THAT(answer.out, HasSubstr("install the package rsync"));
+    const Answer migration =
+        qxmigrate("", "--ctid 101 --no-measure --force --distribution debian-12");
+    EXPECT_EQ(migration.status, 1);
+    EXPECT_THAT(migration.err, StartsWith("qxmigrate: the node cannot receive: "));
+    EXPECT_FALSE(std::filesystem::exists("/var/lib/qx"));
   });
 }
 
