@@ -29,12 +29,12 @@ QXLinMigrateP2VControl::QXLinMigrateP2VControl(
 QXLinMigrateP2VControl::~QXLinMigrateP2VControl() = default;
 
 boost::intrusive_ptr<QXL::QXLHaulSerializerPrototype> QXLinMigrateP2VControl::createSerializer() {
-  if (!m_connectionInfo || m_connectionInfo->address.empty()) return nullptr;
-  m_accessAgent = QXL::QXLAccessAgentPrototype::createInstance(nullptr, nullptr, nullptr);
+  if (!connectionInfo_ || connectionInfo_->address.empty()) return nullptr;
+  accessAgent_ = QXL::QXLAccessAgentPrototype::createInstance(nullptr, nullptr, nullptr);
   const auto handler = getProgressHandler();
   // An agent that could not be reached stays stored; the next call replaces it.
-  if (m_accessAgent->initializeSync(m_connectionInfo, handler) != 0) return nullptr;
-  return kit().getMigrateP2VSerializerAgent(m_accessAgent->getConnectedEID(), m_accessAgent,
+  if (accessAgent_->initializeSync(connectionInfo_, handler) != 0) return nullptr;
+  return kit().getMigrateP2VSerializerAgent(accessAgent_->getConnectedEID(), accessAgent_,
                                             P2V::kImplementation);
 }
 
@@ -51,8 +51,8 @@ End& QXLinMigrateP2VControl::synced(End& end) {
 }
 
 int QXLinMigrateP2VControl::process() {
-  auto source = boost::dynamic_pointer_cast<QXLinMigrateP2VSerializer>(m_serializer);
-  auto destination = boost::dynamic_pointer_cast<QXLinMigrateP2VDeserializer>(m_deserializer);
+  auto source = boost::dynamic_pointer_cast<QXLinMigrateP2VSerializer>(serializer_);
+  auto destination = boost::dynamic_pointer_cast<QXLinMigrateP2VDeserializer>(deserializer_);
 
   if (synced(destination)->lockVPS() != 0) return -1;
   if (synced(destination)->createDstSrv() != 0) return -1;
@@ -74,7 +74,7 @@ int QXLinMigrateP2VControl::process() {
 
   // The first copy runs while the server's services still do.
   synced(source);
-  const auto channel = m_connector->createChannel(m_channelSettings);
+  const auto channel = connector_->createChannel(channelSettings_);
   if (!channel) return -1;
   if (synced(source)->startRSyncServer(channel->getSerializerEnd()) != 0) return -1;
   if (synced(destination)->rSync(channel->getDeserializerEnd()) != 0) return -1;
@@ -83,7 +83,7 @@ int QXLinMigrateP2VControl::process() {
   // The second brings what changed meanwhile.
   if (synced(source)->stopServices() != 0) return -1;
   synced(source);
-  const auto channel2 = m_connector->createChannel(m_channelSettings);
+  const auto channel2 = connector_->createChannel(channelSettings_);
   if (!channel2) return -1;
   if (synced(source)->startRSyncServer2(channel2->getSerializerEnd()) != 0) return -1;
   if (synced(destination)->rSync2(channel2->getDeserializerEnd()) != 0) return -1;

@@ -9,9 +9,9 @@
 
 namespace Expand {
 
-// A null-terminated array of C strings, as execve wants it for arguments and
-// environment. It owns copies of the strings; the array and the strings stay
-// where they are as long as the object lives and is not assigned to.
+/// A null-terminated array of C strings, as execve wants it for arguments and
+/// environment. It owns copies of the strings; the array and the strings stay
+/// where they are as long as the object lives and is not assigned to.
 class EXPAND_API ArgsList {
  public:
   explicit ArgsList(const std::list<std::string>& args);
@@ -19,7 +19,7 @@ class EXPAND_API ArgsList {
   ArgsList& operator=(const ArgsList& other);
   ~ArgsList() = default;
 
-  // The array; never null itself.
+  /// The array; never null itself.
   char* const* get() const { return pointers_.data(); }
 
  private:

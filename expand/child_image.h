@@ -6,8 +6,8 @@
 
 namespace Expand {
 
-// What a child executes. Made before the fork: between fork and exec no memory
-// may be allocated, as another thread may hold the allocator's lock for ever.
+/// What a child executes. Made before the fork: between fork and exec no memory
+/// may be allocated, as another thread may hold the allocator's lock for ever.
 struct ChildImage {
   ArgsList argv;
   ArgsList envp;

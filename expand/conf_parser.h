@@ -27,12 +27,12 @@
 
 namespace Expand {
 
-// One parser may be used for several texts, one after another.
+/// One parser may be used for several texts, one after another.
 class EXPAND_API ConfParser {
  public:
   enum Method { FROM_FILE = 0, FROM_STRING = 1 };
 
-  // What a syntax error is about; indexes err_msgs.
+  /// What a syntax error is about; indexes err_msgs.
   enum Error {
     CLOSE_EXPECTED = 0,
     ASSIGN_EXPECTED = 1,
@@ -42,35 +42,35 @@ class EXPAND_API ConfParser {
   };
   static const char* const err_msgs[5];
 
-  // handler  receives each problem; not owned, and must outlive the parser. Null
-  //          for one that throws.
+  /// handler  receives each problem; not owned, and must outlive the parser. Null
+  ///          for one that throws.
   explicit ConfParser(ConfParserErrHandler* handler = nullptr);
   ConfParser(const ConfParser&) = delete;
   ConfParser& operator=(const ConfParser&) = delete;
 
-  // Says what to parse.
-  //
-  // source  the text itself, or the path of a file that parse() will read
+  /// Says what to parse.
+  ///
+  /// source  the text itself, or the path of a file that parse() will read
   void init(Method method, const std::string& source);
 
-  // Parses into `config`, adding to what is there. The end of the text ends the
-  // last line also when it has no line end.
-  //
-  // Problems go to the handler as Expand::Error: CONFIG_READ when the file cannot
-  // be read (nothing is parsed then), CONFIG_PARSE with line and column, both from
-  // 1, of the character that cannot stand there; with a handler that returns, the
-  // rest of that line is skipped. An error at a line end is reported at the
-  // character that ends the line.
+  /// Parses into `config`, adding to what is there. The end of the text ends the
+  /// last line also when it has no line end.
+  ///
+  /// Problems go to the handler as Expand::Error: CONFIG_READ when the file cannot
+  /// be read (nothing is parsed then), CONFIG_PARSE with line and column, both from
+  /// 1, of the character that cannot stand there; with a handler that returns, the
+  /// rest of that line is skipped. An error at a line end is reported at the
+  /// character that ends the line.
   void parse(Config& config);
 
-  // Writes `config` as a text that parse() understands: a header line for each
-  // section, but for a first one named "global" in any case, and a line for each
-  // defined option. A line end inside a name or value is not escaped.
-  //
-  // target  receives the text, or is the path of a file to write (created with
-  //         mode 0644, or overwritten)
-  //
-  // Problems go to the handler as Expand::Error CONFIG_WRITE.
+  /// Writes `config` as a text that parse() understands: a header line for each
+  /// section, but for a first one named "global" in any case, and a line for each
+  /// defined option. A line end inside a name or value is not escaped.
+  ///
+  /// target  receives the text, or is the path of a file to write (created with
+  ///         mode 0644, or overwritten)
+  ///
+  /// Problems go to the handler as Expand::Error CONFIG_WRITE.
   void save(Method method, const Config& config, std::string& target);
 
  protected:
@@ -104,12 +104,12 @@ class EXPAND_API ConfParser {
     int action;
   };
 
-  // What each state does with each class of characters.
+  /// What each state does with each class of characters.
   static const Transition dfa_[9][8];
   static int getCharClass(char c);
 
  private:
-  bool report(const Expand::Error& error);  // always false
+  bool report(const Expand::Error& error);  ///< always false
   bool readSource();
   void start(Config& config);
   void step(Config& config, char c);
@@ -121,13 +121,13 @@ class EXPAND_API ConfParser {
 
   ConfParserErrHandler* handler_;
   Method method_ = FROM_STRING;
-  std::string source_;  // the text, or the path of the file
-  std::string text_;    // the input
+  std::string source_;  ///< the text, or the path of the file
+  std::string text_;    ///< the input
   std::size_t position_ = 0;
   int line_ = 1;
   int column_ = 1;
   int state_ = LINE_START;
-  char token_[4096];  // of which the last stays free for a terminator
+  char token_[4096];  ///< of which the last stays free for a terminator
   std::size_t tokenSize_ = 0;
   std::string optionName_;
   ConfigSection* section_ = nullptr;

@@ -10,9 +10,9 @@
 
 namespace Expand {
 
-// Blocks and unblocks a set of signals for the calling thread, and at the end of
-// its life puts back the mask that it found when it was made. Use it on one
-// thread, and nest several only like scopes.
+/// Blocks and unblocks a set of signals for the calling thread, and at the end of
+/// its life puts back the mask that it found when it was made. Use it on one
+/// thread, and nest several only like scopes.
 class EXPAND_API SigMask {
  public:
   explicit SigMask(const std::vector<int>& signals);
@@ -21,15 +21,15 @@ class EXPAND_API SigMask {
   SigMask(const SigMask&) = delete;
   SigMask& operator=(const SigMask&) = delete;
 
-  // Both leave the other signals as they are.
+  /// Both leave the other signals as they are.
   void block();
   void unblock();
 
-  // Puts back the mask found at construction, if block or unblock was called.
+  /// Puts back the mask found at construction, if block or unblock was called.
   void revert();
 
-  // For debugging: the names of the signals that are blocked now, and of those
-  // that the mask will go back to. Signals above 30 are not shown.
+  /// For debugging: the names of the signals that are blocked now, and of those
+  /// that the mask will go back to. Signals above 30 are not shown.
   std::string dump() const;
 
  private:

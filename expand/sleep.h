@@ -5,8 +5,8 @@
 
 namespace Expand {
 
-// Sleeps for the whole time, in seconds, however many signals arrive. Returns
-// at once when `seconds` is not positive.
+/// Sleeps for the whole time, in seconds, however many signals arrive. Returns
+/// at once when `seconds` is not positive.
 EXPAND_API void sleep_full(int seconds);
 
 }  // namespace Expand

@@ -5,19 +5,19 @@
 namespace P2V {
 
 int BytesWriter::write(QXL::QXLMessageIterator& out) const {
-  return out.putValueLongLong(m_bytes, kBytesField);
+  return out.putValueLongLong(bytes_, kBytesField);
 }
 
 int BytesReader::read(QXL::QXLMessageIterator& in) {
-  return in.getValueLongLong(*m_bytes, kBytesField);
+  return in.getValueLongLong(*bytes_, kBytesField);
 }
 
 int QuotaWriter::write(QXL::QXLMessageIterator& out) const {
-  return out.putValueBase64(m_text, kQuotaField);
+  return out.putValueBase64(text_, kQuotaField);
 }
 
 int QuotaReader::read(QXL::QXLMessageIterator& in) {
-  return in.getValueBase64(*m_text, kQuotaField);
+  return in.getValueBase64(*text_, kQuotaField);
 }
 
 }  // namespace P2V

@@ -9,47 +9,47 @@
 
 namespace P2V {
 
-// A count of bytes, field 1017.
+/// A count of bytes, field 1017.
 class BytesWriter : public QXL::QXLWriterPrototype {
  public:
-  explicit BytesWriter(long long bytes) : m_bytes(bytes) {}
+  explicit BytesWriter(long long bytes) : bytes_(bytes) {}
   int write(QXL::QXLMessageIterator& out) const override;
 
  private:
-  long long m_bytes;
+  long long bytes_;
 };
 
-// Reads into a variable that must outlive the reader; an answer without the
-// field leaves it alone and is an error.
+/// Reads into a variable that must outlive the reader; an answer without the
+/// field leaves it alone and is an error.
 class BytesReader : public QXL::QXLReaderPrototype {
  public:
   explicit BytesReader(long long* bytes)
-      : QXLReaderPrototype(QXL::QXLReaderRequired), m_bytes(bytes) {}
+      : QXLReaderPrototype(QXL::QXLReaderRequired), bytes_(bytes) {}
   int read(QXL::QXLMessageIterator& in) override;
 
  private:
-  long long* m_bytes;
+  long long* bytes_;
 };
 
-// The quota dump, field 1811, in base64. The writer refers to the caller's text.
+/// The quota dump, field 1811, in base64. The writer refers to the caller's text.
 class QuotaWriter : public QXL::QXLWriterPrototype {
  public:
-  explicit QuotaWriter(const std::string& text) : m_text(text) {}
+  explicit QuotaWriter(const std::string& text) : text_(text) {}
   int write(QXL::QXLMessageIterator& out) const override;
 
  private:
-  const std::string& m_text;
+  const std::string& text_;
 };
 
-// As BytesReader.
+/// As BytesReader.
 class QuotaReader : public QXL::QXLReaderPrototype {
  public:
   explicit QuotaReader(std::string* text)
-      : QXLReaderPrototype(QXL::QXLReaderRequired), m_text(text) {}
+      : QXLReaderPrototype(QXL::QXLReaderRequired), text_(text) {}
   int read(QXL::QXLMessageIterator& in) override;
 
  private:
-  std::string* m_text;
+  std::string* text_;
 };
 
 }  // namespace P2V

@@ -16,22 +16,33 @@ struct Row {
 
 }  // namespace
 
+template <auto stage>
+void QXLinMigrateP2VDeserializeOperator::plain(const Message&, const Message&) {
+  ((*getSerializer()).*stage)();
+}
+
+template <auto stage>
+void QXLinMigrateP2VDeserializeOperator::withChannel(const Message& in, const Message& out) {
+  if (const auto handle = getPhysHandle(in, out)) ((*getSerializer()).*stage)(handle);
+}
+
 QXLinMigrateP2VDeserializeOperator::QXLinMigrateP2VDeserializeOperator() {
   typedef QXLinMigrateP2VDeserializeOperator Self;
+  typedef QXLinMigrateP2VDeserializer Stages;
   const Row table[] = {
-      {"lockVPS", static_cast<Handler>(&Self::lockVPS)},
-      {"createDstSrv", static_cast<Handler>(&Self::createDstSrv)},
-      {"rSync", static_cast<Handler>(&Self::rSync)},
-      {"rSync2", static_cast<Handler>(&Self::rSync2)},
+      {"lockVPS", static_cast<Handler>(&Self::plain<&Stages::lockVPS>)},
+      {"createDstSrv", static_cast<Handler>(&Self::plain<&Stages::createDstSrv>)},
+      {"rSync", static_cast<Handler>(&Self::withChannel<&Stages::rSync>)},
+      {"rSync2", static_cast<Handler>(&Self::withChannel<&Stages::rSync2>)},
       {"restoreQuota", static_cast<Handler>(&Self::restoreQuota)},
-      {"tuneDstSrv", static_cast<Handler>(&Self::tuneDstSrv)},
-      {"startDstSrv", static_cast<Handler>(&Self::startDstSrv)},
+      {"tuneDstSrv", static_cast<Handler>(&Self::plain<&Stages::tuneDstSrv>)},
+      {"startDstSrv", static_cast<Handler>(&Self::plain<&Stages::startDstSrv>)},
       {"getFreeDiskSpace", static_cast<Handler>(&Self::getFreeDiskSpace)},
       // The end of the table goes into the map as well: agents rely on finding a
       // null handler, not a missing row, under the empty stage name.
       {"", nullptr},
   };
-  for (const Row& row : table) m_methods[row.stage] = QXLOpMethodInfo{row.handler, 0, 0};
+  for (const Row& row : table) methods_[row.stage] = QXLOpMethodInfo{row.handler, 0, 0};
 }
 
 QXLinMigrateP2VDeserializeOperator::~QXLinMigrateP2VDeserializeOperator() = default;
@@ -63,22 +74,6 @@ QXLinMigrateP2VDeserializeOperator::getSerializer() const {
   return boost::dynamic_pointer_cast<QXLinMigrateP2VDeserializer>(getHeldSerializer());
 }
 
-void QXLinMigrateP2VDeserializeOperator::lockVPS(const Message&, const Message&) {
-  getSerializer()->lockVPS();
-}
-
-void QXLinMigrateP2VDeserializeOperator::createDstSrv(const Message&, const Message&) {
-  getSerializer()->createDstSrv();
-}
-
-void QXLinMigrateP2VDeserializeOperator::rSync(const Message& in, const Message& out) {
-  if (const auto handle = getPhysHandle(in, out)) getSerializer()->rSync(handle);
-}
-
-void QXLinMigrateP2VDeserializeOperator::rSync2(const Message& in, const Message& out) {
-  if (const auto handle = getPhysHandle(in, out)) getSerializer()->rSync2(handle);
-}
-
 void QXLinMigrateP2VDeserializeOperator::restoreQuota(const Message& in, const Message& out) {
   std::string text;
   if (in->getValueBase64(text, P2V::kQuotaField) != 0) {
@@ -86,14 +81,6 @@ void QXLinMigrateP2VDeserializeOperator::restoreQuota(const Message& in, const M
     return;
   }
   getSerializer()->restoreQuota(text);
-}
-
-void QXLinMigrateP2VDeserializeOperator::tuneDstSrv(const Message&, const Message&) {
-  getSerializer()->tuneDstSrv();
-}
-
-void QXLinMigrateP2VDeserializeOperator::startDstSrv(const Message&, const Message&) {
-  getSerializer()->startDstSrv();
 }
 
 void QXLinMigrateP2VDeserializeOperator::getFreeDiskSpace(const Message&, const Message&) {

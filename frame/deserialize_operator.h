@@ -5,11 +5,11 @@
 #include "frame/stages.h"
 #include "framework/operators.h"
 
-// Looks a stage's name up in its table and calls the worker's method of that name.
-// The framework makes one operator per session and dispatches stages only to an
-// initialised worker. Stages report their own results: handlers return nothing and
-// drop the value that a stage hands them, because the worker has already put it
-// into the answer and it must not be there twice.
+/// Looks a stage's name up in its table and calls the worker's method of that name.
+/// The framework makes one operator per session and dispatches stages only to an
+/// initialised worker. Stages report their own results: handlers return nothing and
+/// drop the value that a stage hands them, because the worker has already put it
+/// into the answer and it must not be there twice.
 class QXLinMigrateP2VDeserializeOperator : public QXL::QXLHaulControlOperatorPrototype {
  public:
   QXLinMigrateP2VDeserializeOperator();
@@ -20,22 +20,21 @@ class QXLinMigrateP2VDeserializeOperator : public QXL::QXLHaulControlOperatorPro
                         const boost::shared_ptr<QXL::QXLHaulSerializerBaseParams>& params) override;
   int serializeParams(const boost::shared_ptr<QXL::QXLHaulSerializerBaseParams>& params,
                       const boost::intrusive_ptr<QXL::QXLMessageIterator>& out) override;
-  // The local worker that the factory kit has under the empty name.
+  /// The local worker that the factory kit has under the empty name.
   boost::intrusive_ptr<QXL::QXLHaulSerializerBasePrototype> createSerializer() override;
 
-  // The worker that the framework holds; null when it holds none.
+  /// The worker that the framework holds; null when it holds none.
   boost::intrusive_ptr<QXLinMigrateP2VDeserializer> getSerializer() const;
 
  private:
   typedef boost::intrusive_ptr<QXL::QXLMessageIterator> Message;
 
-  void lockVPS(const Message& in, const Message& out);
-  void createDstSrv(const Message& in, const Message& out);
-  void rSync(const Message& in, const Message& out);
-  void rSync2(const Message& in, const Message& out);
+  /// Handlers of the stages that need nothing, and of those that need a channel.
+  template <auto stage>
+  void plain(const Message& in, const Message& out);
+  template <auto stage>
+  void withChannel(const Message& in, const Message& out);
   void restoreQuota(const Message& in, const Message& out);
-  void tuneDstSrv(const Message& in, const Message& out);
-  void startDstSrv(const Message& in, const Message& out);
   void getFreeDiskSpace(const Message& in, const Message& out);
 };
 

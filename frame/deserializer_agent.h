@@ -8,9 +8,9 @@
 #include "frame/stages.h"
 #include "framework/haul.h"
 
-// Adds no errors of its own: a stage returns what the request returned, and the
-// text is where the framework put it. The variable given to getFreeDiskSpace must
-// live until the stage returns.
+/// Adds no errors of its own: a stage returns what the request returned, and the
+/// text is where the framework put it. The variable given to getFreeDiskSpace must
+/// live until the stage returns.
 class QXLinMigrateP2VDeserializerAgent : public QXLinMigrateP2VDeserializer,
                                          public QXL::QXLHaulSerializerBaseAgentPrototype {
  public:

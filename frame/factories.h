@@ -16,9 +16,9 @@ typedef boost::shared_ptr<QXL::QXLFunctionalFactoryLocal<QXL::QXLHaulSerializerP
 typedef boost::shared_ptr<QXL::QXLFunctionalFactoryLocal<QXL::QXLHaulDeserializerPtr>>
     LocalDeserializerFactory;
 
-ControlFactory newControlFactory();                      // in control/
-LocalSerializerFactory newLocalSerializerFactory();      // in migrate/
-LocalDeserializerFactory newLocalDeserializerFactory();  // in migrate/
+ControlFactory newControlFactory();                      ///< in control/
+LocalSerializerFactory newLocalSerializerFactory();      ///< in migrate/
+LocalDeserializerFactory newLocalDeserializerFactory();  ///< in migrate/
 
 }  // namespace P2V
 

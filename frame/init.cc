@@ -47,22 +47,22 @@ boost::intrusive_ptr<QXL::QXLOpFactory> factoryQXLinMigrateP2VDeserializeOperato
 
 int initLibrary() {
   typedef QXL::QXLHaulControlFactory Kit;
-  insertUnique(kit().m_controls, P2V::newControlFactory());
-  insertUnique(kit().m_localDeserializers, P2V::newLocalDeserializerFactory());
-  insertUnique(kit().m_localSerializers, P2V::newLocalSerializerFactory());
-  insertUnique(kit().m_agentDeserializers,
+  insertUnique(kit().controls_, P2V::newControlFactory());
+  insertUnique(kit().localDeserializers_, P2V::newLocalDeserializerFactory());
+  insertUnique(kit().localSerializers_, P2V::newLocalSerializerFactory());
+  insertUnique(kit().agentDeserializers_,
                Kit::AgentDeserializers::mapped_type(new AgentDeserializerFactory));
-  insertUnique(kit().m_agentSerializers,
+  insertUnique(kit().agentSerializers_,
                Kit::AgentSerializers::mapped_type(new AgentSerializerFactory));
   return 0;
 }
 
 int finiLibrary() {
-  kit().m_controls.erase(P2V::kImplementation);
-  kit().m_localDeserializers.erase(P2V::kImplementation);
-  kit().m_localSerializers.erase(P2V::kImplementation);
-  kit().m_agentSerializers.erase(P2V::kImplementation);
-  kit().m_agentDeserializers.erase(P2V::kImplementation);
+  kit().controls_.erase(P2V::kImplementation);
+  kit().localDeserializers_.erase(P2V::kImplementation);
+  kit().localSerializers_.erase(P2V::kImplementation);
+  kit().agentSerializers_.erase(P2V::kImplementation);
+  kit().agentDeserializers_.erase(P2V::kImplementation);
   return 0;
 }
 }

@@ -15,23 +15,34 @@ struct Row {
 
 }  // namespace
 
+template <auto stage>
+void QXLinMigrateP2VSerializeOperator::plain(const Message&, const Message&) {
+  ((*getSerializer()).*stage)();
+}
+
+template <auto stage>
+void QXLinMigrateP2VSerializeOperator::withChannel(const Message& in, const Message& out) {
+  if (const auto handle = getPhysHandle(in, out)) ((*getSerializer()).*stage)(handle);
+}
+
 QXLinMigrateP2VSerializeOperator::QXLinMigrateP2VSerializeOperator() {
   typedef QXLinMigrateP2VSerializeOperator Self;
+  typedef QXLinMigrateP2VSerializer Stages;
   const Row table[] = {
-      {"startRSyncServer", static_cast<Handler>(&Self::startRSyncServer)},
-      {"waitRSyncServer", static_cast<Handler>(&Self::waitRSyncServer)},
-      {"stopServices", static_cast<Handler>(&Self::stopServices)},
-      {"startRSyncServer2", static_cast<Handler>(&Self::startRSyncServer2)},
-      {"waitRSyncServer2", static_cast<Handler>(&Self::waitRSyncServer2)},
+      {"startRSyncServer", static_cast<Handler>(&Self::withChannel<&Stages::startRSyncServer>)},
+      {"waitRSyncServer", static_cast<Handler>(&Self::plain<&Stages::waitRSyncServer>)},
+      {"stopServices", static_cast<Handler>(&Self::plain<&Stages::stopServices>)},
+      {"startRSyncServer2", static_cast<Handler>(&Self::withChannel<&Stages::startRSyncServer2>)},
+      {"waitRSyncServer2", static_cast<Handler>(&Self::plain<&Stages::waitRSyncServer2>)},
       {"dumpQuota", static_cast<Handler>(&Self::dumpQuota)},
-      {"shutdownSrcSrv", static_cast<Handler>(&Self::shutdownSrcSrv)},
-      {"destroySrcSrv", static_cast<Handler>(&Self::destroySrcSrv)},
+      {"shutdownSrcSrv", static_cast<Handler>(&Self::plain<&Stages::shutdownSrcSrv>)},
+      {"destroySrcSrv", static_cast<Handler>(&Self::plain<&Stages::destroySrcSrv>)},
       {"getUsageDiskSpace", static_cast<Handler>(&Self::getUsageDiskSpace)},
       // The end of the table goes into the map as well: agents rely on finding a
       // null handler, not a missing row, under the empty stage name.
       {"", nullptr},
   };
-  for (const Row& row : table) m_methods[row.stage] = QXLOpMethodInfo{row.handler, 0, 0};
+  for (const Row& row : table) methods_[row.stage] = QXLOpMethodInfo{row.handler, 0, 0};
 }
 
 QXLinMigrateP2VSerializeOperator::~QXLinMigrateP2VSerializeOperator() = default;
@@ -62,37 +73,9 @@ boost::intrusive_ptr<QXLinMigrateP2VSerializer> QXLinMigrateP2VSerializeOperator
   return boost::dynamic_pointer_cast<QXLinMigrateP2VSerializer>(getHeldSerializer());
 }
 
-void QXLinMigrateP2VSerializeOperator::startRSyncServer(const Message& in, const Message& out) {
-  if (const auto handle = getPhysHandle(in, out)) getSerializer()->startRSyncServer(handle);
-}
-
-void QXLinMigrateP2VSerializeOperator::waitRSyncServer(const Message&, const Message&) {
-  getSerializer()->waitRSyncServer();
-}
-
-void QXLinMigrateP2VSerializeOperator::stopServices(const Message&, const Message&) {
-  getSerializer()->stopServices();
-}
-
-void QXLinMigrateP2VSerializeOperator::startRSyncServer2(const Message& in, const Message& out) {
-  if (const auto handle = getPhysHandle(in, out)) getSerializer()->startRSyncServer2(handle);
-}
-
-void QXLinMigrateP2VSerializeOperator::waitRSyncServer2(const Message&, const Message&) {
-  getSerializer()->waitRSyncServer2();
-}
-
 void QXLinMigrateP2VSerializeOperator::dumpQuota(const Message&, const Message&) {
   std::string text;
   getSerializer()->dumpQuota(&text);
-}
-
-void QXLinMigrateP2VSerializeOperator::shutdownSrcSrv(const Message&, const Message&) {
-  getSerializer()->shutdownSrcSrv();
-}
-
-void QXLinMigrateP2VSerializeOperator::destroySrcSrv(const Message&, const Message&) {
-  getSerializer()->destroySrcSrv();
 }
 
 void QXLinMigrateP2VSerializeOperator::getUsageDiskSpace(const Message&, const Message&) {

@@ -18,8 +18,8 @@ namespace QXL {
 // return 0. Setters take nothing to unset a property, and return 0, or non-zero
 // when they refuse the value, the reason being in QXL::getErrorMessage().
 
-// An address as text: numeric, with or without "/prefix", or one of the words
-// "dhcp" (asked for on the network) and "auto" (assigned from the host's pool).
+/// An address as text: numeric, with or without "/prefix", or one of the words
+/// "dhcp" (asked for on the network) and "auto" (assigned from the host's pool).
 struct QXLIPAddress {
   QXLIPAddress() = default;
   explicit QXLIPAddress(const std::string& addressText) : text(addressText) {}
@@ -27,22 +27,22 @@ struct QXLIPAddress {
   std::string text;
 };
 
-// One resource parameter. Ordered by name.
+/// One resource parameter. Ordered by name.
 struct QXLQoS {
   bool operator<(const QXLQoS& other) const { return name < other.name; }
   std::string name;
-  long long barrier = 0;        // soft limit
-  bool barrierPresent = false;  // false for parameters of one value
-  long long limit = 0;          // hard limit, or the single value
+  long long barrier = 0;        ///< soft limit
+  bool barrierPresent = false;  ///< false for parameters of one value
+  long long limit = 0;          ///< hard limit, or the single value
 };
 
-// A system: anything with a name and addresses.
+/// A system: anything with a name and addresses.
 class QXL_API QXLEnvConfig {
  public:
   QXLEnvConfig();
   virtual ~QXLEnvConfig();
 
-  // Refuses what is no host name (RFC 1123: letters, digits, "-" and ".").
+  /// Refuses what is no host name (RFC 1123: letters, digits, "-" and ".").
   int setHostname(const std::optional<std::string>& hostname);
   int getHostname(std::optional<std::string>& hostname) const;
   int setAddresses(const std::optional<std::vector<QXLIPAddress>>& addresses);
@@ -50,18 +50,18 @@ class QXL_API QXLEnvConfig {
   int setNameservers(const std::optional<std::list<std::string>>& servers);
   int getNameservers(std::optional<std::list<std::string>>& servers) const;
 
-  // Lists of strings by attribute number; 1558 is the search domains.
+  /// Lists of strings by attribute number; 1558 is the search domains.
   int setStringListAttr(const std::set<std::string>& values, int attribute);
   int getStringListAttr(std::set<std::string>& values, int attribute) const;
 
  protected:
-  std::optional<std::string> m_hostname;
-  std::optional<std::vector<QXLIPAddress>> m_addresses;
-  std::optional<std::list<std::string>> m_nameservers;
-  std::map<int, std::set<std::string>> m_stringLists;
+  std::optional<std::string> hostname_;
+  std::optional<std::vector<QXLIPAddress>> addresses_;
+  std::optional<std::list<std::string>> nameservers_;
+  std::map<int, std::set<std::string>> stringLists_;
 };
 
-// A virtual system: one with resource parameters.
+/// A virtual system: one with resource parameters.
 class QXL_API QXLVEnvConfig : public QXLEnvConfig {
  public:
   QXLVEnvConfig();
@@ -71,7 +71,7 @@ class QXL_API QXLVEnvConfig : public QXLEnvConfig {
   int getQoSes(std::optional<std::set<QXLQoS>>& qoses) const;
 
  protected:
-  std::optional<std::set<QXLQoS>> m_qoses;
+  std::optional<std::set<QXLQoS>> qoses_;
 };
 
 }  // namespace QXL
@@ -81,24 +81,24 @@ namespace QXA {
 struct QXADistribution {
   bool operator==(const QXADistribution& o) const { return name == o.name && version == o.version; }
   std::string name;
-  std::string version;  // may be empty
+  std::string version;  ///< may be empty
 };
 
 struct QXAOsTemplate {
   std::string name;
 };
 
-// One network interface of a container.
+/// One network interface of a container.
 struct QXANetVEth {
-  std::string name;      // inside, such as "eth0"
-  std::string hostName;  // on the host; empty for a generated name
-  std::string mac;       // inside, "aa:bb:cc:dd:ee:ff"; empty for a generated one
+  std::string name;      ///< inside, such as "eth0"
+  std::string hostName;  ///< on the host; empty for a generated name
+  std::string mac;       ///< inside, "aa:bb:cc:dd:ee:ff"; empty for a generated one
   std::vector<QXL::QXLIPAddress> addresses;
 };
 
-// A container. Paths may hold "$VEID", which stands for the container's id; the
-// getters without "Var" give them expanded, and return non-zero when the
-// variable is not set.
+/// A container. Paths may hold "$VEID", which stands for the container's id; the
+/// getters without "Var" give them expanded, and return non-zero when the
+/// variable is not set.
 class QXL_API QXAEnvConfig : public QXL::QXLVEnvConfig {
  public:
   QXAEnvConfig();
@@ -116,20 +116,20 @@ class QXL_API QXAEnvConfig : public QXL::QXLVEnvConfig {
   int getVEPrivate(unsigned int ctid, std::string& path) const;
   int setNetVEths(const std::optional<std::vector<QXANetVEth>>& interfaces);
   int getNetVEths(std::optional<std::vector<QXANetVEth>>& interfaces) const;
-  // "all", or another word of the host's memory management.
+  /// "all", or another word of the host's memory management.
   int setSLMMode(const std::optional<std::string>& mode);
   int getSLMMode(std::optional<std::string>& mode) const;
 
-  // Variables that no property stands for; a writer puts them back as they were.
+  /// Variables that no property stands for; a writer puts them back as they were.
   std::map<std::string, std::string> otherVariables;
 
  protected:
-  std::optional<QXADistribution> m_distribution;
-  std::optional<QXAOsTemplate> m_osTemplate;
-  std::optional<std::string> m_veRoot;
-  std::optional<std::string> m_vePrivate;
-  std::optional<std::vector<QXANetVEth>> m_netVEths;
-  std::optional<std::string> m_slmMode;
+  std::optional<QXADistribution> distribution_;
+  std::optional<QXAOsTemplate> osTemplate_;
+  std::optional<std::string> veRoot_;
+  std::optional<std::string> vePrivate_;
+  std::optional<std::vector<QXANetVEth>> netVEths_;
+  std::optional<std::string> slmMode_;
 };
 
 }  // namespace QXA

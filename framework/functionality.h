@@ -14,7 +14,7 @@ namespace QXL {
 
 typedef boost::intrusive_ptr<QXLAccessProviderPrototype> QXLAccessProviderPtr;
 
-// Makes objects that work in this process.
+/// Makes objects that work in this process.
 template <class Pointer>
 class QXL_API QXLFunctionalFactoryLocal {
  public:
@@ -30,7 +30,7 @@ class QXLFunctionalFactoryLocalImpl : public QXLFunctionalFactoryLocal<Pointer> 
   }
 };
 
-// Makes objects that have an agent do the work.
+/// Makes objects that have an agent do the work.
 template <class Pointer>
 class QXL_API QXLFunctionalFactoryAgent {
  public:
@@ -50,14 +50,14 @@ typedef boost::shared_ptr<QXLHaulControl> QXLHaulControlPtr;
 typedef boost::intrusive_ptr<QXLHaulSerializerPrototype> QXLHaulSerializerPtr;
 typedef boost::intrusive_ptr<QXLHaulDeserializerPrototype> QXLHaulDeserializerPtr;
 
-// The factories of migrations, by implementation name. The maps are not guarded:
-// a plug-in fills them before the first request and empties them after the last.
+/// The factories of migrations, by implementation name. The maps are not guarded:
+/// a plug-in fills them before the first request and empties them after the last.
 class QXL_API QXLHaulControlFactory {
  public:
   QXLHaulControlFactory();
   ~QXLHaulControlFactory();
 
-  // Each returns null when nothing is registered under the name.
+  /// Each returns null when nothing is registered under the name.
   QXLHaulControlPtr getMigrateP2VControl(const QXLAccessProviderPtr& access,
                                          const std::string& name) const;
   QXLHaulSerializerPtr getMigrateP2VSerializerLocal(const QXLAccessProviderPtr& access,
@@ -84,14 +84,14 @@ class QXL_API QXLHaulControlFactory {
                    boost::shared_ptr<QXLFunctionalFactoryAgent<QXLHaulDeserializerPtr>>>
       AgentDeserializers;
 
-  Controls m_controls;
-  LocalSerializers m_localSerializers;
-  AgentSerializers m_agentSerializers;
-  LocalDeserializers m_localDeserializers;
-  AgentDeserializers m_agentDeserializers;
+  Controls controls_;
+  LocalSerializers localSerializers_;
+  AgentSerializers agentSerializers_;
+  LocalDeserializers localDeserializers_;
+  AgentDeserializers agentDeserializers_;
 };
 
-// One kit of each kind in the process.
+/// One kit of each kind in the process.
 template <class Kit>
 class QXL_API QXLFunctionality {
  public:

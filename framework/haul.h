@@ -12,14 +12,14 @@
 
 namespace QXL {
 
-// What both ends are initialised with. Polymorphic: a plug-in adds its own.
+/// What both ends are initialised with. Polymorphic: a plug-in adds its own.
 struct QXL_API QXLHaulSerializerBaseParams {
   virtual ~QXLHaulSerializerBaseParams() = default;
-  long long ctid = 0;  // container id; a plug-in reads it as unsigned 32-bit
+  long long ctid = 0;  ///< container id; a plug-in reads it as unsigned 32-bit
 };
 
-// One end of a migration, wherever its work is done. Operations return 0 on
-// success; the reason of a failure is in the request's context.
+/// One end of a migration, wherever its work is done. Operations return 0 on
+/// success; the reason of a failure is in the request's context.
 class QXL_API QXLHaulSerializerBasePrototype : public virtual QXLRequest,
                                                public virtual QXLRequestModificator {
  public:
@@ -28,11 +28,11 @@ class QXL_API QXLHaulSerializerBasePrototype : public virtual QXLRequest,
   virtual int finish() = 0;
 };
 
-// The end that sends, and the end that receives.
+/// The end that sends, and the end that receives.
 class QXL_API QXLHaulSerializerPrototype : public virtual QXLHaulSerializerBasePrototype {};
 class QXL_API QXLHaulDeserializerPrototype : public virtual QXLHaulSerializerBasePrototype {};
 
-// Base of workers: an end whose stages run in this process.
+/// Base of workers: an end whose stages run in this process.
 class QXL_API QXLHaulSerializerBaseLocalPrototype : public virtual QXLHaulSerializerBasePrototype,
                                                     public QXLRequestLocal {
  public:
@@ -40,47 +40,47 @@ class QXL_API QXLHaulSerializerBaseLocalPrototype : public virtual QXLHaulSerial
       const boost::intrusive_ptr<QXLAccessProviderPrototype>& access);
   ~QXLHaulSerializerBaseLocalPrototype() override;
 
-  // Keeps the record; fails on a null one ("migration parameters missing").
+  /// Keeps the record; fails on a null one ("migration parameters missing").
   int init(boost::shared_ptr<QXLConnectionInfo> connection,
            boost::shared_ptr<QXLHaulSerializerBaseParams> params) override;
-  // Drops the record.
+  /// Drops the record.
   int finish() override;
-  // A worker is called directly; there is nothing to modify.
+  /// A worker is called directly; there is nothing to modify.
   void sync(const boost::intrusive_ptr<QXLProgressHandlerPrototype>& handler,
             const std::string& session) override;
 
  protected:
-  // The record of init; null before it.
-  const boost::shared_ptr<QXLHaulSerializerBaseParams>& getParams() const { return m_params; }
+  /// The record of init; null before it.
+  const boost::shared_ptr<QXLHaulSerializerBaseParams>& getParams() const { return params_; }
 
  private:
-  boost::shared_ptr<QXLConnectionInfo> m_connection;
-  boost::shared_ptr<QXLHaulSerializerBaseParams> m_params;
+  boost::shared_ptr<QXLConnectionInfo> connection_;
+  boost::shared_ptr<QXLHaulSerializerBaseParams> params_;
 };
 
-// Base of proxies: every operation is one request to an operator of an agent.
-// A request that fails is reported to the handler of the sync modificator and
-// left in QXL::getErrorMessage(); the operation returns its code. The session on
-// the agent is made by the first operation and ended by finish or destruction.
+/// Base of proxies: every operation is one request to an operator of an agent.
+/// A request that fails is reported to the handler of the sync modificator and
+/// left in QXL::getErrorMessage(); the operation returns its code. The session on
+/// the agent is made by the first operation and ended by finish or destruction.
 class QXL_API QXLHaulSerializerBaseAgentPrototype
     : public QXLRequestModificatorAgent<QXLHaulSerializerBasePrototype> {
  public:
-  // flags: 0, nothing else is defined.
+  /// flags: 0, nothing else is defined.
   QXLHaulSerializerBaseAgentPrototype(
       const QXLEID& eid, const boost::intrusive_ptr<QXLAccessProviderPrototype>& access,
       const std::string& operatorName, int flags);
   ~QXLHaulSerializerBaseAgentPrototype() override;
 
-  // Makes the session and the worker on the agent. init does it when needed.
+  /// Makes the session and the worker on the agent. init does it when needed.
   int create();
   int init(boost::shared_ptr<QXLConnectionInfo> connection,
            boost::shared_ptr<QXLHaulSerializerBaseParams> params) override;
-  // Sent also after a cancel; ends the session. Harmless without a session.
+  /// Sent also after a cancel; ends the session. Harmless without a session.
   int finish() override;
-  // Tells, before finish, that the migration succeeded. An agent whose session
-  // ends without that undoes what it did to its own machine's services.
-  void setSucceeded(bool succeeded) { m_succeeded = succeeded; }
-  // The road to the agent; null when there is none.
+  /// Tells, before finish, that the migration succeeded. An agent whose session
+  /// ends without that undoes what it did to its own machine's services.
+  void setSucceeded(bool succeeded) { succeeded_ = succeeded; }
+  /// The transport to the agent; null when there is none.
   boost::shared_ptr<QXLRequestTransport> getTransport() const;
 
   virtual int serializeParams(const boost::shared_ptr<QXLHaulSerializerBaseParams>& params,
@@ -93,9 +93,9 @@ class QXL_API QXLHaulSerializerBaseAgentPrototype
   int callStageWithHandle(const std::string& stage,
                           const boost::intrusive_ptr<QXLChannelEndPrototype>& end);
 
-  // A stage with fields of its own: put them into the message that beginStage
-  // returns, then end it. endStageWithAnswer gives the answer of a stage that
-  // succeeded to the reader, which it takes over and frees.
+  /// A stage with fields of its own: put them into the message that beginStage
+  /// returns, then end it. endStageWithAnswer gives the answer of a stage that
+  /// succeeded to the reader, which it takes over and frees.
   boost::intrusive_ptr<QXLMessageIterator> beginStage(const std::string& stage);
   int endStage();
   int endStageWithAnswer(QXLReaderPrototype* reader);
@@ -104,12 +104,12 @@ class QXL_API QXLHaulSerializerBaseAgentPrototype
   int send(const std::string& method, const boost::intrusive_ptr<QXLMessageIterator>& in,
            boost::intrusive_ptr<QXLMessageIterator>* out);
 
-  QXLEID m_eid;
-  std::string m_operatorName;
-  std::string m_sessionId;  // empty without a session
-  bool m_succeeded = false;
-  std::string m_stage;  // begun and not ended
-  boost::intrusive_ptr<QXLMessageIterator> m_message;
+  QXLEID eid_;
+  std::string operatorName_;
+  std::string sessionId_;  ///< empty without a session
+  bool succeeded_ = false;
+  std::string stage_;  ///< begun and not ended
+  boost::intrusive_ptr<QXLMessageIterator> message_;
 };
 
 }  // namespace QXL

@@ -10,8 +10,8 @@
 
 namespace QXL {
 
-// Base of controllers. The framework calls execute; the plug-in's class says how
-// the two ends are made and in which order their stages run.
+/// Base of controllers. The framework calls execute; the plug-in's class says how
+/// the two ends are made and in which order their stages run.
 class QXL_API QXLHaulControl : public virtual QXLRequest {
  public:
   explicit QXLHaulControl(const boost::intrusive_ptr<QXLAccessProviderPrototype>& access);
@@ -19,21 +19,21 @@ class QXL_API QXLHaulControl : public virtual QXLRequest {
 
   virtual boost::intrusive_ptr<QXLHaulSerializerPrototype> createSerializer() = 0;
   virtual boost::intrusive_ptr<QXLHaulDeserializerPrototype> createDeserializer() = 0;
-  // Runs the stages. Returns 0, or -1 with the reason in the context.
+  /// Runs the stages. Returns 0, or -1 with the reason in the context.
   virtual int process() = 0;
 
-  // Makes both ends, initialises them with the parameters, makes the connector,
-  // calls process, and finishes both ends whatever happened.
-  // Returns 0 or non-zero with the reason in the context.
+  /// Makes both ends, initialises them with the parameters, makes the connector,
+  /// calls process, and finishes both ends whatever happened.
+  /// Returns 0 or non-zero with the reason in the context.
   int execute(const boost::shared_ptr<QXLConnectionInfo>& connection,
               const boost::shared_ptr<QXLHaulSerializerBaseParams>& params);
 
  protected:
-  boost::intrusive_ptr<QXLHaulSerializerPrototype> m_serializer;
-  boost::intrusive_ptr<QXLHaulDeserializerPrototype> m_deserializer;
-  boost::shared_ptr<QXLConnectionInfo> m_connectionInfo;
-  boost::shared_ptr<QXLChannelSettings> m_channelSettings;
-  boost::shared_ptr<QXLHaulConnector> m_connector;
+  boost::intrusive_ptr<QXLHaulSerializerPrototype> serializer_;
+  boost::intrusive_ptr<QXLHaulDeserializerPrototype> deserializer_;
+  boost::shared_ptr<QXLConnectionInfo> connectionInfo_;
+  boost::shared_ptr<QXLChannelSettings> channelSettings_;
+  boost::shared_ptr<QXLHaulConnector> connector_;
 
  private:
   int prepareEnds(const boost::shared_ptr<QXLHaulSerializerBaseParams>& params);

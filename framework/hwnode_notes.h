@@ -9,7 +9,7 @@
 
 namespace QXL {
 
-// The notes of any kind of calculation.
+/// The notes of any kind of calculation.
 struct QXL_API QXLCalculateHWNodeNotes {
   QXLCalculateHWNodeNotes() = default;
   QXLCalculateHWNodeNotes(const QXLCalculateHWNodeNotes&) = default;
@@ -21,19 +21,19 @@ struct QXL_API QXLCalculateHWNodeNotes {
 
 namespace QXA {
 
-// A finding that does not stop a calculation.
+/// A finding that does not stop a calculation.
 struct QXACalculateHWNodeWarning {
   int code = 0;
   std::string message;
 };
 
-// A path that is not to be copied into the container, or a pattern of such paths.
+/// A path that is not to be copied into the container, or a pattern of such paths.
 struct QXAExcludePath {
   std::string path;
-  bool excluded = false;  // left out by decision; false for what has no contents to copy
+  bool excluded = false;  ///< left out by decision; false for what has no contents to copy
 };
 
-// The notes on a physical server.
+/// The notes on a physical server.
 struct QXL_API QXACalculateHWNodeNotes : QXL::QXLCalculateHWNodeNotes {
   std::list<QXACalculateHWNodeWarning> warnings;
   std::list<QXAExcludePath> excludes;

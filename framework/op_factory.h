@@ -8,39 +8,39 @@
 
 namespace QXL {
 
-// Grants one session the use of its operator.
+/// Grants one session the use of its operator.
 class QXL_API QXLAccesserPrototype : public virtual QXLRefCounter {
  public:
-  // Takes a place for the operator. Returns 0, or non-zero with the reason in
-  // QXL::getErrorMessage() when there is none.
+  /// Takes a place for the operator. Returns 0, or non-zero with the reason in
+  /// QXL::getErrorMessage() when there is none.
   virtual int acquire() = 0;
-  // The operator; usable after a good acquire.
+  /// The operator; usable after a good acquire.
   virtual boost::intrusive_ptr<QXLOperatorPrototype> getOperator() const = 0;
-  // How many requests of the session may wait while one is served.
+  /// How many requests of the session may wait while one is served.
   virtual int maxQueued() const = 0;
 };
 
-// Makes operators of one kind.
+/// Makes operators of one kind.
 class QXL_API QXLOpFactory : public virtual QXLRefCounter {
  public:
-  // flags: 0, nothing else is defined.
+  /// flags: 0, nothing else is defined.
   QXLOpFactory(const std::string& name, int flags);
   ~QXLOpFactory() override;
 
-  const std::string& getName() const { return m_name; }
+  const std::string& getName() const { return name_; }
   virtual boost::intrusive_ptr<QXLOperatorPrototype> newOperator() = 0;
   virtual boost::intrusive_ptr<QXLAccesserPrototype> newAccesser(
       const boost::intrusive_ptr<QXLOperatorPrototype>& op) = 0;
 
  private:
-  std::string m_name;
-  int m_flags;
+  std::string name_;
+  int flags_;
 };
 
-// The pooled accessor. The operators of one factory share a pool:
-// waitSeconds  how long acquire waits for a free place
-// maxOperators how many operators may be in use at one time
-// maxQueued    how many requests of one session may wait
+/// The pooled accessor. The operators of one factory share a pool:
+/// waitSeconds  how long acquire waits for a free place
+/// maxOperators how many operators may be in use at one time
+/// maxQueued    how many requests of one session may wait
 class QXL_API QXLAccesserPoolPrototype : public QXLAccesserPrototype {
  public:
   QXLAccesserPoolPrototype(const boost::intrusive_ptr<QXLOperatorPrototype>& op,
@@ -52,27 +52,27 @@ class QXL_API QXLAccesserPoolPrototype : public QXLAccesserPrototype {
   int maxQueued() const override;
 
  private:
-  boost::intrusive_ptr<QXLOperatorPrototype> m_operator;
-  std::string m_pool;
-  int m_waitSeconds;
-  int m_maxOperators;
-  int m_maxQueued;
-  bool m_acquired = false;
+  boost::intrusive_ptr<QXLOperatorPrototype> operator_;
+  std::string pool_;
+  int waitSeconds_;
+  int maxOperators_;
+  int maxQueued_;
+  bool acquired_ = false;
 };
 
-// The factory of an operator class. ownSession says that every session has an
-// operator of its own.
+/// The factory of an operator class. ownSession says that every session has an
+/// operator of its own.
 template <class Operator, class Parameter, int waitSeconds, int maxOperators, int maxQueued,
           bool ownSession>
 class QXLOperatorFactory : public QXLOpFactory {
  public:
   QXLOperatorFactory(const char* name, Parameter parameter, int flags)
-      : QXLOpFactory(name, flags), m_parameter(parameter) {}
+      : QXLOpFactory(name, flags), parameter_(parameter) {}
 
   boost::intrusive_ptr<QXLOperatorPrototype> newOperator() override {
     boost::intrusive_ptr<QXLOperatorPrototype> op(new Operator());
     op->setID(getName());
-    op->setNamespace(m_parameter);
+    op->setNamespace(parameter_);
     return op;
   }
 
@@ -83,7 +83,7 @@ class QXLOperatorFactory : public QXLOpFactory {
   }
 
  private:
-  Parameter m_parameter;
+  Parameter parameter_;
 };
 
 template <class Operator, int waitSeconds, int maxOperators, int maxQueued, bool ownSession,

@@ -12,4 +12,11 @@ std::string utcNow() {
   return text;
 }
 
+std::optional<std::int64_t> parseUtc(const std::string& text) {
+  struct tm parts = {};
+  const char* const end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+  if (end == nullptr || *end != '\0') return std::nullopt;
+  return timegm(&parts);
+}
+
 }  // namespace host

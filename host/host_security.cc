@@ -1,37 +1,24 @@
 #include "host/host_security.h"
 
-#include <algorithm>
-
 #include "host/file.h"
 #include "host/text.h"
 
 namespace host {
-namespace {
 
-bool hasOption(std::string_view options, std::string_view option) {
-  return ("," + std::string(options) + ",").find("," + std::string(option) + ",") !=
-         std::string::npos;
-}
-
-}  // namespace
-
-HostSecurity parseHostMounts(std::string_view mountinfo) {
+HostSecurity securityOf(const std::vector<MountInfo>& mounts) {
   HostSecurity security;
-  for (const std::string_view line : splitLines(mountinfo)) {
-    const std::vector<std::string_view> words = splitWords(line);
-    const auto dash = std::find(words.begin(), words.end(), "-");
-    if (words.end() - dash < 4) continue;
-    if (dash[1] == "cgroup2") {
+  for (const MountInfo& mount : mounts) {
+    if (mount.type == "cgroup2") {
       security.unified = true;
-      security.delegated = security.delegated || hasOption(dash[3], "nsdelegate");
+      security.delegated = security.delegated || mount.hasOption("nsdelegate");
     }
-    if (dash[1] == "fuse.lxcfs") security.lxcfs = true;
+    if (mount.type == "fuse.lxcfs") security.lxcfs = true;
   }
   return security;
 }
 
 HostSecurity readHostSecurity() {
-  HostSecurity security = parseHostMounts(readFile("/proc/self/mountinfo").value_or(""));
+  HostSecurity security = securityOf(parseMountInfo(readFile("/proc/self/mountinfo").value_or("")));
   security.appArmor =
       readFile("/sys/module/apparmor/parameters/enabled").value_or("").starts_with('Y');
   security.appArmorParser = exists("/sbin/apparmor_parser") || exists("/usr/sbin/apparmor_parser");

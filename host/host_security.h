@@ -3,8 +3,9 @@
 #define QX_HOST_HOST_SECURITY_H
 
 #include <string>
-#include <string_view>
 #include <vector>
+
+#include "host/mounts.h"
 
 namespace host {
 
@@ -17,8 +18,8 @@ struct HostSecurity {
   bool lxcfs = false;           ///< lxcfs runs, which takes nsdelegate away
 };
 
-/// The fields about control groups and lxcfs, from a mountinfo text.
-HostSecurity parseHostMounts(std::string_view mountinfo);
+/// The fields about control groups and lxcfs.
+HostSecurity securityOf(const std::vector<MountInfo>& mounts);
 
 /// Looks at this machine. What cannot be read counts as missing.
 HostSecurity readHostSecurity();

@@ -34,11 +34,11 @@ class Waiter {
  public:
   Waiter() {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) failErrno("cannot make a pipe");
+    if (pipe2(ends, O_CLOEXEC) != 0) failErrno("cannot create a pipe");
     const Fd readEnd(ends[0]);
     Fd writeEnd(ends[1]);
     pid_ = fork();
-    if (pid_ < 0) failErrno("cannot make a process");
+    if (pid_ < 0) failErrno("cannot start a process");
     if (pid_ == 0) {
       const int error = unshare(CLONE_NEWUSER) == 0 ? 0 : errno;
       if (write(writeEnd.get(), &error, sizeof error) != sizeof error) _exit(1);
@@ -185,6 +185,19 @@ void requireSetAside(const IdMap& map) {
          "'usermod --add-subuids %u-%u --add-subgids %u-%u root' does that",
          map.first, last, path, map.first, last, map.first, last);
   }
+}
+
+std::string missingIds(const ShellVars& settings) {
+  Container any;
+  any.vars = settings;
+  if (any.var("UNPRIVILEGED") == "no") return "";
+  const IdMap map = configuredMap(any);
+  try {
+    requireSetAside(map);
+  } catch (const Error& error) {
+    return error.what();
+  }
+  return "";
 }
 
 Fd makeUserNamespace(const IdMap& map) {

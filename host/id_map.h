@@ -46,6 +46,11 @@ bool setsAside(std::string_view text, const IdMap& map);
 /// (kBadConfig) that says how to do that.
 void requireSetAside(const IdMap& map);
 
+/// Why containers that are made with these settings of the host are privileged although
+/// nobody has chosen so, as far as it is for ids that are not set aside, with the remedy;
+/// empty when they are. Throws Error (kBadConfig).
+std::string missingIds(const ShellVars& settings);
+
 /// A new user namespace with these ids, which lasts while the descriptor does. Throws
 /// Error (kFailed).
 Fd makeUserNamespace(const IdMap& map);

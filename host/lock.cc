@@ -78,8 +78,8 @@ Fd openLockDirectory(const std::string& lockDir) {
 /// Nobody who follows the rules holds it for longer than a few system calls.
 void lockDirectory(const Fd& directory, const std::string& lockDir) {
   using Clock = std::chrono::steady_clock;
-  constexpr std::chrono::seconds kPatience{10};
-  const Clock::time_point end = Clock::now() + kPatience;
+  constexpr std::chrono::seconds kTimeout{10};
+  const Clock::time_point end = Clock::now() + kTimeout;
   while (flock(directory.get(), LOCK_EX | LOCK_NB) != 0) {
     if (errno != EWOULDBLOCK && errno != EINTR) failErrno("cannot lock %s", lockDir.c_str());
     if (Clock::now() >= end) {

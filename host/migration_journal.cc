@@ -79,6 +79,34 @@ void makeFolder() {
   if (chmod(kJournalDir, 0700) != 0) failErrno("cannot set the mode of %s", kJournalDir);
 }
 
+std::string sparePathOf(const std::string& name) {
+  return std::string(kJournalDir) + "/." + name + ".spare";
+}
+
+/// Room and an inode for a later record, while there is some; none is no error.
+void makeSpare(const std::string& path) {
+  constexpr off_t kSpareBytes = 128 << 10;
+  const Fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (fd && posix_fallocate(fd.get(), 0, kSpareBytes) != 0) unlink(path.c_str());
+}
+
+/// False with errno set when it cannot be.
+bool tryToWrite(const MigrationJournal& journal) {
+  // One process writes a journal at a time; what a dead one left is overwritten.
+  const std::string unfinished = std::string(kJournalDir) + "/." + journal.name + ".new";
+  const Fd fd(
+      open(unfinished.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!fd || !writeAll(fd.get(), formatRecord(journal.record)) || fsync(fd.get()) != 0 ||
+      rename(unfinished.c_str(), pathOf(journal.name).c_str()) != 0) {
+    const int number = errno;
+    unlink(unfinished.c_str());
+    errno = number;
+    return false;
+  }
+  const Fd folder(open(kJournalDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return folder && fsync(folder.get()) == 0;
+}
+
 }  // namespace
 
 std::string newMigrationName(unsigned ctid) {
@@ -92,23 +120,17 @@ std::string newMigrationName(unsigned ctid) {
 
 void writeJournal(const MigrationJournal& journal) {
   makeFolder();
-  const std::string path = pathOf(journal.name);
-  // One process writes a journal at a time; what a dead one left is overwritten.
-  const std::string unfinished = std::string(kJournalDir) + "/." + journal.name + ".new";
-  const auto giveUp = [&]() {
-    const int number = errno;
-    unlink(unfinished.c_str());
-    errno = number;
-    failErrno("cannot write %s", path.c_str());
-  };
-  const Fd fd(
-      open(unfinished.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!fd || !writeAll(fd.get(), formatRecord(journal.record)) || fsync(fd.get()) != 0 ||
-      rename(unfinished.c_str(), path.c_str()) != 0) {
-    giveUp();
+  const std::string spare = sparePathOf(journal.name);
+  // A full disk must not make a migration that came to its end look like an interrupted one.
+  if (!tryToWrite(journal) && !((errno == ENOSPC || errno == EDQUOT) &&
+                                unlink(spare.c_str()) == 0 && tryToWrite(journal))) {
+    failErrno("cannot write %s", pathOf(journal.name).c_str());
   }
-  const Fd folder(open(kJournalDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!folder || fsync(folder.get()) != 0) failErrno("cannot write %s to the disk", path.c_str());
+  if (journal.record.state == MigrationState::kRunning) {
+    makeSpare(spare);
+  } else {
+    unlink(spare.c_str());
+  }
 }
 
 MigrationJournal readJournal(const std::string& name) {

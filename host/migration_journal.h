@@ -28,7 +28,9 @@ struct MigrationJournal {
 std::string newMigrationName(unsigned ctid);
 
 /// Writes a journal, at once and to the disk: whoever reads it, after a crash too,
-/// finds the old record or the new one. Makes the folder. Throws Error.
+/// finds the old record or the new one. Makes the folder. While the record says
+/// running, a file beside it keeps some room, which is used when the disk is full.
+/// Throws Error.
 void writeJournal(const MigrationJournal& journal);
 
 /// Throws Error: kNotFound when there is none of that name, kBadConfig when it is

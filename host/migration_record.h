@@ -42,17 +42,17 @@ struct MigrationRecord {
   std::string source;  ///< as the administrator calls the server
   ServerIdentity server;
 
-  // Parameters; nothing that could be a secret.
+  /// Parameters; nothing that could be a secret.
   std::string hostname, distribution, osTemplate;
   std::vector<std::string> excludes, services;
   bool keepOnFailure = false;
 
-  // What there was before it began.
+  /// What there was before it began.
   bool hadConfiguration = false;
   bool hadPrivateArea = false;
   uint64_t keptInode = 0;  ///< of what an earlier one had kept; 0: nothing
 
-  // Places that it uses.
+  /// Places that it uses.
   std::string configuration, privateArea, root, lock;
 
   ProcessIdentity process;

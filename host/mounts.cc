@@ -1,11 +1,15 @@
 #include "host/mounts.h"
 
 #include <fcntl.h>
+#include <mntent.h>
 #include <sys/mount.h>
 
 #include <algorithm>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
+#include <memory>
+#include <optional>
 
 #include "host/error.h"
 #include "host/file.h"
@@ -22,6 +26,11 @@ std::string resolved(const std::string& path) {
   std::string result = real;
   free(real);
   return result;
+}
+
+bool isAmong(std::string_view options, std::string_view name) {
+  return ("," + std::string(options) + ",").find("," + std::string(name) + ",") !=
+         std::string::npos;
 }
 
 }  // namespace
@@ -41,13 +50,42 @@ std::string unescaped(std::string_view text) {
   return plain;
 }
 
-std::vector<std::string> parseMountPoints(std::string_view mountinfo) {
-  std::vector<std::string> points;
-  for (std::string_view line : splitLines(mountinfo)) {
+bool MountInfo::hasOption(std::string_view name) const { return isAmong(options, name); }
+
+bool TableLine::hasOption(std::string_view name) const { return isAmong(options, name); }
+
+std::vector<MountInfo> parseMountInfo(std::string_view mountinfo) {
+  std::vector<MountInfo> mounts;
+  for (const std::string_view line : splitLines(mountinfo)) {
+    // ID PARENT MAJOR:MINOR ROOT POINT OPTIONS [FIELD...] - TYPE SOURCE OPTIONS
     const std::vector<std::string_view> words = splitWords(line);
-    if (words.size() >= 6) points.push_back(unescaped(words[4]));
+    const auto dash = std::find(words.begin(), words.end(), "-");
+    if (dash - words.begin() < 6 || words.end() - dash < 4) continue;
+    mounts.push_back({unescaped(words[3]), unescaped(words[4]), std::string(dash[1]),
+                      unescaped(dash[2]), std::string(dash[3])});
   }
-  return points;
+  return mounts;
+}
+
+std::vector<MountInfo> currentMounts() {
+  const std::optional<std::string> text = readFile("/proc/self/mountinfo");
+  if (!text) failErrno("cannot read /proc/self/mountinfo");
+  return parseMountInfo(*text);
+}
+
+std::vector<TableLine> parseMountTable(std::string_view text) {
+  std::vector<TableLine> table;
+  std::string bytes(text);
+  const std::unique_ptr<FILE, int (*)(FILE*)> stream(
+      bytes.empty() ? nullptr : fmemopen(bytes.data(), bytes.size(), "r"), fclose);
+  mntent entry{};
+  std::vector<char> buffer(bytes.size() + 1);
+  while (stream && getmntent_r(stream.get(), &entry, buffer.data(),
+                               static_cast<int>(buffer.size())) != nullptr) {
+    if (*entry.mnt_type == '\0') continue;
+    table.push_back({entry.mnt_fsname, entry.mnt_dir, entry.mnt_type, entry.mnt_opts});
+  }
+  return table;
 }
 
 void makePrivate(const std::string& path) {
@@ -66,19 +104,16 @@ void setHarmless(const std::string& path, bool harmless) {
 }
 
 std::vector<std::string> mountPoints() {
-  const std::optional<std::string> text = readFile("/proc/self/mountinfo");
-  if (!text) failErrno("cannot read /proc/self/mountinfo");
-  return parseMountPoints(*text);
+  std::vector<std::string> points;
+  for (const MountInfo& mount : currentMounts()) points.push_back(mount.point);
+  return points;
 }
 
-std::string mountSource(std::string_view mountinfo, const std::string& path) {
+std::string mountSource(const std::vector<MountInfo>& mounts, const std::string& path) {
   const std::string place = resolved(path);
   std::string source;
-  for (const std::string_view line : splitLines(mountinfo)) {
-    const std::vector<std::string_view> words = splitWords(line);
-    const auto dash = std::find(words.begin(), words.end(), "-");
-    if (words.end() - dash < 3 || words.size() < 6 || unescaped(words[4]) != place) continue;
-    source = unescaped(dash[2]);
+  for (const MountInfo& mount : mounts) {
+    if (mount.point == place) source = mount.source;
   }
   return source;
 }
@@ -100,10 +135,8 @@ std::vector<std::string> mountsBelow(const std::vector<std::string>& points,
 std::string missingMount(std::string_view fstab, const std::vector<std::string>& points,
                          const std::string& path) {
   std::string deepest;
-  for (const std::string_view line : splitLines(fstab)) {
-    const std::vector<std::string_view> words = splitWords(line);
-    if (words.size() < 3 || words[0].starts_with('#')) continue;
-    const std::string place = unescaped(words[1]);
+  for (const TableLine& line : parseMountTable(fstab)) {
+    const std::string& place = line.point;
     if (!place.starts_with('/') || place == "/") continue;
     if (!(path + "/").starts_with(place + "/") || place.size() <= deepest.size()) continue;
     if (countMountsAt(points, place) == 0) deepest = place;

@@ -1,4 +1,4 @@
-// What is mounted where: /proc/self/mountinfo.
+// What is mounted where: mountinfo, and tables as fstab is one.
 #ifndef QX_HOST_MOUNTS_H
 #define QX_HOST_MOUNTS_H
 
@@ -11,9 +11,32 @@ namespace host {
 /// The text with the octal escapes undone in which mountinfo and fstab write blanks.
 std::string unescaped(std::string_view text);
 
-/// The mount points that a mountinfo text lists, in its order, with its octal
-/// escapes undone. Lines too short to be one are skipped.
-std::vector<std::string> parseMountPoints(std::string_view mountinfo);
+/// One mount of /proc/PID/mountinfo, octal escapes undone.
+struct MountInfo {
+  std::string root;     ///< the folder of the file system that it shows
+  std::string point;    ///< where
+  std::string type;     ///< of the file system
+  std::string source;   ///< such as "/dev/sda1"; what the type wants it to be
+  std::string options;  ///< of the file system: for control groups, the controllers
+
+  bool hasOption(std::string_view name) const;
+};
+
+/// The mounts that a mountinfo text lists, in its order. Lines that are none are skipped.
+std::vector<MountInfo> parseMountInfo(std::string_view mountinfo);
+
+/// The mounts of this process's mount namespace. Throws Error.
+std::vector<MountInfo> currentMounts();
+
+/// One line of a table as /etc/fstab or /proc/mounts is one, escapes undone.
+struct TableLine {
+  std::string device, point, type, options;
+
+  bool hasOption(std::string_view name) const;
+};
+
+/// The lines of such a text that have a type at least.
+std::vector<TableLine> parseMountTable(std::string_view text);
 
 /// Takes what is mounted on `path` out of the group of mounts that its place or its
 /// source belongs to. On most hosts every mount is shared: what is mounted on one of
@@ -28,9 +51,9 @@ void setHarmless(const std::string& path, bool harmless);
 /// The mount points of this process's mount namespace. Throws Error.
 std::vector<std::string> mountPoints();
 
-/// The source of what a mountinfo text has mounted on `path` last, such as
-/// "/dev/loop0"; empty when nothing is.
-std::string mountSource(std::string_view mountinfo, const std::string& path);
+/// The source of what is mounted on `path` last, such as "/dev/loop0"; empty when
+/// nothing is.
+std::string mountSource(const std::vector<MountInfo>& mounts, const std::string& path);
 
 /// How often `path` (symbolic links resolved) occurs in `points`.
 size_t countMountsAt(const std::vector<std::string>& points, const std::string& path);

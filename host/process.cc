@@ -93,14 +93,20 @@ void runProgram(const std::vector<std::string>& arguments) { run(arguments, fals
 
 std::string outputOf(const std::vector<std::string>& arguments) { return run(arguments, true); }
 
-void requireProgram(const char* name, const char* package) {
+std::string findProgram(const std::string& name) {
   const char* path = getenv("PATH");
   std::string rest = path == nullptr ? "/usr/sbin:/usr/bin:/sbin:/bin" : path;
   while (!rest.empty()) {
-    const std::string directory = rest.substr(0, rest.find(':'));
-    if (access((directory + "/" + name).c_str(), X_OK) == 0) return;
-    rest.erase(0, directory.size() + 1);
+    const std::string folder = rest.substr(0, rest.find(':'));
+    const std::string candidate = (folder.empty() ? "." : folder) + "/" + name;
+    if (access(candidate.c_str(), X_OK) == 0) return candidate;
+    rest.erase(0, folder.size() + 1);
   }
+  return "";
+}
+
+void requireProgram(const char* name, const char* package) {
+  if (!findProgram(name).empty()) return;
   fail(ExitCode::kFailed, "the program %s is missing: install the package %s", name, package);
 }
 

@@ -17,6 +17,10 @@ void runProgram(const std::vector<std::string>& arguments);
 /// last 4096 bytes, without line ends at its end.
 std::string outputOf(const std::vector<std::string>& arguments);
 
+/// The path of a program that PATH has, or the system's own folders where PATH is not set;
+/// empty when it has none.
+std::string findProgram(const std::string& name);
+
 /// Throws Error (kFailed), which names the package to install, unless PATH has this
 /// program.
 void requireProgram(const char* name, const char* package);

@@ -8,15 +8,15 @@
 
 namespace hwcalc {
 
-// The output of a counting command: one number, white space around it.
+/// The output of a counting command: one number, white space around it.
 std::int32_t readCount(const std::string& output);
 
-// The pages of System V shared memory in the output of "ipcs -m -u"; 0 when it
-// does not say.
+/// The pages of System V shared memory in the output of "ipcs -m -u"; 0 when it
+/// does not say.
 std::int32_t readAllocatedPages(const std::string& ipcsOutput);
 
-// The sum of the used column, the third, in the output of df: 1024-byte blocks
-// with "-k", inodes with "-i".
+/// The sum of the used column, the third, in the output of df: 1024-byte blocks
+/// with "-k", inodes with "-i".
 std::int32_t sumUsed(const std::string& dfOutput);
 
 }  // namespace hwcalc

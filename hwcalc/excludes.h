@@ -13,14 +13,14 @@
 
 namespace hwcalc {
 
-// How a mount point is left out.
+/// How a mount point is left out.
 struct MountFlags {
   bool excluded = false;
-  bool contentsOnly = false;  // the directory itself is copied
+  bool contentsOnly = false;  ///< the directory itself is copied
   bool operator==(const MountFlags&) const = default;
 };
 
-// The types that the kernel has no device for, from the text of /proc/filesystems.
+/// The types that the kernel has no device for, from the text of /proc/filesystems.
 std::set<std::string> parseVirtualTypes(const std::string& text);
 
 class MountPoints {
@@ -28,17 +28,17 @@ class MountPoints {
   explicit MountPoints(std::set<std::string> virtualTypes)
       : virtualTypes_(std::move(virtualTypes)) {}
 
-  // Records what the entries of a table are, over what is recorded already.
+  /// Records what the entries of a table are, over what is recorded already.
   void add(const std::vector<MountEntry>& table);
 
   bool reiserfsSeen() const { return reiserfsSeen_; }
 
-  // What is recorded, without trailing slashes.
+  /// What is recorded, without trailing slashes.
   const std::map<std::string, MountFlags>& points() const { return points_; }
 
-  // The paths to exclude, in the order of the paths. A mount point inside another
-  // one is dropped where the outer one's path already takes it out, that is when
-  // that is excluded or taken contents-only.
+  /// The paths to exclude, in the order of the paths. A mount point inside another
+  /// one is dropped where the outer one's path already takes it out, that is when
+  /// that is excluded or taken contents-only.
   std::list<QXA::QXAExcludePath> excludes() const;
 
  private:

@@ -24,7 +24,7 @@
 
 namespace hwcalc {
 
-// The key of one mapping: the identity of the mapped object and the place in it.
+/// The key of one mapping: the identity of the mapped object and the place in it.
 struct map_idx_t {
   std::uint64_t object;
   std::uint64_t place;
@@ -35,30 +35,30 @@ struct MapIdxHash {
   std::size_t operator()(const map_idx_t& key) const;
 };
 
-// One distinct mapping.
+/// One distinct mapping.
 struct map_info_t {
-  std::uint64_t pages = 0;  // the largest size that a process has of it
-  std::uint32_t flags = 0;  // MapFlag bits
-  float share = 1.0f;       // how much of it counts
+  std::uint64_t pages = 0;  ///< the largest size that a process has of it
+  std::uint32_t flags = 0;  ///< MapFlag bits
+  float share = 1.0f;       ///< how much of it counts
 };
 
 struct proc_info_t {
-  std::vector<map_idx_t> maps;  // in the order of the addresses
+  std::vector<map_idx_t> maps;  ///< in the order of the addresses
   std::string name;
-  std::uint32_t parent = 0;    // process id
-  std::uint32_t resident = 0;  // kilobytes
-  std::uint32_t locked = 0;    // kilobytes
+  std::uint32_t parent = 0;    ///< process id
+  std::uint32_t resident = 0;  ///< kilobytes
+  std::uint32_t locked = 0;    ///< kilobytes
 };
 
 class MemoryTable {
  public:
-  // Adds a process; each id only once.
+  /// Adds a process; each id only once.
   void add(std::uint32_t id, const ProcStatus& status, const std::vector<MapsLine>& maps);
 
-  // Works out the shares. To be called once, when all processes have been added.
+  /// Works out the shares. To be called once, when all processes have been added.
   void link();
 
-  // Pages that count, each distinct mapping's rounded down; at most 2147483647.
+  /// Pages that count, each distinct mapping's rounded down; at most 2147483647.
   std::uint32_t privatePages() const;
   std::uint32_t lockedPages() const;
 

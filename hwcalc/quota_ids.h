@@ -12,14 +12,14 @@
 namespace hwcalc {
 
 struct QuotaDevices {
-  std::vector<std::string> devices;  // in the table's order, as often as it has them
-  bool plainQuota = false;           // one has the option "quota" for its first
+  std::vector<std::string> devices;  ///< in the table's order, as often as it has them
+  bool plainQuota = false;           ///< one has the option "quota" for its first
 };
 
 QuotaDevices findQuotaDevices(const std::vector<MountEntry>& table);
 
-// How many ids the container's quotas have to hold. The option "quota" does not
-// say that groups have quotas: as many groups as users are then expected.
+/// How many ids the container's quotas have to hold. The option "quota" does not
+/// say that groups have quotas: as many groups as users are then expected.
 std::uint32_t countQuotaIds(const std::set<unsigned>& users, const std::set<unsigned>& groups,
                             bool plainQuota);
 

@@ -8,8 +8,8 @@
 
 namespace hwcalc {
 
-// Nameservers and search domains in the file's text, in order. Other settings
-// ("domain" too), comments and lines of one word are ignored.
+/// Nameservers and search domains in the file's text, in order. Other settings
+/// ("domain" too), comments and lines of one word are ignored.
 std::pair<std::list<std::string>, std::list<std::string>> parseResolverSettings(
     const std::string& text);
 

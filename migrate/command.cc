@@ -16,8 +16,8 @@ int exitCode(int status) { return (status >> 8) & 255; }
 }  // namespace
 
 Argv::Argv(const std::vector<std::string>& words) {
-  for (const std::string& word : words) m_pointers.push_back(word.c_str());
-  m_pointers.push_back(nullptr);
+  for (const std::string& word : words) pointers_.push_back(word.c_str());
+  pointers_.push_back(nullptr);
 }
 
 bool endedWell(int status) { return !wasSignalled(status) && exitCode(status) == 0; }

@@ -9,33 +9,33 @@
 
 namespace P2V {
 
-// What the framework's runner is built with and given: how many bytes of each
-// collected stream it keeps, and the seconds a program may run.
+/// What the framework's runner is built with and given: how many bytes of each
+/// collected stream it keeps, and the seconds a program may run.
 constexpr int kRunnerBytes = 16384;
 constexpr int kRunnerSeconds = 80000;
 
-// An argument vector as the runner and messages take it: null-terminated, valid as
-// long as the object and the words live.
+/// An argument vector as the runner and messages take it: null-terminated, valid as
+/// long as the object and the words live.
 class Argv {
  public:
   explicit Argv(const std::vector<std::string>& words);
-  const char* const* get() const { return m_pointers.data(); }
+  const char* const* get() const { return pointers_.data(); }
 
  private:
-  std::vector<const char*> m_pointers;
+  std::vector<const char*> pointers_;
 };
 
-// Wait statuses, as waitpid gives them. A program ended well when no signal ended
-// it and it exited with 0; an rsync also when it exited with 23.
+/// Wait statuses, as waitpid gives them. A program ended well when no signal ended
+/// it and it exited with 0; an rsync also when it exited with 23.
 bool endedWell(int status);
 bool rsyncEndedWell(int status);
 
-// Runs a program and returns its wait status; its streams are not looked at.
+/// Runs a program and returns its wait status; its streams are not looked at.
 int runCommand(const std::vector<std::string>& words);
 
-// Runs a program that must end well. Returns true, or false with the error
-// "Deserializer command '%s' returned a non-successful status: ..." recorded in
-// the stage's context.
+/// Runs a program that must end well. Returns true, or false with the error
+/// "Deserializer command '%s' returned a non-successful status: ..." recorded in
+/// the stage's context.
 bool runOrRecord(Stage& stage, const std::vector<std::string>& words);
 
 }  // namespace P2V

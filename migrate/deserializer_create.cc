@@ -84,7 +84,7 @@ int DRAHN2VPSMigrateDeserializerSys::createDstSrv() {
 
     const std::string path = "/etc/sysconfig/qx-scripts/" + id + ".conf";
     // From here on there is something for finish to remove.
-    m_created = true;
+    created_ = true;
 
     if (!assignAddresses(stage, config)) return stage.end();
     const QXA::QXAEnvConfigBashParser writer{QXL::QXLVocCacheLocal()};

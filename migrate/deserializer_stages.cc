@@ -61,7 +61,7 @@ int DRAHN2VPSMigrateDeserializerSys::tuneDstSrv() {
     if (osTemplate && osTemplate->name.compare(0, 1, ".") == 0) {
       P2V::runCommand({"/usr/sbin/qxpkg", "sync_qxpackages", id});
     }
-    m_tuned = true;
+    tuned_ = true;
     return stage.end();
   });
 }

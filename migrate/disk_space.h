@@ -11,27 +11,27 @@ namespace P2V {
 
 struct DuTotal {
   long long bytes = 0;
-  std::size_t position = 0;  // of the number's first digit; npos when there is none
+  std::size_t position = 0;  ///< of the number's first digit; npos when there is none
 };
 
-// The number that begins at the first digit of "du -s PATH"'s output.
+/// The number that begins at the first digit of "du -s PATH"'s output.
 DuTotal parseDuTotal(const std::string& output);
 
-// The command that measures the patterns together. They are not quoted: the shell
-// is to expand their wildcards.
+/// The command that measures the patterns together. They are not quoted: the shell
+/// is to expand their wildcards.
 std::string duCommand(const std::vector<std::string>& patterns);
 
-// The grand total that "du -s -c" prints as its last line: the number that begins
-// at the first digit of that line at or after the position.
+/// The grand total that "du -s -c" prints as its last line: the number that begins
+/// at the first digit of that line at or after the position.
 long long parseDuGrandTotal(const std::string& output, std::size_t position);
 
-// The line of df's output that holds the figures, the one after the titles; empty
-// when there is none.
+/// The line of df's output that holds the figures, the one after the titles; empty
+/// when there is none.
 std::string dfDataLine(const std::string& output);
 
-// Used plus available, which is what the file system can give in total less its
-// reserved blocks. Fields are found by their positions in the line (file system,
-// size, used, available); a figure that is not there counts as 0.
+/// Used plus available, which is what the file system can give in total less its
+/// reserved blocks. Fields are found by their positions in the line (file system,
+/// size, used, available); a figure that is not there counts as 0.
 long long parseDfLine(const std::string& line);
 
 }  // namespace P2V

@@ -7,8 +7,8 @@
 
 namespace P2V {
 
-// Adds the patterns that are always excluded; leaves the list without duplicates
-// and in ascending byte order.
+/// Adds the patterns that are always excluded; leaves the list without duplicates
+/// and in ascending byte order.
 void completeExcludes(std::vector<std::string>& list);
 
 }  // namespace P2V

@@ -79,7 +79,7 @@ int DRAHN2VPSMigrateSerializerSys::init(
 
 int DRAHN2VPSMigrateSerializerSys::finish() {
   return P2V::runStage(*this, [&](P2V::Stage& stage) {
-    m_rsync.reset();
+    rsync_.reset();
     return stage.end();
   });
 }
@@ -116,7 +116,7 @@ int DRAHN2VPSMigrateDeserializerSys::lockVPS() {
   return P2V::runStage(*this, [&](P2V::Stage& stage) {
     const P2V::ParamsPtr params = P2V::p2vParams(getParams());
     if (!params) return stage.fail("%s", P2V::kNoParams);
-    m_locked = P2V::lockCT(P2V::containerId(*params), kLockStatus, stage.context()) == 0;
+    locked_ = P2V::lockCT(P2V::containerId(*params), kLockStatus, stage.context()) == 0;
     return stage.end();
   });
 }
@@ -132,14 +132,14 @@ int DRAHN2VPSMigrateDeserializerSys::finish() {
     const unsigned int ctid = P2V::containerId(*params);
     const std::string id = P2V::containerIdText(*params);
     P2V::runCommand({kQxctl, kSkipLock, "umount", id});
-    if (m_tuned) P2V::runCommand({kQxctl, kSkipLock, "convert", id});
+    if (tuned_) P2V::runCommand({kQxctl, kSkipLock, "convert", id});
     // The next two ways out leave the base unfinished and the command open. They
     // must stay so: the framework closes what is left open, and the worker can
     // still be asked for what it was initialised with.
-    if (!m_locked) return 0;
-    if (m_tuned || !m_created) return P2V::unlockCT(ctid);
+    if (!locked_) return 0;
+    if (tuned_ || !created_) return P2V::unlockCT(ctid);
     rollBack(*params);
-    m_created = false;
+    created_ = false;
     P2V::unlockCT(ctid);
     QXLHaulSerializerBaseLocalPrototype::finish();
     return stage.end();

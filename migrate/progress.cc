@@ -19,11 +19,11 @@ std::optional<int> scanProgressLine(const char* line) {
 }
 
 std::optional<int> ProgressThrottle::accept(const char* line, std::time_t now) {
-  if (m_lastTime <= now && now < m_lastTime + kQuietSeconds) return {};
+  if (lastTime_ <= now && now < lastTime_ + kQuietSeconds) return {};
   const std::optional<int> percent = scanProgressLine(line);
-  if (!percent || *percent == m_lastPercent) return {};
-  m_lastPercent = *percent;
-  m_lastTime = now;
+  if (!percent || *percent == lastPercent_) return {};
+  lastPercent_ = *percent;
+  lastTime_ = now;
   if (*percent == 0) return {};
   return percent;
 }

@@ -6,9 +6,9 @@
 
 namespace P2V {
 
-// The program's path under the directory that the environment variable QXA_TMPDIR
-// names; under "/" when the variable is unset or empty. No separator is put in
-// between.
+/// The program's path under the directory that the environment variable QXA_TMPDIR
+/// names; under "/" when the variable is unset or empty. No separator is put in
+/// between.
 std::string rsyncPath();
 
 }  // namespace P2V

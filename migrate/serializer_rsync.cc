@@ -27,17 +27,17 @@ int DRAHN2VPSMigrateSerializerSys::startRSyncServer(
     fcntl(in, F_SETFD, 0);
     fcntl(out, F_SETFD, 0);
 
-    m_rsync.reset();
-    m_rsync = std::make_unique<QXL::HWExec>(P2V::kRunnerBytes);
-    m_rsync->setfd(QXL::GenExecInput, in);
-    m_rsync->setfd(QXL::GenExecOutput, out);
+    rsync_.reset();
+    rsync_ = std::make_unique<QXL::HWExec>(P2V::kRunnerBytes);
+    rsync_->setfd(QXL::GenExecInput, in);
+    rsync_->setfd(QXL::GenExecOutput, out);
 
     stage.context()->freportProgress("Starting rsync...");
     // No exclude options: the receiving rsync sends them over its protocol.
     const std::vector<std::string> words = {P2V::rsyncPath(), "--server", "--sender", "-ESHa",
                                             "--numeric-ids",  "--delete", ".",        "/"};
     const P2V::Argv argv(words);
-    if (m_rsync->execAsync(kStartFlags, argv.get(), kNoTimeLimit) != 0) {
+    if (rsync_->execAsync(kStartFlags, argv.get(), kNoTimeLimit) != 0) {
       return stage.fail("Serializer can't execute '%s'", Expand::join_argv(argv.get()).c_str());
     }
     return stage.end();
@@ -46,13 +46,13 @@ int DRAHN2VPSMigrateSerializerSys::startRSyncServer(
 
 int DRAHN2VPSMigrateSerializerSys::waitRSyncServer() {
   return P2V::runStage(*this, [&](P2V::Stage& stage) {
-    if (!m_rsync) return stage.end();
-    const int status = m_rsync->wait();
+    if (!rsync_) return stage.end();
+    const int status = rsync_->wait();
     if (!P2V::rsyncEndedWell(status)) {
       return stage.fail("Serializer rsync returned a non-successful status: %d, %s", status,
                         QXL::getErrorMessage().c_str());
     }
-    m_rsync.reset();
+    rsync_.reset();
     return stage.end();
   });
 }

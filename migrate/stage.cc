@@ -9,13 +9,13 @@
 namespace P2V {
 
 bool Stage::begin() {
-  m_request.beginCommand();
+  request_.beginCommand();
   return QXL::QXLAccessChecker::accessCheck(QXL::QXLAccessChecker::getClientContext(),
                                             QXL::QXLConfiguration::getLocalEID(),
                                             kMigrateRight) == 0;
 }
 
-int Stage::refuse() { return m_request.endCommand({kAccessDenied, ""}); }
+int Stage::refuse() { return request_.endCommand({kAccessDenied, ""}); }
 
 int Stage::fail(const char* format, ...) {
   va_list arguments;
@@ -25,10 +25,10 @@ int Stage::fail(const char* format, ...) {
   return end();
 }
 
-int Stage::end() { return m_request.endCommand({0, ""}); }
+int Stage::end() { return request_.endCommand({0, ""}); }
 
 int Stage::succeed(const QXL::QXLWriterPrototype& answer) {
-  return m_request.endCommandWithAnswer(answer);
+  return request_.endCommandWithAnswer(answer);
 }
 
 ParamsPtr p2vParams(const boost::shared_ptr<QXL::QXLHaulSerializerBaseParams>& params) {

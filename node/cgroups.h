@@ -10,6 +10,10 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "host/mounts.h"
+#include "node/host.h"
 
 namespace node {
 
@@ -41,9 +45,9 @@ std::optional<std::string> limitGroupOf(std::string_view cgroups, std::string_vi
 std::optional<std::string> limitFile(const CgroupLayout& layout, unsigned id, pid_t init,
                                      const std::string& name);
 
-/// The layout that a mountinfo text shows, without the controllers of the
-/// second generation, which the mount itself lists.
-CgroupLayout parseCgroupMounts(std::string_view mountinfo);
+/// The layout that these mounts show, without the controllers of the second generation,
+/// which the mount itself lists.
+CgroupLayout layoutOf(const std::vector<MountInfo>& mounts);
 
 /// The layout of this process's mount namespace. Throws Error.
 CgroupLayout readCgroupLayout();

@@ -164,7 +164,7 @@ void destroyContainer(const Container& container) {
       errno != EEXIST) {
     failErrno("cannot remove %s", container.root.c_str());
   }
-  forgetRun(container.id);
+  forgetContainer(container.id);
   const std::string config = configPath(container.id);
   if (unlink(config.c_str()) != 0 && errno != ENOENT) {
     failErrno("cannot remove %s", config.c_str());

@@ -41,7 +41,7 @@ Ext4Facts factsOf(const std::string& image) {
   if (got < 0) failErrno("cannot read %s", image.c_str());
   const std::optional<Ext4Facts> facts =
       parseExt4(std::string_view(start, static_cast<size_t>(got)));
-  if (!facts) fail(ExitCode::kFailed, "%s is no ext4 file system", image.c_str());
+  if (!facts) fail(ExitCode::kFailed, "%s is not an ext4 file system", image.c_str());
   return *facts;
 }
 
@@ -136,8 +136,8 @@ bool isInUse(const std::string& image) {
 /// time after the last mount in whatever namespace.
 void awaitUnused(const std::string& image) {
   using Clock = std::chrono::steady_clock;
-  constexpr std::chrono::seconds kPatience{10};
-  const Clock::time_point end = Clock::now() + kPatience;
+  constexpr std::chrono::seconds kTimeout{10};
+  const Clock::time_point end = Clock::now() + kTimeout;
   while (isInUse(image)) {
     if (Clock::now() >= end) {
       fail(ExitCode::kBusy,

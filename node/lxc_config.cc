@@ -106,7 +106,7 @@ HostFacts readHostFacts(const Container& container) {
   // As the kernel calls a program that was replaced while it ran, by an upgrade.
   constexpr std::string_view kReplaced = " (deleted)";
   if (facts.qxctl.ends_with(kReplaced)) facts.qxctl.resize(facts.qxctl.size() - kReplaced.size());
-  facts.device = mountSource(readFile("/proc/self/mountinfo").value_or(""), container.tree());
+  facts.device = mountSource(currentMounts(), container.tree());
   return facts;
 }
 

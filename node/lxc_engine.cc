@@ -189,12 +189,12 @@ Outcome stopContainer(const Container& container, int timeoutSeconds) {
     bool stopped = false;
     // An init that has only just begun is deaf, so it is asked more than once.
     for (int left = timeoutSeconds; left > 0 && !stopped; left -= kAskAgainSeconds) {
-      const int patience = std::min(left, kAskAgainSeconds);
+      const int seconds = std::min(left, kAskAgainSeconds);
       if (haltSignal(container).empty()) {
         askInit(container);
-        stopped = lxc->wait(lxc.get(), "STOPPED", patience);
+        stopped = lxc->wait(lxc.get(), "STOPPED", seconds);
       } else {
-        stopped = lxc->shutdown(lxc.get(), patience);
+        stopped = lxc->shutdown(lxc.get(), seconds);
       }
     }
     if (!stopped && lxc->is_running(lxc.get()) &&

@@ -160,7 +160,7 @@ template <class Work>
 pid_t inChild(Work work) {
   fflush(nullptr);
   const pid_t child = fork();
-  if (child < 0) node::failErrno("cannot make a process for a container");
+  if (child < 0) node::failErrno("cannot start a process for a container");
   if (child > 0) return child;
   const int result = node::runTool("qxctl", work);
   fflush(nullptr);
@@ -361,7 +361,10 @@ void describeRunning(CLI::App& app, Options& options, Command& chosen) {
   });
   CLI::App* change = app.add_subcommand("set", "Change variables of the configuration");
   change->add_option("ID", options.ctid, "Container id")->required();
-  change->add_option("NAME=VALUE", options.words, "Variables, such as NUMPROC=500:500")->required();
+  change
+      ->add_option("VARIABLE", options.words,
+                   "NAME=VALUE, such as NUMPROC=500:500; may be repeated")
+      ->required();
   change->callback([&chosen] { chosen = set; });
   // For LXC: name, section and type, and what some types add.
   CLI::App* called = app.add_subcommand("hook")->group("");

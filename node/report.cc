@@ -13,6 +13,7 @@
 #include "host/interfaces.h"
 #include "host/migration_journal.h"
 #include "host/mounts.h"
+#include "host/settings.h"
 #include "host/state.h"
 #include "host/text.h"
 #include "node/limits.h"
@@ -104,7 +105,11 @@ std::string dump(const Json& json) {
 }  // namespace
 
 HostState readHostState() {
-  return {mountPoints(), readFile("/etc/fstab").value_or(""), hostWarnings(readHostSecurity()),
+  std::vector<std::string> warnings = hostWarnings(readHostSecurity());
+  if (const std::string missing = missingIds(hostSettings()); !missing.empty()) {
+    warnings.push_back("new containers will be privileged: " + missing);
+  }
+  return {mountPoints(), readFile("/etc/fstab").value_or(""), std::move(warnings),
           readCgroupLayout()};
 }
 

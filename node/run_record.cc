@@ -52,6 +52,16 @@ void forgetRun(unsigned id) {
   unlink(runRecordPath(id, kMonitorRecord).c_str());
   // What stays there is in nobody's way.
   std::error_code ignored;
+  for (const auto& entry :
+       std::filesystem::directory_iterator(lxcDirectory() + "/" + lxcName(id), ignored)) {
+    // Compiling a profile takes seconds, and LXC writes none that is there already.
+    if (entry.path().filename() != "apparmor") std::filesystem::remove_all(entry.path(), ignored);
+  }
+}
+
+void forgetContainer(unsigned id) {
+  forgetRun(id);
+  std::error_code ignored;
   std::filesystem::remove_all(lxcDirectory() + "/" + lxcName(id), ignored);
 }
 

@@ -28,8 +28,12 @@ void recordRun(unsigned id, pid_t init);
 /// The init has ended.
 void forgetInit(unsigned id);
 
-/// The container is stopped: nothing is kept of its run.
+/// The container is stopped: nothing is kept of its run but its profile of AppArmor. One
+/// that has not changed is not compiled again at the next start.
 void forgetRun(unsigned id);
+
+/// The container is no more: nothing is kept.
+void forgetContainer(unsigned id);
 
 }  // namespace node
 

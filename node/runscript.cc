@@ -44,7 +44,7 @@ struct Pipes {
 
 void makePipe(Fd (&ends)[2], const std::optional<IdMap>& map) {
   int fds[2];
-  if (pipe2(fds, O_CLOEXEC) != 0) failErrno("cannot make a pipe");
+  if (pipe2(fds, O_CLOEXEC) != 0) failErrno("cannot create a pipe");
   ends[0] = Fd(fds[0]);
   ends[1] = Fd(fds[1]);
   // "echo >/dev/stderr" opens it anew, which only its owner may.
@@ -108,7 +108,7 @@ int exitStatus(int status) {
     // Nor may anybody in there look into this process, or write to its memory.
     if (prctl(PR_SET_DUMPABLE, 0) != 0) failErrno("cannot hide the script's first process");
     const pid_t child = fork();
-    if (child < 0) failErrno("cannot make a process for the script");
+    if (child < 0) failErrno("cannot start a process for the script");
     if (child == 0) execScript(plan, errorPipe);
     confine();
     closeAllBut(errorPipe);
@@ -193,7 +193,7 @@ int runScript(const Container& container, const std::string& scriptPath) {
   arguments.flags = CLONE_NEWPID;
   arguments.exit_signal = SIGCHLD;
   const auto child = static_cast<pid_t>(syscall(SYS_clone3, &arguments, sizeof arguments));
-  if (child < 0) failErrno("cannot make a process in a pid namespace for the script");
+  if (child < 0) failErrno("cannot start a process in a pid namespace for the script");
   if (child == 0) runFirstProcess(plan, self.get(), pipes);
   for (auto* ends : {&pipes.out, &pipes.err, &pipes.error}) (*ends)[1].reset();
   relayOutput(pipes.out[0], pipes.err[0]);

@@ -119,7 +119,7 @@ void leaveOldRoot(Fd oldRoot) {
 void enterSandbox(const std::string& tree, const std::string& hostname, const std::string& script,
                   const Fd& userNamespace) {
   if (unshare(CLONE_NEWNS | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWNET) != 0) {
-    failErrno("cannot make namespaces for the script");
+    failErrno("cannot create namespaces for the script");
   }
   if (!hostname.empty() && sethostname(hostname.data(), hostname.size()) != 0) {
     failErrno("cannot set the host name '%s'", hostname.c_str());

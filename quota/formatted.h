@@ -7,7 +7,7 @@
 
 namespace QuotaMgmt {
 
-// A printf-formatted string of any length.
+/// A printf-formatted string of any length.
 std::string formatted(const char* format, ...) __attribute__((format(printf, 1, 2)));
 std::string formattedList(const char* format, va_list arguments)
     __attribute__((format(printf, 1, 0)));

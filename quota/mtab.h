@@ -13,8 +13,8 @@ struct MountEntry {
   std::vector<std::string> options;
 };
 
-// The entries of the table's text, in order. Lines without the four fields up to
-// the options are skipped. Fields are as they stand: a blank in a path is "\040".
+/// The entries of the table's text, in order. Lines without the four fields up to
+/// the options are skipped. Fields are as they stand: a blank in a path is "\040".
 std::vector<MountEntry> parseMtab(const std::string& text);
 
 }  // namespace QuotaMgmt

@@ -7,9 +7,9 @@
 
 namespace QuotaMgmt {
 
-// Empties both outputs; then `toSet` gets every wanted entry that is not in
-// `current` or differs there in any of its six values, and `toClear` every current
-// entry that is not wanted. No pointer may be null, and no output be an input.
+/// Empties both outputs; then `toSet` gets every wanted entry that is not in
+/// `current` or differs there in any of its six values, and `toClear` every current
+/// entry that is not wanted. No pointer may be null, and no output be an input.
 QXL_API void quota_mkdiff(const Quotas* current, const Quotas* wanted, Quotas* toClear,
                           Quotas* toSet);
 

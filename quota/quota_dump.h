@@ -16,10 +16,10 @@ namespace QuotaMgmt {
 
 QXL_API std::string quota_dump_write(const std::string& limits, const std::string& graces);
 
-// Cuts the sections out of a dump; a section that the header does not name stays
-// as it is. Returns an empty text, or why the dump was refused, for the request's
-// error. Throws std::out_of_range for a section that begins after the dump's end;
-// one that only ends there is cut short.
+/// Cuts the sections out of a dump; a section that the header does not name stays
+/// as it is. Returns an empty text, or why the dump was refused, for the request's
+/// error. Throws std::out_of_range for a section that begins after the dump's end;
+/// one that only ends there is cut short.
 QXL_API std::string quota_dump_read(const std::string& dump, std::string& limits,
                                     std::string& graces);
 

@@ -12,22 +12,22 @@
 
 namespace QuotaMgmt {
 
-// Which kinds of quota the mount table says are on.
-//
-// partition   a device or a mount point
-// usr, grp    set to true for a kind that is on, otherwise left alone: start false
-// mountPoint  receives where the partition is mounted
-//
-// The partition is found by device and inode numbers, so any path to it will do.
+/// Which kinds of quota the mount table says are on.
+///
+/// partition   a device or a mount point
+/// usr, grp    set to true for a kind that is on, otherwise left alone: start false
+/// mountPoint  receives where the partition is mounted
+///
+/// The partition is found by device and inode numbers, so any path to it will do.
 QXL_API int quota_is_enabled_phys(const char* partition, bool& usr, bool& grp,
                                   std::string* mountPoint);
 
-// The raw reports of the kinds that are on, users before groups: of limits, and of
-// grace periods. Both stay empty when no kind is on.
+/// The raw reports of the kinds that are on, users before groups: of limits, and of
+/// grace periods. Both stay empty when no kind is on.
 QXL_API int quota_get_phys(const char* partition, std::string& limits, std::string& graces);
 
-// Makes the partition's quotas equal to the records, changing only what differs.
-// Stops at the first command that fails; what was done by then stays.
+/// Makes the partition's quotas equal to the records, changing only what differs.
+/// Stops at the first command that fails; what was done by then stays.
 QXL_API int quota_put_phys(const char* partition, const Quotas& users, const Quotas& groups);
 
 }  // namespace QuotaMgmt

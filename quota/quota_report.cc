@@ -19,11 +19,11 @@ bool contains(const std::string& line, const char* text) {
 // Walks the values of one line of a report.
 class DataLine {
  public:
-  explicit DataLine(const std::string& line) : m_line(line) {}
+  explicit DataLine(const std::string& line) : line_(line) {}
 
   // The id, right after the "#" that begins the line.
   unsigned id() const {
-    return static_cast<unsigned>(std::strtoul(m_line.c_str() + 1, nullptr, 10));
+    return static_cast<unsigned>(std::strtoul(line_.c_str() + 1, nullptr, 10));
   }
 
   // Goes to the next blank and from there to the next digit, and reads the number
@@ -31,34 +31,34 @@ class DataLine {
   unsigned long long nextNumber() {
     toNext(kBlanks);
     toNext(kDigits);
-    return m_at == std::string::npos
+    return at_ == std::string::npos
                ? 0
-               : static_cast<unsigned long long>(std::strtoll(m_line.c_str() + m_at, nullptr, 10));
+               : static_cast<unsigned long long>(std::strtoll(line_.c_str() + at_, nullptr, 10));
   }
 
   // Goes to the next token that begins with a digit. False when there is none.
   bool toNextToken() {
     do {
       toNext(kBlanks);
-      if (m_at != std::string::npos) m_at = m_line.find_first_not_of(kBlanks, m_at);
-      if (m_at == std::string::npos) return false;
-    } while (std::string(kDigits).find(m_line[m_at]) == std::string::npos);
+      if (at_ != std::string::npos) at_ = line_.find_first_not_of(kBlanks, at_);
+      if (at_ == std::string::npos) return false;
+    } while (std::string(kDigits).find(line_[at_]) == std::string::npos);
     return true;
   }
 
   // The token here, up to the next blank; toNextToken must have found one.
   std::string token() const {
-    const std::size_t end = m_line.find_first_of(kBlanks, m_at);
-    return m_line.substr(m_at, end == std::string::npos ? end : end - m_at);
+    const std::size_t end = line_.find_first_of(kBlanks, at_);
+    return line_.substr(at_, end == std::string::npos ? end : end - at_);
   }
 
  private:
   void toNext(const char* characters) {
-    if (m_at != std::string::npos) m_at = m_line.find_first_of(characters, m_at);
+    if (at_ != std::string::npos) at_ = line_.find_first_of(characters, at_);
   }
 
-  const std::string& m_line;
-  std::size_t m_at = 0;
+  const std::string& line_;
+  std::size_t at_ = 0;
 };
 
 Quota parseLimits(DataLine& line) {

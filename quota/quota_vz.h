@@ -12,16 +12,16 @@
 
 namespace QuotaMgmt {
 
-// Whether the container has disk quotas for its users and groups.
+/// Whether the container has disk quotas for its users and groups.
 QXL_API int quota_is_enabled_vz(unsigned ctid, bool& on);
 
-// What "qxquota stat ID -t" prints; `out` is left alone when quota is off.
+/// What "qxquota stat ID -t" prints; `out` is left alone when quota is off.
 QXL_API int quota_get_vz(unsigned ctid, std::string& out);
 
-// Makes the container's quotas equal to the records, changing only what differs:
-// first clears the ids that are not wanted, then sets the others, then the grace
-// periods, users before groups. Fails with "Quota is not enabled" when there are
-// none. Stops at the first command that fails; what was done by then stays.
+/// Makes the container's quotas equal to the records, changing only what differs:
+/// first clears the ids that are not wanted, then sets the others, then the grace
+/// periods, users before groups. Fails with "Quota is not enabled" when there are
+/// none. Stops at the first command that fails; what was done by then stays.
 QXL_API int quota_put_vz(unsigned ctid, const Quotas& users, const Quotas& groups);
 
 }  // namespace QuotaMgmt

@@ -18,7 +18,7 @@ AccessPolicy& AccessPolicy::instance() {
 AccessPolicy::AccessPolicy() : allowed_{0, static_cast<long>(geteuid())} {}
 
 bool AccessPolicy::permits(const QXL::QXLClientContext& client, int right) const {
-  return right == migrateRight && allowed_.count(client.uid) != 0;
+  return right == kMigrateRight && allowed_.count(client.uid) != 0;
 }
 
 boost::shared_ptr<QXL::QXLRequestTransport> ControlAccess::getTransport(const QXL::QXLEID& eid) {

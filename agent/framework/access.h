@@ -10,10 +10,10 @@
 
 namespace agent {
 
-// Who may run the stages of a migration here.
+/// Who may run the stages of a migration here.
 class AccessPolicy {
  public:
-  // The policy of this process: at first root and the agent's own user.
+  /// The policy of this process: at first root and the agent's own user.
   static AccessPolicy& instance();
 
   void allow(long uid) { allowed_.insert(uid); }
@@ -24,11 +24,11 @@ class AccessPolicy {
   std::set<long> allowed_;
 };
 
-// The right that running a migration's stages takes.
-constexpr int migrateRight = 72;
+/// The right that running a migration's stages takes.
+constexpr int kMigrateRight = 72;
 
-// The provider of a controller: its requests report to one context and go to the
-// local agent.
+/// The provider of a controller: its requests report to one context and go to the
+/// local agent.
 class ControlAccess : public QXL::QXLAccessProviderPrototype {
  public:
   ControlAccess(boost::intrusive_ptr<QXL::QXLRequestContextPrototype> context,

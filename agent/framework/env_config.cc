@@ -42,36 +42,36 @@ int QXLEnvConfig::setHostname(const std::optional<std::string>& hostname) {
   if (hostname && !host::isHostName(*hostname)) {
     return agent::fail("'" + *hostname + "' is not a valid host name");
   }
-  m_hostname = hostname;
+  hostname_ = hostname;
   return 0;
 }
 int QXLEnvConfig::getHostname(std::optional<std::string>& hostname) const {
-  hostname = m_hostname;
+  hostname = hostname_;
   return 0;
 }
 int QXLEnvConfig::setAddresses(const std::optional<std::vector<QXLIPAddress>>& addresses) {
-  m_addresses = addresses;
+  addresses_ = addresses;
   return 0;
 }
 int QXLEnvConfig::getAddresses(std::optional<std::vector<QXLIPAddress>>& addresses) const {
-  addresses = m_addresses;
+  addresses = addresses_;
   return 0;
 }
 int QXLEnvConfig::setNameservers(const std::optional<std::list<std::string>>& servers) {
-  m_nameservers = servers;
+  nameservers_ = servers;
   return 0;
 }
 int QXLEnvConfig::getNameservers(std::optional<std::list<std::string>>& servers) const {
-  servers = m_nameservers;
+  servers = nameservers_;
   return 0;
 }
 int QXLEnvConfig::setStringListAttr(const std::set<std::string>& values, int attribute) {
-  m_stringLists[attribute] = values;
+  stringLists_[attribute] = values;
   return 0;
 }
 int QXLEnvConfig::getStringListAttr(std::set<std::string>& values, int attribute) const {
-  const auto found = m_stringLists.find(attribute);
-  values = found == m_stringLists.end() ? std::set<std::string>() : found->second;
+  const auto found = stringLists_.find(attribute);
+  values = found == stringLists_.end() ? std::set<std::string>() : found->second;
   return 0;
 }
 
@@ -79,11 +79,11 @@ QXLVEnvConfig::QXLVEnvConfig() = default;
 QXLVEnvConfig::~QXLVEnvConfig() = default;
 
 int QXLVEnvConfig::setQoSes(const std::optional<std::set<QXLQoS>>& qoses) {
-  m_qoses = qoses;
+  qoses_ = qoses;
   return 0;
 }
 int QXLVEnvConfig::getQoSes(std::optional<std::set<QXLQoS>>& qoses) const {
-  qoses = m_qoses;
+  qoses = qoses_;
   return 0;
 }
 
@@ -95,57 +95,57 @@ QXAEnvConfig::QXAEnvConfig() = default;
 QXAEnvConfig::~QXAEnvConfig() = default;
 
 int QXAEnvConfig::setDistribution(const std::optional<QXADistribution>& distribution) {
-  m_distribution = distribution;
+  distribution_ = distribution;
   return 0;
 }
 int QXAEnvConfig::getDistribution(std::optional<QXADistribution>& distribution) const {
-  distribution = m_distribution;
+  distribution = distribution_;
   return 0;
 }
 int QXAEnvConfig::setOsTemplate(const std::optional<QXAOsTemplate>& osTemplate) {
-  m_osTemplate = osTemplate;
+  osTemplate_ = osTemplate;
   return 0;
 }
 int QXAEnvConfig::getOsTemplate(std::optional<QXAOsTemplate>& osTemplate) const {
-  osTemplate = m_osTemplate;
+  osTemplate = osTemplate_;
   return 0;
 }
 int QXAEnvConfig::setVERootVar(const std::optional<std::string>& path) {
-  m_veRoot = path;
+  veRoot_ = path;
   return 0;
 }
 int QXAEnvConfig::getVERootVar(std::optional<std::string>& path) const {
-  path = m_veRoot;
+  path = veRoot_;
   return 0;
 }
 int QXAEnvConfig::getVERoot(unsigned int ctid, std::string& path) const {
-  return getExpanded(m_veRoot, "VE_ROOT", ctid, path);
+  return getExpanded(veRoot_, "VE_ROOT", ctid, path);
 }
 int QXAEnvConfig::setVEPrivateVar(const std::optional<std::string>& path) {
-  m_vePrivate = path;
+  vePrivate_ = path;
   return 0;
 }
 int QXAEnvConfig::getVEPrivateVar(std::optional<std::string>& path) const {
-  path = m_vePrivate;
+  path = vePrivate_;
   return 0;
 }
 int QXAEnvConfig::getVEPrivate(unsigned int ctid, std::string& path) const {
-  return getExpanded(m_vePrivate, "VE_PRIVATE", ctid, path);
+  return getExpanded(vePrivate_, "VE_PRIVATE", ctid, path);
 }
 int QXAEnvConfig::setNetVEths(const std::optional<std::vector<QXANetVEth>>& interfaces) {
-  m_netVEths = interfaces;
+  netVEths_ = interfaces;
   return 0;
 }
 int QXAEnvConfig::getNetVEths(std::optional<std::vector<QXANetVEth>>& interfaces) const {
-  interfaces = m_netVEths;
+  interfaces = netVEths_;
   return 0;
 }
 int QXAEnvConfig::setSLMMode(const std::optional<std::string>& mode) {
-  m_slmMode = mode;
+  slmMode_ = mode;
   return 0;
 }
 int QXAEnvConfig::getSLMMode(std::optional<std::string>& mode) const {
-  mode = m_slmMode;
+  mode = slmMode_;
   return 0;
 }
 

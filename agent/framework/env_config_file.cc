@@ -23,7 +23,7 @@
 
 namespace {
 
-constexpr int searchDomainAttribute = 1558;
+constexpr int kSearchDomainAttribute = 1558;
 
 std::vector<std::string> words(const std::string& text) {
   std::istringstream stream(text);
@@ -79,7 +79,7 @@ namespace QXL {
 QXLVocCacheLocal::QXLVocCacheLocal() = default;
 
 std::string QXLVocCacheLocal::getVariable(int attribute) const {
-  return attribute == searchDomainAttribute ? "SEARCHDOMAIN" : "";
+  return attribute == kSearchDomainAttribute ? "SEARCHDOMAIN" : "";
 }
 
 }  // namespace QXL
@@ -87,7 +87,7 @@ std::string QXLVocCacheLocal::getVariable(int attribute) const {
 namespace QXA {
 
 QXAEnvConfigBashParser::QXAEnvConfigBashParser(const QXL::QXLVocCacheLocal& vocabulary)
-    : m_vocabulary(vocabulary) {}
+    : vocabulary_(vocabulary) {}
 
 std::string QXAEnvConfigBashParser::format(const QXAEnvConfig& config) const {
   host::ShellVars variables(config.otherVariables.begin(), config.otherVariables.end());
@@ -125,9 +125,9 @@ std::string QXAEnvConfigBashParser::format(const QXAEnvConfig& config) const {
   config.getNameservers(servers);
   if (servers) variables["NAMESERVER"] = joined(*servers);
   std::set<std::string> domains;
-  config.getStringListAttr(domains, searchDomainAttribute);
+  config.getStringListAttr(domains, kSearchDomainAttribute);
   if (!domains.empty())
-    variables[m_vocabulary.getVariable(searchDomainAttribute)] = joined(domains);
+    variables[vocabulary_.getVariable(kSearchDomainAttribute)] = joined(domains);
 
   std::optional<std::vector<QXANetVEth>> interfaces;
   config.getNetVEths(interfaces);
@@ -178,10 +178,10 @@ int QXAEnvConfigBashParser::parse(const std::string& text, QXAEnvConfig& config)
     const std::vector<std::string> list = words(*value);
     config.setNameservers(std::list<std::string>(list.begin(), list.end()));
   }
-  if (const auto value = take(m_vocabulary.getVariable(searchDomainAttribute))) {
+  if (const auto value = take(vocabulary_.getVariable(kSearchDomainAttribute))) {
     const std::vector<std::string> list = words(*value);
     config.setStringListAttr(std::set<std::string>(list.begin(), list.end()),
-                             searchDomainAttribute);
+                             kSearchDomainAttribute);
   }
   if (const auto value = take("NETIF")) {
     std::vector<QXANetVEth> interfaces;

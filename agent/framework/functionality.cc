@@ -20,31 +20,31 @@ auto find(const Map& factories, const std::string& name) {
 
 QXLHaulControlPtr QXLHaulControlFactory::getMigrateP2VControl(const QXLAccessProviderPtr& access,
                                                               const std::string& name) const {
-  const auto factory = find(m_controls, name);
+  const auto factory = find(controls_, name);
   return factory ? factory->create(access) : nullptr;
 }
 
 QXLHaulSerializerPtr QXLHaulControlFactory::getMigrateP2VSerializerLocal(
     const QXLAccessProviderPtr& access, const std::string& name) const {
-  const auto factory = find(m_localSerializers, name);
+  const auto factory = find(localSerializers_, name);
   return factory ? factory->create(access) : nullptr;
 }
 
 QXLHaulSerializerPtr QXLHaulControlFactory::getMigrateP2VSerializerAgent(
     const QXLEID& eid, const QXLAccessProviderPtr& access, const std::string& name) const {
-  const auto factory = find(m_agentSerializers, name);
+  const auto factory = find(agentSerializers_, name);
   return factory ? factory->create(eid, access) : nullptr;
 }
 
 QXLHaulDeserializerPtr QXLHaulControlFactory::getMigrateP2VDeserializerLocal(
     const QXLAccessProviderPtr& access, const std::string& name) const {
-  const auto factory = find(m_localDeserializers, name);
+  const auto factory = find(localDeserializers_, name);
   return factory ? factory->create(access) : nullptr;
 }
 
 QXLHaulDeserializerPtr QXLHaulControlFactory::getMigrateP2VDeserializerAgent(
     const QXLEID& eid, const QXLAccessProviderPtr& access, const std::string& name) const {
-  const auto factory = find(m_agentDeserializers, name);
+  const auto factory = find(agentDeserializers_, name);
   return factory ? factory->create(eid, access) : nullptr;
 }
 

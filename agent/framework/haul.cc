@@ -28,14 +28,14 @@ int QXLHaulSerializerBaseLocalPrototype::init(
     getContextLocal()->setLastError(-1, "migration parameters missing");
     return -1;
   }
-  m_connection = connection;
-  m_params = params;
+  connection_ = connection;
+  params_ = params;
   return 0;
 }
 
 int QXLHaulSerializerBaseLocalPrototype::finish() {
-  m_connection.reset();
-  m_params.reset();
+  connection_.reset();
+  params_.reset();
   return 0;
 }
 
@@ -45,45 +45,45 @@ void QXLHaulSerializerBaseLocalPrototype::sync(
 QXLHaulSerializerBaseAgentPrototype::QXLHaulSerializerBaseAgentPrototype(
     const QXLEID& eid, const boost::intrusive_ptr<QXLAccessProviderPrototype>& access,
     const std::string& operatorName, int)
-    : m_eid(eid), m_operatorName(operatorName) {
+    : eid_(eid), operatorName_(operatorName) {
   setAccessProvider(access);
 }
 
 QXLHaulSerializerBaseAgentPrototype::~QXLHaulSerializerBaseAgentPrototype() {
-  if (!m_sessionId.empty()) {
-    send(agent::methodFinish, boost::intrusive_ptr<QXLMessageIterator>(new agent::Message()),
+  if (!sessionId_.empty()) {
+    send(agent::kMethodFinish, boost::intrusive_ptr<QXLMessageIterator>(new agent::Message()),
          nullptr);
   }
 }
 
 boost::shared_ptr<QXLRequestTransport> QXLHaulSerializerBaseAgentPrototype::getTransport() const {
-  return getAccessProvider() ? getAccessProvider()->getTransport(m_eid) : nullptr;
+  return getAccessProvider() ? getAccessProvider()->getTransport(eid_) : nullptr;
 }
 
 int QXLHaulSerializerBaseAgentPrototype::create() {
-  m_sessionId = agent::newToken();
-  return send(agent::methodCreate, boost::intrusive_ptr<QXLMessageIterator>(new agent::Message()),
+  sessionId_ = agent::newToken();
+  return send(agent::kMethodCreate, boost::intrusive_ptr<QXLMessageIterator>(new agent::Message()),
               nullptr);
 }
 
 int QXLHaulSerializerBaseAgentPrototype::init(
     boost::shared_ptr<QXLConnectionInfo>, boost::shared_ptr<QXLHaulSerializerBaseParams> params) {
-  const auto handler = m_handler;
-  if (m_sessionId.empty()) {
+  const auto handler = handler_;
+  if (sessionId_.empty()) {
     if (int result = create()) return result;
   }
-  m_handler = handler;
+  handler_ = handler;
   boost::intrusive_ptr<QXLMessageIterator> message(new agent::Message());
   if (serializeParams(params, message) != 0) return -1;
-  return send(agent::methodInit, message, nullptr);
+  return send(agent::kMethodInit, message, nullptr);
 }
 
 int QXLHaulSerializerBaseAgentPrototype::finish() {
-  if (m_sessionId.empty()) return 0;
+  if (sessionId_.empty()) return 0;
   boost::intrusive_ptr<QXLMessageIterator> message(new agent::Message());
-  message->putValueLongLong(m_succeeded ? 1 : 0, agent::fieldSucceeded);
-  const int result = send(agent::methodFinish, message, nullptr);
-  m_sessionId.clear();
+  message->putValueLongLong(succeeded_ ? 1 : 0, agent::kFieldSucceeded);
+  const int result = send(agent::kMethodFinish, message, nullptr);
+  sessionId_.clear();
   return result;
 }
 
@@ -101,26 +101,26 @@ int QXLHaulSerializerBaseAgentPrototype::callStageWithHandle(
     token = transport->handOver(end);
   }
   boost::intrusive_ptr<QXLMessageIterator> message = beginStage(stage);
-  message->putValueBase64(token, agent::fieldChannel);
+  message->putValueBase64(token, agent::kFieldChannel);
   return endStage();
 }
 
 boost::intrusive_ptr<QXLMessageIterator> QXLHaulSerializerBaseAgentPrototype::beginStage(
     const std::string& stage) {
-  m_stage = stage;
-  m_message.reset(new agent::Message());
-  return m_message;
+  stage_ = stage;
+  message_.reset(new agent::Message());
+  return message_;
 }
 
-int QXLHaulSerializerBaseAgentPrototype::endStage() { return send(m_stage, m_message, nullptr); }
+int QXLHaulSerializerBaseAgentPrototype::endStage() { return send(stage_, message_, nullptr); }
 
 int QXLHaulSerializerBaseAgentPrototype::endStageWithAnswer(QXLReaderPrototype* reader) {
   const std::unique_ptr<QXLReaderPrototype> owned(reader);
-  const auto handler = m_handler;
+  const auto handler = handler_;
   boost::intrusive_ptr<QXLMessageIterator> answer;
-  if (int result = send(m_stage, m_message, &answer)) return result;
+  if (int result = send(stage_, message_, &answer)) return result;
   if (reader->read(*answer) == 0 || reader->flags() != QXLReaderRequired) return 0;
-  const std::string text = "the answer of '" + m_stage + "' lacks a field";
+  const std::string text = "the answer of '" + stage_ + "' lacks a field";
   if (handler) handler->error(-1, text);
   return agent::fail(text);
 }
@@ -129,8 +129,8 @@ int QXLHaulSerializerBaseAgentPrototype::send(const std::string& method,
                                               const boost::intrusive_ptr<QXLMessageIterator>& in,
                                               boost::intrusive_ptr<QXLMessageIterator>* out) {
   // A modification holds for one request.
-  const boost::intrusive_ptr<QXLProgressHandlerPrototype> handler = std::move(m_handler);
-  m_handler.reset();
+  const boost::intrusive_ptr<QXLProgressHandlerPrototype> handler = std::move(handler_);
+  handler_.reset();
   boost::intrusive_ptr<agent::Message> answer(new agent::Message());
   const auto reject = [&](int code, const std::string& argument) {
     addError(answer, QXLErrors, code, argument);
@@ -139,19 +139,19 @@ int QXLHaulSerializerBaseAgentPrototype::send(const std::string& method,
   const agent::CurrentRequest* request = agent::CurrentRequest::get();
   // What was begun is ended also after a cancel.
   agent::CancelToken* cancel =
-      request && method != agent::methodFinish ? request->cancel.get() : nullptr;
+      request && method != agent::kMethodFinish ? request->cancel.get() : nullptr;
   if (handler) handler->stageBegins(method);
   const auto transport = getTransport();
   if (!transport) {
     reject(410, "");
-  } else if (m_sessionId.empty()) {
+  } else if (sessionId_.empty()) {
     reject(409, "'" + method + "' without a session");
   } else if (cancel && cancel->isCancelled()) {
     reject(cancel->code(), cancel->argument());
   } else {
     agent::Request message;
-    message.session = m_sessionId;
-    message.operatorName = m_operatorName;
+    message.session = sessionId_;
+    message.operatorName = operatorName_;
     message.method = method;
     message.body = static_cast<agent::Message&>(*in).body();
     nlohmann::json body;

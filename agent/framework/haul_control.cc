@@ -24,7 +24,7 @@ class TransportConnector : public QXL::QXLHaulConnector {
 namespace QXL {
 
 QXLHaulControl::QXLHaulControl(const boost::intrusive_ptr<QXLAccessProviderPrototype>& access)
-    : m_channelSettings(new QXLChannelSettings()) {
+    : channelSettings_(new QXLChannelSettings()) {
   setAccessProvider(access);
 }
 
@@ -32,7 +32,7 @@ QXLHaulControl::~QXLHaulControl() = default;
 
 int QXLHaulControl::execute(const boost::shared_ptr<QXLConnectionInfo>& connection,
                             const boost::shared_ptr<QXLHaulSerializerBaseParams>& params) {
-  m_connectionInfo = connection;
+  connectionInfo_ = connection;
   int result = prepareEnds(params);
   if (result == 0) {
     result = process();
@@ -45,26 +45,26 @@ int QXLHaulControl::execute(const boost::shared_ptr<QXLConnectionInfo>& connecti
 }
 
 int QXLHaulControl::prepareEnds(const boost::shared_ptr<QXLHaulSerializerBaseParams>& params) {
-  m_serializer = createSerializer();
-  if (!m_serializer) {
+  serializer_ = createSerializer();
+  if (!serializer_) {
     if (getContext()->getLastErrorCode() == 0) {
       getContext()->setLastError(-1, "no agent to migrate from was named");
     }
     return -1;
   }
-  m_deserializer = createDeserializer();
-  if (!m_deserializer) {
+  deserializer_ = createDeserializer();
+  if (!deserializer_) {
     getContext()->setLastError(-1, "this agent cannot receive a migration");
     return -1;
   }
-  m_serializer->sync(getProgressHandler(), "");
-  if (m_serializer->init(m_connectionInfo, params) != 0) return -1;
-  m_deserializer->sync(getProgressHandler(), "");
-  if (m_deserializer->init(m_connectionInfo, params) != 0) return -1;
+  serializer_->sync(getProgressHandler(), "");
+  if (serializer_->init(connectionInfo_, params) != 0) return -1;
+  deserializer_->sync(getProgressHandler(), "");
+  if (deserializer_->init(connectionInfo_, params) != 0) return -1;
 
-  const auto* proxy = dynamic_cast<const QXLHaulSerializerBaseAgentPrototype*>(m_serializer.get());
+  const auto* proxy = dynamic_cast<const QXLHaulSerializerBaseAgentPrototype*>(serializer_.get());
   if (proxy) {
-    m_connector.reset(new TransportConnector(proxy->getTransport()));
+    connector_.reset(new TransportConnector(proxy->getTransport()));
   }
   return 0;
 }
@@ -82,13 +82,13 @@ int QXLHaulControl::finishEnds(bool succeeded) {
     end->sync(getProgressHandler(), "");
     if (end->finish() != 0) result = -1;
   };
-  finishEnd(m_deserializer.get());
-  finishEnd(m_serializer.get());
+  finishEnd(deserializer_.get());
+  finishEnd(serializer_.get());
   // The reason of the failure stands, whatever ending brought up.
   if (!succeeded) getContext()->setLastError(code, text);
-  m_deserializer.reset();
-  m_serializer.reset();
-  m_connector.reset();
+  deserializer_.reset();
+  serializer_.reset();
+  connector_.reset();
   return result;
 }
 

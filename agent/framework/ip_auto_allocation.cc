@@ -69,7 +69,7 @@ int Builder::allocate(const QXANetVEth& interface, QXL::QXLIPAddress& address) {
     return agent::fail("no address for " + interface.name +
                        ": it is not known which ones are free: " + used.problems[0]);
   }
-  for (const std::string& given : m_given) used.holders[given] = interface.name;
+  for (const std::string& given : given_) used.holders[given] = interface.name;
   std::istringstream stream(pool);
   for (std::string text; stream >> text;) {
     Range range;
@@ -79,7 +79,7 @@ int Builder::allocate(const QXANetVEth& interface, QXL::QXLIPAddress& address) {
     for (uint64_t number = range.first; number <= range.last; ++number) {
       const std::string candidate = toText(static_cast<uint32_t>(number));
       if (used.holders.contains(candidate)) continue;
-      m_given.push_back(candidate);
+      given_.push_back(candidate);
       address.text = candidate + range.prefix;
       return 0;
     }

@@ -11,13 +11,13 @@ namespace {
 // Fields of the record. Lists travel as their members one behind the other, each
 // ended by a NUL byte; the configuration as its file's text.
 enum Field {
-  fieldCtid = 1,
-  fieldExcludes = 2,
-  fieldConfig = 3,
-  fieldKeepOnFailure = 4,
-  fieldCallerFlag = 5,
-  fieldServices = 6,
-  fieldCallerText = 7
+  kFieldCtid = 1,
+  kFieldExcludes = 2,
+  kFieldConfig = 3,
+  kFieldKeepOnFailure = 4,
+  kFieldCallerFlag = 5,
+  kFieldServices = 6,
+  kFieldCallerText = 7
 };
 
 std::string packList(const std::vector<std::string>& list) {
@@ -39,19 +39,19 @@ std::vector<std::string> unpackList(const std::string& text) {
 }  // namespace
 
 int QXAMigrateP2VSerializerParams::Writer::write(QXL::QXLMessageIterator& out) const {
-  const QXL::QXLP2VMigrateOptions& fields = m_record.options;
+  const QXL::QXLP2VMigrateOptions& fields = record_.options;
   std::vector<std::string> services;
   for (const QXL::QXLService& service : fields.services) services.push_back(service.name);
-  out.putValueLongLong(m_record.ctid, fieldCtid);
-  out.putValueBase64(packList(fields.excludes), fieldExcludes);
+  out.putValueLongLong(record_.ctid, kFieldCtid);
+  out.putValueBase64(packList(fields.excludes), kFieldExcludes);
   if (fields.config) {
     const QXAEnvConfigBashParser parser((QXL::QXLVocCacheLocal()));
-    out.putValueBase64(parser.format(*fields.config), fieldConfig);
+    out.putValueBase64(parser.format(*fields.config), kFieldConfig);
   }
-  out.putValueLongLong(fields.keepOnFailure, fieldKeepOnFailure);
-  out.putValueLongLong(fields.callerFlag, fieldCallerFlag);
-  out.putValueBase64(packList(services), fieldServices);
-  out.putValueBase64(fields.callerText, fieldCallerText);
+  out.putValueLongLong(fields.keepOnFailure, kFieldKeepOnFailure);
+  out.putValueLongLong(fields.callerFlag, kFieldCallerFlag);
+  out.putValueBase64(packList(services), kFieldServices);
+  out.putValueBase64(fields.callerText, kFieldCallerText);
   return 0;
 }
 
@@ -61,12 +61,12 @@ int QXAMigrateP2VSerializerParams::Reader::read(QXL::QXLMessageIterator& in) {
   std::string services;
   long long keep = 0;
   long long flag = 0;
-  if (in.getValueLongLong(record.ctid, fieldCtid) != 0 ||
-      in.getValueBase64(excludes, fieldExcludes) != 0 ||
-      in.getValueLongLong(keep, fieldKeepOnFailure) != 0 ||
-      in.getValueLongLong(flag, fieldCallerFlag) != 0 ||
-      in.getValueBase64(services, fieldServices) != 0 ||
-      in.getValueBase64(record.options.callerText, fieldCallerText) != 0) {
+  if (in.getValueLongLong(record.ctid, kFieldCtid) != 0 ||
+      in.getValueBase64(excludes, kFieldExcludes) != 0 ||
+      in.getValueLongLong(keep, kFieldKeepOnFailure) != 0 ||
+      in.getValueLongLong(flag, kFieldCallerFlag) != 0 ||
+      in.getValueBase64(services, kFieldServices) != 0 ||
+      in.getValueBase64(record.options.callerText, kFieldCallerText) != 0) {
     return agent::fail("the migration parameters are incomplete");
   }
   record.options.excludes = unpackList(excludes);
@@ -74,14 +74,14 @@ int QXAMigrateP2VSerializerParams::Reader::read(QXL::QXLMessageIterator& in) {
   record.options.callerFlag = flag != 0;
   for (const std::string& name : unpackList(services)) record.options.services.push_back({name});
   std::string text;
-  if (in.getValueBase64(text, fieldConfig) == 0) {
+  if (in.getValueBase64(text, kFieldConfig) == 0) {
     record.options.config.reset(new QXAEnvConfig());
     const QXAEnvConfigBashParser parser((QXL::QXLVocCacheLocal()));
     if (parser.parse(text, *record.options.config) != 0) return -1;
   }
   const std::string problem = agent::checkRecord(record);
   if (!problem.empty()) return agent::fail(problem);
-  m_record = record;
+  record_ = record;
   return 0;
 }
 

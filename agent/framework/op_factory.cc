@@ -25,43 +25,43 @@ Pools& pools() {
 
 namespace QXL {
 
-QXLOpFactory::QXLOpFactory(const std::string& name, int flags) : m_name(name), m_flags(flags) {}
+QXLOpFactory::QXLOpFactory(const std::string& name, int flags) : name_(name), flags_(flags) {}
 QXLOpFactory::~QXLOpFactory() = default;
 
 QXLAccesserPoolPrototype::QXLAccesserPoolPrototype(
     const boost::intrusive_ptr<QXLOperatorPrototype>& op, QXLOpFactory* factory, int waitSeconds,
     int maxOperators, int maxQueued)
-    : m_operator(op),
-      m_pool(factory->getName()),
-      m_waitSeconds(waitSeconds),
-      m_maxOperators(maxOperators),
-      m_maxQueued(maxQueued) {}
+    : operator_(op),
+      pool_(factory->getName()),
+      waitSeconds_(waitSeconds),
+      maxOperators_(maxOperators),
+      maxQueued_(maxQueued) {}
 
 QXLAccesserPoolPrototype::~QXLAccesserPoolPrototype() {
-  if (!m_acquired) return;
+  if (!acquired_) return;
   std::lock_guard lock(pools().mutex);
-  --pools().inUse[m_pool];
+  --pools().inUse[pool_];
   pools().freed.notify_all();
 }
 
 int QXLAccesserPoolPrototype::acquire() {
   std::unique_lock lock(pools().mutex);
-  int& inUse = pools().inUse[m_pool];
-  const bool free = pools().freed.wait_for(lock, std::chrono::seconds(m_waitSeconds),
-                                           [&] { return inUse < m_maxOperators; });
+  int& inUse = pools().inUse[pool_];
+  const bool free = pools().freed.wait_for(lock, std::chrono::seconds(waitSeconds_),
+                                           [&] { return inUse < maxOperators_; });
   if (!free) {
-    return agent::fail("all " + std::to_string(m_maxOperators) + " places for '" + m_pool +
+    return agent::fail("all " + std::to_string(maxOperators_) + " places for '" + pool_ +
                        "' are taken");
   }
   ++inUse;
-  m_acquired = true;
+  acquired_ = true;
   return 0;
 }
 
 boost::intrusive_ptr<QXLOperatorPrototype> QXLAccesserPoolPrototype::getOperator() const {
-  return m_operator;
+  return operator_;
 }
 
-int QXLAccesserPoolPrototype::maxQueued() const { return m_maxQueued; }
+int QXLAccesserPoolPrototype::maxQueued() const { return maxQueued_; }
 
 }  // namespace QXL

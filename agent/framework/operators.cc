@@ -6,6 +6,7 @@
 #include "agent/wire/message.h"
 #include "agent/wire/message_fields.h"
 #include "agent/wire/request_context.h"
+#include "agent/wire/steps.h"
 #include "framework/errors.h"
 
 namespace QXL {
@@ -13,8 +14,8 @@ namespace QXL {
 void QXLOperatorFunctionalPrototype::process(const std::string& method,
                                              const boost::intrusive_ptr<QXLMessageIterator>& in,
                                              const boost::intrusive_ptr<QXLMessageIterator>& out) {
-  const auto found = m_methods.find(method);
-  if (found == m_methods.end()) {
+  const auto found = methods_.find(method);
+  if (found == methods_.end()) {
     addError(out, QXLErrors, 404, method);
   } else if (!found->second.handler) {
     addError(out, QXLErrors, 405, method);
@@ -29,71 +30,71 @@ QXLHaulControlOperatorPrototype::~QXLHaulControlOperatorPrototype() = default;
 void QXLHaulControlOperatorPrototype::process(const std::string& method,
                                               const boost::intrusive_ptr<QXLMessageIterator>& in,
                                               const boost::intrusive_ptr<QXLMessageIterator>& out) {
-  if (method == agent::methodCreate) return create(out);
-  if (method == agent::methodInit) return init(in, out);
-  if (method == agent::methodFinish) return finish(in, out);
-  if (m_methods.count(method) && m_methods[method].handler && !m_initialised) {
+  if (method == agent::kMethodCreate) return create(out);
+  if (method == agent::kMethodInit) return init(in, out);
+  if (method == agent::kMethodFinish) return finish(in, out);
+  if (methods_.count(method) && methods_[method].handler && !initialised_) {
     addError(out, QXLErrors, 409, "stage '" + method + "' before init");
     return;
   }
   // Remembered before: the agent may be killed while it stops them.
-  const bool stops = method == agent::stageStopServices;
-  if (stops) agent::rememberStopped(m_params.get());
+  const bool stops = agent::stepOf(method).stopsServices;
+  if (stops) agent::rememberStopped(params_.get());
   QXLOperatorFunctionalPrototype::process(method, in, out);
   if (stops) {
     const auto* message = dynamic_cast<const agent::Message*>(out.get());
     const auto error = message ? message->firstError() : std::nullopt;
-    if (error && error->first == agent::accessDenied) {
+    if (error && error->first == agent::kAccessDenied) {
       agent::forgetStopped();
     } else {
-      m_servicesStopped = true;
+      servicesStopped_ = true;
     }
   }
-  if (m_serializer) complete(0, out);
+  if (serializer_) complete(0, out);
 }
 
 void QXLHaulControlOperatorPrototype::create(const boost::intrusive_ptr<QXLMessageIterator>& out) {
-  if (m_serializer) return addError(out, QXLErrors, 409, "the session has its worker already");
-  m_serializer = createSerializer();
-  if (!m_serializer) addError(out, QXLErrors, 500, "no worker is registered");
+  if (serializer_) return addError(out, QXLErrors, 409, "the session has its worker already");
+  serializer_ = createSerializer();
+  if (!serializer_) addError(out, QXLErrors, 500, "no worker is registered");
 }
 
 void QXLHaulControlOperatorPrototype::init(const boost::intrusive_ptr<QXLMessageIterator>& in,
                                            const boost::intrusive_ptr<QXLMessageIterator>& out) {
-  if (!m_serializer) return addError(out, QXLErrors, 409, "init before create");
-  if (m_initialised) return addError(out, QXLErrors, 409, "the worker is initialised already");
+  if (!serializer_) return addError(out, QXLErrors, 409, "init before create");
+  if (initialised_) return addError(out, QXLErrors, 409, "the worker is initialised already");
   boost::shared_ptr<QXLHaulSerializerBaseParams> params = newParams();
   if (deserializeParams(in, params) != 0) {
     return addError(out, QXLErrors, 400, getErrorMessage());
   }
   const int result =
-      m_serializer->init(boost::shared_ptr<QXLConnectionInfo>(new QXLConnectionInfo()), params);
+      serializer_->init(boost::shared_ptr<QXLConnectionInfo>(new QXLConnectionInfo()), params);
   complete(result, out);
-  m_initialised = result == 0;
-  if (m_initialised) m_params = params;
+  initialised_ = result == 0;
+  if (initialised_) params_ = params;
 }
 
 void QXLHaulControlOperatorPrototype::finish(const boost::intrusive_ptr<QXLMessageIterator>& in,
                                              const boost::intrusive_ptr<QXLMessageIterator>& out) {
-  if (!m_serializer) return;
-  complete(m_serializer->finish(), out);
+  if (!serializer_) return;
+  complete(serializer_->finish(), out);
   long long succeeded = 0;
-  in->getValueLongLong(succeeded, agent::fieldSucceeded);
-  if (m_servicesStopped && !succeeded) agent::startServices(m_params.get());
-  if (m_servicesStopped) agent::forgetStopped();
-  m_initialised = false;
-  m_serializer.reset();
-  m_params.reset();
+  in->getValueLongLong(succeeded, agent::kFieldSucceeded);
+  if (servicesStopped_ && !succeeded) agent::startServices(params_.get());
+  if (servicesStopped_) agent::forgetStopped();
+  initialised_ = false;
+  serializer_.reset();
+  params_.reset();
 }
 
 // Closes a command that the worker left open; a result that no command has told
 // goes into the answer.
 void QXLHaulControlOperatorPrototype::complete(
     int result, const boost::intrusive_ptr<QXLMessageIterator>& out) {
-  if (auto* local = dynamic_cast<QXLRequestLocal*>(m_serializer.get())) local->closeCommand();
+  if (auto* local = dynamic_cast<QXLRequestLocal*>(serializer_.get())) local->closeCommand();
   const auto* message = dynamic_cast<const agent::Message*>(out.get());
   if (result != 0 && !(message && message->firstError())) {
-    out->putError(result, m_serializer->getContext()->getLastErrorText());
+    out->putError(result, serializer_->getContext()->getLastErrorText());
   }
 }
 
@@ -101,7 +102,7 @@ boost::intrusive_ptr<QXLChannelEndPrototype> QXLHaulControlOperatorPrototype::ge
     const boost::intrusive_ptr<QXLMessageIterator>& in,
     const boost::intrusive_ptr<QXLMessageIterator>& out) {
   std::string token;
-  if (in->getValueBase64(token, agent::fieldChannel) != 0) {
+  if (in->getValueBase64(token, agent::kFieldChannel) != 0) {
     addError(out, QXLErrors, 400, "channel required");
     return nullptr;
   }

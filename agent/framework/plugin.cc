@@ -12,9 +12,9 @@ namespace agent {
 
 namespace {
 
-constexpr const char* libraryName = "libqxlinmigrate.so";
-constexpr const char* operatorFactories[] = {"factoryQXLinMigrateP2VSerializeOperator",
-                                             "factoryQXLinMigrateP2VDeserializeOperator"};
+constexpr const char* kLibraryName = "libqxlinmigrate.so";
+constexpr const char* kOperatorFactories[] = {"factoryQXLinMigrateP2VSerializeOperator",
+                                              "factoryQXLinMigrateP2VDeserializeOperator"};
 
 // The loaded plug-in, for those who call it by name.
 std::atomic<void*> current{nullptr};
@@ -37,7 +37,7 @@ Plugin::Plugin(const std::string& path) {
   try {
     symbol(handle_, path, "finiLibrary");
     std::vector<boost::intrusive_ptr<QXL::QXLOpFactory>> factories;
-    for (const char* name : operatorFactories) {
+    for (const char* name : kOperatorFactories) {
       factories.push_back(
           *static_cast<boost::intrusive_ptr<QXL::QXLOpFactory>*>(symbol(handle_, path, name)));
     }
@@ -58,7 +58,7 @@ Plugin::Plugin(const std::string& path) {
 Plugin::~Plugin() {
   current = nullptr;
   for (const std::string& name : operators_) OperatorRegistry::instance().remove(name);
-  callEntry(handle_, libraryName, "finiLibrary");
+  callEntry(handle_, kLibraryName, "finiLibrary");
   dlclose(handle_);
 }
 
@@ -74,11 +74,11 @@ std::string Plugin::defaultPath() {
   for (const std::filesystem::path& folder :
        {here, here / "../lib", std::filesystem::path("/usr/local/lib"),
         std::filesystem::path("/usr/lib")}) {
-    if (std::filesystem::exists(folder / libraryName, error)) {
-      return (folder / libraryName).lexically_normal();
+    if (std::filesystem::exists(folder / kLibraryName, error)) {
+      return (folder / kLibraryName).lexically_normal();
     }
   }
-  return libraryName;
+  return kLibraryName;
 }
 
 }  // namespace agent

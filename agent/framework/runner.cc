@@ -247,69 +247,69 @@ int GenExec::State::finish() {
   return child.status();
 }
 
-GenExec::GenExec(int bytes) : m_state(new State(std::max(bytes, 1))) {}
-GenExec::~GenExec() { delete m_state; }
+GenExec::GenExec(int bytes) : state_(new State(std::max(bytes, 1))) {}
+GenExec::~GenExec() { delete state_; }
 
 int GenExec::execWithOnlyError(const char* const* argv, int flags, int seconds) {
-  if (m_state->start(argv, flags & GenExecOutput, seconds, nullptr) != 0) return 127 << 8;
-  const int status = m_state->finish();
-  agent::setLastError(m_state->errorTail.text());
+  if (state_->start(argv, flags & GenExecOutput, seconds, nullptr) != 0) return 127 << 8;
+  const int status = state_->finish();
+  agent::setLastError(state_->errorTail.text());
   return status;
 }
 
 int GenExec::execAsync(int flags, const char* const* argv, int seconds) {
-  if (m_state->start(argv, flags & ~GenExecOutput, seconds, nullptr) != 0) return -1;
-  m_state->startDrainer();
+  if (state_->start(argv, flags & ~GenExecOutput, seconds, nullptr) != 0) return -1;
+  state_->startDrainer();
   return 0;
 }
 
 int GenExec::wait() {
-  const int status = m_state->finish();
-  agent::setLastError(m_state->errorTail.text());
+  const int status = state_->finish();
+  agent::setLastError(state_->errorTail.text());
   return status;
 }
 
 void GenExec::setfd(int stream, int fd) {
   const int index = stream == GenExecInput ? 0 : stream == GenExecOutput ? 1 : 2;
-  m_state->wired[index] = fd;
+  state_->wired[index] = fd;
 }
 
 void GenExec::setChunkDivider(const std::string& characters) {
-  m_state->chunks.setDivider(characters);
+  state_->chunks.setDivider(characters);
 }
 
 int GenExec::execComplexBegin(const char* const* argv, int flags, int seconds, const char* input) {
-  m_state->readChunks = true;
-  return m_state->start(argv, flags, seconds, input);
+  state_->readChunks = true;
+  return state_->start(argv, flags, seconds, input);
 }
 
 int GenExec::execComplexGet() {
-  while (m_state->chunks.empty()) {
-    const bool ended = m_state->child.poll();
-    if (ended) m_state->pump();
-    if (ended || !m_state->output) {
-      m_state->chunks.flush();
-      return !m_state->chunks.empty();
+  while (state_->chunks.empty()) {
+    const bool ended = state_->child.poll();
+    if (ended) state_->pump();
+    if (ended || !state_->output) {
+      state_->chunks.flush();
+      return !state_->chunks.empty();
     }
-    m_state->enforceLimits();
-    m_state->waitForActivity();
-    m_state->pump();
+    state_->enforceLimits();
+    state_->waitForActivity();
+    state_->pump();
   }
   return 1;
 }
 
 char* GenExec::gets(int stream) {
-  return stream == GenExecOutput ? m_state->chunks.next() : nullptr;
+  return stream == GenExecOutput ? state_->chunks.next() : nullptr;
 }
 
 int GenExec::execComplexEnd() { return wait(); }
 
 std::string GenExec::getOutput(int stream) const {
-  return stream == GenExecError ? m_state->errorTail.text() : m_state->outputTail.text();
+  return stream == GenExecError ? state_->errorTail.text() : state_->outputTail.text();
 }
 
 // A program that outlives one call would outlive a killed agent, too.
-HWExec::HWExec(int bytes) : GenExec(bytes) { m_state->dieWithParent = true; }
+HWExec::HWExec(int bytes) : GenExec(bytes) { state_->dieWithParent = true; }
 HWExec::~HWExec() = default;
 
 }  // namespace QXL

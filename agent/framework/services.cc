@@ -16,7 +16,7 @@
 namespace agent {
 
 namespace {
-constexpr int startSeconds = 120;
+constexpr int kStartSeconds = 120;
 
 std::string stoppedPath() {
   const char* folder = getenv("QXA_TMPDIR");
@@ -54,7 +54,7 @@ void startServices(const QXL::QXLHaulSerializerBaseParams* params) {
     const std::string script = "/etc/init.d/" + service->name;
     const char* const argv[] = {script.c_str(), "start", nullptr};
     QXL::GenExec runner(16384);
-    const int status = runner.execWithOnlyError(argv, 0, startSeconds);
+    const int status = runner.execWithOnlyError(argv, 0, kStartSeconds);
     if (status == 0) {
       context->freportProgress("Service %s started again.", service->name.c_str());
       continue;

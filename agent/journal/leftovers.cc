@@ -47,8 +47,8 @@ std::vector<pid_t> markedPrograms(const host::ProcessIdentity& process) {
 }
 
 // Whether all of them are gone in that time.
-bool areGone(const host::ProcessIdentity& process, std::chrono::seconds patience) {
-  const auto giveUpAt = Clock::now() + patience;
+bool areGone(const host::ProcessIdentity& process, std::chrono::seconds timeout) {
+  const auto giveUpAt = Clock::now() + timeout;
   while (!markedPrograms(process).empty()) {
     if (Clock::now() >= giveUpAt) return false;
     std::this_thread::sleep_for(50ms);

@@ -29,4 +29,20 @@ std::string countText(long long count) {
   return text;
 }
 
+std::string periodText(long long seconds) {
+  constexpr struct {
+    long long seconds;
+    const char* name;
+  } kUnits[] = {{86400, "day"}, {3600, "hour"}, {60, "minute"}, {1, "second"}};
+  std::string text;
+  for (const auto& unit : kUnits) {
+    const long long count = seconds / unit.seconds;
+    if (count <= 0) continue;
+    seconds %= unit.seconds;
+    text +=
+        (text.empty() ? "" : " ") + countText(count) + " " + unit.name + (count == 1 ? "" : "s");
+  }
+  return text.empty() ? "0 seconds" : text;
+}
+
 }  // namespace agent

@@ -10,6 +10,8 @@ namespace agent {
 std::string bytesText(long long bytes);
 /// "1,234,567".
 std::string countText(long long count);
+/// "7 days", "1 day 2 hours", "90 seconds".
+std::string periodText(long long seconds);
 
 }  // namespace agent
 

@@ -7,6 +7,8 @@
 #include "agent/framework/validation.h"
 #include "agent/plan/amounts.h"
 #include "agent/plan/disk_limits.h"
+#include "agent/plan/quota_checks.h"
+#include "agent/plan/survey_mounts.h"
 #include "host/id_map.h"
 
 namespace agent {
@@ -34,6 +36,7 @@ class Checks {
     services();
     bootable();
     mounts();
+    quotas();
     ids();
     files();
     nested();
@@ -50,9 +53,9 @@ class Checks {
   void add(Severity severity, const std::string& text) {
     plan_.findings.push_back({severity, text});
   }
-  void block(const std::string& text) { add(Severity::block, text); }
-  void warn(const std::string& text) { add(Severity::warning, text); }
-  void note(const std::string& text) { add(Severity::note, text); }
+  void block(const std::string& text) { add(Severity::kBlock, text); }
+  void warn(const std::string& text) { add(Severity::kWarning, text); }
+  void note(const std::string& text) { add(Severity::kNote, text); }
 
   void container() {
     const std::string id = std::to_string(facts_.ctid);
@@ -130,9 +133,9 @@ class Checks {
               shown(left) + " are free" +
               (reserve > 0 ? ", of which " + shown(reserve) + " are its RESERVE" : "") +
               ". Make room, or leave out more with --exclude.");
-      } else if (free - needed < needed / 100 * spaceMarginPercent) {
+      } else if (free - needed < needed / 100 * kSpaceMarginPercent) {
         warn("Hardly any " + what + " to spare on the node: the copy leaves " +
-             shown(free - needed) + ", less than " + std::to_string(spaceMarginPercent) +
+             shown(free - needed) + ", less than " + std::to_string(kSpaceMarginPercent) +
              " % of it.");
       }
     };
@@ -143,13 +146,13 @@ class Checks {
       compare(plan_.files, node.freeInodes, node.reservedInodes, "inodes", countText);
     }
     // An image of that size cannot hold more; a directory can.
-    const Severity severity = image ? Severity::block : Severity::warning;
+    const Severity severity = image ? Severity::kBlock : Severity::kWarning;
     if (image && limit("diskspace") == kUnlimited) {
       block("The node keeps containers in ext4 images (STORAGE): give a size with --diskspace.");
     }
     const auto enough = [](long long needed) {
       return std::to_string(needed) + ":" +
-             std::to_string(needed + needed / 100 * spaceMarginPercent);
+             std::to_string(needed + needed / 100 * kSpaceMarginPercent);
     };
     const long long blocks = plan_.bytes / 1024;
     if (limit("diskspace") < blocks) {
@@ -280,6 +283,12 @@ class Checks {
     }
   }
 
+  void quotas() {
+    for (const Finding& finding : quotaFindings(facts_.survey, facts_.node.storage)) {
+      plan_.findings.push_back(finding);
+    }
+  }
+
   void ids() {
     const Survey& survey = facts_.survey;
     const NodeFacts& node = facts_.node;
@@ -289,7 +298,7 @@ class Checks {
     } else if (!node.whyIds.empty()) {
       // Somebody has decided so, or the node can do no better.
       const bool chosen = node.whyIds == host::kPrivilegedByChoice;
-      add(chosen ? Severity::note : Severity::warning,
+      add(chosen ? Severity::kNote : Severity::kWarning,
           "The container will be privileged: its root can become the node's (" + node.whyIds +
               ").");
     }

@@ -7,11 +7,11 @@
 
 namespace agent {
 
-// Free space and inodes that a copy should leave, in percent of the copy: a server
-// goes on growing while it is copied.
-inline constexpr int spaceMarginPercent = 10;
+/// Free space and inodes that a copy should leave, in percent of the copy: a server
+/// goes on growing while it is copied.
+inline constexpr int kSpaceMarginPercent = 10;
 
-// Adds to the findings of a plan that is complete but for them and the verdict.
+/// Adds to the findings of a plan that is complete but for them and the verdict.
 void checkPlan(const PlanFacts& facts, Plan& plan);
 
 }  // namespace agent

@@ -1,11 +1,13 @@
 #include "agent/plan/exclusions.h"
 
+#include "agent/plan/survey_mounts.h"
+
 namespace agent {
 
 namespace {
 
-constexpr const char* lastlog = "/var/log/lastlog";
-constexpr const char* lastlogReason = "last logins, in a file that may be huge and sparse";
+constexpr const char* kLastlog = "/var/log/lastlog";
+constexpr const char* kLastlogReason = "last logins, in a file that may be huge and sparse";
 
 std::vector<std::string> pathsOf(const std::vector<PlannedExclude>& excludes) {
   std::vector<std::string> paths;
@@ -22,7 +24,7 @@ std::string reasonFor(const MeasuredExclude& exclude, const Survey& survey) {
     return (mount.remote ? "on another machine: " : "not a disk of the server: ") + mount.type +
            " from " + mount.device;
   }
-  if (path == lastlog) return lastlogReason;
+  if (path == kLastlog) return kLastlogReason;
   return exclude.decided ? "mounted on demand, removable, or a second view of other files"
                          : "made by the kernel or kept in memory";
 }
@@ -53,7 +55,7 @@ std::vector<PlannedExclude> plannedExcludes(const PlanFacts& facts) {
   for (const SwapFile& swap : facts.survey.swapFiles) add(swap.path, "swap file in use");
   add("/proc/*", "made by the kernel or kept in memory");
   add("/sys/*", "made by the kernel or kept in memory");
-  add(lastlog, lastlogReason);
+  add(kLastlog, kLastlogReason);
   add("/var/qxagent.tmp", "the agent itself");
   return list;
 }

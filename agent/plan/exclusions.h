@@ -14,11 +14,11 @@ struct PlannedExclude {
   std::string reason;
 };
 
-// What will not be copied: what the measurement left out, swap files in use, what
-// the administrator named, and what is never copied.
+/// What will not be copied: what the measurement left out, swap files in use, what
+/// the administrator named, and what is never copied.
 std::vector<PlannedExclude> plannedExcludes(const PlanFacts& facts);
 
-// The patterns among them that a migration must be told.
+/// The patterns among them that a migration must be told.
 std::vector<std::string> exclusionPatterns(const PlanFacts& facts);
 
 }  // namespace agent

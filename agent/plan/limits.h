@@ -10,16 +10,16 @@
 
 namespace agent {
 
-// One resource limit and what it comes from.
+/// One resource limit and what it comes from.
 struct PlannedLimit {
-  std::string name;  // in lower case, as "numproc"
-  std::string soft;  // empty for limits of one value
+  std::string name;  ///< in lower case, as "numproc"
+  std::string soft;  ///< empty for limits of one value
   std::string hard;
-  std::string measured;  // with its unit; empty for fixed limits
-  std::string unit;      // "", "pages", "bytes", "KiB"
+  std::string measured;  ///< with its unit; empty for fixed limits
+  std::string unit;      ///< "", "pages", "bytes", "KiB"
 };
 
-// Of the table of resources (host/resources.h) those that `config` has, in its order.
+/// Of the table of resources (host/resources.h) those that `config` has, in its order.
 std::vector<PlannedLimit> plannedLimits(const Measurement& measurement,
                                         const host::ShellVars& config);
 

@@ -50,8 +50,8 @@ Plan makePlan(const PlanFacts& facts) {
                    [](const Finding& a, const Finding& b) { return a.severity > b.severity; });
   if (!plan.findings.empty()) {
     const Severity worst = plan.findings.front().severity;
-    if (worst == Severity::block) plan.verdict = Verdict::blocked;
-    if (worst == Severity::warning) plan.verdict = Verdict::readyWithWarnings;
+    if (worst == Severity::kBlock) plan.verdict = Verdict::kBlocked;
+    if (worst == Severity::kWarning) plan.verdict = Verdict::kReadyWithWarnings;
   }
   return plan;
 }

@@ -7,7 +7,7 @@
 
 namespace agent {
 
-// Throws host::Error when the interfaces of the container's configuration are malformed.
+/// Throws host::Error when the interfaces of the container's configuration are malformed.
 Plan makePlan(const PlanFacts& facts);
 
 }  // namespace agent

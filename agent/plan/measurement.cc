@@ -28,16 +28,16 @@ namespace agent {
 
 namespace {
 
-constexpr long long longestMeasurement = 86400;  // seconds
+constexpr long long kLongestMeasurement = 86400;  // seconds
 // Longer than a server of files takes that is there, if busy.
 constexpr std::chrono::seconds kMountPatience(5);
 
 void check(const MeasureSettings& settings) {
   const auto refuse = [](const std::string& what) { throw std::runtime_error(what); };
-  if (settings.duration < 0 || settings.duration > longestMeasurement) {
+  if (settings.duration < 0 || settings.duration > kLongestMeasurement) {
     refuse("the duration is not between 0 and 86400 seconds");
   }
-  if (settings.interval < 1 || settings.interval > longestMeasurement) {
+  if (settings.interval < 1 || settings.interval > kLongestMeasurement) {
     refuse("the interval is not between 1 and 86400 seconds");
   }
   for (const double scale : {settings.procScale, settings.diskScale}) {

@@ -10,8 +10,8 @@
 namespace agent {
 
 struct MemoryLimitCorrection {
-  long long computed;   // bytes, as the calculator gave it
-  long long corrected;  // bytes
+  long long computed;   ///< bytes, as the calculator gave it
+  long long corrected;  ///< bytes
 };
 
 /// Replaces "slmmemorylimit" among a calculator's records where its formula wrapped.

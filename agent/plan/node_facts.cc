@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <memory>
 
-#include "agent/plan/survey.h"
 #include "framework/qxctl.h"
 #include "host/container.h"
 #include "host/distributions.h"
@@ -18,6 +17,7 @@
 #include "host/id_map.h"
 #include "host/lock.h"
 #include "host/migration_journal.h"
+#include "host/mounts.h"
 #include "host/place.h"
 #include "host/reserve.h"
 #include "host/settings.h"
@@ -28,8 +28,6 @@ namespace agent {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string contentsOf(const std::string& path) { return host::readFile(path).value_or(""); }
 
 void findSpace(int reservePercent, NodeFacts& facts) {
   // The area does not exist yet.
@@ -166,7 +164,8 @@ NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params) {
     facts.memoryBytes = static_cast<long long>(machine.totalram) * machine.mem_unit;
   }
   facts.processors = get_nprocs();
-  for (const MountLine& mount : parseMounts(contentsOf("/proc/self/mounts"))) {
+  for (const host::MountInfo& mount :
+       host::parseMountInfo(host::readFile("/proc/self/mountinfo").value_or(""))) {
     facts.cgroupV1 = facts.cgroupV1 || mount.type == "cgroup";
     facts.cgroupV2 = facts.cgroupV2 || mount.type == "cgroup2";
   }

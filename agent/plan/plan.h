@@ -10,14 +10,14 @@
 
 namespace agent {
 
-enum class Severity { note, warning, block };
+enum class Severity { kNote, kWarning, kBlock };
 
 struct Finding {
   Severity severity;
-  std::string text;  // one line
+  std::string text;  ///< one line
 };
 
-enum class Verdict { ready, readyWithWarnings, blocked };
+enum class Verdict { kReady, kReadyWithWarnings, kBlocked };
 
 struct MissingMount {
   std::string mountPoint, type, device;
@@ -28,12 +28,12 @@ struct Plan {
   std::vector<PlannedExclude> excludes;
   std::vector<MissingMount> missingMounts;
   std::vector<PlannedLimit> limits;
-  long long bytes = 0, files = 0;  // to be copied
-  bool counted = false;            // file by file; else from the file systems' figures
+  long long bytes = 0, files = 0;  ///< to be copied
+  bool counted = false;            ///< file by file; else from the file systems' figures
   std::string distribution;
   std::vector<std::string> addresses;
-  std::vector<Finding> findings;  // blocks first, then warnings, then notes
-  Verdict verdict = Verdict::ready;
+  std::vector<Finding> findings;  ///< blocks first, then warnings, then notes
+  Verdict verdict = Verdict::kReady;
 };
 
 }  // namespace agent

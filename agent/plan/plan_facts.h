@@ -13,15 +13,15 @@
 namespace agent {
 
 struct PlanFacts {
-  std::string source;  // as the administrator calls the server
+  std::string source;  ///< as the administrator calls the server
   long long ctid = 0;
   Measurement measurement;
   Survey survey;
   NodeFacts node;
-  host::ShellVars config;                  // of the container, options included
-  std::vector<std::string> givenExcludes;  // by the administrator
-  std::vector<std::string> services;       // to be stopped
-  std::vector<std::string> notes;          // what was done to the measured figures
+  host::ShellVars config;                  ///< of the container, options included
+  std::vector<std::string> givenExcludes;  ///< by the administrator
+  std::vector<std::string> services;       ///< to be stopped
+  std::vector<std::string> notes;          ///< what was done to the measured figures
 };
 
 }  // namespace agent

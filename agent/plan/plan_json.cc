@@ -20,13 +20,13 @@ nlohmann::json withoutConfig(const Measurement& measurement) {
 }
 
 const char* nameOf(Severity severity) {
-  if (severity == Severity::block) return "block";
-  return severity == Severity::warning ? "warning" : "note";
+  if (severity == Severity::kBlock) return "block";
+  return severity == Severity::kWarning ? "warning" : "note";
 }
 
 const char* nameOf(Verdict verdict) {
-  if (verdict == Verdict::blocked) return "blocked";
-  return verdict == Verdict::ready ? "ready" : "warnings";
+  if (verdict == Verdict::kBlocked) return "blocked";
+  return verdict == Verdict::kReady ? "ready" : "warnings";
 }
 
 }  // namespace

@@ -9,11 +9,11 @@
 
 namespace agent {
 
-// {"source", "measurement", "configuration"}; the configuration by variable.
+/// {"source", "measurement", "configuration"}; the configuration by variable.
 std::string measurementJson(const std::string& source, const Measurement& measurement,
                             const host::ShellVars& config);
 
-// What planText shows, with "verdict" one of "ready", "warnings", "blocked".
+/// What planText shows, with "verdict" one of "ready", "warnings", "blocked".
 std::string planJson(const PlanFacts& facts, const Plan& plan);
 
 }  // namespace agent

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "agent/plan/amounts.h"
+#include "agent/plan/quota_checks.h"
 #include "host/visible.h"
 
 namespace agent {
@@ -44,12 +45,12 @@ std::string numberOf(const std::string& limit, const std::string& unit) {
 // What to do after a plan.
 const char* adviceFor(Verdict verdict) {
   switch (verdict) {
-    case Verdict::ready:
+    case Verdict::kReady:
       return "The same command without the word \"plan\" migrates.";
-    case Verdict::readyWithWarnings:
+    case Verdict::kReadyWithWarnings:
       return "The same command without the word \"plan\" migrates; see above for what will not be "
              "as on the server.";
-    case Verdict::blocked:
+    case Verdict::kBlocked:
       break;
   }
   return "A migration stops here, unless --force is given. Fix what is marked BLOCKED and plan "
@@ -58,11 +59,11 @@ const char* adviceFor(Verdict verdict) {
 
 const char* labelOf(Severity severity) {
   switch (severity) {
-    case Severity::block:
+    case Severity::kBlock:
       return "BLOCKED  ";
-    case Severity::warning:
+    case Severity::kWarning:
       return "warning  ";
-    case Severity::note:
+    case Severity::kNote:
       break;
   }
   return "note     ";
@@ -137,11 +138,11 @@ std::string verdictText(const Plan& plan) {
     text += wrapped(labelOf(finding.severity), "         ", finding.text);
   }
   switch (plan.verdict) {
-    case Verdict::ready:
+    case Verdict::kReady:
       return text + "Verdict: ready\n";
-    case Verdict::readyWithWarnings:
+    case Verdict::kReadyWithWarnings:
       return text + "Verdict: ready with warnings\n";
-    case Verdict::blocked:
+    case Verdict::kBlocked:
       break;
   }
   return text + "Verdict: blocked\n";
@@ -213,6 +214,10 @@ std::string planText(const PlanFacts& facts, const Plan& plan) {
   text += row("its script",
               facts.node.distributionScript.empty() ? "none" : facts.node.distributionScript);
   text += "\n" + limitsText(plan.limits, false);
+
+  const auto quotas = quotaRows(facts.survey);
+  if (!quotas.empty()) text += heading("Disk quotas that arrive");
+  for (const auto& [label, amount] : quotas) text += row(label, amount);
 
   text += heading("Services");
   text += row("will be stopped", joined(facts.services));

@@ -22,13 +22,18 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SurveyedFileSystem, device, moun
                                                 options, copied, mounted, remote, reason, counted,
                                                 bytes, files)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SwapFile, path, bytes)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Survey, fileSystems, scanComplete, largestUid,
-                                                largestGid, largestUidPath, largestGidPath,
-                                                immutableFiles, immutableCount, swapFiles,
-                                                lastlogBytes, lastlogAllocated, nestedStorage,
-                                                processors, systemdVersion, initScripts,
-                                                runningServices)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SurveyRequest, excludes, patience)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(OwnerLimits, group, id, blockSoft, blockHard,
+                                                inodeSoft, inodeHard)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SurveyedQuotas, mountPoint, users, groups,
+                                                userBlockGrace, userInodeGrace, groupBlockGrace,
+                                                groupInodeGrace, unreported, unlisted, accountsOnly)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Survey, fileSystems, quotas, scanComplete,
+                                                largestUid, largestGid, largestUidPath,
+                                                largestGidPath, immutableFiles, immutableCount,
+                                                swapFiles, lastlogBytes, lastlogAllocated,
+                                                nestedStorage, processors, systemdVersion,
+                                                initScripts, runningServices)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SurveyRequest, excludes, timeout)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(ClaimedIdentity, machineId)
 
 nlohmann::json toJson(const MeasureSettings& value) { return value; }

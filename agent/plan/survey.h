@@ -2,64 +2,12 @@
 #ifndef QX_AGENT_PLAN_SURVEY_H
 #define QX_AGENT_PLAN_SURVEY_H
 
-#include <string>
-#include <vector>
+#include "agent/plan/survey_facts.h"
 
 namespace agent {
 
-// One mounted file system, or one that /etc/fstab names and that is not mounted.
-struct SurveyedFileSystem {
-  std::string device, mountPoint, type, options;
-  bool copied = false;  // its files go into the container
-  bool mounted = false;
-  bool remote = false;      // on another machine; not asked for figures
-  std::string reason = "";  // why the files of a mounted local one cannot be copied
-  // Of what is to be copied, exclusions left out. Counted file by file where
-  // `counted`; else the file system's own figures, which know no exclusions.
-  bool counted = false;
-  long long bytes = 0, files = 0;
-};
-
-struct SwapFile {
-  std::string path;
-  long long bytes = 0;
-};
-
-struct Survey {
-  std::vector<SurveyedFileSystem> fileSystems;
-  bool scanComplete = false;  // every file was looked at
-  long long largestUid = 0, largestGid = 0;
-  std::string largestUidPath, largestGidPath;  // a file of that owner; or /etc/passwd
-  std::vector<std::string> immutableFiles;     // the first few
-  long long immutableCount = 0;
-  std::vector<SwapFile> swapFiles;
-  long long lastlogBytes = 0, lastlogAllocated = 0;
-  std::vector<std::string> nestedStorage;    // of container engines and snap, not empty
-  long long processors = 0;                  // 0: not known
-  long long systemdVersion = 0;              // 0: the server does not run systemd
-  std::vector<std::string> initScripts;      // names in /etc/init.d
-  std::vector<std::string> runningServices;  // those of them that run
-};
-
-struct SurveyRequest {
-  std::vector<std::string> excludes;  // patterns that will not be copied
-  long long patience = 5;             // seconds that looking at files may take
-};
-
-// One line of a mount table, escapes resolved.
-struct MountLine {
-  std::string device, mountPoint, type, options;
-};
-std::vector<MountLine> parseMounts(const std::string& text);
-
-// Whether patterns leave out everything below a mount point, or below a place above.
-bool isLeftOut(const std::string& mountPoint, const std::vector<std::string>& excludes);
-
-// Whether files of that type are on another machine.
-bool isRemoteType(const std::string& type);
-
-// Looks at this machine and changes nothing. Takes some seconds at most, however
-// many files there are. Stops early when the current request is cancelled.
+/// Looks at this machine and changes nothing. Takes some seconds at most, however
+/// many files there are. Stops early when the current request is cancelled.
 Survey surveyHere(const SurveyRequest& request);
 
 }  // namespace agent

@@ -21,11 +21,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr size_t immutableShown = 10;
+constexpr size_t kImmutableShown = 10;
 
-constexpr const char* likelyPlaces[] = {"/etc",     "/root",     "/bin",  "/sbin",
-                                        "/usr/bin", "/usr/sbin", "/boot", "/var/spool/cron",
-                                        "/home",    "/usr/local"};
+constexpr const char* kLikelyPlaces[] = {"/etc",     "/root",     "/bin",  "/sbin",
+                                         "/usr/bin", "/usr/sbin", "/boot", "/var/spool/cron",
+                                         "/home",    "/usr/local"};
 
 struct CloseDir {
   void operator()(DIR* dir) const { closedir(dir); }
@@ -119,7 +119,7 @@ class Walk {
     if (!fd || ioctl(fd.get(), FS_IOC_GETFLAGS, &flags) != 0) return;
     if (!(flags & (FS_IMMUTABLE_FL | FS_APPEND_FL))) return;
     ++findings.immutableCount;
-    if (findings.immutableFiles.size() < immutableShown) findings.immutableFiles.push_back(path);
+    if (findings.immutableFiles.size() < kImmutableShown) findings.immutableFiles.push_back(path);
   }
 
   const std::map<std::string, bool>& mounts_;
@@ -133,12 +133,12 @@ class Walk {
 }  // namespace
 
 FileFindings lookAtFiles(const std::string& root, const std::map<std::string, bool>& mounts,
-                         const std::vector<std::string>& excludes, std::chrono::seconds patience,
+                         const std::vector<std::string>& excludes, std::chrono::seconds timeout,
                          const CancelToken* cancel) {
-  Walk walk(mounts, excludes, Clock::now() + patience, cancel);
+  Walk walk(mounts, excludes, Clock::now() + timeout, cancel);
   const std::string prefix = root == "/" ? "" : root;
   walk.findings.complete = true;
-  for (const char* place : likelyPlaces) {
+  for (const char* place : kLikelyPlaces) {
     if (!walk.findings.complete) break;
     walk.findings.complete = walk.run(prefix + place);
   }

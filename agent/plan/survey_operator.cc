@@ -30,13 +30,13 @@ class SurveyOperator : public QXL::QXLOperatorFunctionalPrototype {
   SurveyOperator() {
     const auto add = [this](const char* name,
                             void (SurveyOperator::*handler)(const Iterator&, const Iterator&)) {
-      m_methods[name] = {static_cast<QXLOpHandler>(handler), 0, 0};
+      methods_[name] = {static_cast<QXLOpHandler>(handler), 0, 0};
     };
-    add(methodCreate, &SurveyOperator::nothing);
-    add(methodFinish, &SurveyOperator::nothing);
-    add(methodMeasure, &SurveyOperator::measure);
-    add(methodSurvey, &SurveyOperator::survey);
-    add(methodIdentify, &SurveyOperator::identify);
+    add(kMethodCreate, &SurveyOperator::nothing);
+    add(kMethodFinish, &SurveyOperator::nothing);
+    add(kMethodMeasure, &SurveyOperator::measure);
+    add(kMethodSurvey, &SurveyOperator::survey);
+    add(kMethodIdentify, &SurveyOperator::identify);
   }
 
  private:
@@ -57,13 +57,14 @@ class SurveyOperator : public QXL::QXLOperatorFunctionalPrototype {
   void serve(const Iterator& in, const Iterator& out, Function function) {
     if (QXL::QXLAccessChecker::accessCheck(QXL::QXLAccessChecker::getClientContext(),
                                            QXL::QXLConfiguration::getLocalEID(),
-                                           migrateRight) != 0) {
+                                           kMigrateRight) != 0) {
       return QXL::addError(out, QXL::QXLErrors, 414, QXL::getErrorMessage());
     }
     Request request;
     try {
       std::string text;
-      if (in->getValueBase64(text, fieldSurvey) != 0) throw std::runtime_error("no settings came");
+      if (in->getValueBase64(text, kFieldSurvey) != 0)
+        throw std::runtime_error("the request has no settings");
       fromJson(parseBounded(text), request);
     } catch (const std::exception& problem) {
       return QXL::addError(out, QXL::QXLErrors, 400, problem.what());
@@ -75,7 +76,7 @@ class SurveyOperator : public QXL::QXLOperatorFunctionalPrototype {
         return QXL::addError(out, QXL::QXLErrors, current->cancel->code(),
                              current->cancel->argument());
       }
-      out->putValueBase64(toText(answer), fieldSurvey);
+      out->putValueBase64(toText(answer), kFieldSurvey);
     } catch (const std::exception& problem) {
       out->putError(-1, problem.what());
     }
@@ -86,14 +87,14 @@ class SurveyOperator : public QXL::QXLOperatorFunctionalPrototype {
 
 void registerSurveyOperator() {
   OperatorRegistry::instance().add(
-      QXL::newOperatorFactory<SurveyOperator, 10, 20, 4, true>(surveyOperator, "", 0));
+      QXL::newOperatorFactory<SurveyOperator, 10, 20, 4, true>(kSurveyOperator, "", 0));
 }
 
 SurveyClient::SurveyClient(QXL::QXLRequestTransport& transport,
                            QXL::QXLProgressHandlerPrototype* handler, CancelToken* cancel)
     : transport_(transport), handler_(handler), cancel_(cancel), session_(newToken()) {
   std::string answer;
-  if (send(methodCreate, "", answer) != 0) throw std::runtime_error(answer);
+  if (send(kMethodCreate, "", answer) != 0) throw std::runtime_error(answer);
 }
 
 SurveyClient::~SurveyClient() {
@@ -102,25 +103,25 @@ SurveyClient::~SurveyClient() {
   if (cancel_ && cancel_->isCancelled()) return;
   cancel_ = nullptr;
   std::string answer;
-  send(methodFinish, "", answer);
+  send(kMethodFinish, "", answer);
 }
 
 Measurement SurveyClient::measure(const MeasureSettings& settings) {
   Measurement measurement;
-  fromJson(ask(methodMeasure, toJson(settings)), measurement);
+  fromJson(ask(kMethodMeasure, toJson(settings)), measurement);
   return measurement;
 }
 
 Survey SurveyClient::survey(const SurveyRequest& request) {
   Survey survey;
-  fromJson(ask(methodSurvey, toJson(request)), survey);
+  fromJson(ask(kMethodSurvey, toJson(request)), survey);
   return survey;
 }
 
 ClaimedIdentity SurveyClient::identify() {
   try {
     ClaimedIdentity claimed;
-    fromJson(ask(methodIdentify, toJson(IdentityRequest())), claimed);
+    fromJson(ask(kMethodIdentify, toJson(IdentityRequest())), claimed);
     claimed.machineId = parseMachineId(claimed.machineId);
     return claimed;
   } catch (const std::exception&) {
@@ -145,10 +146,10 @@ nlohmann::json SurveyClient::ask(const std::string& method, const nlohmann::json
 // `answer` receives the result's text, or the error's.
 int SurveyClient::send(const std::string& method, const std::string& text, std::string& answer) {
   boost::intrusive_ptr<Message> in(new Message());
-  in->putValueBase64(text, fieldSurvey);
+  in->putValueBase64(text, kFieldSurvey);
   Request request;
   request.session = session_;
-  request.operatorName = surveyOperator;
+  request.operatorName = kSurveyOperator;
   request.method = method;
   request.body = in->body();
   nlohmann::json body;
@@ -162,7 +163,7 @@ int SurveyClient::send(const std::string& method, const std::string& text, std::
     return error->first == 0 ? -1 : error->first;
   }
   answer.clear();
-  out.getValueBase64(answer, fieldSurvey);
+  out.getValueBase64(answer, kFieldSurvey);
   return 0;
 }
 

@@ -13,21 +13,21 @@
 
 namespace agent {
 
-inline constexpr const char* surveyOperator = "qxagent_survey";
-inline constexpr const char* methodMeasure = "measure";
-inline constexpr const char* methodSurvey = "survey";
-inline constexpr const char* methodIdentify = "identify";
+inline constexpr const char* kSurveyOperator = "qxagent_survey";
+inline constexpr const char* kMethodMeasure = "measure";
+inline constexpr const char* kMethodSurvey = "survey";
+inline constexpr const char* kMethodIdentify = "identify";
 
-// Message field of all methods: the request, and in the answer the result, a
-// JSON text.
-inline constexpr int fieldSurvey = 9101;
+/// Message field of all methods: the request, and in the answer the result, a
+/// JSON text.
+inline constexpr int kFieldSurvey = 9101;
 
-// Puts the operator among those of this process.
+/// Puts the operator among those of this process.
 void registerSurveyOperator();
 
-// Asks the agent at the end of a road, in a session of its own. Progress goes to
-// the handler and `cancel` stops it; both may be null. Throws std::runtime_error
-// with the agent's reason, or when the answer is not one.
+/// Asks the agent at the end of a transport, in a session of its own. Progress goes to
+/// the handler and `cancel` stops it; both may be null. Throws std::runtime_error
+/// with the agent's reason, or when the answer is not one.
 class SurveyClient {
  public:
   SurveyClient(QXL::QXLRequestTransport& transport, QXL::QXLProgressHandlerPrototype* handler,
@@ -38,7 +38,7 @@ class SurveyClient {
 
   Measurement measure(const MeasureSettings& settings);
   Survey survey(const SurveyRequest& request);
-  // An agent that cannot tell is one whose server has no identity.
+  /// An agent that cannot tell is one whose server has no identity.
   ClaimedIdentity identify();
 
  private:

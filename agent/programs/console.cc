@@ -4,52 +4,20 @@
 
 #include <cstdio>
 
+#include "agent/wire/message_fields.h"
+#include "agent/wire/steps.h"
 #include "host/visible.h"
 
 namespace agent {
 
 namespace {
 
-struct StageText {
-  const char* name;
-  const char* text;
-  const char* firstWhere = nullptr;
-  const char* secondWhere = nullptr;
-};
-
-// What a stage does, for people.
-constexpr StageText stageTexts[] = {
-    {"connect", "reach the server"},
-    {"measure", "measure the server"},
-    {"survey", "look at the server's files"},
-    {"create", "open a session", "on the server", "here"},
-    {"init", "check the parameters", "on the server", "here"},
-    {"lockVPS", "lock the container id"},
-    {"createDstSrv", "create the container"},
-    {"getUsageDiskSpace", "measure the server's files"},
-    {"getFreeDiskSpace", "measure the node's disk"},
-    {"dumpQuota", "read the server's disk quotas"},
-    {"startRSyncServer", "serve the files, first copy"},
-    {"rSync", "copy the files, services running"},
-    {"waitRSyncServer", "end the first copy"},
-    {"stopServices", "stop the services"},
-    {"startRSyncServer2", "serve the files, second copy"},
-    {"rSync2", "copy what has changed"},
-    {"waitRSyncServer2", "end the second copy"},
-    {"restoreQuota", "set the container's disk quotas"},
-    {"tuneDstSrv", "adapt the copy to a container"},
-    {"finish", "finish", "here", "on the server"},
-};
-
 // times: how often the stage has begun, this time included. Both ends have it, one
 // after the other.
-std::string textOf(const std::string& stage, int times) {
-  for (const StageText& known : stageTexts) {
-    if (stage != known.name) continue;
-    const char* where = times < 2 ? known.firstWhere : known.secondWhere;
-    return where ? std::string(known.text) + " " + where : known.text;
-  }
-  return "";
+std::string textOf(const std::string& name, int times) {
+  const Step& step = stepOf(name);
+  const char* where = times < 2 ? step.firstWhere : step.secondWhere;
+  return where ? std::string(step.text) + " " + where : step.text;
 }
 
 }  // namespace
@@ -60,7 +28,7 @@ void Console::stageBegins(const std::string& stage) {
   stage_ = stage;
   int& times = begun_[stage];
   // The end here is not finished when it was never begun.
-  if (stage == "finish" && begun_["create"] < 2) times = 1;
+  if (stage == kMethodFinish && begun_[kMethodCreate] < 2) times = 1;
   text_ = textOf(stage, ++times);
   if (quiet_ || !terminal_) return;
   printf("%-18s %s ...", stage.c_str(), text_.c_str());

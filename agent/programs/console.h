@@ -9,8 +9,8 @@
 
 namespace agent {
 
-// One line a stage when it ends, lines of text as they come. On a terminal the
-// running stage and its percent are shown in place.
+/// One line a stage when it ends, lines of text as they come. On a terminal the
+/// running stage and its percent are shown in place.
 class Console : public MigrationView {
  public:
   explicit Console(bool quiet);
@@ -27,7 +27,7 @@ class Console : public MigrationView {
   bool terminal_;
   bool shown_ = false;
   std::string stage_;
-  std::string text_;  // what the stage does
+  std::string text_;  ///< what the stage does
   std::map<std::string, int> begun_;
 };
 

@@ -1,11 +1,13 @@
-#include "agent/programs/journal_commands.h"
-
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <functional>
+#include <memory>
+#include <optional>
 
 #include "agent/journal/journal_text.h"
 #include "agent/journal/leftovers.h"
 #include "agent/journal/recovery.h"
+#include "agent/programs/commands.h"
 #include "host/container.h"
 #include "host/error.h"
 #include "host/migration_journal.h"
@@ -15,13 +17,10 @@ namespace agent {
 
 namespace {
 
-constexpr int kFailed = 1;
-constexpr int kUsage = 64;
-
 // Those that cannot be used are told of, and nothing else is done with them.
 int tellDamaged(const host::JournalFolder& folder) {
   for (const std::string& text : folder.damaged) fprintf(stderr, "qxmigrate: %s\n", text.c_str());
-  return folder.damaged.empty() ? 0 : kFailed;
+  return folder.damaged.empty() ? 0 : kExitFailed;
 }
 
 int list() {
@@ -40,8 +39,8 @@ int show(const std::string& word) {
   const host::JournalFolder folder = host::readJournals(ctid);
   const int result = tellDamaged(folder);
   if (folder.journals.empty()) {
-    fprintf(stderr, "qxmigrate: no journal tells of a migration into container %u\n", ctid);
-    return kFailed;
+    fprintf(stderr, "qxmigrate: there is no journal of a migration into container %u\n", ctid);
+    return kExitFailed;
   }
   fputs(journalText(folder.journals.back()).c_str(), stdout);
   return result;
@@ -60,7 +59,7 @@ int clean(const std::optional<unsigned>& ctid, bool boot) {
       fprintf(stderr,
               "qxmigrate: a migration into container %u runs (process %d): nothing was done\n",
               *ctid, journal.record.process.pid);
-      return kFailed;
+      return kExitFailed;
     }
     if (boot && host::isOfThisBoot(journal.record.process)) continue;
     found = true;
@@ -73,55 +72,56 @@ int clean(const std::optional<unsigned>& ctid, bool boot) {
     } catch (const std::exception& problem) {
       fprintf(stderr, "qxmigrate: %s cannot be cleaned: %s\n", journal.name.c_str(),
               host::visibleLines(problem.what()).c_str());
-      result = kFailed;
+      result = kExitFailed;
     }
   }
   if (!found && result == 0 && !boot) puts("There is nothing to clean.");
   return result;
 }
 
-}  // namespace
-
-bool isJournalCommand(const std::string& word) {
-  return word == "list" || word == "show" || word == "clean";
-}
-
-int runJournalCommand(int argc, char** argv) {
-  const std::string word = argv[1];
-  CLI::App app;
-  app.name("qxmigrate " + word);
-  std::string id;
-  bool all = false;
-  bool boot = false;
-  if (word == "list") {
-    app.description("Lists the migrations that this host has seen, oldest first.");
-  } else if (word == "show") {
-    app.description("Shows what the journal of a migration holds.");
-    app.add_option("ID", id, "A container's id, for its newest migration, or a name of the list")
-        ->required();
-  } else {
-    app.description(
-        "Finishes migrations that were interrupted: removes what they left on this host, or\n"
-        "registers the container when it was complete. Touches nothing else.");
-    auto* one = app.add_option("ID", id, "Id of the container");
-    app.add_flag("--all", all, "Those of all containers")->excludes(one);
-    app.add_flag("--boot", boot, "Only those that ran before this host was booted");
-    app.footer("Exit status: 0 when all is clean, 1 when not, 64 for a wrong command line.");
-  }
+// Runs one of them and tells why it could not be done.
+int told(const std::function<int()>& command) {
   try {
-    app.parse(argc - 1, argv + 1);
-    if (word == "clean" && id.empty() && !all) throw CLI::RequiredError("ID or --all");
-  } catch (const CLI::ParseError& problem) {
-    return app.exit(problem) == 0 ? 0 : kUsage;
-  }
-  try {
-    if (word == "list") return list();
-    if (word == "show") return show(id);
-    return clean(all ? std::nullopt : std::optional(host::parseCtid(id)), boot);
+    return command();
   } catch (const host::Error& problem) {
     fprintf(stderr, "qxmigrate: %s\n", problem.what());
-    return problem.code() == host::ExitCode::kUsage ? kUsage : kFailed;
+    return problem.code() == host::ExitCode::kUsage ? kExitUsage : kExitFailed;
   }
+}
+
+}  // namespace
+
+Run describeList(CLI::App& app) {
+  app.footer("Exit status: 0, 1 when a journal cannot be used, 64 for a wrong command line.");
+  return []() { return told(list); };
+}
+
+Run describeShow(CLI::App& app) {
+  const auto id = std::make_shared<std::string>();
+  app.add_option("ID", *id, "A container's id, for its newest migration, or a name of the list")
+      ->required();
+  app.footer("Exit status: 0, 1 when there is no such journal, 64 for a wrong command line.");
+  return [id]() { return told([&]() { return show(*id); }); };
+}
+
+Run describeClean(CLI::App& app) {
+  struct Settings {
+    std::string id;
+    bool all = false;
+    bool boot = false;
+  };
+  const auto settings = std::make_shared<Settings>();
+  auto* one = app.add_option("ID", settings->id, "Id of the container");
+  app.add_flag("--all", settings->all, "Those of all containers")->excludes(one);
+  app.add_flag("--boot", settings->boot, "Only those that ran before this host was booted");
+  app.footer("Exit status: 0 when all is clean, 1 when not, 64 for a wrong command line.");
+  return [settings]() {
+    if (settings->id.empty() && !settings->all) throw CLI::RequiredError("ID or --all");
+    return told([&]() {
+      return clean(settings->all ? std::nullopt : std::optional(host::parseCtid(settings->id)),
+                   settings->boot);
+    });
+  };
 }
 
 }  // namespace agent

@@ -140,7 +140,7 @@ MigrationResult migrateWithJournal(
   JournalingView journaling(*journal, view);
   const MigrationResult result = migrate(source, params, journaling, cancel);
   const host::MigrationState state = result.succeeded ? host::MigrationState::kSucceeded
-                                     : cancel->code() == cancelledByUser
+                                     : cancel->code() == kCancelledByUser
                                          ? host::MigrationState::kCancelled
                                          : host::MigrationState::kFailed;
   journal->end(state, result.stage, result.text);

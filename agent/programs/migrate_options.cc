@@ -27,14 +27,14 @@ std::string configText(const std::string& path) {
   } catch (const host::Error& error) {
     throw std::runtime_error("--config: " + std::string(error.what()));
   }
-  throw std::runtime_error("--config: there is no file " + path);
+  throw std::runtime_error("--config: there is no file '" + path + "'");
 }
 
 }  // namespace
 
 boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams> makeParams(const MigrateOptions& options) {
   const QXA::QXAEnvConfigBashParser parser((QXL::QXLVocCacheLocal()));
-  // Options are variables of the same file, so all go one road.
+  // Options are variables of the same file, so all are read in one way.
   const auto variablesOf = [&](const QXA::QXAEnvConfig& config) {
     return host::parseOwnShellVars(parser.format(config), host::idAsWritten());
   };

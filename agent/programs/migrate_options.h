@@ -9,10 +9,10 @@
 
 namespace agent {
 
-// What qxmigrate was told; empty and false where nothing was said.
+/// What qxmigrate was told; empty and false where nothing was said.
 struct MigrateOptions {
   long long ctid = 0;
-  std::string measuredConfig;  // NAME="value" lines that the measurement gave
+  std::string measuredConfig;  ///< NAME="value" lines that the measurement gave
   std::string configFile;
   std::string distribution;
   std::string hostname;
@@ -25,13 +25,13 @@ struct MigrateOptions {
   std::vector<std::string> excludes;
   std::vector<std::string> services;
   bool keepOnFailure = false;
-  bool distributionRequired = true;  // false: parameters without one are made, too
+  bool distributionRequired = true;  ///< false: parameters without one are made, too
 };
 
-// Makes the parameters: what was measured first, the configuration file over it,
-// the options over both.
-// Parameters without disk limits get unlimited ones. Throws std::runtime_error
-// with a text that names the refused value.
+/// Makes the parameters: what was measured first, the configuration file over it,
+/// the options over both.
+/// Parameters without disk limits get unlimited ones. Throws std::runtime_error
+/// with a text that names the refused value.
 boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams> makeParams(const MigrateOptions& options);
 
 }  // namespace agent

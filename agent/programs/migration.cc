@@ -36,7 +36,7 @@ class MigrationContext : public RequestContext, public QXL::QXLProgressHandlerPr
   void stageEnds(const std::string& stage, int result) override {
     const std::chrono::duration<double> took = Clock::now() - began_;
     view_.stageEnds(stage, result, took.count());
-    if (stage == methodFinish) return;
+    if (stage == kMethodFinish) return;
     lastStage_ = stage;
     if (result != 0 && failedStage_.empty()) failedStage_ = stage;
   }

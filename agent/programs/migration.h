@@ -11,7 +11,7 @@
 
 namespace agent {
 
-// What a person who watches a migration is shown.
+/// What a person who watches a migration is shown.
 class MigrationView {
  public:
   virtual ~MigrationView() = default;
@@ -21,19 +21,19 @@ class MigrationView {
   virtual void percent(const std::string& description, int percent) = 0;
 };
 
-// How a migration ended.
+/// How a migration ended.
 struct MigrationResult {
   bool succeeded = false;
-  // Error code and text of the failure. The stage is the one that failed; when the
-  // controller itself stopped between two stages, it is "after STAGE".
+  /// Error code and text of the failure. The stage is the one that failed; when the
+  /// controller itself stopped between two stages, it is "after STAGE".
   int code = 0;
   std::string stage;
   std::string text;
 };
 
-// Migrates the server behind the agent at `source` (see connect.h)
-// with this process as the node's agent. The plug-in must be loaded. `cancel`
-// stops it: what runs is stopped and both ends are finished before it returns.
+/// Migrates the server behind the agent at `source` (see connect.h)
+/// with this process as the node's agent. The plug-in must be loaded. `cancel`
+/// stops it: what runs is stopped and both ends are finished before it returns.
 MigrationResult migrate(const QXL::QXLConnectionInfo& source,
                         const boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams>& params,
                         MigrationView& view, const std::shared_ptr<CancelToken>& cancel);

@@ -95,6 +95,8 @@ host::ServerIdentity Planning::identify() {
   return {parts_->client->identify().machineId, parts_->kept->transport().provenKey()};
 }
 
+QXL::QXLRequestTransport& Planning::transport() { return parts_->kept->transport(); }
+
 Measurement Planning::measure(const MeasureSettings& settings) {
   return shown(parts_->view, "measure", [&]() {
     Measurement claimed = parts_->client->measure(settings);

@@ -10,6 +10,7 @@
 #include "agent/programs/version.h"
 #include "agent/system/log_level.h"
 #include "agent/system/signals.h"
+#include "agent/verify/list_operator.h"
 #include "agent/wire/server.h"
 #include "agent/wire/stdio_server.h"
 
@@ -24,6 +25,7 @@ int serve(const std::string& address, bool stdio, const std::string& library, in
   const int stopFd = agent::catchStopSignals();
   const agent::Plugin plugin(library.empty() ? agent::Plugin::defaultPath() : library);
   agent::registerSurveyOperator();
+  agent::registerListOperator();
   if (stdio) {
     agent::serveStdio(stopFd);
     return 0;
@@ -39,7 +41,7 @@ int main(int argc, char** argv) {
   // What the plug-in's programs print is read, and is not to be translated.
   setenv("LC_ALL", "C", 1);
   CLI::App app("The host agent: lets a container host copy this server into a container.");
-  app.set_version_flag("--version", std::string("qxagent ") + agent::version);
+  app.set_version_flag("--version", std::string("qxagent ") + agent::kVersion);
   app.require_subcommand(1);
   app.footer(
       "Exit status: 0 when stopped by SIGTERM, SIGINT or SIGHUP, 1 when it cannot serve,\n"

@@ -10,23 +10,23 @@
 
 namespace agent {
 
-// Error codes of the framework's table that a cancel is told with.
-inline constexpr int cancelledByUser = 499;
-inline constexpr int connectionLost = 410;
-// An agent that did not answer in time.
-inline constexpr int answerTimedOut = 408;
+/// Error codes of the framework's table that a cancel is told with.
+inline constexpr int kCancelledByUser = 499;
+inline constexpr int kConnectionLost = 410;
+/// An agent that did not answer in time.
+inline constexpr int kAnswerTimedOut = 408;
 
-// A flag that can be waited for. Any thread may cancel; it stays cancelled, and
-// the first reason stands.
+/// A flag that can be waited for. Any thread may cancel; it stays cancelled, and
+/// the first reason stands.
 class CancelToken {
  public:
   CancelToken();
-  void cancel(int code = cancelledByUser, const std::string& argument = "");
+  void cancel(int code = kCancelledByUser, const std::string& argument = "");
   bool isCancelled() const { return code() != 0; }
-  // Why: an error code (0 when not cancelled) and its argument.
+  /// Why: an error code (0 when not cancelled) and its argument.
   int code() const;
   std::string argument() const;
-  // Readable once cancelled; for poll.
+  /// Readable once cancelled; for poll.
   int fd() const { return event_.get(); }
 
   /// Beyond a cancel: what another machine still does to end its part is not waited

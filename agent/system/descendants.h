@@ -8,9 +8,9 @@
 
 namespace agent {
 
-// Processes that a thread of this process has started and their descendants,
-// from /proc/PID/task/TID/children (kernel 3.5 with CONFIG_PROC_CHILDREN; where
-// it is missing the result is empty). Those that go at the time may be missed.
+/// Processes that a thread of this process has started and their descendants,
+/// from /proc/PID/task/TID/children (kernel 3.5 with CONFIG_PROC_CHILDREN; where
+/// it is missing the result is empty). Those that go at the time may be missed.
 std::vector<pid_t> descendantsOfThread(pid_t thread);
 
 }  // namespace agent

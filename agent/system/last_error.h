@@ -7,13 +7,13 @@
 
 namespace agent {
 
-// Records the text for the calling thread and returns -1.
+/// Records the text for the calling thread and returns -1.
 int fail(const std::string& text);
 
-// The same, with ": " and the text of errno behind it. errno is taken on entry.
+/// The same, with ": " and the text of errno behind it. errno is taken on entry.
 int failErrno(const std::string& text);
 
-// Runs `work`; what it throws becomes the calling thread's last error. Returns 0 or -1.
+/// Runs `work`; what it throws becomes the calling thread's last error. Returns 0 or -1.
 template <class Work>
 int attempt(Work&& work) {
   try {
@@ -26,7 +26,7 @@ int attempt(Work&& work) {
 
 void setLastError(const std::string& text);
 
-// The text of an errno value; safe from any thread.
+/// The text of an errno value; safe from any thread.
 std::string errnoText(int number);
 
 }  // namespace agent

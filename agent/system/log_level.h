@@ -4,7 +4,7 @@
 
 namespace agent {
 
-// Lines up to this level go to standard error; at first errors and warnings (1).
+/// Lines up to this level go to standard error; at first errors and warnings (1).
 void setLogLevel(int level);
 
 }  // namespace agent

@@ -7,7 +7,7 @@
 
 namespace agent {
 
-// Keeps the last `limit` bytes of all that was added.
+/// Keeps the last `limit` bytes of all that was added.
 class TailBuffer {
  public:
   explicit TailBuffer(size_t limit) : limit_(limit) {}

@@ -1,7 +1,9 @@
 #include "agent/transport/bundle.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
 #include <vector>
 
 #include "agent/system/last_error.h"
@@ -9,7 +11,7 @@
 
 namespace agent {
 
-int findBundle(Bundle& bundle) {
+Bundle findBundle() {
   std::error_code error;
   const std::filesystem::path here =
       std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
@@ -24,17 +26,19 @@ int findBundle(Bundle& bundle) {
     if (!std::filesystem::exists(archive, error)) continue;
     const std::string digestPath = (folder / "bundle.sha256").lexically_normal();
     const std::optional<std::string> digest = host::readFile(digestPath);
-    if (!digest) return failErrno("cannot read " + digestPath);
+    if (!digest) throw std::runtime_error("cannot read " + digestPath + ": " + errnoText(errno));
+    Bundle bundle;
     bundle.path = archive;
     bundle.bytes = std::filesystem::file_size(archive, error);
     bundle.sha256 = digest->substr(0, 64);
     if (bundle.sha256.size() != 64 ||
         bundle.sha256.find_first_not_of("0123456789abcdef") != std::string::npos) {
-      return fail(digestPath + " holds no SHA-256 digest");
+      throw std::runtime_error(digestPath + " holds no SHA-256 digest");
     }
-    return 0;
+    return bundle;
   }
-  return fail("bundle.tar.gz, the agent for servers, is missing from " + folders.back().string());
+  throw std::runtime_error("bundle.tar.gz, the agent for servers, is missing from " +
+                           folders.back().string());
 }
 
 }  // namespace agent

@@ -10,14 +10,13 @@ namespace agent {
 struct Bundle {
   std::string path;
   uint64_t bytes = 0;
-  std::string sha256;  // 64 hexadecimal digits
+  std::string sha256;  ///< 64 hexadecimal digits
 };
 
-// Finds bundle.tar.gz with its bundle.sha256: in the directory that QX_BUNDLE_DIR
-// names, beside this program, in "../share/qxlinmigrate" from there, or in
-// /usr/local/share/qxlinmigrate. Returns 0, or -1 with the reason in
-// QXL::getErrorMessage().
-int findBundle(Bundle& bundle);
+/// Finds bundle.tar.gz with its bundle.sha256: in the directory that QX_BUNDLE_DIR
+/// names, beside this program, in "../share/qxlinmigrate" from there, or in
+/// /usr/local/share/qxlinmigrate. Throws std::runtime_error.
+Bundle findBundle();
 
 }  // namespace agent
 

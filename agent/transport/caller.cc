@@ -18,13 +18,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 // How long a cancelled request may take to answer, and how often it is reminded.
-constexpr std::chrono::seconds cancelPatience(30);
+constexpr std::chrono::seconds kCancelTimeout(30);
 // How long one that is late already has for that.
 constexpr std::chrono::seconds lateTimeout(5);
 constexpr std::chrono::milliseconds reminder(1000);
 // Lines of progress that may wait; of more the oldest go.
-constexpr size_t mostWaiting = 1000;
-constexpr int framesAtATime = 100;
+constexpr size_t kMostWaiting = 1000;
+constexpr int kFramesAtATime = 100;
 
 // For poll: rounded up, and no longer than a poll can be.
 int millisecondsUntil(Clock::time_point when) {
@@ -48,7 +48,7 @@ struct Caller::Pending {
 
   void push(const nlohmann::json& frame) {
     std::lock_guard lock(mutex);
-    if (frames.size() >= mostWaiting) frames.pop_front();
+    if (frames.size() >= kMostWaiting) frames.pop_front();
     frames.push_back(frame);
     raiseEvent(event);
   }
@@ -63,7 +63,7 @@ int Caller::call(const Request& request, nlohmann::json& answer,
     std::lock_guard lock(mutex_);
     if (lost_) {
       fail(lostText(lostReason_));
-      return connectionLost;
+      return kConnectionLost;
     }
     id = nextId_++;
     pending_[id] = pending;
@@ -71,7 +71,7 @@ int Caller::call(const Request& request, nlohmann::json& answer,
   const auto done = [&](int code) {
     std::lock_guard lock(mutex_);
     pending_.erase(id);
-    if (code == connectionLost) fail(lostText(lostReason_));
+    if (code == kConnectionLost) fail(lostText(lostReason_));
     return code;
   };
   if (!sink_.send({{"type", "request"},
@@ -80,12 +80,12 @@ int Caller::call(const Request& request, nlohmann::json& answer,
                    {"operator", request.operatorName},
                    {"method", request.method},
                    {"body", request.body}})) {
-    return done(connectionLost);
+    return done(kConnectionLost);
   }
 
-  constexpr Clock::time_point never = Clock::time_point::max();
-  const Clock::time_point due = limits.longest.count() ? Clock::now() + limits.longest : never;
-  Clock::time_point giveUp = never;
+  constexpr Clock::time_point kNever = Clock::time_point::max();
+  const Clock::time_point due = limits.longest.count() ? Clock::now() + limits.longest : kNever;
+  Clock::time_point giveUp = kNever;
   Clock::time_point nextReminder = Clock::time_point::min();
   bool more = false;  // frames that came and were not looked at
   for (;;) {
@@ -93,7 +93,7 @@ int Caller::call(const Request& request, nlohmann::json& answer,
     const bool stopping = late || (cancel && cancel->isCancelled());
     if (limits.abandon && limits.abandon->isAbandoned()) {
       fail("'" + request.method + "' was not waited for");
-      return done(cancelledByUser);
+      return done(kCancelledByUser);
     }
     if (stopping) {
       // Sent again and again: what was just starting may have missed the first. Not more
@@ -102,18 +102,18 @@ int Caller::call(const Request& request, nlohmann::json& answer,
         sink_.send({{"type", "cancel"}, {"id", id}});
         nextReminder = Clock::now() + reminder;
       }
-      if (giveUp == never) giveUp = Clock::now() + (late ? lateTimeout : cancelPatience);
+      if (giveUp == kNever) giveUp = Clock::now() + (late ? lateTimeout : kCancelTimeout);
       if (Clock::now() >= giveUp) {
         if (late) {
           fail("the agent did not answer '" + request.method + "' within " +
                std::to_string(
                    std::chrono::duration_cast<std::chrono::seconds>(limits.longest).count()) +
                " seconds");
-          return done(answerTimedOut);
+          return done(kAnswerTimedOut);
         }
         fail("the agent did not stop '" + request.method + "' within " +
-             std::to_string(cancelPatience.count()) + " seconds");
-        return done(cancelledByUser);
+             std::to_string(kCancelTimeout.count()) + " seconds");
+        return done(kCancelledByUser);
       }
     }
     pollfd entries[3] = {{pending->event.get(), POLLIN, 0},
@@ -124,7 +124,7 @@ int Caller::call(const Request& request, nlohmann::json& answer,
     clearEvent(pending->event);
     // A peer that floods must not keep this from looking at the time and the cancel.
     more = true;
-    for (int left = framesAtATime; left > 0; --left) {
+    for (int left = kFramesAtATime; left > 0; --left) {
       nlohmann::json frame;
       bool lost = false;
       {
@@ -140,7 +140,7 @@ int Caller::call(const Request& request, nlohmann::json& answer,
         }
       }
       // Not with that lock held: a loss takes the two in the other order.
-      if (lost) return done(connectionLost);
+      if (lost) return done(kConnectionLost);
       if (frame["type"] == "answer") {
         answer = frame["body"];
         return done(0);

@@ -15,23 +15,23 @@
 
 namespace agent {
 
-// Several threads may call at one time.
+/// Several threads may call at one time.
 class Caller {
  public:
   explicit Caller(FrameSink& sink) : sink_(sink) {}
 
-  // See QXLRequestTransport::call. A request that takes longer than its limits allow is
-  // cancelled like one that was cancelled by the user, and ends with error 408; one that
-  // is abandoned ends at once, with error 499.
+  /// See QXLRequestTransport::call. A request that takes longer than its limits allow is
+  /// cancelled like one that was cancelled by the user, and ends with error 408; one that
+  /// is abandoned ends at once, with error 499.
   int call(const Request& request, nlohmann::json& answer,
            QXL::QXLProgressHandlerPrototype* handler, CancelToken* cancel,
            const RequestLimits& limits = {});
 
-  // A "progress" or "answer" frame came in. Throws std::runtime_error when it is
-  // malformed.
+  /// A "progress" or "answer" frame came in. Throws std::runtime_error when it is
+  /// malformed.
   void onFrame(const nlohmann::json& frame);
 
-  // The connection is gone: every call, also a later one, ends with error 410.
+  /// The connection is gone: every call, also a later one, ends with error 410.
   void onLost(const std::string& reason);
 
  private:

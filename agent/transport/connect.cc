@@ -24,15 +24,14 @@ host::Fd connectUnix(const std::string& path) {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   if (path.empty() || path.size() >= sizeof address.sun_path) {
-    fail("'" + path + "' cannot be the path of a socket: it must have 1 to " +
-         std::to_string(sizeof address.sun_path - 1) + " bytes");
-    return host::Fd();
+    throw std::runtime_error("'" + path + "' cannot be the path of a socket: it must have 1 to " +
+                             std::to_string(sizeof address.sun_path - 1) + " bytes");
   }
   memcpy(address.sun_path, path.c_str(), path.size() + 1);
   host::Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd || connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    failErrno("cannot connect to the agent at unix:" + path);
-    return host::Fd();
+    throw std::runtime_error("cannot connect to the agent at unix:" + path + ": " +
+                             errnoText(errno));
   }
   return fd;
 }
@@ -75,7 +74,6 @@ boost::shared_ptr<QXL::QXLRequestTransport> connect(const QXL::QXLConnectionInfo
       return boost::shared_ptr<QXL::QXLRequestTransport>(new LocalTransport());
     if (address.compare(0, 5, "unix:") == 0) {
       host::Fd fd = connectUnix(address.substr(5));
-      if (!fd) return nullptr;
       host::Fd second(fcntl(fd.get(), F_DUPFD_CLOEXEC, 3));
       return boost::shared_ptr<QXL::QXLRequestTransport>(
           new RemoteTransport(std::move(fd), std::move(second), address));

@@ -1,4 +1,4 @@
-// The road to the agent of this process: the same frames as between processes,
+// The transport to the agent of this process: the same frames as between processes,
 // without a wire.
 #ifndef QX_AGENT_TRANSPORT_LOCAL_TRANSPORT_H
 #define QX_AGENT_TRANSPORT_LOCAL_TRANSPORT_H
@@ -20,7 +20,7 @@ class LocalTransport : public QXL::QXLRequestTransport {
   std::string handOver(const boost::intrusive_ptr<QXL::QXLChannelEndPrototype>& end) override;
   QXL::QXLEID eid() const override;
 
-  // As the loss of a connection: calls end with error 410, sessions are ended.
+  /// As the loss of a connection: calls end with error 410, sessions are ended.
   void disconnect();
 
  private:
@@ -45,7 +45,7 @@ class LocalTransport : public QXL::QXLRequestTransport {
   ToDispatcher toDispatcher_;
   ToCaller toCaller_;
   Caller caller_;
-  Dispatcher dispatcher_;  // last: its sessions end while the rest is there
+  Dispatcher dispatcher_;  ///< last: its sessions end while the rest is there
 };
 
 }  // namespace agent

@@ -10,11 +10,12 @@
 #include "agent/wire/channels.h"
 #include "agent/wire/protocol.h"
 #include "agent/wire/request_context.h"
+#include "agent/wire/steps.h"
 
 namespace agent {
 
 namespace {
-constexpr std::chrono::seconds greetingPatience(30);
+constexpr std::chrono::seconds kGreetingTimeout(30);
 }
 
 RemoteTransport::RemoteTransport(host::Fd input, host::Fd output, const std::string& peer,
@@ -44,11 +45,11 @@ RemoteTransport::RemoteTransport(host::Fd input, host::Fd output, const std::str
           return;
         }
         caller_.onLost(why);
-        if (cancelOnLoss_) cancelOnLoss_->cancel(connectionLost, ": " + why);
+        if (cancelOnLoss_) cancelOnLoss_->cancel(kConnectionLost, ": " + why);
       });
   connection_.send(hello());
   try {
-    if (greeted.wait_for(greetingPatience) != std::future_status::ready) {
+    if (greeted.wait_for(kGreetingTimeout) != std::future_status::ready) {
       throw std::runtime_error("no agent answers at " + peer_);
     }
     eid_ = QXL::QXLEID(greeted.get());
@@ -69,12 +70,12 @@ void RemoteTransport::disconnect() {
 
 int RemoteTransport::call(const Request& request, nlohmann::json& answer,
                           QXL::QXLProgressHandlerPrototype* handler, CancelToken* cancel) {
-  RequestLimits limits = limitsOf(request.method);
-  limits.abandon = cancelOnLoss_.get();
+  const Step& step = stepOf(request.method);
+  const RequestLimits limits{step.longest, step.frameBytes, cancelOnLoss_.get()};
   // The connection is used by one thread at a time, but for the beat.
   connection_.expectFramesOf(limits.frameBytes);
   const int result = caller_.call(request, answer, handler, cancel, limits);
-  connection_.expectFramesOf(usualFrameBytes);
+  connection_.expectFramesOf(kUsualFrameBytes);
   return result;
 }
 

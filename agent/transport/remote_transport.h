@@ -1,4 +1,4 @@
-// The road to the agent at the other end of a connection.
+// The transport to the agent at the other end of a connection.
 #ifndef QX_AGENT_TRANSPORT_REMOTE_TRANSPORT_H
 #define QX_AGENT_TRANSPORT_REMOTE_TRANSPORT_H
 
@@ -10,13 +10,13 @@
 
 namespace agent {
 
-// Over a UNIX socket. When the connection is lost, the request that was being
-// served by the thread that made this transport is cancelled with the reason: a
-// migration whose server is gone must not go on at the other end.
+/// Over a UNIX socket. When the connection is lost, the request that was being
+/// served by the thread that made this transport is cancelled with the reason: a
+/// migration whose server is gone must not go on at the other end.
 class RemoteTransport : public QXL::QXLRequestTransport {
  public:
-  // Greets the agent. Throws std::runtime_error when it does not greet back
-  // within 30 seconds or speaks another version.
+  /// Greets the agent. Throws std::runtime_error when it does not greet back
+  /// within 30 seconds or speaks another version.
   RemoteTransport(host::Fd input, host::Fd output, const std::string& peer,
                   const HeartbeatTimes& times = HeartbeatTimes());
   ~RemoteTransport() override;
@@ -29,7 +29,7 @@ class RemoteTransport : public QXL::QXLRequestTransport {
   QXL::QXLEID eid() const override { return eid_; }
 
  protected:
-  // Leaves; calls end with error 410. Returns when the connection's thread has.
+  /// Leaves; calls end with error 410. Returns when the connection's thread has.
   void disconnect();
   bool peerWasSilent() const { return connection_.wasSilent(); }
 

@@ -1,9 +1,9 @@
-// How long another machine may take for a request, and how much it may answer.
+// How long another machine may take for a request, and how much it may answer. An agent that
+// beats but never answers must not hold a migration for ever.
 #ifndef QX_AGENT_REQUEST_LIMITS_H
 #define QX_AGENT_REQUEST_LIMITS_H
 
 #include <chrono>
-#include <string>
 
 #include "agent/system/cancel.h"
 #include "agent/wire/frames.h"
@@ -14,14 +14,10 @@ struct RequestLimits {
   /// Longer than any honest agent takes; 0 for no limit.
   std::chrono::milliseconds longest{0};
   /// The longest frame that may come meanwhile.
-  size_t frameBytes = usualFrameBytes;
+  size_t frameBytes = kUsualFrameBytes;
   /// Once abandoned, the answer is not waited for; may be null.
   CancelToken* abandon = nullptr;
 };
-
-/// The limits of a request to another machine, by its method. An agent that beats but
-/// never answers must not hold a migration for ever.
-RequestLimits limitsOf(const std::string& method);
 
 }  // namespace agent
 

@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
-
-#include "agent/system/last_error.h"
+#include <stdexcept>
 
 namespace agent {
 
@@ -30,10 +29,9 @@ bool parsePort(const std::string& text, int& port) {
 
 }  // namespace
 
-std::optional<SshAddress> parseSshAddress(const std::string& text) {
+SshAddress parseSshAddress(const std::string& text) {
   const auto refuse = [&](const std::string& why) {
-    fail("'" + text + "' is not a valid address of a server: " + why);
-    return std::nullopt;
+    throw std::runtime_error("'" + text + "' is not a valid address of a server: " + why);
   };
   std::string rest = text;
   if (rest.compare(0, 6, "ssh://") == 0) {
@@ -45,17 +43,17 @@ std::optional<SshAddress> parseSshAddress(const std::string& text) {
   if (at != std::string::npos) {
     address.user = rest.substr(0, at);
     rest.erase(0, at + 1);
-    if (!isName(address.user)) return refuse("the user name is not a plain name");
+    if (!isName(address.user)) refuse("the user name is not a plain name");
   }
   std::string port;
   if (!rest.empty() && rest[0] == '[') {
     const size_t close = rest.find(']');
-    if (close == std::string::npos) return refuse("the bracket is not closed");
+    if (close == std::string::npos) refuse("the bracket is not closed");
     address.host = rest.substr(1, close - 1);
     if (close + 1 < rest.size()) {
-      if (rest[close + 1] != ':') return refuse("something stands behind the bracket");
+      if (rest[close + 1] != ':') refuse("something stands behind the bracket");
       port = rest.substr(close + 2);
-      if (!parsePort(port, address.port)) return refuse("the port is not between 1 and 65535");
+      if (!parsePort(port, address.port)) refuse("the port is not between 1 and 65535");
     }
   } else {
     address.host = rest;
@@ -64,11 +62,11 @@ std::optional<SshAddress> parseSshAddress(const std::string& text) {
     if (colon != std::string::npos && rest.find(':', colon + 1) == std::string::npos) {
       address.host = rest.substr(0, colon);
       if (!parsePort(rest.substr(colon + 1), address.port)) {
-        return refuse("the port is not between 1 and 65535");
+        refuse("the port is not between 1 and 65535");
       }
     }
   }
-  if (!isName(address.host)) return refuse("the host name is not a plain name");
+  if (!isName(address.host)) refuse("the host name is not a plain name");
   return address;
 }
 

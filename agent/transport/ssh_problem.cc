@@ -12,7 +12,7 @@ struct Known {
 };
 
 // The first sign found decides. Texts of OpenSSH 6 to 10, sudo and su.
-constexpr Known knownProblems[] = {
+constexpr Known kKnownProblems[] = {
     {"REMOTE HOST IDENTIFICATION HAS CHANGED",
      "the host key of %1 has changed: either the server was installed anew or somebody is in "
      "between. Find out which; if the change is right, remove the old key with ssh-keygen -R"},
@@ -70,7 +70,7 @@ std::string trimmed(const std::string& text) {
 
 std::string explainSshFailure(const std::string& target, const std::string& errorOutput,
                               int status) {
-  for (const Known& known : knownProblems) {
+  for (const Known& known : kKnownProblems) {
     if (errorOutput.find(known.sign) == std::string::npos) continue;
     return fill(known.message, target) + "\nssh said: " + trimmed(errorOutput);
   }
@@ -84,15 +84,15 @@ std::string explainSshFailure(const std::string& target, const std::string& erro
   return said.empty() ? text : text + "\nssh said: " + said;
 }
 
-std::string explainArrivalFailure(const std::string& target, const std::string& word,
-                                  const std::string& detail) {
+std::string explainBootstrapFailure(const std::string& target, const std::string& word,
+                                    const std::string& detail) {
   if (word == "live") {
     return "another migration of " + target + " is running: process " + detail +
            " there. Wait for it, or end it on the server";
   }
   if (word == "root") {
-    return "no root rights on " + target + ": the account is user " + detail +
-           " there even with sudo";
+    return "no root rights on " + target + ": even with sudo the account is user " + detail +
+           " there";
   }
   if (word == "machine") {
     return target + " has the processor '" + detail + "': only x86_64 can be migrated";
@@ -110,7 +110,7 @@ std::string explainArrivalFailure(const std::string& target, const std::string& 
            ": it is mounted noexec. Remount it with exec for the migration (mount -o remount,exec "
            "/var)";
   }
-  if (word == "digest") return "the agent did not arrive whole on " + target + ": try again";
+  if (word == "digest") return "the agent was damaged on its way to " + target + ": try again";
   if (word == "tool") return target + " lacks the program " + detail;
   if (word == "unpack") return "the agent could not be unpacked on " + target + ": " + detail;
   return target + ": " + word + " " + detail;

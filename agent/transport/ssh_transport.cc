@@ -32,14 +32,13 @@ boost::intrusive_ptr<QXL::QXLChannelPrototype> SshTransport::createChannel(
 boost::shared_ptr<QXL::QXLRequestTransport> connectSsh(const std::string& address,
                                                        const std::vector<std::string>& options,
                                                        QXL::QXLProgressHandlerPrototype* handler) {
-  const std::optional<SshAddress> parsed = parseSshAddress(address);
-  Bundle bundle;
-  if (!parsed || findBundle(bundle) != 0) throw std::runtime_error(QXL::getErrorMessage());
-  auto session = std::make_unique<SshSession>(*parsed, options);
+  const SshAddress parsed = parseSshAddress(address);
+  const Bundle bundle = findBundle();
+  auto session = std::make_unique<SshSession>(parsed, options);
   const CurrentRequest* request = CurrentRequest::get();
   session->start(bundle, handler, request ? request->cancel.get() : nullptr);
   return boost::shared_ptr<QXL::QXLRequestTransport>(
-      new SshTransport(std::move(session), parsed->target()));
+      new SshTransport(std::move(session), parsed.target()));
 }
 
 }  // namespace agent

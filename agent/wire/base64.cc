@@ -3,7 +3,7 @@
 namespace agent {
 
 namespace {
-constexpr std::string_view alphabet =
+constexpr std::string_view kAlphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 }
 
@@ -17,7 +17,7 @@ std::string encodeBase64(std::string_view bytes) {
       group = group << 8 | (k < count ? static_cast<unsigned char>(bytes[i + k]) : 0u);
     }
     for (size_t k = 0; k < 4; ++k) {
-      text += k <= count ? alphabet[group >> (18 - 6 * k) & 63] : '=';
+      text += k <= count ? kAlphabet[group >> (18 - 6 * k) & 63] : '=';
     }
   }
   return text;
@@ -35,7 +35,7 @@ std::optional<std::string> decodeBase64(std::string_view text) {
     for (size_t k = 0; k < 4; ++k) {
       size_t value = 0;
       if (k < count) {
-        value = alphabet.find(text[i + k]);
+        value = kAlphabet.find(text[i + k]);
         if (value == std::string_view::npos) return std::nullopt;
       }
       group = group << 6 | static_cast<unsigned>(value);

@@ -10,7 +10,7 @@ namespace agent {
 
 std::string encodeBase64(std::string_view bytes);
 
-// Nothing for text that is not base64 with its padding.
+/// Nothing for text that is not base64 with its padding.
 std::optional<std::string> decodeBase64(std::string_view text);
 
 }  // namespace agent

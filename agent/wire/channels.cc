@@ -26,7 +26,7 @@ void ChannelTable::put(const std::string& token,
 
 boost::intrusive_ptr<QXL::QXLChannelEndPrototype> ChannelTable::take(const std::string& token) {
   std::unique_lock lock(mutex_);
-  arrived_.wait_for(lock, patience_, [&]() { return ends_.count(token) != 0; });
+  arrived_.wait_for(lock, timeout_, [&]() { return ends_.count(token) != 0; });
   const auto found = ends_.find(token);
   if (found == ends_.end()) return nullptr;
   boost::intrusive_ptr<QXL::QXLChannelEndPrototype> end = std::move(found->second);

@@ -13,11 +13,11 @@
 
 namespace agent {
 
-// An end whose descriptors are in this process.
+/// An end whose descriptors are in this process.
 class LocalChannelEnd : public QXL::QXLChannelEndPrototype {
  public:
-  // attendant: a descriptor that is to stay open as long as anyone uses the end;
-  // it is inherited by programs that are started with the end.
+  /// attendant: a descriptor that is to stay open as long as anyone uses the end;
+  /// it is inherited by programs that are started with the end.
   LocalChannelEnd(host::Fd input, host::Fd output, host::Fd attendant = host::Fd());
   int getInputFd() override { return input_.get(); }
   int getOutputFd() override { return output_.get(); }
@@ -28,7 +28,7 @@ class LocalChannelEnd : public QXL::QXLChannelEndPrototype {
   host::Fd attendant_;
 };
 
-// An end that waits in an agent's channel table under its token.
+/// An end that waits in an agent's channel table under its token.
 class TokenChannelEnd : public QXL::QXLChannelEndPrototype {
  public:
   explicit TokenChannelEnd(std::string token) : token_(std::move(token)) {}
@@ -57,40 +57,40 @@ class Channel : public QXL::QXLChannelPrototype {
   boost::intrusive_ptr<QXL::QXLChannelEndPrototype> serializerEnd_;
 };
 
-// Ends that came to an agent and wait for the stage that names them. Threads may
-// share it.
+/// Ends that came to an agent and wait for the stage that names them. Threads may
+/// share it.
 class ChannelTable {
  public:
-  // patience: how long take waits for an end that comes by a road of its own.
-  explicit ChannelTable(std::chrono::seconds patience = std::chrono::seconds(0))
-      : patience_(patience) {}
+  /// timeout: how long take waits for an end that comes over a transport of its own.
+  explicit ChannelTable(std::chrono::seconds timeout = std::chrono::seconds(0))
+      : timeout_(timeout) {}
 
   void put(const std::string& token, boost::intrusive_ptr<QXL::QXLChannelEndPrototype> end);
-  // Takes the end out; null when there is none under the token.
+  /// Takes the end out; null when there is none under the token.
   boost::intrusive_ptr<QXL::QXLChannelEndPrototype> take(const std::string& token);
 
  private:
-  std::chrono::seconds patience_;
+  std::chrono::seconds timeout_;
   std::mutex mutex_;
   std::condition_variable arrived_;
   std::map<std::string, boost::intrusive_ptr<QXL::QXLChannelEndPrototype>> ends_;
 };
 
-// The two ends of a new pair of pipes; both null with QXL::getErrorMessage() set
-// when there are no descriptors left. Descriptors are close-on-exec. pipeBytes:
-// wanted buffer of each pipe, 0 for the system's; a smaller one is no error.
+/// The two ends of a new pair of pipes; both null with QXL::getErrorMessage() set
+/// when there are no descriptors left. Descriptors are close-on-exec. pipeBytes:
+/// wanted buffer of each pipe, 0 for the system's; a smaller one is no error.
 struct ChannelPair {
   boost::intrusive_ptr<LocalChannelEnd> first;
   boost::intrusive_ptr<LocalChannelEnd> second;
 };
 ChannelPair makeChannelPair(int pipeBytes);
 
-// The same on one pair of UNIX sockets: each end is a socket and its duplicate. For
-// ends on one machine, since descriptors can travel through it: the programs at the
-// two ends may then agree on a shorter road. bufferBytes: wanted send buffer.
+/// The same on one pair of UNIX sockets: each end is a socket and its duplicate. For
+/// ends on one machine, since descriptors can travel through it: the programs at the
+/// two ends may then agree on a shorter way. bufferBytes: wanted send buffer.
 ChannelPair makeSocketChannelPair(int bufferBytes);
 
-// A token nobody can guess: 32 hexadecimal digits.
+/// A token nobody can guess: 32 hexadecimal digits.
 std::string newToken();
 
 }  // namespace agent

@@ -8,17 +8,19 @@
 #include <cerrno>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <span>
 #include <stdexcept>
 
 #include "agent/system/event.h"
 #include "agent/system/last_error.h"
+#include "host/pass_fds.h"
 
 namespace agent {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr size_t maxDescriptors = 4;
+constexpr size_t kMaxDescriptors = 4;
 
 bool isSocket(int fd) {
   struct stat info;
@@ -79,21 +81,8 @@ bool Connection::writeAll(const std::string& bytes, const std::vector<int>& fds)
   for (size_t written = 0; written < bytes.size();) {
     ssize_t count;
     if (isSocket_) {
-      iovec part{const_cast<char*>(bytes.data()) + written, bytes.size() - written};
-      msghdr message = {};
-      message.msg_iov = &part;
-      message.msg_iovlen = 1;
-      alignas(cmsghdr) char control[CMSG_SPACE(maxDescriptors * sizeof(int))] = {};
-      if (written == 0 && !fds.empty()) {
-        message.msg_control = control;
-        message.msg_controllen = CMSG_SPACE(fds.size() * sizeof(int));
-        cmsghdr* header = CMSG_FIRSTHDR(&message);
-        header->cmsg_level = SOL_SOCKET;
-        header->cmsg_type = SCM_RIGHTS;
-        header->cmsg_len = CMSG_LEN(fds.size() * sizeof(int));
-        memcpy(CMSG_DATA(header), fds.data(), fds.size() * sizeof(int));
-      }
-      count = sendmsg(output_.get(), &message, MSG_NOSIGNAL);
+      count = host::sendWithFds(output_.get(), std::string_view(bytes).substr(written),
+                                written == 0 ? std::span<const int>(fds) : std::span<const int>());
     } else {
       count = write(output_.get(), bytes.data() + written, bytes.size() - written);
     }
@@ -121,26 +110,7 @@ bool Connection::receive() {
   char buffer[65536];
   ssize_t count;
   if (isSocket_) {
-    iovec part{buffer, sizeof buffer};
-    msghdr message = {};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    alignas(cmsghdr) char control[CMSG_SPACE(maxDescriptors * sizeof(int))];
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-    count = recvmsg(input_.get(), &message, MSG_CMSG_CLOEXEC);
-    if (count >= 0) {
-      for (cmsghdr* header = CMSG_FIRSTHDR(&message); header;
-           header = CMSG_NXTHDR(&message, header)) {
-        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
-        const size_t fds = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        for (size_t i = 0; i < fds; ++i) {
-          int fd;
-          memcpy(&fd, CMSG_DATA(header) + i * sizeof(int), sizeof fd);
-          received_.emplace_back(fd);
-        }
-      }
-    }
+    count = host::receiveWithFds(input_.get(), buffer, sizeof buffer, received_);
   } else {
     count = read(input_.get(), buffer, sizeof buffer);
   }
@@ -157,7 +127,8 @@ bool Connection::receive() {
     onFrame_(*frame, std::move(fds));
   }
   // Descriptors that no frame has asked for are not kept.
-  if (received_.size() > maxDescriptors) throw std::runtime_error("stray descriptors came in");
+  if (received_.size() > kMaxDescriptors)
+    throw std::runtime_error("the peer sent descriptors without a frame for them");
   return true;
 }
 

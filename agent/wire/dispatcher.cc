@@ -37,12 +37,12 @@ void Dispatcher::request(const nlohmann::json& frame) {
   std::erase_if(sessions_, [](const auto& entry) { return entry.second->finished(); });
   auto session = sessions_.find(name);
   if (session == sessions_.end()) {
-    if (method == methodFinish) {
+    if (method == kMethodFinish) {
       // Ending what has ended is no error.
       sink_.send({{"type", "answer"}, {"id", id}, {"body", nlohmann::json::object()}});
       return;
     }
-    if (method != methodCreate) return refuse(id, 409, "'" + method + "' without a session");
+    if (method != kMethodCreate) return refuse(id, 409, "'" + method + "' without a session");
     const auto factory = OperatorRegistry::instance().find(operatorName);
     if (!factory) return refuse(id, 404, operatorName);
     session = sessions_.emplace(name, std::make_unique<Session>(factory, sink_, channels_, client_))

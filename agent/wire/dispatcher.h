@@ -13,22 +13,22 @@
 
 namespace agent {
 
-// The sessions of one connection. Frames come from one thread at a time.
+/// The sessions of one connection. Frames come from one thread at a time.
 class Dispatcher {
  public:
-  // channelPatience: how long a stage waits for a channel that comes by a road of
-  // its own.
+  /// channelTimeout: how long a stage waits for a channel that comes over a transport of
+  /// its own.
   Dispatcher(FrameSink& sink, const QXL::QXLClientContext& client,
-             std::chrono::seconds channelPatience = std::chrono::seconds(0))
-      : sink_(sink), client_(client), channels_(channelPatience) {}
+             std::chrono::seconds channelTimeout = std::chrono::seconds(0))
+      : sink_(sink), client_(client), channels_(channelTimeout) {}
   ~Dispatcher() { end(); }
 
-  // A "request", "cancel" or "channel" frame came in, the last with two
-  // descriptors: where its user reads, and where it writes. Throws
-  // std::runtime_error when the frame is malformed.
+  /// A "request", "cancel" or "channel" frame came in, the last with two
+  /// descriptors: where its user reads, and where it writes. Throws
+  /// std::runtime_error when the frame is malformed.
   void onFrame(const nlohmann::json& frame, std::vector<host::Fd> fds);
 
-  // Ends every session, as after the loss of the connection.
+  /// Ends every session, as after the loss of the connection.
   void end();
 
   ChannelTable& channels() { return channels_; }

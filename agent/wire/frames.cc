@@ -11,7 +11,7 @@ std::string encodeFrame(const nlohmann::json& frame) {
   // Names of files may hold any bytes; where such a name is part of a text for
   // people, what is not UTF-8 is shown as such.
   const std::string text = frame.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-  if (text.size() > maxFrameBytes) {
+  if (text.size() > kMaxFrameBytes) {
     throw std::length_error("a frame of " + std::to_string(text.size()) + " bytes is too long");
   }
   std::string bytes;

@@ -12,9 +12,9 @@
 
 namespace agent {
 
-// A message is a JSON object. A field's key is its id in decimal; its value is a
-// number, {"base64": text} or {"object": {...}}. Errors are an array under
-// "errors", each {"code": number, "text": base64}.
+/// A message is a JSON object. A field's key is its id in decimal; its value is a
+/// number, {"base64": text} or {"object": {...}}. Errors are an array under
+/// "errors", each {"code": number, "text": base64}.
 class Message : public QXL::QXLMessageIterator {
  public:
   Message();
@@ -27,12 +27,12 @@ class Message : public QXL::QXLMessageIterator {
   int getValueBase64(std::string& value, int id) override;
   int putError(int code, const std::string& text) override;
 
-  // The first error; nothing when the message has none.
+  /// The first error; nothing when the message has none.
   std::optional<std::pair<int, std::string>> firstError() const;
 
   const nlohmann::json& body() const { return *body_; }
 
-  // Throws std::runtime_error for a body that is not a message.
+  /// Throws std::runtime_error for a body that is not a message.
   static void check(const nlohmann::json& body);
 
  protected:
@@ -40,7 +40,7 @@ class Message : public QXL::QXLMessageIterator {
   int getReader(QXL::QXLReaderPrototype& reader, int id) override;
 
  private:
-  // Behind a pointer, for the sake of the many that include this.
+  /// Behind a pointer, for the sake of the many that include this.
   std::unique_ptr<nlohmann::json> body_;
 };
 

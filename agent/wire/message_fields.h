@@ -4,22 +4,19 @@
 
 namespace agent {
 
-// Methods of every operator of a migration, beside its stages.
-inline constexpr const char* methodCreate = "create";
-inline constexpr const char* methodInit = "init";
-inline constexpr const char* methodFinish = "finish";
+/// Methods of every operator of a migration, beside its stages.
+inline constexpr const char* kMethodCreate = "create";
+inline constexpr const char* kMethodInit = "init";
+inline constexpr const char* kMethodFinish = "finish";
 
-// Message field: the token of the channel end that a stage is given.
-inline constexpr int fieldChannel = 9001;
+/// Message field: the token of the channel end that a stage is given.
+inline constexpr int kFieldChannel = 9001;
 
-// Message field of "finish": 1 when the whole migration succeeded.
-inline constexpr int fieldSucceeded = 9002;
+/// Message field of "finish": 1 when the whole migration succeeded.
+inline constexpr int kFieldSucceeded = 9002;
 
-// The stage that stops a server's services.
-inline constexpr const char* stageStopServices = "stopServices";
-
-// The error code of a caller who lacks the right to a stage.
-inline constexpr int accessDenied = 414;
+/// The error code of a caller who lacks the right to a stage.
+inline constexpr int kAccessDenied = 414;
 
 }  // namespace agent
 

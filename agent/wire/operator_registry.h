@@ -25,7 +25,7 @@ class OperatorRegistry {
     std::lock_guard lock(mutex_);
     factories_.erase(name);
   }
-  // Null when there is none of that name.
+  /// Null when there is none of that name.
   boost::intrusive_ptr<QXL::QXLOpFactory> find(const std::string& name) const {
     std::lock_guard lock(mutex_);
     const auto found = factories_.find(name);

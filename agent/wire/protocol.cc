@@ -10,16 +10,17 @@ namespace agent {
 
 nlohmann::json hello() {
   return {{"type", "hello"},
-          {"version", protocolVersion},
+          {"version", kProtocolVersion},
           {"eid", QXL::QXLConfiguration::getLocalEID().text()}};
 }
 
 void checkHello(const nlohmann::json& frame) {
-  if (textOf(frame, "type") != "hello") throw std::runtime_error("the peer does not greet");
+  if (textOf(frame, "type") != "hello")
+    throw std::runtime_error("the peer did not begin with a greeting");
   const long long version = numberOf(frame, "version");
-  if (version != protocolVersion) {
+  if (version != kProtocolVersion) {
     throw std::runtime_error("the peer speaks version " + std::to_string(version) +
-                             " of the protocol, this agent " + std::to_string(protocolVersion));
+                             " of the protocol, this agent " + std::to_string(kProtocolVersion));
   }
   textOf(frame, "eid");
 }

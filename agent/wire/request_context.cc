@@ -92,17 +92,17 @@ void QXLRequestContextPrototype::freportProgress(const char* format, ...) {
 
 QXLRequestContextScope::QXLRequestContextScope(
     const boost::intrusive_ptr<QXLRequestContextPrototype>& context)
-    : m_previous(currentContext) {
+    : previous_(currentContext) {
   currentContext = context;
 }
 
-QXLRequestContextScope::~QXLRequestContextScope() { currentContext = m_previous; }
+QXLRequestContextScope::~QXLRequestContextScope() { currentContext = previous_; }
 
 QXLRequest::QXLRequest() = default;
 QXLRequest::~QXLRequest() = default;
 
 boost::intrusive_ptr<QXLRequestContextPrototype> QXLRequest::getContext() const {
-  return m_access ? m_access->getRequestContext() : QXLRequestContextPrototype::getCurrent();
+  return access_ ? access_->getRequestContext() : QXLRequestContextPrototype::getCurrent();
 }
 
 boost::intrusive_ptr<QXLProgressHandlerPrototype> QXLRequest::getProgressHandler() const {
@@ -115,23 +115,23 @@ boost::intrusive_ptr<QXLProgressHandlerPrototype> QXLRequest::getProgressHandler
 }
 
 const boost::intrusive_ptr<QXLAccessProviderPrototype>& QXLRequest::getAccessProvider() const {
-  return m_access;
+  return access_;
 }
 
 void QXLRequest::setAccessProvider(const boost::intrusive_ptr<QXLAccessProviderPrototype>& access) {
-  m_access = access;
+  access_ = access;
 }
 
 QXLRequestLocal::QXLRequestLocal() = default;
 QXLRequestLocal::~QXLRequestLocal() = default;
 
 void QXLRequestLocal::beginCommand() {
-  m_open = true;
+  open_ = true;
   getContextLocal()->setLastError(0, "");
 }
 
 int QXLRequestLocal::endCommand(const QXLRequestErrorData& error) {
-  m_open = false;
+  open_ = false;
   int code = error.code;
   std::string text = error.message;
   if (code == 0) {
@@ -155,6 +155,6 @@ boost::intrusive_ptr<QXLRequestContextPrototype> QXLRequestLocal::getContextLoca
   return getContext();
 }
 
-int QXLRequestLocal::closeCommand() { return m_open ? endCommand(QXLRequestErrorData()) : 0; }
+int QXLRequestLocal::closeCommand() { return open_ ? endCommand(QXLRequestErrorData()) : 0; }
 
 }  // namespace QXL

@@ -15,7 +15,7 @@ namespace agent {
 
 class ChannelTable;
 
-// A context that remembers the last error and passes progress to a function.
+/// A context that remembers the last error and passes progress to a function.
 class RequestContext : public QXL::QXLRequestContextPrototype {
  public:
   typedef std::function<void(const QXL::QXLRequestProgressData&)> ProgressSink;
@@ -32,19 +32,19 @@ class RequestContext : public QXL::QXLRequestContextPrototype {
   ProgressSink sink_;
 };
 
-// What the calling thread serves at the moment. Set for the length of one
-// request; every field may be null or empty outside of one.
+/// What the calling thread serves at the moment. Set for the length of one
+/// request; every field may be null or empty outside of one.
 struct CurrentRequest {
   QXL::QXLClientContext client;
   std::shared_ptr<CancelToken> cancel;
   ChannelTable* channels = nullptr;
   boost::intrusive_ptr<QXL::QXLMessageIterator> answer;
 
-  // The calling thread's; null when it serves none.
+  /// The calling thread's; null when it serves none.
   static const CurrentRequest* get();
 };
 
-// Makes a request the calling thread's current one, context included.
+/// Makes a request the calling thread's current one, context included.
 class CurrentRequestScope {
  public:
   CurrentRequestScope(const CurrentRequest& request,

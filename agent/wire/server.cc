@@ -36,10 +36,10 @@ QXL::QXLClientContext peerOf(int fd) {
 }  // namespace
 
 Peer::Peer(host::Fd input, host::Fd output, const QXL::QXLClientContext& client,
-           std::chrono::seconds channelPatience, const HeartbeatTimes& times)
+           std::chrono::seconds channelTimeout, const HeartbeatTimes& times)
     : event_(newEvent()),
       connection_(std::move(input), std::move(output), times),
-      dispatcher_(connection_, client, channelPatience) {
+      dispatcher_(connection_, client, channelTimeout) {
   connection_.start(
       [this](const nlohmann::json& frame, std::vector<host::Fd> fds) {
         if (!greeted_) {

@@ -12,22 +12,22 @@
 
 namespace agent {
 
-// One peer's connection and its sessions.
+/// One peer's connection and its sessions.
 class Peer {
  public:
-  // channelPatience: see Dispatcher.
+  /// channelTimeout: see Dispatcher.
   Peer(host::Fd input, host::Fd output, const QXL::QXLClientContext& client,
-       std::chrono::seconds channelPatience = std::chrono::seconds(0),
+       std::chrono::seconds channelTimeout = std::chrono::seconds(0),
        const HeartbeatTimes& times = HeartbeatTimes());
-  // Closes the connection and ends its sessions.
+  /// Closes the connection and ends its sessions.
   ~Peer();
-  // The connection is gone and every session has ended.
+  /// The connection is gone and every session has ended.
   bool ended() const { return ended_; }
-  // Readable once ended; for poll.
+  /// Readable once ended; for poll.
   int endedFd() const { return event_.get(); }
   /// How often something was heard of it.
   unsigned long timesHeard() const { return connection_.timesHeard(); }
-  // Where channel ends that come by another road are put.
+  /// Where channel ends that come over another transport are put.
   ChannelTable& channels() { return dispatcher_.channels(); }
 
  private:
@@ -38,16 +38,16 @@ class Peer {
   Dispatcher dispatcher_;
 };
 
-// Listens on a UNIX socket.
+/// Listens on a UNIX socket.
 class Server {
  public:
-  // Takes the path, also from a socket that nobody listens on any more. Throws
-  // std::runtime_error when that fails.
+  /// Takes the path, also from a socket that nobody listens on any more. Throws
+  /// std::runtime_error when that fails.
   explicit Server(const std::string& path);
-  // Removes the socket and ends every connection.
+  /// Removes the socket and ends every connection.
   ~Server();
 
-  // Serves until the descriptor becomes readable.
+  /// Serves until the descriptor becomes readable.
   void run(int stopFd);
 
  private:

@@ -17,7 +17,7 @@ namespace agent {
 
 namespace {
 // Of one line for people, in bytes.
-constexpr size_t longestProgress = 16384;
+constexpr size_t kLongestProgress = 16384;
 }  // namespace
 
 struct Session::Item {
@@ -59,7 +59,7 @@ void Session::cancel(long long id) {
   for (auto item = queue_.begin(); item != queue_.end(); ++item) {
     if (item->id != id) continue;
     queue_.erase(item);
-    refuse(id, cancelledByUser, "");
+    refuse(id, kCancelledByUser, "");
     return;
   }
 }
@@ -79,7 +79,7 @@ void Session::end() {
     queue_.clear();
     changed_.notify_all();
     while (running_ != 0) {
-      cancel_->cancel(connectionLost, "");
+      cancel_->cancel(kConnectionLost, "");
       stopPrograms();
       changed_.wait_for(lock, std::chrono::milliseconds(500));
     }
@@ -114,7 +114,7 @@ void Session::run() {
   refuseWaiting();
   if (acquired && !finished_) {
     cancel_ = std::make_shared<CancelToken>();
-    serve({0, methodFinish, nlohmann::json::object()}, false);
+    serve({0, kMethodFinish, nlohmann::json::object()}, false);
   }
   accesser_.reset();
   operator_.reset();
@@ -125,8 +125,8 @@ void Session::serve(const Item& item, bool answer) {
     if (!answer) return;
     sink_.send({{"type", "progress"},
                 {"id", item.id},
-                {"text", data.text.substr(0, longestProgress)},
-                {"description", data.description.substr(0, longestProgress)},
+                {"text", data.text.substr(0, kLongestProgress)},
+                {"description", data.description.substr(0, kLongestProgress)},
                 {"percent", data.percent}});
   };
   boost::intrusive_ptr<Message> in(new Message(item.body));
@@ -145,7 +145,7 @@ void Session::serve(const Item& item, bool answer) {
       QXL::addError(out, QXL::QXLErrors, 500, problem.what());
     }
   }
-  if (item.method == methodFinish) finished_ = true;
+  if (item.method == kMethodFinish) finished_ = true;
   if (!answer) return;
   try {
     sink_.send({{"type", "answer"}, {"id", item.id}, {"body", out->body()}});

@@ -15,17 +15,19 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include "agent/system/event.h"
 #include "agent/system/last_error.h"
 #include "agent/wire/server.h"
+#include "host/pass_fds.h"
 
 namespace agent {
 
 namespace {
 
-constexpr size_t tokenBytes = 32;
-constexpr std::chrono::seconds channelPatience(30);
+constexpr size_t kTokenBytes = 32;
+constexpr std::chrono::seconds kChannelTimeout(30);
 
 sockaddr_un channelAddress() {
   sockaddr_un address = {};
@@ -42,28 +44,16 @@ sockaddr_un channelAddress() {
 // Its connection goes with the channel end: whoever inherits the descriptors keeps
 // it open, and when the last one closes it that process ends.
 void receiveChannel(host::Fd connection, ChannelTable& channels) {
-  const timeval patience{10, 0};
-  setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-  char token[tokenBytes];
-  iovec part{token, sizeof token};
-  msghdr message = {};
-  message.msg_iov = &part;
-  message.msg_iovlen = 1;
-  alignas(cmsghdr) char control[CMSG_SPACE(2 * sizeof(int))];
-  message.msg_control = control;
-  message.msg_controllen = sizeof control;
-  const ssize_t count = recvmsg(connection.get(), &message, MSG_WAITALL | MSG_CMSG_CLOEXEC);
-  const cmsghdr* header = count > 0 ? CMSG_FIRSTHDR(&message) : nullptr;
-  if (!header || header->cmsg_type != SCM_RIGHTS || header->cmsg_len != CMSG_LEN(2 * sizeof(int))) {
-    return;
-  }
-  int fds[2];
-  memcpy(fds, CMSG_DATA(header), sizeof fds);
-  host::Fd input(fds[0]), output(fds[1]);
-  if (count != static_cast<ssize_t>(sizeof token)) return;
+  const timeval timeout{10, 0};
+  setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+  char token[kTokenBytes];
+  std::vector<host::Fd> fds;
+  const ssize_t count =
+      host::receiveWithFds(connection.get(), token, sizeof token, fds, MSG_WAITALL);
+  if (count != static_cast<ssize_t>(sizeof token) || fds.size() != 2) return;
   channels.put(std::string(token, sizeof token),
                boost::intrusive_ptr<QXL::QXLChannelEndPrototype>(new LocalChannelEnd(
-                   std::move(input), std::move(output), std::move(connection))));
+                   std::move(fds[0]), std::move(fds[1]), std::move(connection))));
 }
 
 // Tells the guard (share/guard.sh) that the peer lives: by the time since the machine
@@ -116,7 +106,7 @@ void serveStdio(int stopFd) {
   client.uid = static_cast<long>(geteuid());
   const char* account = getenv("SUDO_USER") ? getenv("SUDO_USER") : getenv("LOGNAME");
   client.account = account ? account : std::to_string(client.uid);
-  Peer peer(std::move(input), std::move(output), client, channelPatience);
+  Peer peer(std::move(input), std::move(output), client, kChannelTimeout);
   constexpr int kLookMilliseconds = 5000;
   HeardFile heard;
   while (!peer.ended()) {
@@ -134,8 +124,8 @@ void serveStdio(int stopFd) {
 }
 
 int offerChannel(const std::string& token) {
-  if (token.size() != tokenBytes) {
-    fprintf(stderr, "qxagent: '%s' is no channel token\n", token.c_str());
+  if (token.size() != kTokenBytes) {
+    fprintf(stderr, "qxagent: '%s' is not a channel token\n", token.c_str());
     return 2;
   }
   const sockaddr_un address = channelAddress();
@@ -145,20 +135,8 @@ int offerChannel(const std::string& token) {
             errnoText(errno).c_str());
     return 1;
   }
-  iovec part{const_cast<char*>(token.data()), token.size()};
-  msghdr message = {};
-  message.msg_iov = &part;
-  message.msg_iovlen = 1;
-  alignas(cmsghdr) char control[CMSG_SPACE(2 * sizeof(int))] = {};
-  message.msg_control = control;
-  message.msg_controllen = sizeof control;
-  cmsghdr* header = CMSG_FIRSTHDR(&message);
-  header->cmsg_level = SOL_SOCKET;
-  header->cmsg_type = SCM_RIGHTS;
-  header->cmsg_len = CMSG_LEN(2 * sizeof(int));
-  const int fds[2] = {STDIN_FILENO, STDOUT_FILENO};
-  memcpy(CMSG_DATA(header), fds, sizeof fds);
-  if (sendmsg(fd.get(), &message, MSG_NOSIGNAL) != static_cast<ssize_t>(token.size())) {
+  const int streams[2] = {STDIN_FILENO, STDOUT_FILENO};
+  if (host::sendWithFds(fd.get(), token, streams) != static_cast<ssize_t>(token.size())) {
     fprintf(stderr, "qxagent: the agent does not take the channel: %s\n", errnoText(errno).c_str());
     return 1;
   }

@@ -60,52 +60,52 @@ void Applier::name(std::string_view name) {
 void Applier::applyOne(Decoder& from) {
   const unsigned kind = from.byte();
   switch (static_cast<Record>(kind)) {
-    case Record::DirBegin:
+    case Record::kDirBegin:
       return beginDirectory(from);
-    case Record::Data:
+    case Record::kData:
       return takeData(from);
-    case Record::FileEnd:
+    case Record::kFileEnd:
       return endFile(from);
-    case Record::Link:
+    case Record::kLink:
       return link(from);
     default:
       break;
   }
   needDirectory();
   switch (static_cast<Record>(kind)) {
-    case Record::DirEnd:
+    case Record::kDirEnd:
       return endDirectory(from);
-    case Record::Whole:
+    case Record::kWhole:
       return takeWhole(from);
-    case Record::File:
+    case Record::kFile:
       return beginFile(from, false);
-    case Record::Patch:
+    case Record::kPatch:
       return beginFile(from, true);
-    case Record::Listed:
+    case Record::kListed:
       return compare(from);
-    case Record::Dir: {
+    case Record::kDir: {
       const std::string subdirectory(takeName(from));
       name(subdirectory);
       if (directory_.open()) placer_.placeDirectory(subdirectory);
       return;
     }
-    case Record::Other:
+    case Record::kOther:
       takeEntry(from, scratch_);
       if (S_ISREG(scratch_.mode) || S_ISDIR(scratch_.mode))
         throw ProtocolError("an entry is of the wrong type");
       name(scratch_.name);
       if (directory_.open()) placer_.placeOther(scratch_);
       return;
-    case Record::Update:
+    case Record::kUpdate:
       takeEntry(from, scratch_);
       if (S_ISDIR(scratch_.mode)) throw ProtocolError("an entry is of the wrong type");
       name(scratch_.name);
       if (directory_.open() && !placer_.update(scratch_)) wanted_.emplace_back(scratch_.name);
       return;
-    case Record::Keep:
+    case Record::kKeep:
       name(takeName(from));
       return;
-    case Record::Remove: {
+    case Record::kRemove: {
       const std::string gone(takeName(from));
       if (directory_.open()) placer_.remove(gone);
       return;

@@ -21,14 +21,14 @@ struct Copy {
   const Rules& rules;
   AttributeKinds kinds;
   Problems& problems;
-  bool wasEmpty = false;         // nothing was there when the copy began
-  bool keepsNanoseconds = true;  // of modification times
+  bool wasEmpty = false;         ///< nothing was there when the copy began
+  bool keepsNanoseconds = true;  ///< of modification times
   /// Asks the other end for entries of a directory. Throws Failure.
   std::function<void(const std::string& directory, const std::vector<std::string>& names)> want;
 
-  std::mutex mutex;                              // for what follows
-  std::set<std::string> askedAgain;              // arrived damaged once
-  std::set<std::pair<dev_t, ino_t>> linkedOnes;  // files with several names
+  std::mutex mutex;                              ///< for what follows
+  std::set<std::string> askedAgain;              ///< arrived damaged once
+  std::set<std::pair<dev_t, ino_t>> linkedOnes;  ///< files with several names
 };
 
 /// One lane of the receiver: does what its records say. One thread uses it, but
@@ -64,16 +64,16 @@ class Applier {
   void needDirectory() const;
 
   Copy& copy_;
-  std::mutex mutex_;  // held while one record is done
+  std::mutex mutex_;  ///< held while one record is done
   bool abandoned_ = false;
   Placer placer_;
   Entry scratch_;
 
   bool inDirectory_ = false;
-  Descriptor directory_;  // not open: it could not be opened, all in it is passed over
+  Descriptor directory_;  ///< not open: it could not be opened, all in it is passed over
   std::string path_;
-  bool cleaning_ = false;             // what is not named is to go
-  std::vector<std::uint64_t> named_;  // hashes of names
+  bool cleaning_ = false;             ///< what is not named is to go
+  std::vector<std::uint64_t> named_;  ///< hashes of names
   std::vector<std::string> wanted_;
 
   bool inFile_ = false;
@@ -81,7 +81,7 @@ class Applier {
   bool fileFailed_ = false;
   Descriptor file_;
   Entry fileEntry_;
-  std::string fileName_;  // what fileEntry_ points to
+  std::string fileName_;  ///< what fileEntry_ points to
   std::uint64_t fileEnd_ = 0;
   Digester digester_;
 };

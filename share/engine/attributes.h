@@ -21,7 +21,7 @@ class AttributePlace {
 
  private:
   int fd_ = -1;
-  std::string path_;  // through /proc, as there is no call relative to a directory
+  std::string path_;  ///< through /proc, as there is no call relative to a directory
 };
 
 /// Which kinds are carried over at all.

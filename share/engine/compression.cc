@@ -59,11 +59,11 @@ bool Compressor::compress(int level, const Buffer& frame) {
   char* to = compressed_.room(room);
   const size_t size = ZSTD_compressCCtx(context_, to, room, payload.data(), payload.size(), level);
   if (ZSTD_isError(size) != 0 || size > payload.size() - payload.size() / 16) {
-    patience_ = std::min(patience_ * 2, kLongestPause);
-    pause_ = patience_;
+    nextPause_ = std::min(nextPause_ * 2, kLongestPause);
+    pause_ = nextPause_;
     return false;
   }
-  patience_ = 1;
+  nextPause_ = 1;
   compressed_.grow(size);
   return true;
 }

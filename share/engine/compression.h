@@ -18,7 +18,7 @@ namespace engine {
 /// is waited for, and nothing when it is not. Any thread may use it.
 class CompressionControl {
  public:
-  static constexpr int kOff = -100;  // a level that there is not
+  static constexpr int kOff = -100;  ///< a level that there is not
   static constexpr int kLowest = -5;
   static constexpr int kHighest = 6;
 
@@ -59,8 +59,8 @@ class Compressor {
  private:
   ZSTD_CCtx_s* context_;
   Buffer compressed_;
-  int pause_ = 0;  // frames that are not tried
-  int patience_ = 1;
+  int pause_ = 0;  ///< frames that are not tried
+  int nextPause_ = 1;
 };
 
 /// Undoes it. One thread uses it.

@@ -46,7 +46,7 @@ Sent ContentsSender::sendWhole(int file, const Entry& entry) {
   stream_.makeRoom(recordSize(entry) + entry.size);
   Buffer& to = stream_.buffer();
   const size_t before = to.size();
-  stream_.begin(Record::Whole);
+  stream_.begin(Record::kWhole);
   putEntry(to, entry);
   const size_t digestAt = to.size();
   putDigest(to, {});
@@ -80,7 +80,7 @@ void ContentsSender::begin(Record record, const Entry& entry) {
 
 void ContentsSender::end(const Sent& sent) {
   stream_.makeRoom(kEntryFields);
-  stream_.begin(Record::FileEnd);
+  stream_.begin(Record::kFileEnd);
   Buffer& to = stream_.buffer();
   putNumber(to, sent.good ? 1 : 0);
   putNumber(to, sent.size);
@@ -93,7 +93,7 @@ bool ContentsSender::sendExtent(int file, const Extents& extent, bool hashBlocks
     stream_.makeRoom(count + kEntryFields);
     Buffer& buffer = stream_.buffer();
     const size_t before = buffer.size();
-    stream_.begin(Record::Data);
+    stream_.begin(Record::kData);
     putNumber(buffer, at);
     putFixed32(buffer, 0);
     const size_t bytesAt = buffer.size();
@@ -120,7 +120,7 @@ bool ContentsSender::sendExtent(int file, const Extents& extent, bool hashBlocks
 }
 
 Sent ContentsSender::sendPieces(int file, const struct stat& status, const Entry& entry) {
-  begin(Record::File, entry);
+  begin(Record::kFile, entry);
   Sent sent;
   sent.size = entry.size;
   sent.good = true;
@@ -158,7 +158,7 @@ bool ContentsSender::patchBlock(int file, std::uint64_t at, const Digest* before
   sent.blocks.push_back(now);
   if (got == 0 || (before != nullptr && *before == now)) return true;
   stream_.makeRoom(scratch_.size() + kEntryFields);
-  stream_.begin(Record::Data);
+  stream_.begin(Record::kData);
   putNumber(stream_.buffer(), at);
   putFixed32(stream_.buffer(), static_cast<std::uint32_t>(scratch_.size()));
   stream_.buffer().append(scratch_.view());
@@ -168,7 +168,7 @@ bool ContentsSender::patchBlock(int file, std::uint64_t at, const Digest* before
 
 Sent ContentsSender::sendPatch(int file, const struct stat& status, const Entry& entry,
                                const std::vector<Digest>& before) {
-  begin(Record::Patch, entry);
+  begin(Record::kPatch, entry);
   Sent sent;
   sent.size = static_cast<std::uint64_t>(status.st_size);
   sent.good = true;

@@ -15,10 +15,10 @@ namespace engine {
 
 /// What became of one file's contents.
 struct Sent {
-  bool good = false;             // false: errno says why it could not be read to the end
-  std::uint64_t size = 0;        // as it was read: shorter than expected if it was cut meanwhile
-  std::optional<Digest> digest;  // of all of it
-  std::vector<Digest> blocks;    // of a large file
+  bool good = false;             ///< false: errno says why it could not be read to the end
+  std::uint64_t size = 0;        ///< as it was read: shorter than expected if it was cut meanwhile
+  std::optional<Digest> digest;  ///< of all of it
+  std::vector<Digest> blocks;    ///< of a large file
 };
 
 /// Sends the contents of files. One thread uses it.

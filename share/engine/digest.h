@@ -62,7 +62,7 @@ class BlockHasher {
   size_t blockSize_;
   XXH3_state_s* state_;
   std::uint64_t next_ = 0;
-  bool touched_ = false;  // the block that next_ is in holds data
+  bool touched_ = false;  ///< the block that next_ is in holds data
   std::vector<Digest> blocks_;
 };
 

@@ -33,13 +33,13 @@ FrameHeader decodeHeader(std::string_view eightBytes) {
   const unsigned flags = decoder.byte() | static_cast<unsigned>(decoder.byte()) << 8;
   if (header.length > kLargestFrame)
     throw ProtocolError("a frame of " + std::to_string(header.length) + " bytes is too long");
-  if (kind < static_cast<unsigned>(Kind::Hello) || kind > static_cast<unsigned>(Kind::Summary))
+  if (kind < static_cast<unsigned>(Kind::kHello) || kind > static_cast<unsigned>(Kind::kSummary))
     throw ProtocolError("there is no frame of kind " + std::to_string(kind));
   if (header.lane >= kMostLanes)
     throw ProtocolError("there is no lane " + std::to_string(header.lane));
   header.kind = static_cast<Kind>(kind);
   header.flags = static_cast<std::uint16_t>(flags);
-  if (flags > (header.kind == Kind::Records ? kCompressed : 0U))
+  if (flags > (header.kind == Kind::kRecords ? kCompressed : 0U))
     throw ProtocolError("there are no frame flags " + std::to_string(flags));
   return header;
 }
@@ -68,7 +68,7 @@ void FrameWriter::write(Kind kind, std::uint8_t lane, std::uint16_t flags, Buffe
     } else if (errno == EAGAIN) {
       waitFor(fd_, POLLOUT);
     } else if (errno != EINTR) {
-      throw qxrsync::systemFailure(qxrsync::exitProtocol, "cannot write to the data channel");
+      throw qxrsync::systemFailure(qxrsync::kExitProtocol, "cannot write to the data channel");
     }
   }
   keepToLimit();
@@ -109,7 +109,7 @@ std::uint64_t FrameWriter::written() const {
 
 FrameReader::FrameReader(int fd) : fd_(fd), interrupted_(::eventfd(0, EFD_CLOEXEC)) {
   if (!interrupted_.open())
-    throw qxrsync::systemFailure(qxrsync::exitSystem, "cannot make an event descriptor");
+    throw qxrsync::systemFailure(qxrsync::kExitSystem, "cannot make an event descriptor");
 }
 
 void FrameReader::interrupt() {
@@ -134,7 +134,7 @@ bool FrameReader::fill(char* to, size_t count, bool mayEnd) const {
       if (have == 0 && mayEnd) return false;
       throw ProtocolError("the other end of the data channel closed it within a frame");
     } else if (errno != EINTR && errno != EAGAIN) {
-      throw qxrsync::systemFailure(qxrsync::exitProtocol, "cannot read from the data channel");
+      throw qxrsync::systemFailure(qxrsync::kExitProtocol, "cannot read from the data channel");
     }
   }
   return true;

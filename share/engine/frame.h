@@ -16,26 +16,26 @@ namespace engine {
 // payload. docs/engine-protocol.md says what each kind holds.
 
 enum class Kind : std::uint8_t {
-  Hello = 1,    // both ends, first
-  Records = 2,  // sender: records of one lane
-  Barrier = 3,  // sender: answer when all lanes have done what came before
-  Reached = 4,  // receiver: the answer
-  Want = 5,     // receiver: send these files of one directory
-  Message = 6,  // sender: a line of text for people
-  Known = 7,    // sender: how much there is to send, as far as it knows
-  End = 8,      // sender: everything was sent
-  Summary = 9   // receiver: everything was done
+  kHello = 1,    ///< both ends, first
+  kRecords = 2,  ///< sender: records of one lane
+  kBarrier = 3,  ///< sender: answer when all lanes have done what came before
+  kReached = 4,  ///< receiver: the answer
+  kWant = 5,     ///< receiver: send these files of one directory
+  kMessage = 6,  ///< sender: a line of text for people
+  kKnown = 7,    ///< sender: how much there is to send, as far as it knows
+  kEnd = 8,      ///< sender: everything was sent
+  kSummary = 9   ///< receiver: everything was done
 };
 
-inline constexpr size_t kFrameHeader = 8;         // bytes
-inline constexpr size_t kLargestFrame = 1 << 20;  // bytes of payload
-inline constexpr size_t kUsualFrame = 256 << 10;  // bytes; when records are sent off
-inline constexpr std::uint16_t kCompressed = 1;   // flag: Records, as a zstd frame
+inline constexpr size_t kFrameHeader = 8;         ///< bytes
+inline constexpr size_t kLargestFrame = 1 << 20;  ///< bytes of payload
+inline constexpr size_t kUsualFrame = 256 << 10;  ///< bytes; when records are sent off
+inline constexpr std::uint16_t kCompressed = 1;   ///< flag: Records, as a zstd frame
 inline constexpr unsigned kMostLanes = 16;
 
 struct FrameHeader {
   std::uint32_t length = 0;
-  Kind kind = Kind::Hello;
+  Kind kind = Kind::kHello;
   std::uint8_t lane = 0;
   std::uint16_t flags = 0;
 };
@@ -61,7 +61,7 @@ class FrameWriter {
   /// Nanoseconds that writing took, so far and in all threads: the time that
   /// the channel, not this end, was waited for.
   std::uint64_t blocked() const;
-  std::uint64_t written() const;  // bytes
+  std::uint64_t written() const;  ///< bytes
 
  private:
   void keepToLimit();
@@ -70,8 +70,8 @@ class FrameWriter {
   mutable std::mutex mutex_;
   std::uint64_t blocked_ = 0;
   std::uint64_t written_ = 0;
-  std::uint64_t limit_ = 0;        // bytes a second
-  std::uint64_t limitedFrom_ = 0;  // of written_, at began_
+  std::uint64_t limit_ = 0;        ///< bytes a second
+  std::uint64_t limitedFrom_ = 0;  ///< of written_, at began_
   std::chrono::steady_clock::time_point began_;
 };
 
@@ -97,7 +97,7 @@ class FrameReader {
   void wait() const;
 
   int fd_;
-  qxrsync::Descriptor interrupted_;  // readable when it is
+  qxrsync::Descriptor interrupted_;  ///< readable when it is
 };
 
 /// An empty frame to put a payload into.

@@ -19,7 +19,7 @@ class HardLinks {
  public:
   struct First {
     std::string path;
-    bool changed = true;  // the other end gets it anew
+    bool changed = true;  ///< the other end gets it anew
   };
   struct Link {
     std::string path;

@@ -15,8 +15,8 @@ void takeVersion(Decoder& from) {
 
 std::string takeIdentity(Decoder& from) {
   const std::string_view identity = from.text(kLongestIdentity, "manifest's identity");
-  constexpr std::string_view allowed = "0123456789abcdef-";
-  if (identity.find_first_not_of(allowed) != std::string_view::npos)
+  constexpr std::string_view kAllowed = "0123456789abcdef-";
+  if (identity.find_first_not_of(kAllowed) != std::string_view::npos)
     throw ProtocolError("a manifest's identity holds strange letters");
   return std::string(identity);
 }
@@ -58,7 +58,7 @@ SenderHello takeSenderHello(std::string_view payload) {
   Decoder from(payload);
   takeVersion(from);
   SenderHello hello;
-  hello.way = static_cast<Way>(from.number(static_cast<unsigned>(Way::Differences), "way"));
+  hello.way = static_cast<Way>(from.number(static_cast<unsigned>(Way::kDifferences), "way"));
   hello.lanes = static_cast<unsigned>(from.number(kMostLanes, "number of lanes"));
   if (hello.lanes == 0) throw ProtocolError("there are no lanes");
   expectEnd(from);

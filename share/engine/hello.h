@@ -15,8 +15,8 @@ inline constexpr size_t kLongestPattern = 4096;
 
 /// What the receiver says first.
 struct ReceiverHello {
-  bool empty = false;    // there is nothing yet: send everything at once
-  std::string identity;  // of the manifest that tells what is there; may be empty
+  bool empty = false;    ///< there is nothing yet: send everything at once
+  std::string identity;  ///< of the manifest that tells what is there; may be empty
   std::vector<std::string> patterns;
 
   bool operator==(const ReceiverHello&) const = default;
@@ -24,14 +24,14 @@ struct ReceiverHello {
 
 /// How the sender goes about it.
 enum class Way : unsigned {
-  Everything = 0,  // all contents, unasked
-  Comparing = 1,   // what there is; contents when they are asked for
-  Differences = 2  // what is not as the manifest says
+  kEverything = 0,  ///< all contents, unasked
+  kComparing = 1,   ///< what there is; contents when they are asked for
+  kDifferences = 2  ///< what is not as the manifest says
 };
 
 /// What the sender answers.
 struct SenderHello {
-  Way way = Way::Everything;
+  Way way = Way::kEverything;
   unsigned lanes = 1;
 
   bool operator==(const SenderHello&) const = default;
@@ -46,7 +46,7 @@ SenderHello takeSenderHello(std::string_view payload);
 /// What the sender says at the end.
 struct Farewell {
   std::uint64_t problems = 0;
-  std::string identity;  // of the manifest that tells what there is now; may be empty
+  std::string identity;  ///< of the manifest that tells what there is now; may be empty
 
   bool operator==(const Farewell&) const = default;
 };

@@ -13,9 +13,9 @@ class Listing {
  public:
   struct Item {
     std::uint64_t inode;
-    std::uint32_t at;     // of the name
-    std::uint8_t length;  // of the name
-    std::uint8_t type;    // DT_..., as the directory has it; may be DT_UNKNOWN
+    std::uint32_t at;     ///< of the name
+    std::uint8_t length;  ///< of the name
+    std::uint8_t type;    ///< DT_..., as the directory has it; may be DT_UNKNOWN
   };
 
   /// Reads an open directory from its start. False and errno when that fails;

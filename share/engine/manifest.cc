@@ -85,13 +85,13 @@ std::uint64_t hashOf(const std::vector<std::string>& patterns) {
 std::string fileIn(const std::string& folder) { return folder + "/manifest"; }
 
 std::string newIdentity() {
-  constexpr char digits[] = "0123456789abcdef";
+  constexpr char kDigits[] = "0123456789abcdef";
   unsigned char bytes[kIdentityBytes];
   if (::getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes)) return {};
   std::string text;
   for (const unsigned char byte : bytes) {
-    text += digits[byte >> 4];
-    text += digits[byte & 15];
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 15];
   }
   return text;
 }

@@ -19,21 +19,21 @@ namespace engine {
 
 /// What tells whether an entry has changed since it was sent.
 struct Known {
-  mode_t mode = 0;  // with the type
+  mode_t mode = 0;  ///< with the type
   dev_t device = 0;
   ino_t inode = 0;
   uid_t uid = 0;
   gid_t gid = 0;
   std::uint64_t size = 0;
-  std::int64_t seconds = 0;  // modification time
+  std::int64_t seconds = 0;  ///< modification time
   std::uint32_t nanoseconds = 0;
   std::int64_t changeSeconds = 0;
   std::uint32_t changeNanoseconds = 0;
-  // It was changed so shortly before it was looked at that the times of a further
-  // change might be the same.
+  /// It was changed so shortly before it was looked at that the times of a further
+  /// change might be the same.
   bool fresh = false;
-  std::optional<Digest> digest;  // of a file's contents
-  std::vector<Digest> blocks;    // of a large file's blocks; see BlockHasher
+  std::optional<Digest> digest;  ///< of a file's contents
+  std::vector<Digest> blocks;    ///< of a large file's blocks; see BlockHasher
 };
 
 /// What stat says, as of now.
@@ -45,8 +45,8 @@ bool unchanged(const Known& then, const struct stat& now);
 bool sameApartFromChangeTime(const Known& then, const struct stat& now);
 
 /// Files from here on have a hash for each block.
-inline constexpr std::uint64_t kLargeFile = 4 << 20;  // bytes
-inline constexpr size_t kBlock = 128 << 10;           // bytes
+inline constexpr std::uint64_t kLargeFile = 4 << 20;  ///< bytes
+inline constexpr size_t kBlock = 128 << 10;           ///< bytes
 
 /// The entries of one directory, on their way into a manifest. One thread uses it.
 class ManifestPart {
@@ -98,7 +98,7 @@ class ManifestWriter {
   std::mutex mutex_;
   Buffer buffer_;
   std::uint64_t offset_ = 0;
-  std::vector<std::pair<std::uint64_t, std::uint64_t>> index_;  // hash of path, offset
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> index_;  ///< hash of path, offset
   std::vector<std::pair<dev_t, ino_t>> suspects_;
 };
 
@@ -126,7 +126,7 @@ class Manifest {
     friend class Manifest;
     struct Item {
       std::uint64_t hash;
-      std::string_view bytes;  // in one of the parts
+      std::string_view bytes;  ///< in one of the parts
       bool asked;
     };
     Known own_;
@@ -148,8 +148,8 @@ class Manifest {
   Descriptor file_;
   std::uint64_t size_;
   std::string identity_;
-  Pairs index_;     // hash of path, offset
-  Pairs suspects_;  // device, inode
+  Pairs index_;     ///< hash of path, offset
+  Pairs suspects_;  ///< device, inode
 };
 
 }  // namespace engine

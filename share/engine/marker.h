@@ -23,8 +23,8 @@ class Marker {
 
  private:
   std::string folder_;
-  std::string name_;   // of the file; empty if the tree cannot be remembered
-  std::string birth_;  // the first line in it
+  std::string name_;   ///< of the file; empty if the tree cannot be remembered
+  std::string birth_;  ///< the first line in it
 };
 
 }  // namespace engine

@@ -62,8 +62,8 @@ class Placer {
   Problems& problems_;
   int directory_ = -1;
   std::string path_;
-  std::optional<Owner> newOwner_;  // of new files in this directory, once it is known
-  bool early_ = false;             // the file being made has its mode already
+  std::optional<Owner> newOwner_;  ///< of new files in this directory, once it is known
+  bool early_ = false;             ///< the file being made has its mode already
 };
 
 }  // namespace engine

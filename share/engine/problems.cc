@@ -42,8 +42,8 @@ void Problems::addAtDestination(const std::string& path, const char* what) {
   const int error = errno;
   const std::string text = std::string(what) + ": " + std::strerror(error);
   if (error == ENOSPC || error == EDQUOT || error == EROFS || error == EIO)
-    throw qxrsync::Failure(qxrsync::exitFileIo, "'/" + printable(path) + "': " + text + " (" +
-                                                    std::to_string(error) + ")");
+    throw qxrsync::Failure(qxrsync::kExitFileIo, "'/" + printable(path) + "': " + text + " (" +
+                                                     std::to_string(error) + ")");
   add(path, text);
 }
 

@@ -102,12 +102,12 @@ void Receiver::Work::greet() {
   // From here on what is there is not what a manifest tells, until the end.
   putHello(frame, ReceiverHello{copy_.wasEmpty, marker_.take(), setup_.patterns});
   if (frame.size() - kFrameHeader > kLargestFrame)
-    throw qxrsync::Failure(qxrsync::exitSyntax, "there are too many exclusions");
-  writer_.write(Kind::Hello, 0, 0, frame);
+    throw qxrsync::Failure(qxrsync::kExitSyntax, "there are too many exclusions");
+  writer_.write(Kind::kHello, 0, 0, frame);
   Buffer payload;
   const auto header = reader_.read(payload);
   if (!header) throw ProtocolError("the other end of the data channel closed it");
-  if (header->kind != Kind::Hello) throw ProtocolError("the other end does not greet");
+  if (header->kind != Kind::kHello) throw ProtocolError("the other end did not begin with a greeting");
   const SenderHello theirs = takeSenderHello(payload.view());
   const std::scoped_lock lock(mutex_);
   for (unsigned i = 0; i < theirs.lanes; ++i) lanes_.push_back(std::make_unique<Lane>(copy_));
@@ -185,7 +185,7 @@ void Receiver::Work::sendWant(const std::string& directory, const std::vector<st
     putText(frame, directory);
     putNumber(frame, count);
     frame.append(some.view());
-    writer_.write(Kind::Want, 0, 0, frame);
+    writer_.write(Kind::kWant, 0, 0, frame);
   }
 }
 
@@ -199,29 +199,29 @@ void Receiver::Work::sendNumber(Kind kind, std::uint64_t number) {
 bool Receiver::Work::take(const FrameHeader& header, Buffer& payload) {
   Decoder from(payload.view());
   switch (header.kind) {
-    case Kind::Records:
+    case Kind::kRecords:
       enqueue(header, payload);
       return true;
-    case Kind::Barrier: {
+    case Kind::kBarrier: {
       const std::uint64_t number = from.number();
       waitForLanes();
       copy_.wasEmpty = false;  // a further round may come
-      sendNumber(Kind::Reached, number);
+      sendNumber(Kind::kReached, number);
       return true;
     }
-    case Kind::Message:
+    case Kind::kMessage:
       writeErrorLine(printable(from.text(kLongestPath, "message")));
       return true;
-    case Kind::Known:
+    case Kind::kKnown:
       bytesDone_ = from.number();
       bytesKnown_ = from.number();
       return true;
-    case Kind::End: {
+    case Kind::kEnd: {
       const Farewell farewell = takeFarewell(payload.view());
       problemsThere_ = farewell.problems;
       waitForLanes();
       if (!problems_.any()) marker_.put(farewell.identity);
-      sendNumber(Kind::Summary, problems_.count());
+      sendNumber(Kind::kSummary, problems_.count());
       return false;
     }
     default:
@@ -261,7 +261,7 @@ void Receiver::Work::abandon() {
 
 int Receiver::Work::run() {
   if (!tree_.open())
-    throw qxrsync::systemFailure(qxrsync::exitFileSelection,
+    throw qxrsync::systemFailure(qxrsync::kExitFileSelection,
                                  "cannot open the directory '" + setup_.root + "'");
   ::umask(0);
   rlimit files{};
@@ -279,7 +279,7 @@ int Receiver::Work::run() {
     throw;
   }
   stopLanes();
-  return problems_.any() || problemsThere_ > 0 ? qxrsync::exitPartial : 0;
+  return problems_.any() || problemsThere_ > 0 ? qxrsync::kExitPartial : 0;
 }
 
 Receiver::Receiver(const ReceiverSetup& setup) : work_(std::make_unique<Work>(setup)) {}

@@ -9,20 +9,20 @@
 namespace engine {
 
 struct ReceiverSetup {
-  int in = -1;       // the channel; not owned
-  int out = -1;      //
-  std::string root;  // exists
+  int in = -1;       ///< the channel; not owned
+  int out = -1;      ///<
+  std::string root;  ///< exists
   std::vector<std::string> patterns;
-  bool accessLists = false;  // what both ends can hold
-  bool attributes = false;   //
+  bool accessLists = false;  ///< what both ends can hold
+  bool attributes = false;   ///<
   bool keepsNanoseconds = true;
-  std::string folder;  // where is kept which manifest tells what there is; empty for none
+  std::string folder;  ///< where is kept which manifest tells what there is; empty for none
 };
 
 /// How far it is.
 struct Reached {
   std::uint64_t bytesDone = 0;
-  std::uint64_t bytesKnown = 0;  // a share of what there is, until all is known
+  std::uint64_t bytesKnown = 0;  ///< a share of what there is, until all is known
 };
 
 /// Fills a directory from the other end of a channel, which sends.

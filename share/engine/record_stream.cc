@@ -13,9 +13,9 @@ void RecordStream::flush() {
   if (frame_.size() == kFrameHeader) return;
   const int level = control_.level();
   if (level == CompressionControl::kOff || !compressor_.compress(level, frame_)) {
-    writer_.write(Kind::Records, lane_, 0, frame_);
+    writer_.write(Kind::kRecords, lane_, 0, frame_);
   } else {
-    writer_.write(Kind::Records, lane_, kCompressed, compressor_.frame());
+    writer_.write(Kind::kRecords, lane_, kCompressed, compressor_.frame());
   }
   control_.sent(writer_);
   frame_.resize(kFrameHeader);

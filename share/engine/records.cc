@@ -139,7 +139,7 @@ bool carriesAttribute(std::string_view name) {
 }
 
 std::string printable(std::string_view bytes) {
-  constexpr char digits[] = "0123456789abcdef";
+  constexpr char kDigits[] = "0123456789abcdef";
   std::string shown;
   for (const char c : bytes) {
     const auto byte = static_cast<unsigned char>(c);
@@ -147,8 +147,8 @@ std::string printable(std::string_view bytes) {
       shown += c;
     } else {
       shown += "\\x";
-      shown += digits[byte >> 4];
-      shown += digits[byte & 15];
+      shown += kDigits[byte >> 4];
+      shown += kDigits[byte & 15];
     }
   }
   return shown;

@@ -19,26 +19,26 @@ namespace engine {
 // names are those of entries of that directory.
 
 enum class Record : std::uint8_t {
-  DirBegin = 1,  // path, DirFlags
-  DirEnd = 2,    // the directory's own entry
-  Dir = 3,       // name of a directory that is in it
-  Whole = 4,     // entry, digest, contents: a file whose contents stand here
-  File = 5,      // entry; Data records and a FileEnd follow
-  Patch = 6,     // the same, but what no Data record names stays as it is
-  Data = 7,      // offset, bytes
-  FileEnd = 8,   // size, digest
-  Other = 9,     // entry of a symbolic link, a device, a fifo or a socket
-  Update = 10,   // entry: owner, mode, times and attributes of one that is there
-  Listed = 11,   // entry, flags: to be compared, and wanted where it differs
-  Keep = 12,     // name of something that is to stay as it is
-  Remove = 13,   // name of something that is gone
-  Link = 14      // path and path: the first is the same file as the second
+  kDirBegin = 1,  ///< path, DirFlags
+  kDirEnd = 2,    ///< the directory's own entry
+  kDir = 3,       ///< name of a directory that is in it
+  kWhole = 4,     ///< entry, digest, contents: a file whose contents stand here
+  kFile = 5,      ///< entry; Data records and a FileEnd follow
+  kPatch = 6,     ///< the same, but what no Data record names stays as it is
+  kData = 7,      ///< offset, bytes
+  kFileEnd = 8,   ///< size, digest
+  kOther = 9,     ///< entry of a symbolic link, a device, a fifo or a socket
+  kUpdate = 10,   ///< entry: owner, mode, times and attributes of one that is there
+  kListed = 11,   ///< entry, flags: to be compared, and wanted where it differs
+  kKeep = 12,     ///< name of something that is to stay as it is
+  kRemove = 13,   ///< name of something that is gone
+  kLink = 14      ///< path and path: the first is the same file as the second
 };
 
 /// Flags of DirBegin.
-inline constexpr unsigned kComplete = 1;  // what is not named is gone
+inline constexpr unsigned kComplete = 1;  ///< what is not named is gone
 /// Flags of Listed.
-inline constexpr unsigned kHasLinks = 1;  // the file has other names
+inline constexpr unsigned kHasLinks = 1;  ///< the file has other names
 
 inline constexpr size_t kLongestName = 255;
 inline constexpr size_t kLongestPath = 64 << 10;
@@ -48,7 +48,7 @@ inline constexpr size_t kMostAttributes = 4096;
 /// All attributes of one entry, names and values. What is above is left out,
 /// and said.
 inline constexpr size_t kAttributesLimit = 768 << 10;
-inline constexpr size_t kDataPiece = 224 << 10;  // bytes in a Data record, or less
+inline constexpr size_t kDataPiece = 224 << 10;  ///< bytes in a Data record, or less
 
 struct Attribute {
   std::string name;
@@ -56,7 +56,7 @@ struct Attribute {
   bool operator==(const Attribute&) const = default;
   auto operator<=>(const Attribute&) const = default;
 };
-using Attributes = std::vector<Attribute>;  // sorted by name
+using Attributes = std::vector<Attribute>;  ///< sorted by name
 
 /// What is known of one entry of a directory.
 struct Entry {
@@ -64,12 +64,12 @@ struct Entry {
   mode_t mode = 0;
   uid_t uid = 0;
   gid_t gid = 0;
-  std::int64_t seconds = 0;  // modification time
+  std::int64_t seconds = 0;  ///< modification time
   std::uint32_t nanoseconds = 0;
-  std::uint64_t size = 0;   // of files
-  std::uint32_t major = 0;  // of devices
-  std::uint32_t minor = 0;  //
-  std::string_view target;  // of symbolic links
+  std::uint64_t size = 0;   ///< of files
+  std::uint32_t major = 0;  ///< of devices
+  std::uint32_t minor = 0;  ///<
+  std::string_view target;  ///< of symbolic links
   Attributes attributes;
 };
 

@@ -20,7 +20,7 @@ constexpr std::pair<std::string_view, Classifier> kNamedClasses[] = {
     {"lower", std::islower}, {"print", std::isprint}, {"punct", std::ispunct},
     {"space", std::isspace}, {"upper", std::isupper}, {"xdigit", std::isxdigit}};
 
-enum class InClass { Yes, No, Broken };
+enum class InClass { kYes, kNo, kBroken };
 
 // One "[...]", from behind its bracket. On Yes and No the pattern has moved on to
 // what is behind it.
@@ -34,13 +34,13 @@ class ClassReader {
     if (negated) take();
     bool first = true;
     while (true) {
-      if (pattern_.empty()) return InClass::Broken;
+      if (pattern_.empty()) return InClass::kBroken;
       if (pattern_[0] == ']' && !first) break;
-      if (!readMember()) return InClass::Broken;
+      if (!readMember()) return InClass::kBroken;
       first = false;
     }
     take();
-    return found_ != negated ? InClass::Yes : InClass::No;
+    return found_ != negated ? InClass::kYes : InClass::kNo;
   }
 
  private:
@@ -112,7 +112,7 @@ bool matchHere(std::string_view pattern, std::string_view text, int depth) {
       pattern.remove_prefix(1);
     } else if (c == '[') {
       std::string_view rest = pattern.substr(1);
-      if (text[0] == '/' || ClassReader(rest, text[0]).read() != InClass::Yes) return false;
+      if (text[0] == '/' || ClassReader(rest, text[0]).read() != InClass::kYes) return false;
       pattern = rest;
     } else {
       if (c == '\\') {

@@ -27,11 +27,11 @@ class Rules {
  private:
   struct Rule {
     std::string pattern;
-    bool anchored = false;       // to the top
-    bool directoryOnly = false;  // "x/"
-    bool anyDepth = false;       // holds "**"
-    bool wild = false;           // *, ? and [ mean something
-    bool withContents = false;   // "x/***": the directory too
+    bool anchored = false;       ///< to the top
+    bool directoryOnly = false;  ///< "x/"
+    bool anyDepth = false;       ///< holds "**"
+    bool wild = false;           ///< *, ? and [ mean something
+    bool withContents = false;   ///< "x/***": the directory too
   };
   static Rule parse(std::string_view pattern);
   static bool matches(const Rule& rule, std::string_view path, bool directory);

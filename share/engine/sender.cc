@@ -44,7 +44,7 @@ class SenderProblems : public Problems {
   void pass(const std::string& line) override {
     Buffer frame = emptyFrame(line.size() + 16);
     putText(frame, line.substr(0, kLongestPath));
-    writer_.write(Kind::Message, 0, 0, frame);
+    writer_.write(Kind::kMessage, 0, 0, frame);
   }
 
  private:
@@ -105,7 +105,7 @@ void Sender::greet() {
   Buffer payload;
   const auto header = reader_.read(payload);
   if (!header) throw ProtocolError("the other end of the data channel closed it");
-  if (header->kind != Kind::Hello) throw ProtocolError("the other end does not greet");
+  if (header->kind != Kind::kHello) throw ProtocolError("the other end did not begin with a greeting");
   const ReceiverHello theirs = takeReceiverHello(payload.view());
   for (const std::string& pattern : theirs.patterns)
     if (!Rules::understands(pattern))
@@ -115,12 +115,12 @@ void Sender::greet() {
     before_ = Manifest::open(setup_.folder, theirs.patterns);
     if (before_ && before_->identity() != theirs.identity) before_.reset();
   }
-  const Way way = theirs.empty ? Way::Everything : before_ ? Way::Differences : Way::Comparing;
+  const Way way = theirs.empty ? Way::kEverything : before_ ? Way::kDifferences : Way::kComparing;
   const AttributeKinds kinds{setup_.accessLists, setup_.attributes};
   walk_ = std::make_unique<Walk>(tree_, rules_, kinds, way, queue_, links_, problems_);
   Buffer frame = emptyFrame();
   putHello(frame, SenderHello{way, lanes_});
-  writer_.write(Kind::Hello, 0, 0, frame);
+  writer_.write(Kind::kHello, 0, 0, frame);
 }
 
 void Sender::fail(std::exception_ptr error) {
@@ -161,12 +161,12 @@ void Sender::takeWant(std::string_view payload) {
 
 void Sender::take(const FrameHeader& header, std::string_view payload) {
   Decoder from(payload);
-  if (header.kind == Kind::Want) return takeWant(payload);
+  if (header.kind == Kind::kWant) return takeWant(payload);
   const std::scoped_lock lock(mutex_);
-  if (header.kind == Kind::Reached) {
+  if (header.kind == Kind::kReached) {
     reached_ = from.number();
     if (reached_ > barriers_) throw ProtocolError("a barrier was reached that there is not");
-  } else if (header.kind == Kind::Summary && ended_) {
+  } else if (header.kind == Kind::kSummary && ended_) {
     problemsThere_ = from.number();
     summed_ = true;
   } else {
@@ -193,7 +193,7 @@ void Sender::sendKnown() {
   Buffer frame = emptyFrame();
   putNumber(frame, walk_->bytesDone);
   putNumber(frame, walk_->bytesKnown);
-  writer_.write(Kind::Known, 0, 0, frame);
+  writer_.write(Kind::kKnown, 0, 0, frame);
 }
 
 void Sender::waitForReached(std::uint64_t number) {
@@ -215,11 +215,11 @@ void Sender::settle() {
       wantedBefore = wanted_;
       number = ++barriers_;
     }
-    if (!idle) throw Failure(qxrsync::exitProtocol, "the transfer was stopped");
+    if (!idle) throw Failure(qxrsync::kExitProtocol, "the transfer was stopped");
     sendKnown();
     Buffer frame = emptyFrame();
     putNumber(frame, number);
-    writer_.write(Kind::Barrier, 0, 0, frame);
+    writer_.write(Kind::kBarrier, 0, 0, frame);
     waitForReached(number);
     const std::scoped_lock lock(mutex_);
     if (wanted_ == wantedBefore) return;
@@ -230,7 +230,7 @@ void Sender::sendLinks() {
   RecordStream stream(writer_, compression_, 0);
   for (const HardLinks::Link& link : links_.takeLinks()) {
     stream.makeRoom(link.path.size() + link.first.size() + 32);
-    stream.begin(Record::Link);
+    stream.begin(Record::kLink);
     putText(stream.buffer(), link.path);
     putText(stream.buffer(), link.first);
   }
@@ -275,7 +275,7 @@ void Sender::walkOnce() {
 // clearly less time than before, so that little is left for the next pass, during
 // which services are down.
 void Sender::walk() {
-  const bool mayRepeat = walk_->way != Way::Differences;
+  const bool mayRepeat = walk_->way != Way::kDifferences;
   for (int round = 1;; ++round) {
     const Clock::time_point began = Clock::now();
     walkOnce();
@@ -286,7 +286,7 @@ void Sender::walk() {
       return;
     before_ = Manifest::open(setup_.folder, rules_.patterns());
     if (!before_) return;
-    walk_->way = Way::Differences;
+    walk_->way = Way::kDifferences;
     links_.forget();
   }
 }
@@ -299,7 +299,7 @@ void Sender::sendEnd() {
     ended_ = true;
   }
   changed_.notify_all();
-  writer_.write(Kind::End, 0, 0, frame);
+  writer_.write(Kind::kEnd, 0, 0, frame);
   std::unique_lock lock(mutex_);
   changed_.wait(lock, [&] { return error_ || summed_; });
   if (error_) std::rethrow_exception(error_);
@@ -326,7 +326,7 @@ int Sender::run() {
   }
   queue_.close();
   for (std::thread& one : threads) one.join();
-  return problems_.any() || problemsThere_ > 0 ? qxrsync::exitPartial : 0;
+  return problems_.any() || problemsThere_ > 0 ? qxrsync::kExitPartial : 0;
 }
 
 }  // namespace

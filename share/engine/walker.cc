@@ -71,7 +71,7 @@ void Walker::runWhole(int directory, const std::string& path) {
   if (remembers_) part_.begin(path, own);
   flags_ = complete && !before_ ? kComplete : 0;
   if (!before_) begin();
-  addAll(directory, walk_.way == Way::Comparing);
+  addAll(directory, walk_.way == Way::kComparing);
   if (before_ && complete) removeGone();
   if (begun_ || !unchanged(before_->own(), own)) endDirectory(directory);
   if (remembers_) walk_.after->add(part_);
@@ -96,7 +96,7 @@ void Walker::addAll(int directory, bool comparing) {
 // What was there when the manifest was made.
 void Walker::removeGone() {
   for (const auto& [name, wasDirectory] : before_->rest())
-    if (!walk_.rules.excludes(pathOf(name), wasDirectory)) putName(Record::Remove, name);
+    if (!walk_.rules.excludes(pathOf(name), wasDirectory)) putName(Record::kRemove, name);
 }
 
 void Walker::runSome(int directory, const Job& job) {
@@ -124,7 +124,7 @@ void Walker::begin() {
   if (begun_) return;
   begun_ = true;
   stream_.makeRoom(path_.size() + 16);
-  stream_.begin(Record::DirBegin);
+  stream_.begin(Record::kDirBegin);
   putText(stream_.buffer(), path_);
   putNumber(stream_.buffer(), flags_);
 }
@@ -136,7 +136,7 @@ void Walker::endDirectory(int directory) {
   Entry entry = entryOf({}, status);
   takeAttributes(AttributePlace(directory), path_, entry);
   stream_.makeRoom(recordSize(entry));
-  stream_.begin(Record::DirEnd);
+  stream_.begin(Record::kDirEnd);
   putEntry(stream_.buffer(), entry);
 }
 
@@ -161,7 +161,7 @@ void Walker::remember(const std::string& name, const Known& known) {
 
 void Walker::addSubdirectory(const std::string& name) {
   const std::optional<Known> before = knownBefore(name);
-  if (!before || !S_ISDIR(before->mode)) putName(Record::Dir, name);
+  if (!before || !S_ISDIR(before->mode)) putName(Record::kDir, name);
   Known known;
   known.mode = S_IFDIR;
   remember(name, known);
@@ -191,7 +191,7 @@ bool Walker::isFurtherName(const struct stat& status, const std::string& name,
     remember(name, *before);
     return true;
   }
-  putName(Record::Keep, name);
+  putName(Record::kKeep, name);
   walk_.links.addLink(own, first->path);
   remember(name, knownOf(status));
   return true;
@@ -222,7 +222,7 @@ void Walker::addFile(int directory, const std::string& name) {
     if (error == ENOENT) return walk_.problems.addVanished(pathOf(name));
     if (error == ELOOP) return addOther(directory, name);
     walk_.problems.add(pathOf(name), because("cannot open it"));
-    return putName(Record::Keep, name);
+    return putName(Record::kKeep, name);
   }
   if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
     return addOther(directory, name);
@@ -244,7 +244,7 @@ void Walker::sendFile(int file, const struct stat& status, const std::string& na
   } else if (sameFile && before->digest && sameApartFromChangeTime(*before, status) &&
              contents_.digest(file, status) == before->digest) {
     stream_.makeRoom(recordSize(entry));
-    stream_.begin(Record::Update);
+    stream_.begin(Record::kUpdate);
     putEntry(stream_.buffer(), entry);
     sent.good = true;
     sent.digest = before->digest;
@@ -253,7 +253,7 @@ void Walker::sendFile(int file, const struct stat& status, const std::string& na
   }
   if (!sent.good) {
     walk_.problems.add(pathOf(name), because("cannot read it"));
-    return putName(Record::Keep, name);
+    return putName(Record::kKeep, name);
   }
   known.digest = sent.digest;
   known.blocks = std::move(sent.blocks);
@@ -280,7 +280,7 @@ void Walker::addOther(int directory, const std::string& name) {
   if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
     if (errno == ENOENT) return walk_.problems.addVanished(pathOf(name));
     walk_.problems.add(pathOf(name), because("cannot look at it"));
-    return putName(Record::Keep, name);
+    return putName(Record::kKeep, name);
   }
   // Became something else since its directory was read: the next pass has it.
   if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode))
@@ -292,7 +292,7 @@ void Walker::addOther(int directory, const std::string& name) {
   takeAttributes(AttributePlace(directory, name), pathOf(name), entry);
   begin();
   stream_.makeRoom(recordSize(entry));
-  stream_.begin(Record::Other);
+  stream_.begin(Record::kOther);
   putEntry(stream_.buffer(), entry);
   remember(name, known);
 }
@@ -309,7 +309,7 @@ void Walker::listFile(int directory, const std::string& name) {
   Entry entry = entryOf(name, status);
   takeAttributes(AttributePlace(directory, name), pathOf(name), entry);
   stream_.makeRoom(recordSize(entry));
-  stream_.begin(Record::Listed);
+  stream_.begin(Record::kListed);
   putEntry(stream_.buffer(), entry);
   putNumber(stream_.buffer(), status.st_nlink > 1 ? kHasLinks : 0);
   remember(name, known);

@@ -41,11 +41,11 @@ struct Walk {
   WorkQueue& queue;
   HardLinks& links;
   Problems& problems;
-  const Manifest* before = nullptr;          // for Way::Differences
-  ManifestWriter* after = nullptr;           // not there if none is kept
-  std::atomic<bool> distrusted{false};       // what is kept may not be what is there
-  std::atomic<std::uint64_t> bytesKnown{0};  // of the files that were met
-  std::atomic<std::uint64_t> bytesDone{0};   // of these, what was read or passed over
+  const Manifest* before = nullptr;          ///< for Way::kDifferences
+  ManifestWriter* after = nullptr;           ///< not there if none is kept
+  std::atomic<bool> distrusted{false};       ///< what is kept may not be what is there
+  std::atomic<std::uint64_t> bytesKnown{0};  ///< of the files that were met
+  std::atomic<std::uint64_t> bytesDone{0};   ///< of these, what was read or passed over
 };
 
 /// One lane of the sender: turns directories into records. One thread uses it.
@@ -87,9 +87,9 @@ class Walker {
   Listing listing_;
   std::string target_;
 
-  std::string path_;    // of the directory that is worked at
-  unsigned flags_ = 0;  // it is begun with
-  bool begun_ = false;  // something of it was sent
+  std::string path_;    ///< of the directory that is worked at
+  unsigned flags_ = 0;  ///< it is begun with
+  bool begun_ = false;  ///< something of it was sent
   bool remembers_ = false;
   std::optional<Manifest::Directory> before_;
   ManifestPart part_;

@@ -32,7 +32,7 @@ class Buffer {
   char* room(size_t count);
   /// count bytes were put into that room.
   void grow(size_t count) { size_ += count; }
-  void resize(size_t size);  // what is added is not initialised
+  void resize(size_t size);  ///< what is added is not initialised
   void clear() { size_ = 0; }
   void append(std::string_view bytes);
 

@@ -25,7 +25,7 @@ namespace qxrsync {
 
 namespace {
 
-constexpr std::array<int, 4> heldSignals = {SIGCHLD, SIGHUP, SIGINT, SIGTERM};
+constexpr std::array<int, 4> kHeldSignals = {SIGCHLD, SIGHUP, SIGINT, SIGTERM};
 
 // How the child tells that it did not come as far as stock rsync, or its task: a status
 // and a text. Nothing when it did.
@@ -33,7 +33,7 @@ void reportFailure(int report, const Failure& failure) {
   const int status = failure.status();
   const std::string text = failure.what();
   if (::write(report, &status, sizeof status) < 0 || ::write(report, text.data(), text.size()) < 0)
-    ::_exit(exitSystem);
+    ::_exit(kExitSystem);
 }
 
 // Throws Failure when the child has reported one.
@@ -46,7 +46,7 @@ void readReport(int report) {
           (count < 0 && errno == EINTR)))
     size += count > 0 ? static_cast<size_t>(count) : 0;
   if (size == 0) return;  // closed by exec, or by the task's beginning
-  int status = exitSystem;
+  int status = kExitSystem;
   if (size >= sizeof status) std::memcpy(&status, text.data(), sizeof status);
   throw Failure(status, size > sizeof status ? text.substr(sizeof status, size - sizeof status)
                                              : "the child process died");
@@ -69,11 +69,11 @@ pid_t forkInto(int namespaces) {
 // In the child.
 void prepare(const Child::Setup& setup, int report) {
   // Asked for with the parent's death signal: it may have died before.
-  if (::prctl(PR_SET_PDEATHSIG, setup.deathSignal) != 0 || isDeaf(report)) ::_exit(exitSystem);
+  if (::prctl(PR_SET_PDEATHSIG, setup.deathSignal) != 0 || isDeaf(report)) ::_exit(kExitSystem);
   if ((setup.standardInput >= 0 && ::dup2(setup.standardInput, 0) != 0) ||
       (setup.standardOutput >= 0 && ::dup2(setup.standardOutput, 1) != 1) ||
       (setup.inherited >= 0 && ::fcntl(setup.inherited, F_SETFD, 0) != 0))
-    throw systemFailure(exitSystem, "cannot set up stock rsync");
+    throw systemFailure(kExitSystem, "cannot set up stock rsync");
   if (setup.enclosure != nullptr) setup.enclosure->enter();
 }
 
@@ -83,7 +83,7 @@ void prepare(const Child::Setup& setup, int report) {
   action.sa_handler = SIG_DFL;
   ::sigaction(SIGPIPE, &action, nullptr);
   ::execv(path, argv);
-  throw systemFailure(exitSystem, std::string("cannot run ") + path);
+  throw systemFailure(kExitSystem, std::string("cannot run ") + path);
 }
 
 // Of this single-threaded process, adopted ones too.
@@ -100,7 +100,7 @@ SignalsHeld::SignalsHeld() {
   action.sa_handler = SIG_DFL;  // an inherited "ignore" would make the child unwaitable
   ::sigaction(SIGCHLD, &action, &childBefore_);
   ::sigemptyset(&held_);
-  for (const int number : heldSignals) ::sigaddset(&held_, number);
+  for (const int number : kHeldSignals) ::sigaddset(&held_, number);
   ::sigprocmask(SIG_BLOCK, &held_, &before_);
 }
 
@@ -145,7 +145,7 @@ Child::Child(const Setup& setup, const SignalsHeld& signals) {
   // the caller wants to unmount their file system.
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   pid_ = forkInto(setup.enclosure == nullptr ? 0 : Enclosure::namespaces());
-  if (pid_ < 0) throw systemFailure(exitSystem, "cannot make a process");
+  if (pid_ < 0) throw systemFailure(kExitSystem, "cannot make a process");
   if (pid_ == 0) {
     report.first.close();
     try {
@@ -156,7 +156,7 @@ Child::Child(const Setup& setup, const SignalsHeld& signals) {
     } catch (const Failure& failure) {
       reportFailure(report.second.get(), failure);
     }
-    ::_exit(exitSystem);
+    ::_exit(kExitSystem);
   }
 
   report.second.close();
@@ -197,7 +197,7 @@ void Child::signal(int number) const {
 int exitLike(int waitStatus) {
   if (WIFEXITED(waitStatus)) {
     const int status = WEXITSTATUS(waitStatus);
-    return status == exitVanished ? exitPartial : status;
+    return status == kExitVanished ? kExitPartial : status;
   }
   const int number = WTERMSIG(waitStatus);
   const rlimit none{0, 0};

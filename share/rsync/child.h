@@ -24,7 +24,7 @@ class SignalsHeld {
 
   /// The next signal, or nothing when span is over.
   std::optional<int> next(std::chrono::milliseconds span) const;
-  std::optional<int> next() const;  // waits as long as it takes
+  std::optional<int> next() const;  ///< waits as long as it takes
 
   /// Undoes everything, in a child between fork and exec.
   void release() const;
@@ -46,14 +46,14 @@ class Enclosure;
 class Child {
  public:
   struct Setup {
-    std::vector<std::string> arguments;    // for stock rsync
-    int standardInput = -1;                // becomes descriptor 0; -1: as this process's
-    int standardOutput = -1;               // becomes descriptor 1; -1: as this process's
-    int inherited = -1;                    // stays open across exec; -1: none
-    int deathSignal = SIGTERM;             // sent to it when this process dies
-    const Enclosure* enclosure = nullptr;  // where it is closed in; null: nowhere
-    // What is done instead of running stock rsync, if it is not empty. The child ends
-    // with the status that this returns. The signals that are held here are held in it.
+    std::vector<std::string> arguments;    ///< for stock rsync
+    int standardInput = -1;                ///< becomes descriptor 0; -1: as this process's
+    int standardOutput = -1;               ///< becomes descriptor 1; -1: as this process's
+    int inherited = -1;                    ///< stays open across exec; -1: none
+    int deathSignal = SIGTERM;             ///< sent to it when this process dies
+    const Enclosure* enclosure = nullptr;  ///< where it is closed in; null: nowhere
+    /// What is done instead of running stock rsync, if it is not empty. The child ends
+    /// with the status that this returns. The signals that are held here are held in it.
     std::function<int()> task;
   };
 
@@ -72,7 +72,7 @@ class Child {
  private:
   pid_t pid_ = -1;
   std::optional<int> childStatus_;
-  std::optional<int> status_;  // set when nothing of it is left
+  std::optional<int> status_;  ///< set when nothing of it is left
 };
 
 /// The exit status for a wait status, where vanished files (24) count as a

@@ -16,7 +16,7 @@
 #include "share/rsync/failure.h"
 #include "share/rsync/file_systems.h"
 #include "share/rsync/handover.h"
-#include "share/rsync/prelude.h"
+#include "share/rsync/handshake.h"
 #include "share/rsync/progress.h"
 #include "share/rsync/run.h"
 #include "share/rsync/stock.h"
@@ -25,22 +25,22 @@ namespace qxrsync {
 
 namespace {
 
-constexpr std::chrono::seconds preludePatience{60};
-constexpr std::chrono::milliseconds lookInterval{100};
-constexpr int pipeSize = 1 << 20;  // bytes; room for a line per file between two looks
+constexpr std::chrono::seconds kHandshakeTimeout{60};
+constexpr std::chrono::milliseconds kLookInterval{100};
+constexpr int kPipeSize = 1 << 20;  // bytes; room for a line per file between two looks
 
 Channel takeChannel(const Options& options) {
   Channel channel;
-  channel.in = takeInherited(*options.fdIn, Direction::Reading, "--fdin");
+  channel.in = takeInherited(*options.fdIn, Direction::kReading, "--fdin");
   if (*options.fdIn == *options.fdOut) {  // one socket for both directions
     channel.out = Descriptor(::fcntl(channel.in.get(), F_DUPFD_CLOEXEC, 3));
-    if (!channel.out.open()) throw systemFailure(exitSystem, "cannot duplicate a file descriptor");
+    if (!channel.out.open()) throw systemFailure(kExitSystem, "cannot duplicate a file descriptor");
   } else {
-    channel.out = takeInherited(*options.fdOut, Direction::Writing, "--fdout");
+    channel.out = takeInherited(*options.fdOut, Direction::kWriting, "--fdout");
   }
   closeStrayDescriptors(channel.in.get(), channel.out.get());
-  enlargePipe(channel.in.get(), pipeSize);
-  enlargePipe(channel.out.get(), pipeSize);
+  enlargePipe(channel.in.get(), kPipeSize);
+  enlargePipe(channel.out.get(), kPipeSize);
   return channel;
 }
 
@@ -77,7 +77,7 @@ int superviseCopy(Child& child, const SignalsHeld& signals, int progress, Progre
   std::optional<std::string> problem;
   std::optional<int> status;
   while (!(status = child.ended())) {
-    const std::optional<int> signal = signals.next(lookInterval);
+    const std::optional<int> signal = signals.next(kLookInterval);
     if (signal && *signal != SIGCHLD) child.signal(*signal);
     if (!problem && (problem = reserve.problem())) {
       // Before what stock rsync says about being told to end.
@@ -92,7 +92,7 @@ int superviseCopy(Child& child, const SignalsHeld& signals, int progress, Progre
     readProgress(progress, bar);
     writeAll(bar.finish(*status == 0));
   }
-  return problem ? exitFileIo : exitLike(*status);
+  return problem ? kExitFileIo : exitLike(*status);
 }
 
 // By the engine, in a process of its own that is closed in.
@@ -137,14 +137,14 @@ int runClient(const Options& options) {
     const std::optional<EngineTask> task = engineTask(options);
     offer.engine = task.has_value();
     const Offer agreed =
-        exchangeOffers(channel.in.get(), channel.out.get(), offer, Deadline(preludePatience));
+        exchangeOffers(channel.in.get(), channel.out.get(), offer, Deadline(kHandshakeTimeout));
     if (agreed.engine) return fillInside(*task, channel, agreed, options.progressBar, reserve);
     usedBytes = agreed.usedBytes;
     handover = makeSocketPair();
     sendDescriptors(handover.first.get(), channel.in.get(), channel.out.get());
     setup.inherited = handover.second.get();
     setup.arguments.push_back("--rsh=" + quoteForShellOption(ownPath()) + " " +
-                              (agreed.descriptors ? handOverOption : joinOption) + " " +
+                              (agreed.descriptors ? kHandOverOption : kJoinOption) + " " +
                               std::to_string(setup.inherited));
     if (agreed.acls) setup.arguments.emplace_back("-A");
     if (agreed.xattrs) setup.arguments.emplace_back("-X");
@@ -156,7 +156,7 @@ int runClient(const Options& options) {
   DescriptorPair progress;
   if (options.progressBar) {
     progress = makePipe();
-    enlargePipe(progress.second.get(), pipeSize);
+    enlargePipe(progress.second.get(), kPipeSize);
     setNonBlocking(progress.first.get(), true);
     setup.standardOutput = progress.second.get();
     setup.arguments.insert(setup.arguments.end(), {"--info=progress2", "--no-human-readable"});

@@ -62,14 +62,14 @@ void Descriptor::endWriting() {
 
 DescriptorPair makePipe() {
   int fds[2];
-  if (::pipe2(fds, O_CLOEXEC) != 0) throw systemFailure(exitSystem, "cannot make a pipe");
+  if (::pipe2(fds, O_CLOEXEC) != 0) throw systemFailure(kExitSystem, "cannot make a pipe");
   return {Descriptor(fds[0]), Descriptor(fds[1])};
 }
 
 DescriptorPair makeSocketPair() {
   int fds[2];
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0)
-    throw systemFailure(exitSystem, "cannot make a socket pair");
+    throw systemFailure(kExitSystem, "cannot make a socket pair");
   return {Descriptor(fds[0]), Descriptor(fds[1])};
 }
 
@@ -84,20 +84,20 @@ void ensureStandardStreams() {
 Descriptor takeInherited(int fd, Direction direction, const char* option) {
   const std::string value = std::string("the value ") + std::to_string(fd) + " of " + option;
   const int flags = ::fcntl(fd, F_GETFL);
-  if (flags < 0) throw Failure(exitSyntax, value + " is not an open file descriptor");
-  const int unwanted = direction == Direction::Reading ? O_WRONLY : O_RDONLY;
+  if (flags < 0) throw Failure(kExitSyntax, value + " is not an open file descriptor");
+  const int unwanted = direction == Direction::kReading ? O_WRONLY : O_RDONLY;
   if ((flags & O_ACCMODE) == unwanted)
-    throw Failure(exitSyntax, value + " is not open for " +
-                                  (direction == Direction::Reading ? "reading" : "writing"));
+    throw Failure(kExitSyntax, value + " is not open for " +
+                                   (direction == Direction::kReading ? "reading" : "writing"));
 
   Descriptor taken(::fcntl(fd, F_DUPFD_CLOEXEC, 3));
-  if (!taken.open()) throw systemFailure(exitSystem, "cannot duplicate a file descriptor");
+  if (!taken.open()) throw systemFailure(kExitSystem, "cannot duplicate a file descriptor");
   if (fd > 2) {
     ::close(fd);
   } else {
     const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
     if (!null.open() || ::dup2(null.get(), fd) < 0)
-      throw systemFailure(exitSystem, "cannot open /dev/null");
+      throw systemFailure(kExitSystem, "cannot open /dev/null");
   }
   return taken;
 }

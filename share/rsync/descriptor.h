@@ -45,7 +45,7 @@ void ensureStandardStreams();
 /// above 2, and the inherited number is closed (a standard stream becomes
 /// /dev/null). option and value are for the message of a descriptor that is not
 /// open, or not open in the wanted direction. Throws Failure.
-enum class Direction { Reading, Writing };
+enum class Direction { kReading, kWriting };
 Descriptor takeInherited(int fd, Direction direction, const char* option);
 
 /// Closes every descriptor above 2 but the two named ones (-1: none).

@@ -31,11 +31,11 @@ DiskReserve DiskReserve::fromEnvironment() {
   const char* end = text + std::strlen(text);
   const auto [stop, error] = std::from_chars(text, end, percent);
   if (error != std::errc() || stop != end || percent < 0 || percent > kWhole)
-    throw Failure(exitSyntax,
+    throw Failure(kExitSyntax,
                   std::string("'") + text + "' in QX_RSYNC_RESERVE is not a number of percent");
   if (path == nullptr || *path != '/')
-    throw Failure(exitSyntax, std::string("'") + (path == nullptr ? "" : path) +
-                                  "' in QX_RSYNC_RESERVE_OF is not an absolute path");
+    throw Failure(kExitSyntax, std::string("'") + (path == nullptr ? "" : path) +
+                                   "' in QX_RSYNC_RESERVE_OF is not an absolute path");
   return {path, percent};
 }
 

@@ -34,7 +34,7 @@ constexpr const char* kNull = "/dev/null";
 constexpr unsigned long kTame = MS_NOSUID | MS_NODEV;
 
 [[noreturn]] void cannot(const std::string& what) {
-  throw systemFailure(exitSystem, "cannot close rsync in: " + what);
+  throw systemFailure(kExitSystem, "cannot close rsync in: " + what);
 }
 
 // The flags of a mount that a second one of it must not lack, where it was given by
@@ -143,10 +143,10 @@ Enclosure::Enclosure(std::string destination, bool attributes, std::vector<std::
   destination_ = fs::absolute(destination_, error).lexically_normal();
   while (destination_.size() > 1 && destination_.back() == '/') destination_.pop_back();
   if (destination_ == "/")
-    throw Failure(exitFileSelection, "the destination '/' is the root of this machine");
+    throw Failure(kExitFileSelection, "the destination '/' is the root of this machine");
   constexpr mode_t kNewDestination = 0777;  // less what this process's mask takes away
   if (::mkdir(destination_.c_str(), kNewDestination) != 0 && !fs::is_directory(destination_, error))
-    throw systemFailure(exitFileSelection, "cannot make the directory '" + destination_ + "'");
+    throw systemFailure(kExitFileSelection, "cannot make the directory '" + destination_ + "'");
 }
 
 void Enclosure::enter() const {
@@ -187,7 +187,7 @@ void Enclosure::enter() const {
   try {
     host::confine(neededCapabilities(attributes_), host::Use::kFiles);
   } catch (const std::runtime_error& problem) {
-    throw Failure(exitSystem, std::string("cannot close rsync in: ") + problem.what());
+    throw Failure(kExitSystem, std::string("cannot close rsync in: ") + problem.what());
   }
 }
 

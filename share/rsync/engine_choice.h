@@ -16,7 +16,7 @@ namespace qxrsync {
 /// What the engine needs of a client's command line.
 struct EngineTask {
   std::string destination;
-  std::vector<std::string> patterns;  // of --exclude
+  std::vector<std::string> patterns;  ///< of --exclude
   bool operator==(const EngineTask&) const = default;
 };
 

@@ -47,8 +47,8 @@ std::uint64_t bandwidthLimit() {
   const char* end = value + std::strlen(value);
   const auto [stop, error] = std::from_chars(value, end, units);
   if (error != std::errc() || stop != end || units > UINT64_MAX / 1024)
-    throw Failure(exitSyntax, std::string("'") + value +
-                                  "' in QX_RSYNC_BWLIMIT is not a number of KiB per second");
+    throw Failure(kExitSyntax, std::string("'") + value +
+                                   "' in QX_RSYNC_BWLIMIT is not a number of KiB per second");
   return units * 1024;
 }
 
@@ -65,9 +65,9 @@ std::uint64_t bandwidthLimit() {
   } catch (const Failure& failure) {
     endWithout(failure.status(), failure.what());
   } catch (const engine::ProtocolError& problem) {
-    endWithout(exitProtocol, problem.what());
+    endWithout(kExitProtocol, problem.what());
   } catch (const std::exception& problem) {
-    endWithout(exitSystem, problem.what());
+    endWithout(kExitSystem, problem.what());
   }
 }
 
@@ -97,7 +97,7 @@ void makeDestination(const std::string& destination) {
       (::stat(destination.c_str(), &status) == 0 && S_ISDIR(status.st_mode)))
     return;
   if (errno == 0) errno = ENOTDIR;
-  throw systemFailure(exitFileSelection, "cannot make the directory '" + destination + "'");
+  throw systemFailure(kExitFileSelection, "cannot make the directory '" + destination + "'");
 }
 
 class Bar {
@@ -148,7 +148,7 @@ int fillByEngine(const EngineTask& task, Channel& channel, const Offer& agreed, 
     const std::optional<int> signal = signals.next(kBarInterval);
     if (signal && *signal != SIGCHLD) {
       receiver.abandon();
-      endWithout(exitSignal, "stopped by a signal; files that were not whole are removed");
+      endWithout(kExitSignal, "stopped by a signal; files that were not whole are removed");
     }
     bar.show(receiver.reached());
   }

@@ -3,7 +3,7 @@
 
 #include "share/rsync/engine_choice.h"
 #include "share/rsync/handover.h"
-#include "share/rsync/prelude.h"
+#include "share/rsync/handshake.h"
 
 namespace qxrsync {
 

@@ -6,16 +6,16 @@
 
 namespace qxrsync {
 
-// Exit statuses this program chooses itself; the numbers are stock rsync's, so
-// that a caller needs one table only.
-inline constexpr int exitSyntax = 1;         // bad options
-inline constexpr int exitFileSelection = 3;  // no destination
-inline constexpr int exitFileIo = 11;        // the destination takes no more
-inline constexpr int exitProtocol = 12;      // the channel or its other end is no good
-inline constexpr int exitSystem = 14;        // a process or descriptor could not be made
-inline constexpr int exitSignal = 20;        // told to stop
-inline constexpr int exitPartial = 23;       // some files were not carried over
-inline constexpr int exitVanished = 24;      // stock rsync's own status for vanished files
+/// Exit statuses this program chooses itself; the numbers are stock rsync's, so
+/// that a caller needs one table only.
+inline constexpr int kExitSyntax = 1;         ///< bad options
+inline constexpr int kExitFileSelection = 3;  ///< no destination
+inline constexpr int kExitFileIo = 11;        ///< the destination takes no more
+inline constexpr int kExitProtocol = 12;      ///< the channel or its other end is no good
+inline constexpr int kExitSystem = 14;        ///< a process or descriptor could not be made
+inline constexpr int kExitSignal = 20;        ///< told to stop
+inline constexpr int kExitPartial = 23;       ///< some files were not carried over
+inline constexpr int kExitVanished = 24;      ///< stock rsync's own status for vanished files
 
 /// The run cannot go on: what() is one line for standard error without the
 /// program's name, status() what the process exits with.

@@ -18,13 +18,13 @@ namespace qxrsync {
 
 namespace {
 
-constexpr const char* accessList = "system.posix_acl_access";
+constexpr const char* kAccessList = "system.posix_acl_access";
 
 // user::rw- user:0:r-- group::r-- mask::r-- other::--- in the kernel's form:
 // a 32-bit version, then 16-bit tag, 16-bit permissions, 32-bit id each, all
 // little-endian. A list of only the three basic entries would not do: it is
 // turned into mode bits without being stored.
-constexpr std::array<unsigned char, 44> sampleAccessList = {
+constexpr std::array<unsigned char, 44> kSampleAccessList = {
     2,    0, 0, 0,                          //
     0x01, 0, 6, 0, 0xff, 0xff, 0xff, 0xff,  //
     0x02, 0, 4, 0, 0,    0,    0,    0,     //
@@ -84,7 +84,7 @@ Offer probeByReading(const std::string& directory) {
   Offer offer;
   offer.xattrs = ::listxattr(directory.c_str(), nullptr, 0) >= 0;
   // A file without a list answers ENODATA, a file system without lists EOPNOTSUPP.
-  offer.acls = ::getxattr(directory.c_str(), accessList, nullptr, 0) >= 0 || errno == ENODATA;
+  offer.acls = ::getxattr(directory.c_str(), kAccessList, nullptr, 0) >= 0 || errno == ENODATA;
   return offer;
 }
 
@@ -99,9 +99,9 @@ Offer probeByWriting(const std::string& directory) {
     return ::fsetxattr(file.get(), name, "1", 1, 0) == 0 && ::fremovexattr(file.get(), name) == 0;
   };
   offer.xattrs = holds("user.rsync.probe") || holds("trusted.rsync.probe");
-  offer.acls = ::fsetxattr(file.get(), accessList, sampleAccessList.data(), sampleAccessList.size(),
-                           0) == 0 &&
-               ::fremovexattr(file.get(), accessList) == 0;
+  offer.acls = ::fsetxattr(file.get(), kAccessList, kSampleAccessList.data(),
+                           kSampleAccessList.size(), 0) == 0 &&
+               ::fremovexattr(file.get(), kAccessList) == 0;
   return offer;
 }
 

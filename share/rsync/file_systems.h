@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "share/rsync/prelude.h"
+#include "share/rsync/handshake.h"
 
 namespace qxrsync {
 

@@ -52,7 +52,7 @@ void sendDescriptors(int socket, int in, int out) {
   do {
     count = ::sendmsg(socket, &message.header, MSG_NOSIGNAL);
   } while (count < 0 && errno == EINTR);
-  if (count != 1) throw systemFailure(exitSystem, "cannot hand over the data channel");
+  if (count != 1) throw systemFailure(kExitSystem, "cannot hand over the data channel");
 }
 
 std::optional<Channel> receiveDescriptors(int socket) {
@@ -61,8 +61,8 @@ std::optional<Channel> receiveDescriptors(int socket) {
   do {
     count = ::recvmsg(socket, &message.header, MSG_CMSG_CLOEXEC);
   } while (count < 0 && errno == EINTR);
-  if (count < 0) throw systemFailure(exitSystem, "cannot take over the data channel");
-  if (count == 0) throw Failure(exitSystem, "no data channel was handed over");
+  if (count < 0) throw systemFailure(kExitSystem, "cannot take over the data channel");
+  if (count == 0) throw Failure(kExitSystem, "no data channel was handed over");
   const cmsghdr* rights = CMSG_FIRSTHDR(&message.header);
   if (rights == nullptr || rights->cmsg_type != SCM_RIGHTS ||
       rights->cmsg_len != CMSG_LEN(2 * sizeof(int)))

@@ -11,7 +11,7 @@
 #include "share/rsync/child.h"
 #include "share/rsync/failure.h"
 #include "share/rsync/handover.h"
-#include "share/rsync/prelude.h"
+#include "share/rsync/handshake.h"
 #include "share/rsync/pump.h"
 #include "share/rsync/run.h"
 
@@ -19,15 +19,15 @@ namespace qxrsync {
 
 namespace {
 
-constexpr std::chrono::seconds preludePatience{60};
-constexpr int socketBuffer = 1 << 20;  // bytes towards stock rsync
+constexpr std::chrono::seconds kHandshakeTimeout{60};
+constexpr int kSocketBuffer = 1 << 20;  // bytes towards stock rsync
 
 bool gone(const pollfd& polled) { return (polled.revents & (POLLHUP | POLLERR)) != 0; }
 
 // A larger buffer towards stock rsync: fewer turns of all processes per byte.
 void enlargeSendBuffer(int socket) {
-  if (::setsockopt(socket, SOL_SOCKET, SO_SNDBUFFORCE, &socketBuffer, sizeof socketBuffer) != 0)
-    ::setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &socketBuffer, sizeof socketBuffer);
+  if (::setsockopt(socket, SOL_SOCKET, SO_SNDBUFFORCE, &kSocketBuffer, sizeof kSocketBuffer) != 0)
+    ::setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &kSocketBuffer, sizeof kSocketBuffer);
 }
 
 // Until the direction towards stock rsync is done. False: the client died.
@@ -78,9 +78,9 @@ int runJoiner(const Options& options) {
   closeStrayDescriptors(options.handoverFd, -1);
   const Descriptor client(options.handoverFd);
   std::optional<Channel> received = receiveDescriptors(client.get());
-  if (!received) throw Failure(exitSystem, "no data channel was handed over");
+  if (!received) throw Failure(kExitSystem, "no data channel was handed over");
   Channel channel = std::move(*received);
-  const Deadline deadline(preludePatience);
+  const Deadline deadline(kHandshakeTimeout);
   sendCapabilities(channel.out.get(), options.capabilities, deadline);
 
   enlargeSendBuffer(STDOUT_FILENO);

@@ -14,13 +14,13 @@ namespace {
 int run(const std::vector<std::string>& arguments) {
   const qxrsync::Options options = qxrsync::parseOptions(arguments);
   switch (options.mode) {
-    case qxrsync::Mode::Client:
+    case qxrsync::Mode::kClient:
       return qxrsync::runClient(options);
-    case qxrsync::Mode::Server:
+    case qxrsync::Mode::kServer:
       return qxrsync::runServer(options);
-    case qxrsync::Mode::Joiner:
+    case qxrsync::Mode::kJoiner:
       ::_exit(qxrsync::runJoiner(options));  // closed in by now, and nothing is to be tidied up
-    case qxrsync::Mode::Untouched:
+    case qxrsync::Mode::kUntouched:
       break;
   }
   qxrsync::becomeStock(arguments);
@@ -36,6 +36,6 @@ int main(int argc, char** argv) {
     return failure.status();
   } catch (const std::exception& error) {
     qxrsync::complain(error.what());
-    return qxrsync::exitSystem;
+    return qxrsync::kExitSystem;
   }
 }

@@ -16,7 +16,7 @@ int descriptorNumber(const char* option, const std::string& text) {
   const char* end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, value);
   if (error != std::errc() || stop != end || value < 0)
-    throw Failure(exitSyntax,
+    throw Failure(kExitSyntax,
                   "the value '" + text + "' of " + option + " is not a file descriptor number");
   return value;
 }
@@ -31,7 +31,7 @@ std::optional<std::string> valueOf(const Arguments& arguments, size_t& index,
     return here.substr(option.size() + 1);
   }
   if (index + 1 == arguments.size())
-    throw Failure(exitSyntax, std::string(option) + " needs a file descriptor number");
+    throw Failure(kExitSyntax, std::string(option) + " needs a file descriptor number");
   return arguments[++index];
 }
 
@@ -58,7 +58,7 @@ Options parseServer(const Arguments& arguments) {
   options.arguments = arguments;
   const bool sender = arguments.size() > 2 && arguments[1] == "--sender";
   if (sender && capabilitiesAmong(arguments).empty()) {
-    options.mode = Mode::Server;
+    options.mode = Mode::kServer;
     options.served = arguments.back();
   }
   return options;
@@ -66,10 +66,10 @@ Options parseServer(const Arguments& arguments) {
 
 Options parseJoiner(const Arguments& arguments) {
   Options options;
-  options.mode = Mode::Joiner;
-  if (arguments.size() < 2) throw Failure(exitSyntax, arguments[0] + " needs a number");
+  options.mode = Mode::kJoiner;
+  if (arguments.size() < 2) throw Failure(kExitSyntax, arguments[0] + " needs a number");
   options.handoverFd = descriptorNumber(arguments[0].c_str(), arguments[1]);
-  options.handOver = arguments[0] == handOverOption;
+  options.handOver = arguments[0] == kHandOverOption;
   options.capabilities = capabilitiesAmong(arguments);
   return options;
 }
@@ -89,7 +89,7 @@ std::string destinationAmong(const Arguments& arguments) {
 
 Options parseOptions(const Arguments& arguments) {
   if (!arguments.empty() && arguments[0] == "--server") return parseServer(arguments);
-  if (!arguments.empty() && (arguments[0] == joinOption || arguments[0] == handOverOption))
+  if (!arguments.empty() && (arguments[0] == kJoinOption || arguments[0] == kHandOverOption))
     return parseJoiner(arguments);
 
   Options options;
@@ -110,9 +110,9 @@ Options parseOptions(const Arguments& arguments) {
     }
   }
   if (options.fdIn.has_value() != options.fdOut.has_value())
-    throw Failure(exitSyntax, options.fdIn ? "--fdin is given without --fdout"
-                                           : "--fdout is given without --fdin");
-  if (options.fdIn || options.progressBar) options.mode = Mode::Client;
+    throw Failure(kExitSyntax, options.fdIn ? "--fdin is given without --fdout"
+                                            : "--fdout is given without --fdin");
+  if (options.fdIn || options.progressBar) options.mode = Mode::kClient;
   options.destination = destinationAmong(options.arguments);
   return options;
 }

@@ -7,7 +7,7 @@ namespace qxrsync {
 
 namespace {
 
-constexpr int barWidth = 20;
+constexpr int kBarWidth = 20;
 
 std::string_view withoutLeadingBlanks(std::string_view text) {
   const size_t start = text.find_first_not_of(' ');
@@ -39,11 +39,11 @@ std::optional<Progress> parseProgress(std::string_view line) {
 
 std::string renderBar(std::uint64_t bytes, int percent) {
   percent = std::clamp(percent, 0, 100);
-  const auto filled = static_cast<size_t>(percent * barWidth / 100);
+  const auto filled = static_cast<size_t>(percent * kBarWidth / 100);
   std::string number = std::to_string(percent);
   number.insert(0, 3 - number.size(), ' ');
   return std::to_string(bytes) + " " + number + "% |" + std::string(filled, '#') +
-         std::string(barWidth - filled, ' ') + "|";
+         std::string(kBarWidth - filled, ' ') + "|";
 }
 
 int ProgressBar::shownPercent(const Progress& progress) const {

@@ -13,7 +13,7 @@ namespace qxrsync {
 struct Progress {
   std::uint64_t bytes = 0;
   int percent = 0;
-  bool listing = false;  // ir-chk: more files are still being found
+  bool listing = false;  ///< ir-chk: more files are still being found
   bool operator==(const Progress&) const = default;
 };
 

@@ -11,10 +11,10 @@ namespace qxrsync {
 
 namespace {
 
-constexpr int pipeSize = 1 << 20;        // bytes; what an ordinary user may ask for
-constexpr size_t largestMove = 1 << 20;  // bytes in one call
-constexpr size_t bufferSize = 256 << 10;
-constexpr int movesPerTurn = 16;
+constexpr int kPipeSize = 1 << 20;        // bytes; what an ordinary user may ask for
+constexpr size_t kLargestMove = 1 << 20;  // bytes in one call
+constexpr size_t kBufferSize = 256 << 10;
+constexpr int kMovesPerTurn = 16;
 
 bool isPipe(int fd) {
   struct stat status {};
@@ -23,29 +23,29 @@ bool isPipe(int fd) {
 
 }  // namespace
 
-Pump::Pump(int source, int sink) : source_(source), sink_(sink), way_(Way::ThroughPipe) {
+Pump::Pump(int source, int sink) : source_(source), sink_(sink), way_(Way::kThroughPipe) {
   setNonBlocking(source, true);
   setNonBlocking(sink, true);
   if (isPipe(source) || isPipe(sink)) {
-    way_ = Way::Direct;
+    way_ = Way::kDirect;
   } else {
     between_ = makePipe();
-    enlargePipe(between_.second.get(), pipeSize);
+    enlargePipe(between_.second.get(), kPipeSize);
   }
 }
 
 Pump::Step Pump::outcome(ssize_t count) {
-  if (count > 0) return Step::Moved;
-  if (count == 0) return Step::Ended;
-  if (errno == EAGAIN || errno == EINTR) return Step::WouldBlock;
-  return errno == EINVAL || errno == ENOSYS ? Step::Unsupported : Step::Ended;
+  if (count > 0) return Step::kMoved;
+  if (count == 0) return Step::kEnded;
+  if (errno == EAGAIN || errno == EINTR) return Step::kWouldBlock;
+  return errno == EINVAL || errno == ENOSYS ? Step::kUnsupported : Step::kEnded;
 }
 
 Pump::Step Pump::spliceDirectly() {
   const Step step = outcome(
-      ::splice(source_, nullptr, sink_, nullptr, largestMove, SPLICE_F_MOVE | SPLICE_F_NONBLOCK));
-  if (step == Step::Moved) movedSinceWait_ = true;
-  if (step == Step::WouldBlock) {
+      ::splice(source_, nullptr, sink_, nullptr, kLargestMove, SPLICE_F_MOVE | SPLICE_F_NONBLOCK));
+  if (step == Step::kMoved) movedSinceWait_ = true;
+  if (step == Step::kWouldBlock) {
     // It is not told which side was not ready. Most often the source has been
     // emptied; but when waiting for one side did not help, it is the other.
     waitForSink_ = !movedSinceWait_ && !waitForSink_;
@@ -56,18 +56,18 @@ Pump::Step Pump::spliceDirectly() {
 
 Pump::Step Pump::spliceThroughPipe() {
   if (held_ == 0) {
-    const ssize_t count = ::splice(source_, nullptr, between_.second.get(), nullptr, largestMove,
+    const ssize_t count = ::splice(source_, nullptr, between_.second.get(), nullptr, kLargestMove,
                                    SPLICE_F_MOVE | SPLICE_F_NONBLOCK);
     const Step step = outcome(count);
     waitForSink_ = false;
-    if (step != Step::Moved) return step;
+    if (step != Step::kMoved) return step;
     held_ = static_cast<size_t>(count);
   }
   const ssize_t count = ::splice(between_.first.get(), nullptr, sink_, nullptr, held_,
                                  SPLICE_F_MOVE | SPLICE_F_NONBLOCK);
   const Step step = outcome(count);
   waitForSink_ = true;
-  if (step == Step::Moved) held_ -= static_cast<size_t>(count);
+  if (step == Step::kMoved) held_ -= static_cast<size_t>(count);
   return step;
 }
 
@@ -76,14 +76,14 @@ Pump::Step Pump::copy() {
     waitForSink_ = false;
     const ssize_t count = ::read(source_, buffer_.data(), buffer_.size());
     const Step step = outcome(count);
-    if (step != Step::Moved) return step;
+    if (step != Step::kMoved) return step;
     heldFrom_ = 0;
     held_ = static_cast<size_t>(count);
   }
   waitForSink_ = true;
   const ssize_t count = ::write(sink_, buffer_.data() + heldFrom_, held_);
   const Step step = outcome(count);
-  if (step == Step::Moved) {
+  if (step == Step::kMoved) {
     heldFrom_ += static_cast<size_t>(count);
     held_ -= static_cast<size_t>(count);
   }
@@ -91,8 +91,8 @@ Pump::Step Pump::copy() {
 }
 
 void Pump::changeToCopying() {
-  way_ = Way::Copy;
-  buffer_.resize(std::max(bufferSize, held_));
+  way_ = Way::kCopy;
+  buffer_.resize(std::max(kBufferSize, held_));
   heldFrom_ = 0;
   size_t rescued = 0;
   while (rescued < held_) {  // what the sink refused from the pipe in between
@@ -105,11 +105,11 @@ void Pump::changeToCopying() {
 
 Pump::Step Pump::step() {
   switch (way_) {
-    case Way::Direct:
+    case Way::kDirect:
       return spliceDirectly();
-    case Way::ThroughPipe:
+    case Way::kThroughPipe:
       return spliceThroughPipe();
-    case Way::Copy:
+    case Way::kCopy:
       break;
   }
   return copy();
@@ -117,17 +117,17 @@ Pump::Step Pump::step() {
 
 void Pump::move() {
   hadEnough_ = false;
-  for (int turn = 0; turn < movesPerTurn && !done_; ++turn) {
+  for (int turn = 0; turn < kMovesPerTurn && !done_; ++turn) {
     switch (step()) {
-      case Step::Moved:
+      case Step::kMoved:
         break;
-      case Step::WouldBlock:
+      case Step::kWouldBlock:
         return;
-      case Step::Ended:
+      case Step::kEnded:
         done_ = true;
         return;
-      case Step::Unsupported:
-        if (way_ == Way::Copy) {
+      case Step::kUnsupported:
+        if (way_ == Way::kCopy) {
           done_ = true;
           return;
         }

@@ -43,8 +43,8 @@ class Pump {
   bool hasPending() const;
 
  private:
-  enum class Way { Direct, ThroughPipe, Copy };
-  enum class Step { Moved, WouldBlock, Ended, Unsupported };
+  enum class Way { kDirect, kThroughPipe, kCopy };
+  enum class Step { kMoved, kWouldBlock, kEnded, kUnsupported };
 
   static Step outcome(ssize_t count);
   Step step();
@@ -56,12 +56,12 @@ class Pump {
   int source_;
   int sink_;
   Way way_;
-  DescriptorPair between_;      // Way::ThroughPipe
-  std::vector<char> buffer_;    // Way::Copy
-  size_t heldFrom_ = 0;         // first byte of buffer_ not yet written
-  size_t held_ = 0;             // bytes in between_ or buffer_
-  bool waitForSink_ = false;    // which side to wait for
-  bool movedSinceWait_ = true;  // Way::Direct
+  DescriptorPair between_;      ///< Way::kThroughPipe
+  std::vector<char> buffer_;    ///< Way::kCopy
+  size_t heldFrom_ = 0;         ///< first byte of buffer_ not yet written
+  size_t held_ = 0;             ///< bytes in between_ or buffer_
+  bool waitForSink_ = false;    ///< which side to wait for
+  bool movedSinceWait_ = true;  ///< Way::kDirect
   bool hadEnough_ = false;
   bool done_ = false;
 };

@@ -11,16 +11,16 @@
 #include "share/rsync/engine_ends.h"
 #include "share/rsync/file_systems.h"
 #include "share/rsync/handover.h"
-#include "share/rsync/prelude.h"
+#include "share/rsync/handshake.h"
 #include "share/rsync/run.h"
 
 namespace qxrsync {
 
 namespace {
 
-constexpr std::chrono::seconds preludePatience{60};
-constexpr std::chrono::milliseconds lookInterval{500};
-constexpr int pipeSize = 1 << 20;  // bytes
+constexpr std::chrono::seconds kHandshakeTimeout{60};
+constexpr std::chrono::milliseconds kLookInterval{500};
+constexpr int kPipeSize = 1 << 20;  // bytes
 
 // From here on only stock rsync holds the channel, so its end is the channel's.
 void letGoOfChannel() {
@@ -33,7 +33,7 @@ void letGoOfChannel() {
 int superviseBesideChannel(Child& child, const SignalsHeld& signals) {
   std::optional<int> status;
   while (!(status = child.ended())) {
-    const std::optional<int> signal = signals.next(lookInterval);
+    const std::optional<int> signal = signals.next(kLookInterval);
     pollfd channel{STDIN_FILENO, POLLIN, 0};
     if (signal && *signal != SIGCHLD)
       child.signal(*signal);
@@ -50,14 +50,14 @@ int runServer(const Options& options) {
   ignoreBrokenPipes();
   // Other descriptors stay: an agent may have given one that tells it, by being
   // closed, that the channel has no user any more.
-  enlargePipe(STDIN_FILENO, pipeSize);
-  enlargePipe(STDOUT_FILENO, pipeSize);
+  enlargePipe(STDIN_FILENO, kPipeSize);
+  enlargePipe(STDOUT_FILENO, kPipeSize);
 
   Offer offer = probeByReading(options.served);
   offer.usedBytes = usedBytesBelow(options.served);
   offer.descriptors = carriesDescriptors(STDIN_FILENO, STDOUT_FILENO);
   offer.engine = engineServes(options);
-  const Deadline deadline(preludePatience);
+  const Deadline deadline(kHandshakeTimeout);
   const Offer agreed = exchangeOffers(STDIN_FILENO, STDOUT_FILENO, offer, deadline);
   if (agreed.engine) return serveByEngine(options.served, agreed);
   const std::string capabilities = receiveCapabilities(STDIN_FILENO, deadline);

@@ -12,7 +12,7 @@ namespace qxrsync {
 std::string ownPath() {
   std::string path(PATH_MAX, '\0');
   const ssize_t size = ::readlink("/proc/self/exe", path.data(), path.size());
-  if (size <= 0) throw systemFailure(exitSystem, "cannot read /proc/self/exe");
+  if (size <= 0) throw systemFailure(kExitSystem, "cannot read /proc/self/exe");
   path.resize(static_cast<size_t>(size));
   return path;
 }
@@ -23,8 +23,8 @@ std::string stockPath() {
   if (::access(beside.c_str(), F_OK) == 0) return beside;
   const char* const usual = "/usr/bin/rsync";
   if (::access(usual, F_OK) == 0) return usual;
-  throw Failure(exitSystem, "stock rsync is neither at " + beside + " nor at " + usual +
-                                "; install the package rsync");
+  throw Failure(kExitSystem, "stock rsync is neither at " + beside + " nor at " + usual +
+                                 "; install the package rsync");
 }
 
 std::vector<std::string> stockCommand() {
@@ -43,7 +43,7 @@ void becomeStock(const std::vector<std::string>& arguments) {
   words.insert(words.end(), arguments.begin(), arguments.end());
   const ArgumentVector argv(path, words);
   ::execv(path.c_str(), argv.data());
-  throw systemFailure(exitSystem, "cannot run " + path);
+  throw systemFailure(kExitSystem, "cannot run " + path);
 }
 
 }  // namespace qxrsync

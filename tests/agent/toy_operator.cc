@@ -51,7 +51,7 @@ class Operator : public QXL::QXLHaulControlOperatorPrototype {
   Operator() {
     const auto add = [this](const char* name,
                             void (Operator::*handler)(const Iterator&, const Iterator&)) {
-      m_methods[name] = {static_cast<QXLOpHandler>(handler), 0, 0};
+      methods_[name] = {static_cast<QXLOpHandler>(handler), 0, 0};
     };
     add("echo", &Operator::echo);
     add("fail", &Operator::fail);
@@ -64,7 +64,7 @@ class Operator : public QXL::QXLHaulControlOperatorPrototype {
     add("silent", &Operator::silent);
     add("flood", &Operator::flood);
     add("pause", &Operator::pause);
-    m_methods[""] = {nullptr, 0, 0};
+    methods_[""] = {nullptr, 0, 0};
   }
 
   boost::shared_ptr<QXL::QXLHaulSerializerBaseParams> newParams() override {
@@ -85,7 +85,7 @@ class Operator : public QXL::QXLHaulControlOperatorPrototype {
   }
   void process(const std::string& method, const Iterator& in, const Iterator& out) override {
     long long succeeded = 0;
-    if (method == agent::methodFinish) in->getValueLongLong(succeeded, agent::fieldSucceeded);
+    if (method == agent::kMethodFinish) in->getValueLongLong(succeeded, agent::kFieldSucceeded);
     if (succeeded) ++counts().finishedWell;
     QXLHaulControlOperatorPrototype::process(method, in, out);
   }
@@ -196,7 +196,7 @@ Outcome ask(QXL::QXLRequestTransport& transport, const std::string& session,
             const std::string& channel) {
   boost::intrusive_ptr<agent::Message> in(new agent::Message());
   in->putValueBase64(text, 1811);
-  if (!channel.empty()) in->putValueBase64(channel, agent::fieldChannel);
+  if (!channel.empty()) in->putValueBase64(channel, agent::kFieldChannel);
   agent::Request request;
   request.session = session;
   request.operatorName = operatorName;
@@ -222,8 +222,8 @@ Outcome ask(QXL::QXLRequestTransport& transport, const std::string& session,
 
 std::string open(QXL::QXLRequestTransport& transport) {
   const std::string session = agent::newToken();
-  ask(transport, session, agent::methodCreate);
-  ask(transport, session, agent::methodInit);
+  ask(transport, session, agent::kMethodCreate);
+  ask(transport, session, agent::kMethodInit);
   return session;
 }
 

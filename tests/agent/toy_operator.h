@@ -1,4 +1,4 @@
-// An operator of the tests' own, to try the agent's roads with.
+// An operator of the tests' own, to try the agent's transports with.
 #ifndef QX_TESTS_AGENT_TOY_OPERATOR_H
 #define QX_TESTS_AGENT_TOY_OPERATOR_H
 

@@ -31,25 +31,25 @@ class ControlEnds : public testing::Test {
 
 TEST_F(ControlEnds, WithoutAnAddressThereIsNoSource) {
   EXPECT_FALSE(control.createSerializer());
-  EXPECT_FALSE(control.m_accessAgent);
-  control.m_connectionInfo = connectionTo("");
+  EXPECT_FALSE(control.accessAgent_);
+  control.connectionInfo_ = connectionTo("");
   EXPECT_FALSE(control.createSerializer());
-  EXPECT_FALSE(control.m_accessAgent);
+  EXPECT_FALSE(control.accessAgent_);
 }
 
 TEST_F(ControlEnds, SourceThatCannotBeReachedIsNoneAndItsErrorIsReported) {
-  control.m_connectionInfo = connectionTo("unix:/nonexistent/agent");
+  control.connectionInfo_ = connectionTo("unix:/nonexistent/agent");
   EXPECT_FALSE(control.createSerializer());
-  EXPECT_TRUE(control.m_accessAgent);
+  EXPECT_TRUE(control.accessAgent_);
   EXPECT_NE(context->getLastErrorCode(), 0);
   EXPECT_NE(context->getLastErrorText(), "");
 }
 
 TEST_F(ControlEnds, SourceIsAProxyOfTheConnectedAgent) {
-  control.m_connectionInfo = connectionTo("local");
+  control.connectionInfo_ = connectionTo("local");
   const auto source = control.createSerializer();
   ASSERT_TRUE(dynamic_cast<QXLinMigrateP2VSerializerAgent*>(source.get()));
-  EXPECT_NE(control.m_accessAgent->getConnectedEID(), QXL::QXLEID::EID_INVALID);
+  EXPECT_NE(control.accessAgent_->getConnectedEID(), QXL::QXLEID::EID_INVALID);
   auto& end = dynamic_cast<QXLinMigrateP2VSerializer&>(*source);
   EXPECT_EQ(end.init(nullptr, newParams()), 0);
   EXPECT_EQ(end.stopServices(), 0);
@@ -57,20 +57,20 @@ TEST_F(ControlEnds, SourceIsAProxyOfTheConnectedAgent) {
 }
 
 TEST_F(ControlEnds, SecondSourceReplacesTheConnection) {
-  control.m_connectionInfo = connectionTo("local");
+  control.connectionInfo_ = connectionTo("local");
   const auto first = control.createSerializer();
-  const auto agent = control.m_accessAgent;
+  const auto agent = control.accessAgent_;
   const auto second = control.createSerializer();
   EXPECT_TRUE(second);
   EXPECT_NE(first, second);
-  EXPECT_TRUE(control.m_accessAgent);
-  EXPECT_NE(control.m_accessAgent, agent);
+  EXPECT_TRUE(control.accessAgent_);
+  EXPECT_NE(control.accessAgent_, agent);
 }
 
 TEST_F(ControlEnds, DestinationIsAProxyOfThisProcesssAgent) {
   const auto destination = control.createDeserializer();
   ASSERT_TRUE(dynamic_cast<QXLinMigrateP2VDeserializerAgent*>(destination.get()));
-  EXPECT_FALSE(control.m_accessAgent);
+  EXPECT_FALSE(control.accessAgent_);
   auto& end = dynamic_cast<QXLinMigrateP2VDeserializer&>(*destination);
   EXPECT_EQ(end.init(nullptr, newParams()), 0);
   EXPECT_EQ(end.lockVPS(), 0);
@@ -79,9 +79,9 @@ TEST_F(ControlEnds, DestinationIsAProxyOfThisProcesssAgent) {
 
 TEST_F(ControlEnds, WithoutRegistrationsThereAreNoEnds) {
   auto& kit = QXL::QXLFunctionality<QXL::QXLHaulControlFactory>::m_kit;
-  kit.m_agentSerializers.clear();
-  kit.m_agentDeserializers.clear();
-  control.m_connectionInfo = connectionTo("local");
+  kit.agentSerializers_.clear();
+  kit.agentDeserializers_.clear();
+  control.connectionInfo_ = connectionTo("local");
   EXPECT_FALSE(control.createSerializer());
   EXPECT_FALSE(control.createDeserializer());
 }

@@ -65,36 +65,36 @@ class FakeChannelEnd : public QXL::QXLChannelEndPrototype {
 
 class FakeChannel : public QXL::QXLChannelPrototype {
  public:
-  FakeChannel(Rehearsal& run, int number) : m_run(run), m_number(number) { ++m_run.channelsAlive; }
-  ~FakeChannel() override { --m_run.channelsAlive; }
+  FakeChannel(Rehearsal& run, int number) : run_(run), number_(number) { ++run_.channelsAlive; }
+  ~FakeChannel() override { --run_.channelsAlive; }
   boost::intrusive_ptr<QXL::QXLChannelEndPrototype> getDeserializerEnd() override {
-    return boost::intrusive_ptr<QXL::QXLChannelEndPrototype>(new FakeChannelEnd(m_number, 'd'));
+    return boost::intrusive_ptr<QXL::QXLChannelEndPrototype>(new FakeChannelEnd(number_, 'd'));
   }
   boost::intrusive_ptr<QXL::QXLChannelEndPrototype> getSerializerEnd() override {
-    return boost::intrusive_ptr<QXL::QXLChannelEndPrototype>(new FakeChannelEnd(m_number, 's'));
+    return boost::intrusive_ptr<QXL::QXLChannelEndPrototype>(new FakeChannelEnd(number_, 's'));
   }
 
  private:
-  Rehearsal& m_run;
-  int m_number;
+  Rehearsal& run_;
+  int number_;
 };
 
 class FakeConnector : public QXL::QXLHaulConnector {
  public:
   FakeConnector(Rehearsal& run, const boost::shared_ptr<QXL::QXLChannelSettings>& expected)
-      : m_run(run), m_expected(expected) {}
+      : run_(run), expected_(expected) {}
   boost::intrusive_ptr<QXL::QXLChannelPrototype> createChannel(
       const boost::shared_ptr<QXL::QXLChannelSettings>& settings) override {
-    EXPECT_EQ(settings, m_expected);
-    ++m_made;
-    if (m_run.call("channel " + std::to_string(m_made)) != 0) return nullptr;
-    return boost::intrusive_ptr<QXL::QXLChannelPrototype>(new FakeChannel(m_run, m_made));
+    EXPECT_EQ(settings, expected_);
+    ++made_;
+    if (run_.call("channel " + std::to_string(made_)) != 0) return nullptr;
+    return boost::intrusive_ptr<QXL::QXLChannelPrototype>(new FakeChannel(run_, made_));
   }
 
  private:
-  Rehearsal& m_run;
-  boost::shared_ptr<QXL::QXLChannelSettings> m_expected;
-  int m_made = 0;
+  Rehearsal& run_;
+  boost::shared_ptr<QXL::QXLChannelSettings> expected_;
+  int made_ = 0;
 };
 
 void expectEnd(const boost::intrusive_ptr<QXL::QXLChannelEndPrototype>& end, int channel,
@@ -109,86 +109,86 @@ typedef boost::intrusive_ptr<QXL::QXLProgressHandlerPrototype> HandlerPtr;
 
 class FakeSource : public QXLinMigrateP2VSerializer {
  public:
-  explicit FakeSource(Rehearsal& run) : m_run(run) {}
+  explicit FakeSource(Rehearsal& run) : run_(run) {}
   int init(boost::shared_ptr<QXL::QXLConnectionInfo>,
            boost::shared_ptr<QXL::QXLHaulSerializerBaseParams>) override {
-    return m_run.call("source init");
+    return run_.call("source init");
   }
-  int finish() override { return m_run.call("source finish"); }
+  int finish() override { return run_.call("source finish"); }
   void sync(const HandlerPtr& handler, const std::string& session) override {
-    m_run.sync("source", handler, session);
+    run_.sync("source", handler, session);
   }
   int startRSyncServer(EndPtr end) override {
     expectEnd(end, 1, 's');
-    return m_run.call("startRSyncServer");
+    return run_.call("startRSyncServer");
   }
-  int waitRSyncServer() override { return m_run.call("waitRSyncServer"); }
-  int stopServices() override { return m_run.call("stopServices"); }
+  int waitRSyncServer() override { return run_.call("waitRSyncServer"); }
+  int stopServices() override { return run_.call("stopServices"); }
   int startRSyncServer2(EndPtr end) override {
     expectEnd(end, 2, 's');
-    return m_run.call("startRSyncServer2");
+    return run_.call("startRSyncServer2");
   }
-  int waitRSyncServer2() override { return m_run.call("waitRSyncServer2"); }
+  int waitRSyncServer2() override { return run_.call("waitRSyncServer2"); }
   int dumpQuota(std::string* text) override {
     *text = "the quotas";
-    return m_run.call("dumpQuota");
+    return run_.call("dumpQuota");
   }
-  int shutdownSrcSrv() override { return m_run.call("shutdownSrcSrv"); }
-  int destroySrcSrv() override { return m_run.call("destroySrcSrv"); }
+  int shutdownSrcSrv() override { return run_.call("shutdownSrcSrv"); }
+  int destroySrcSrv() override { return run_.call("destroySrcSrv"); }
   int getUsageDiskSpace(long long* bytes) override {
-    *bytes = m_run.usage;
-    return m_run.call("getUsageDiskSpace");
+    *bytes = run_.usage;
+    return run_.call("getUsageDiskSpace");
   }
 
  private:
-  Rehearsal& m_run;
+  Rehearsal& run_;
 };
 
 class FakeDestination : public QXLinMigrateP2VDeserializer {
  public:
-  explicit FakeDestination(Rehearsal& run) : m_run(run) {}
+  explicit FakeDestination(Rehearsal& run) : run_(run) {}
   int init(boost::shared_ptr<QXL::QXLConnectionInfo>,
            boost::shared_ptr<QXL::QXLHaulSerializerBaseParams>) override {
-    return m_run.call("destination init");
+    return run_.call("destination init");
   }
-  int finish() override { return m_run.call("destination finish"); }
+  int finish() override { return run_.call("destination finish"); }
   void sync(const HandlerPtr& handler, const std::string& session) override {
-    m_run.sync("destination", handler, session);
+    run_.sync("destination", handler, session);
   }
-  int lockVPS() override { return m_run.call("lockVPS"); }
-  int createDstSrv() override { return m_run.call("createDstSrv"); }
+  int lockVPS() override { return run_.call("lockVPS"); }
+  int createDstSrv() override { return run_.call("createDstSrv"); }
   int rSync(EndPtr end) override {
     expectEnd(end, 1, 'd');
-    return m_run.call("rSync");
+    return run_.call("rSync");
   }
   int rSync2(EndPtr end) override {
     expectEnd(end, 2, 'd');
-    return m_run.call("rSync2");
+    return run_.call("rSync2");
   }
   int restoreQuota(const std::string& text) override {
-    m_run.restored = text;
-    return m_run.call("restoreQuota");
+    run_.restored = text;
+    return run_.call("restoreQuota");
   }
   int tuneDstSrv() override {
-    m_run.channelsAtTheEnd = m_run.channelsAlive;
-    return m_run.call("tuneDstSrv");
+    run_.channelsAtTheEnd = run_.channelsAlive;
+    return run_.call("tuneDstSrv");
   }
-  int startDstSrv() override { return m_run.call("startDstSrv"); }
+  int startDstSrv() override { return run_.call("startDstSrv"); }
   int getFreeDiskSpace(long long* bytes) override {
-    *bytes = m_run.free;
-    return m_run.call("getFreeDiskSpace");
+    *bytes = run_.free;
+    return run_.call("getFreeDiskSpace");
   }
 
  private:
-  Rehearsal& m_run;
+  Rehearsal& run_;
 };
 
 int process(Rehearsal& run, bool withConnector = true) {
   TestControl control(run.context);
-  control.m_serializer.reset(new FakeSource(run));
-  control.m_deserializer.reset(new FakeDestination(run));
-  control.m_channelSettings.reset(new QXL::QXLChannelSettings);
-  if (withConnector) control.m_connector.reset(new FakeConnector(run, control.m_channelSettings));
+  control.serializer_.reset(new FakeSource(run));
+  control.deserializer_.reset(new FakeDestination(run));
+  control.channelSettings_.reset(new QXL::QXLChannelSettings);
+  if (withConnector) control.connector_.reset(new FakeConnector(run, control.channelSettings_));
   return control.process();
 }
 

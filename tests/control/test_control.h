@@ -29,12 +29,12 @@ class TestControl : public QXLinMigrateP2VControl {
       : QXLinMigrateP2VControl(boost::intrusive_ptr<QXL::QXLAccessProviderPrototype>(
             new agent::ControlAccess(context, local))) {}
 
-  using QXLinMigrateP2VControl::m_accessAgent;
-  using QXLinMigrateP2VControl::m_channelSettings;
-  using QXLinMigrateP2VControl::m_connectionInfo;
-  using QXLinMigrateP2VControl::m_connector;
-  using QXLinMigrateP2VControl::m_deserializer;
-  using QXLinMigrateP2VControl::m_serializer;
+  using QXLinMigrateP2VControl::accessAgent_;
+  using QXLinMigrateP2VControl::channelSettings_;
+  using QXLinMigrateP2VControl::connectionInfo_;
+  using QXLinMigrateP2VControl::connector_;
+  using QXLinMigrateP2VControl::deserializer_;
+  using QXLinMigrateP2VControl::serializer_;
 };
 
 #endif

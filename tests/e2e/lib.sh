@@ -133,7 +133,7 @@ check_nothing_runs() {
 }
 
 # Prints what runs with such a command line, on the node and on the server,
-# after some seconds of patience.
+# after waiting some seconds for it.
 still_running() {
   local end=$((SECONDS + 15)) found
   while :; do

@@ -53,10 +53,10 @@ TEST(InitLibraryOutOfMemory, LeavesWhatWasRegisteredInOrder) {
     }
     left = -1;
     EXPECT_NE(threw, done);
-    const bool known[] = {kit.m_controls.count("") != 0, kit.m_localDeserializers.count("") != 0,
-                          kit.m_localSerializers.count("") != 0,
-                          kit.m_agentDeserializers.count("") != 0,
-                          kit.m_agentSerializers.count("") != 0};
+    const bool known[] = {kit.controls_.count("") != 0, kit.localDeserializers_.count("") != 0,
+                          kit.localSerializers_.count("") != 0,
+                          kit.agentDeserializers_.count("") != 0,
+                          kit.agentSerializers_.count("") != 0};
     finiLibrary();
     EXPECT_EQ(held, before) << "the factory that was being registered is left, after " << allowed;
     std::string registered;

@@ -26,11 +26,11 @@ std::vector<std::string> gone;
 template <class Base>
 class Farewell : public Base {
  public:
-  explicit Farewell(const char* name) : m_name(name) {}
-  ~Farewell() override { gone.push_back(m_name); }
+  explicit Farewell(const char* name) : name_(name) {}
+  ~Farewell() override { gone.push_back(name_); }
 
  private:
-  const char* m_name;
+  const char* name_;
 };
 
 template <class Pointer>
@@ -58,29 +58,29 @@ class InitLibrary : public testing::Test {
 
 TEST_F(InitLibrary, RegistersTheFiveFactoriesUnderTheEmptyName) {
   ASSERT_EQ(initLibrary(), 0);
-  ASSERT_EQ(kit().m_controls.size(), 1u);
-  ASSERT_EQ(kit().m_localSerializers.size(), 1u);
-  ASSERT_EQ(kit().m_localDeserializers.size(), 1u);
-  ASSERT_EQ(kit().m_agentSerializers.size(), 1u);
-  ASSERT_EQ(kit().m_agentDeserializers.size(), 1u);
+  ASSERT_EQ(kit().controls_.size(), 1u);
+  ASSERT_EQ(kit().localSerializers_.size(), 1u);
+  ASSERT_EQ(kit().localDeserializers_.size(), 1u);
+  ASSERT_EQ(kit().agentSerializers_.size(), 1u);
+  ASSERT_EQ(kit().agentDeserializers_.size(), 1u);
   using namespace QXL;
   EXPECT_TRUE((boost::dynamic_pointer_cast<
                QXLFunctionalFactoryLocalImpl<QXLHaulControlPtr, QXLinMigrateP2VControl>>(
-      kit().m_controls[""])));
+      kit().controls_[""])));
   EXPECT_TRUE((boost::dynamic_pointer_cast<
                QXLFunctionalFactoryLocalImpl<QXLHaulSerializerPtr, DRAHN2VPSMigrateSerializerSys>>(
-      kit().m_localSerializers[""])));
+      kit().localSerializers_[""])));
   EXPECT_TRUE(
       (boost::dynamic_pointer_cast<
           QXLFunctionalFactoryLocalImpl<QXLHaulDeserializerPtr, DRAHN2VPSMigrateDeserializerSys>>(
-          kit().m_localDeserializers[""])));
+          kit().localDeserializers_[""])));
   EXPECT_TRUE((boost::dynamic_pointer_cast<
                QXLFunctionalFactoryAgentImpl<QXLHaulSerializerPtr, QXLinMigrateP2VSerializerAgent>>(
-      kit().m_agentSerializers[""])));
+      kit().agentSerializers_[""])));
   EXPECT_TRUE(
       (boost::dynamic_pointer_cast<
           QXLFunctionalFactoryAgentImpl<QXLHaulDeserializerPtr, QXLinMigrateP2VDeserializerAgent>>(
-          kit().m_agentDeserializers[""])));
+          kit().agentDeserializers_[""])));
 }
 
 TEST_F(InitLibrary, FactoriesMakeObjectsOfTheirClasses) {
@@ -99,29 +99,29 @@ TEST_F(InitLibrary, FactoriesMakeObjectsOfTheirClasses) {
 
 TEST_F(InitLibrary, SecondCallKeepsTheFirstFactories) {
   ASSERT_EQ(initLibrary(), 0);
-  const auto control = kit().m_controls[""];
-  const auto localSerializer = kit().m_localSerializers[""];
-  const auto localDeserializer = kit().m_localDeserializers[""];
-  const auto agentSerializer = kit().m_agentSerializers[""];
-  const auto agentDeserializer = kit().m_agentDeserializers[""];
+  const auto control = kit().controls_[""];
+  const auto localSerializer = kit().localSerializers_[""];
+  const auto localDeserializer = kit().localDeserializers_[""];
+  const auto agentSerializer = kit().agentSerializers_[""];
+  const auto agentDeserializer = kit().agentDeserializers_[""];
   EXPECT_EQ(initLibrary(), 0);
-  EXPECT_EQ(kit().m_controls[""], control);
-  EXPECT_EQ(kit().m_localSerializers[""], localSerializer);
-  EXPECT_EQ(kit().m_localDeserializers[""], localDeserializer);
-  EXPECT_EQ(kit().m_agentSerializers[""], agentSerializer);
-  EXPECT_EQ(kit().m_agentDeserializers[""], agentDeserializer);
+  EXPECT_EQ(kit().controls_[""], control);
+  EXPECT_EQ(kit().localSerializers_[""], localSerializer);
+  EXPECT_EQ(kit().localDeserializers_[""], localDeserializer);
+  EXPECT_EQ(kit().agentSerializers_[""], agentSerializer);
+  EXPECT_EQ(kit().agentDeserializers_[""], agentDeserializer);
 }
 
 TEST_F(InitLibrary, FiniErasesInItsOrder) {
-  kit().m_agentDeserializers[""].reset(
+  kit().agentDeserializers_[""].reset(
       new FarewellAgent<QXL::QXLHaulDeserializerPtr>("agent deserializer"));
-  kit().m_agentSerializers[""].reset(
+  kit().agentSerializers_[""].reset(
       new FarewellAgent<QXL::QXLHaulSerializerPtr>("agent serializer"));
-  kit().m_localDeserializers[""].reset(
+  kit().localDeserializers_[""].reset(
       new FarewellLocal<QXL::QXLHaulDeserializerPtr>("local deserializer"));
-  kit().m_localSerializers[""].reset(
+  kit().localSerializers_[""].reset(
       new FarewellLocal<QXL::QXLHaulSerializerPtr>("local serializer"));
-  kit().m_controls[""].reset(new FarewellLocal<QXL::QXLHaulControlPtr>("controller"));
+  kit().controls_[""].reset(new FarewellLocal<QXL::QXLHaulControlPtr>("controller"));
   EXPECT_EQ(finiLibrary(), 0);
   EXPECT_THAT(gone, ElementsAre("controller", "local deserializer", "local serializer",
                                 "agent serializer", "agent deserializer"));
@@ -129,10 +129,10 @@ TEST_F(InitLibrary, FiniErasesInItsOrder) {
 
 TEST_F(InitLibrary, FiniLeavesOtherNamesAlone) {
   ASSERT_EQ(initLibrary(), 0);
-  kit().m_controls["other"] = kit().m_controls[""];
+  kit().controls_["other"] = kit().controls_[""];
   EXPECT_EQ(finiLibrary(), 0);
-  EXPECT_EQ(kit().m_controls.count(""), 0u);
-  EXPECT_EQ(kit().m_controls.erase("other"), 1u);
+  EXPECT_EQ(kit().controls_.count(""), 0u);
+  EXPECT_EQ(kit().controls_.erase("other"), 1u);
 }
 
 TEST_F(InitLibrary, FiniWithoutInitIsHarmless) {

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "agent/wire/message.h"
+#include "agent/wire/steps.h"
 #include "fixtures/fake_workers.h"
 #include "fixtures/served.h"
 #include "frame/deserialize_operator.h"
@@ -63,6 +64,21 @@ struct Pipe {
 };
 
 }  // namespace
+
+// What the agent knows of a stage stands in one table.
+TEST(Operators, EveryStageHasItsTextInTheAgentsTable) {
+  for (const auto& factory :
+       {factoryQXLinMigrateP2VSerializeOperator, factoryQXLinMigrateP2VDeserializeOperator}) {
+    const auto op =
+        boost::dynamic_pointer_cast<QXL::QXLOperatorFunctionalPrototype>(factory->newOperator());
+    ASSERT_TRUE(op);
+    for (const auto& [stage, method] : op->getMethods()) {
+      if (!method.handler) continue;
+      EXPECT_STRNE(agent::stepOf(stage).text, "") << stage;
+    }
+  }
+  EXPECT_STREQ(agent::stepOf("noSuchStage").text, "");
+}
 
 TEST(SerializeOperator, TableHasTheSourceStagesAndItsEnd) {
   expectTable(QXLinMigrateP2VSerializeOperator(), kSourceStages);

@@ -43,18 +43,18 @@ bool isLoaded() {
 // The loaded plug-in.
 class Plugin {
  public:
-  Plugin() : m_handle(dlopen(QX_PLUGIN, RTLD_NOW | RTLD_LOCAL)) {
-    EXPECT_TRUE(m_handle) << dlerror();
+  Plugin() : handle_(dlopen(QX_PLUGIN, RTLD_NOW | RTLD_LOCAL)) {
+    EXPECT_TRUE(handle_) << dlerror();
   }
-  ~Plugin() { EXPECT_EQ(dlclose(m_handle), 0); }
+  ~Plugin() { EXPECT_EQ(dlclose(handle_), 0); }
 
-  int entry(const char* name) { return reinterpret_cast<int (*)()>(dlsym(m_handle, name))(); }
+  int entry(const char* name) { return reinterpret_cast<int (*)()>(dlsym(handle_, name))(); }
   boost::intrusive_ptr<QXL::QXLOpFactory>& factory(const char* name) {
-    return *static_cast<boost::intrusive_ptr<QXL::QXLOpFactory>*>(dlsym(m_handle, name));
+    return *static_cast<boost::intrusive_ptr<QXL::QXLOpFactory>*>(dlsym(handle_, name));
   }
 
  private:
-  void* m_handle;
+  void* handle_;
 };
 
 }  // namespace
@@ -105,14 +105,14 @@ TEST(LoadedPlugin, RegistersWithTheProcesssKitAndUnloads) {
     {
       Plugin plugin;
       EXPECT_TRUE(isLoaded());
-      EXPECT_TRUE(kit.m_controls.empty());
+      EXPECT_TRUE(kit.controls_.empty());
       EXPECT_EQ(plugin.entry("initLibrary"), 0);
-      EXPECT_EQ(kit.m_controls.size(), 1u);
+      EXPECT_EQ(kit.controls_.size(), 1u);
       EXPECT_TRUE(kit.getMigrateP2VControl(nullptr, ""));
       EXPECT_TRUE(kit.getMigrateP2VSerializerLocal(nullptr, ""));
       EXPECT_TRUE(kit.getMigrateP2VDeserializerLocal(nullptr, ""));
       EXPECT_EQ(plugin.entry("finiLibrary"), 0);
-      EXPECT_TRUE(kit.m_controls.empty());
+      EXPECT_TRUE(kit.controls_.empty());
     }
     EXPECT_FALSE(isLoaded());
   }

@@ -46,7 +46,8 @@ void parse(char which, const std::string& text) {
     case 'j':
       return migrationRecord(text);
     case 'm':
-      host::parseMountPoints(text);
+      host::parseMountInfo(text);
+      host::parseMountTable(text);
       return;
     case 'n':
       host::parseLinks(text);

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "share/rsync/file_systems.h"
-#include "share/rsync/prelude.h"
+#include "share/rsync/handshake.h"
 #include "share/rsync/progress.h"
 
 namespace {

@@ -17,15 +17,15 @@ host::HostSecurity good() {
 }
 
 TEST(HostSecurity, IsReadFromTheMounts) {
-  const host::HostSecurity plain = host::parseHostMounts(
-      "30 23 0:26 / /sys/fs/cgroup rw,nosuid shared:4 - cgroup2 cgroup2 rw,nsdelegate\n");
+  const host::HostSecurity plain = host::securityOf(host::parseMountInfo(
+      "30 23 0:26 / /sys/fs/cgroup rw,nosuid shared:4 - cgroup2 cgroup2 rw,nsdelegate\n"));
   EXPECT_TRUE(plain.unified);
   EXPECT_TRUE(plain.delegated);
   EXPECT_FALSE(plain.lxcfs);
-  const host::HostSecurity weak = host::parseHostMounts(
+  const host::HostSecurity weak = host::securityOf(host::parseMountInfo(
       "30 23 0:26 / /sys/fs/cgroup rw,nosuid shared:4 - cgroup2 cgroup2 rw\n"
       "41 28 0:37 / /var/lib/lxcfs rw shared:23 - fuse.lxcfs lxcfs rw,user_id=0\n"
-      "broken - x\n");
+      "broken - x\n"));
   EXPECT_TRUE(weak.unified);
   EXPECT_FALSE(weak.delegated);
   EXPECT_TRUE(weak.lxcfs);

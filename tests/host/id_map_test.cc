@@ -138,6 +138,19 @@ TEST(IdMap, WithoutASetAsideRangeTheCommandIsTold) {
       });
 }
 
+TEST(IdMap, AHostThatLacksSetAsideIdsIsToldUnlessItWantsNone) {
+  test_support::ScratchHost()
+      .tool("/usr/bin/newuidmap")
+      .file("/etc/subuid", "root:2000000:65536\n")
+      .file("/etc/subgid", "root:2000000:65536\n")
+      .run([] {
+        EXPECT_THAT(host::missingIds({}), HasSubstr("'usermod --add-subuids 1000000-1065535"));
+        EXPECT_EQ(host::missingIds({{"UNPRIVILEGED", "no"}}), "");
+        EXPECT_EQ(host::missingIds({{"UNPRIVILEGED_IDS", "2000000:65536"}}), "");
+      });
+  test_support::ScratchHost().run([] { EXPECT_EQ(host::missingIds({}), ""); });
+}
+
 TEST(IdMapping, ShowsOtherOwnersAndNoDevicesAndIsUndoneLikeAMount) {
   test_support::ScratchHost().file("/tree/file", "").run([] {
     ASSERT_EQ(chown("/tree/file", 33, 1000), 0);

@@ -1,12 +1,16 @@
 #include "host/migration_journal.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "host/error.h"
+#include "host/fd.h"
 #include "host/file.h"
 #include "support/scratch_host.h"
 
@@ -43,13 +47,38 @@ std::string refusalOf(const std::string& name) {
 TEST(MigrationJournal, IsRootsAloneAndLeavesNothingBeside) {
   ScratchHost().run([] {
     host::writeJournal(journalOf("101-20261121T222125Z", 101));
-    host::writeJournal(journalOf("101-20261121T222125Z", 101));
+    MigrationJournal ended = journalOf("101-20261121T222125Z", 101);
+    ended.record.state = MigrationState::kSucceeded;
+    host::writeJournal(ended);
     struct stat folder, file;
     ASSERT_EQ(stat(host::kJournalDir, &folder), 0);
     ASSERT_EQ(stat(pathOf("101-20261121T222125Z").c_str(), &file), 0);
     EXPECT_EQ(folder.st_mode & 0777, 0700u);
     EXPECT_EQ(file.st_mode & 0777, 0600u);
     EXPECT_THAT(host::listDirectory(host::kJournalDir), ElementsAre("101-20261121T222125Z.json"));
+  });
+}
+
+TEST(MigrationJournal, ItsEndIsWrittenThoughTheDiskIsFull) {
+  ScratchHost().run([] {
+    host::makeDirectories(host::kJournalDir);
+    ASSERT_EQ(unshare(CLONE_NEWNS), 0);
+    ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+    ASSERT_EQ(mount("small", host::kJournalDir, "tmpfs", 0, "size=1m,nr_inodes=16,mode=700"), 0);
+    MigrationJournal journal = journalOf("101-20261121T222125Z", 101);
+    host::writeJournal(journal);
+    const std::string ballast = std::string(host::kJournalDir) + "/ballast";
+    for (int i = 0; i < 20; ++i) {
+      const host::Fd file(
+          open((ballast + std::to_string(i)).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+      if (file) host::writeAll(file.get(), std::string(200 << 10, 'x'));
+    }
+    // Neither room nor an inode is left.
+    EXPECT_THROW(host::replaceFile(std::string(host::kJournalDir) + "/other", "x", 0600),
+                 host::Error);
+    journal.record.state = MigrationState::kSucceeded;
+    host::writeJournal(journal);
+    EXPECT_EQ(host::readJournal(journal.name).record.state, MigrationState::kSucceeded);
   });
 }
 

@@ -46,8 +46,8 @@ struct GenExec::State {
   std::string chunk;
 };
 
-GenExec::GenExec(int bytes) : m_state(new State) { note("runner " + std::to_string(bytes)); }
-GenExec::~GenExec() { delete m_state; }
+GenExec::GenExec(int bytes) : state_(new State) { note("runner " + std::to_string(bytes)); }
+GenExec::~GenExec() { delete state_; }
 
 int GenExec::execWithOnlyError(const char* const* argv, int flags, int seconds) {
   note("execWithOnlyError" + numbers(flags, seconds) + words(argv));
@@ -83,8 +83,8 @@ int GenExec::execComplexGet() {
 char* GenExec::gets(int stream) {
   note("gets " + std::to_string(stream));
   if (record().chunks.empty()) return nullptr;
-  m_state->chunk = next(record().chunks);
-  return m_state->chunk.data();
+  state_->chunk = next(record().chunks);
+  return state_->chunk.data();
 }
 
 int GenExec::execComplexEnd() {

@@ -20,13 +20,13 @@ const char kServerWords[] =
 // An end whose descriptors the test keeps.
 class TestEnd : public QXL::QXLChannelEndPrototype {
  public:
-  TestEnd(int input, int output) : m_input(input), m_output(output) {}
-  int getInputFd() override { return m_input; }
-  int getOutputFd() override { return m_output; }
+  TestEnd(int input, int output) : input_(input), output_(output) {}
+  int getInputFd() override { return input_; }
+  int getOutputFd() override { return output_; }
 
  private:
-  int m_input;
-  int m_output;
+  int input_;
+  int output_;
 };
 
 typedef boost::intrusive_ptr<QXL::QXLChannelEndPrototype> EndPtr;

@@ -17,8 +17,8 @@ reboot_node() {
   step "Reboot of the host"
   on_node systemctl reboot </dev/null >/dev/null 2>&1 || true
   has_rebooted() { [[ $(boot_id) =~ ^[0-9a-f] ]] && [ "$(boot_id)" != "$before" ]; }
-  check "the host comes back" until_so 300 has_rebooted
+  check "the host comes back" until_so 1200 has_rebooted
   node_is_up() { [[ $(on_node systemctl is-system-running </dev/null 2>/dev/null) =~ ^(running|degraded)$ ]]; }
-  check "and is up" until_so 240 node_is_up
+  check "and is up" until_so 600 node_is_up
   printf '        it took %d s\n' $((SECONDS - began))
 }

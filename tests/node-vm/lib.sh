@@ -70,7 +70,8 @@ remove() {
 
 # --- Templates ----------------------------------------------------------------
 
-# A system of BusyBox alone. It tells in /ended that it was shut down in an orderly way.
+# A system of BusyBox alone. It tells in /ended that it was shut down in an orderly way,
+# and in /ended-before that its last run was.
 # Tests run side by side: whoever needs it first makes it, and nobody sees half of it.
 small_template() {
   mkdir -p "$templates"
@@ -97,7 +98,8 @@ make_small_template() {
   printf '::sysinit:/etc/boot\n::shutdown:/etc/halt\n' >"$root/etc/inittab"
   cat >"$root/etc/boot" <<'END'
 #!/bin/sh
-rm -f /ended
+rm -f /ended-before
+[ ! -e /ended ] || mv /ended /ended-before
 mount -t cgroup2 cgroup2 /sys/fs/cgroup 2>/dev/null
 echo booted >/booted
 END

@@ -318,6 +318,19 @@ TEST(RedHatPostMigrate, FedoraWithNetworkdOfItsOwn) {
   expectGolden(which);
 }
 
+TEST(RedHatPostMigrate, MageiaHoldsKernelsBackInTheListOfItsOwnTool) {
+  Case which{"mageia-9", {}, {}, {}, "sh", scriptOf("redhat")};
+  which.host.file("/etc/fstab", "UUID=1 / ext4 relatime 1 1\n")
+      .file("/etc/urpmi/skip.list", "# What urpmi --auto-select leaves alone\nfirefox\n")
+      .file("/etc/sysconfig/network", "NETWORKING=yes\n")
+      .file("/etc/sysconfig/network-scripts/ifcfg-enp1s0",
+            "DEVICE=enp1s0\nBOOTPROTO=static\nIPADDR=192.0.2.7\nNETMASK=255.255.255.0\n"
+            "GATEWAY=192.0.2.1\n");
+  which.units = {"network.service", "lvm2-monitor.service", "crond.service"};
+  which.environment = {"HOSTNAME=mageia.example.org", "NETIF=ifname=eth0,ip=192.0.2.7"};
+  expectGolden(which);
+}
+
 TEST(SusePostMigrate, WickedOfRelease15) {
   Case which{"sles-15", {}, {}, {}, "sh", scriptOf("suse")};
   which.host.file("/etc/fstab", "UUID=1 / btrfs defaults 0 0\nUUID=2 swap swap defaults 0 0\n")

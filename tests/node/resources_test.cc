@@ -102,12 +102,12 @@ TEST(Resources, MalformedRecordIsRefusedByName) {
 }
 
 TEST(Cgroups, HostWithBothGenerations) {
-  const node::CgroupLayout layout = node::parseCgroupMounts(
+  const node::CgroupLayout layout = node::layoutOf(host::parseMountInfo(
       "20 1 0:17 / /sys/fs/cgroup ro,nosuid - tmpfs tmpfs ro,mode=755\n"
       "21 20 0:18 / /sys/fs/cgroup/cpu,cpuacct rw shared:9 - cgroup cgroup rw,cpu,cpuacct\n"
       "22 20 0:19 / /sys/fs/cgroup/systemd rw - cgroup cgroup rw,xattr,name=systemd\n"
       "23 20 0:20 / /sys/fs/cgroup/unified rw shared:10 - cgroup2 cgroup2 rw\n"
-      "24 20 broken\n");
+      "24 20 broken\n"));
   EXPECT_TRUE(layout.v1.contains("cpu"));
   EXPECT_TRUE(layout.v1.contains("cpuacct"));
   EXPECT_FALSE(layout.v1.contains("memory"));
@@ -116,8 +116,8 @@ TEST(Cgroups, HostWithBothGenerations) {
 }
 
 TEST(Cgroups, HostWithTheSecondGenerationAlone) {
-  const node::CgroupLayout layout = node::parseCgroupMounts(
-      "30 23 0:26 / /sys/fs/cgroup rw,nosuid shared:4 - cgroup2 cgroup2 rw,nsdelegate\n");
+  const node::CgroupLayout layout = node::layoutOf(host::parseMountInfo(
+      "30 23 0:26 / /sys/fs/cgroup rw,nosuid shared:4 - cgroup2 cgroup2 rw,nsdelegate\n"));
   EXPECT_EQ(layout.v2Mount, "/sys/fs/cgroup");
   EXPECT_THAT(layout.v1, IsEmpty());
 }

@@ -341,7 +341,7 @@ TEST_F(ImageTest, MountThatFailsLeavesNothingMounted) {
         "head -c 1M /dev/zero | dd of=/var/lib/qx/private/101/.qx-image conv=notrunc 2>/dev/null");
     const ToolResult broken = qxctl({"mount", "101"});
     EXPECT_EQ(broken.status, 1);
-    EXPECT_THAT(broken.err, HasSubstr("is no ext4 file system"));
+    EXPECT_THAT(broken.err, HasSubstr("is not an ext4 file system"));
   });
 }
 

@@ -29,7 +29,7 @@ TEST(Options, ClientCommandLineOfTheMigration) {
   const Options options = parseOptions({"-ESHa", "--numeric-ids", "--delete", "--progress-bar",
                                         "--fdin", "5", "--fdout", "7", "0.0.0.0:/", "/vz/root/101",
                                         "--exclude=/proc/*", "--exclude=/sys/*"});
-  EXPECT_EQ(options.mode, Mode::Client);
+  EXPECT_EQ(options.mode, Mode::kClient);
   EXPECT_TRUE(options.progressBar);
   EXPECT_EQ(options.fdIn, 5);
   EXPECT_EQ(options.fdOut, 7);
@@ -43,22 +43,22 @@ TEST(Options, ServerCommandLineOfTheMigration) {
   const std::vector<std::string> arguments = {"--server", "--sender", "-ESHa", "--numeric-ids",
                                               "--delete", ".",        "/"};
   const Options options = parseOptions(arguments);
-  EXPECT_EQ(options.mode, Mode::Server);
+  EXPECT_EQ(options.mode, Mode::kServer);
   EXPECT_EQ(options.served, "/");
   EXPECT_EQ(options.arguments, arguments);
 }
 
 TEST(Options, ServerCommandLineOfAStockClientIsUntouched) {
   const std::vector<std::string> sender = {"--server", "--sender", "-logDtpre.iLsfxCIvu", ".", "x"};
-  EXPECT_EQ(parseOptions(sender).mode, Mode::Untouched);
-  EXPECT_EQ(parseOptions({"--server", "-logDtpre.iLsfxCIvu", ".", "x"}).mode, Mode::Untouched);
+  EXPECT_EQ(parseOptions(sender).mode, Mode::kUntouched);
+  EXPECT_EQ(parseOptions({"--server", "-logDtpre.iLsfxCIvu", ".", "x"}).mode, Mode::kUntouched);
 }
 
 TEST(Options, WhatIsNotOursIsUntouched) {
-  EXPECT_EQ(parseOptions({}).mode, Mode::Untouched);
-  EXPECT_EQ(parseOptions({"--version"}).mode, Mode::Untouched);
-  EXPECT_EQ(parseOptions({"-a", "x", "y"}).mode, Mode::Untouched);
-  EXPECT_EQ(parseOptions({"-a", "--", "--fdin", "--progress-bar"}).mode, Mode::Untouched);
+  EXPECT_EQ(parseOptions({}).mode, Mode::kUntouched);
+  EXPECT_EQ(parseOptions({"--version"}).mode, Mode::kUntouched);
+  EXPECT_EQ(parseOptions({"-a", "x", "y"}).mode, Mode::kUntouched);
+  EXPECT_EQ(parseOptions({"-a", "--", "--fdin", "--progress-bar"}).mode, Mode::kUntouched);
 }
 
 TEST(Options, ValueMayFollowAnEqualsSign) {
@@ -71,7 +71,7 @@ TEST(Options, JoinerTakesTheCapabilitiesFromStocksServerCommandLine) {
   const Options options =
       parseOptions({"--join-channel", "6", "0.0.0.0", "rsync", "--server", "--sender",
                     "-lHogDtpAXrSEe.iLsfxCIvu", "--numeric-ids", ".", "/"});
-  EXPECT_EQ(options.mode, Mode::Joiner);
+  EXPECT_EQ(options.mode, Mode::kJoiner);
   EXPECT_EQ(options.handoverFd, 6);
   EXPECT_EQ(options.capabilities, ".iLsfxCIvu");
   EXPECT_EQ(parseOptions({"--join-channel", "6", "h", "rsync", "-lre32.1LsfxC"}).capabilities,

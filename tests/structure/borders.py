@@ -13,7 +13,7 @@ import sys
 import tempfile
 
 AGENT = ["agent/system", "agent/wire", "agent/transport", "agent/framework", "agent/plan",
-         "agent/programs"]
+         "agent/verify", "agent/programs"]
 # What each folder may include beside its own files. The build files say it once more.
 MAY_SEE = {
     "expand": [],
@@ -29,6 +29,8 @@ MAY_SEE = {
 }
 # The calculator's entry is an interface for agents.
 MAY_SEE["agent/plan"].append("hwcalc")
+# Listing and comparing trees is what the copy engine does, too.
+MAY_SEE["agent/verify"].append("share")
 FOLDERS = [*MAY_SEE, "framework"]
 
 

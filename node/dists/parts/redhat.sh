@@ -1,5 +1,5 @@
 
-# === Red Hat family and Fedora ================================================
+# === Red Hat family, Fedora, Mageia ===========================================
 
 # Kernel updates: none, and nothing that runs after one.
 silence_boot_hooks() {
@@ -13,6 +13,14 @@ silence_boot_hooks() {
                 }'
         fi
     done
+    # Mageia's own tool has a list of what it leaves alone.
+    if [ -d /etc/urpmi ]; then
+        {
+            [ ! -f /etc/urpmi/skip.list ] || grep -vxF -e '# qx: no kernels' -e '/^kernel-(desktop|server|linus)/' \
+                /etc/urpmi/skip.list || :
+            printf '%s\n' '# qx: no kernels' '/^kernel-(desktop|server|linus)/'
+        } | replace /etc/urpmi/skip.list 0644
+    fi
     # A link hides the hook of the same name that a package brings.
     if [ -d /etc/kernel/install.d ]; then
         for hook in 20-grub 50-dracut 51-dracut-rescue 90-loaderentry 95-kernel-hooks; do

@@ -214,7 +214,7 @@ TEST(MigrateOptions, BadValuesAreNamed) {
   EXPECT_EQ(makeProblem(options), "'bad name' is not a valid host name");
   options.hostname.clear();
   options.configFile = "/no/such/file";
-  EXPECT_EQ(makeProblem(options), "--config: there is no file /no/such/file");
+  EXPECT_EQ(makeProblem(options), "--config: there is no file '/no/such/file'");
 }
 
 }  // namespace

@@ -222,23 +222,23 @@ TEST(NodeFacts, AnUnprivilegedContainerHasFewerIds) {
 }
 
 TEST(NodeFacts, WeaknessesOfTheNodeAreThoseThatItsToolsTell) {
-  ScratchHost().file("/proc/self/mounts", "").run([] {
+  ScratchHost().file("/proc/self/mountinfo", "").run([] {
     EXPECT_EQ(factsWith().weaknesses, host::hostWarnings(host::readHostSecurity()));
     EXPECT_FALSE(factsWith().weaknesses.empty()) << "a scratch host has no AppArmor";
   });
 }
 
 void expectGenerations(const std::string& mounts, bool first, bool second) {
-  ScratchHost().file("/proc/self/mounts", mounts).run([&] {
+  ScratchHost().file("/proc/self/mountinfo", mounts).run([&] {
     EXPECT_EQ(factsWith().cgroupV1, first) << mounts;
     EXPECT_EQ(factsWith().cgroupV2, second) << mounts;
   });
 }
 
 TEST(NodeFacts, ControlGroupsAreOfTheGenerationsThatAreMounted) {
-  const std::string root = "/dev/sda1 / ext4 rw 0 0\n";
-  const std::string one = "cgroup /sys/fs/cgroup/pids cgroup rw,pids 0 0\n";
-  const std::string two = "cgroup2 /sys/fs/cgroup cgroup2 rw 0 0\n";
+  const std::string root = "22 1 8:1 / / rw shared:1 - ext4 /dev/sda1 rw\n";
+  const std::string one = "30 22 0:30 / /sys/fs/cgroup/pids rw - cgroup cgroup rw,pids\n";
+  const std::string two = "31 22 0:31 / /sys/fs/cgroup rw - cgroup2 cgroup2 rw\n";
   expectGenerations(root, false, false);
   expectGenerations(root + one, true, false);
   expectGenerations(root + two, false, true);

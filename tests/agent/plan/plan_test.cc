@@ -63,16 +63,16 @@ void expectFinding(const agent::PlanFacts& facts, Severity severity, const std::
   const agent::Plan plan = agent::makePlan(facts);
   EXPECT_THAT(plan.findings, Contains(AllOf(Field(&agent::Finding::severity, severity),
                                             Field(&agent::Finding::text, text))));
-  const Verdict expected = severity == Severity::block     ? Verdict::blocked
-                           : severity == Severity::warning ? Verdict::readyWithWarnings
-                                                           : Verdict::ready;
+  const Verdict expected = severity == Severity::kBlock     ? Verdict::kBlocked
+                           : severity == Severity::kWarning ? Verdict::kReadyWithWarnings
+                                                            : Verdict::kReady;
   EXPECT_EQ(plan.verdict, expected);
 }
 
 TEST(Plan, NothingAgainstItIsReady) {
   const agent::Plan plan = agent::makePlan(goodFacts());
   EXPECT_THAT(plan.findings, IsEmpty());
-  EXPECT_EQ(plan.verdict, Verdict::ready);
+  EXPECT_EQ(plan.verdict, Verdict::kReady);
   EXPECT_EQ(plan.bytes, 2 * gib);
   EXPECT_EQ(plan.files, 50000);
 }
@@ -80,34 +80,34 @@ TEST(Plan, NothingAgainstItIsReady) {
 TEST(Plan, AContainerThatExistsOrIsLockedBlocks) {
   agent::PlanFacts facts = goodFacts();
   facts.node.containerExists = true;
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "Container 101 exists on this node already: give another --ctid.");
   facts = goodFacts();
   facts.node.lockHolder = "process 7";
-  expectFinding(facts, Severity::block, "Container 101 is locked by process 7: wait for its end.");
+  expectFinding(facts, Severity::kBlock, "Container 101 is locked by process 7: wait for its end.");
 }
 
 TEST(Plan, WhatAnInterruptedMigrationLeftIsToldOfAndBlocksNothing) {
   agent::PlanFacts facts = goodFacts();
   facts.node.containerExists = facts.node.areaExists = facts.node.configExists = true;
   facts.node.interruption = "left by one";
-  expectFinding(facts, Severity::warning, "Container 101 was left by one.");
+  expectFinding(facts, Severity::kWarning, "Container 101 was left by one.");
   EXPECT_EQ(agent::makePlan(facts).findings.size(), 1U);
 }
 
 TEST(Plan, RemainsOfAnotherContainerAreToldOf) {
   agent::PlanFacts facts = goodFacts();
   facts.node.areaExists = true;
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "The private area /var/lib/qx/private/101 exists already: the copy goes into it, "
                 "over what it holds.");
   facts = goodFacts();
   facts.node.configExists = true;
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "Container 101 has a configuration file already: it will be replaced.");
   facts = goodFacts();
   facts.node.keptExists = true;
-  expectFinding(facts, Severity::note,
+  expectFinding(facts, Severity::kNote,
                 "The migration goes on from what an earlier one has copied, "
                 "/var/lib/qx/private/101.migrated.");
   // All of that is the container that exists.
@@ -142,24 +142,98 @@ TEST(Plan, TheReserveOfTheDiskIsNotThereToBeFilled) {
 TEST(Plan, APlaceThatIsAnotherContainersBlocks) {
   agent::PlanFacts facts = goodFacts();
   facts.node.placeProblem = "VE_PRIVATE is '/data/7/x': '/data/7' is container 7's";
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "The node refuses a place: VE_PRIVATE is '/data/7/x': '/data/7' is container 7's.");
+}
+
+agent::SurveyedQuotas quotasOf(const std::string& mountPoint, long long users, long long groups) {
+  agent::SurveyedQuotas quotas;
+  quotas.mountPoint = mountPoint;
+  quotas.users = users;
+  quotas.groups = groups;
+  quotas.userBlockGrace = quotas.groupBlockGrace = 5400;
+  quotas.userInodeGrace = quotas.groupInodeGrace = 259200;
+  return quotas;
+}
+
+TEST(Plan, DiskQuotasThatArriveAreCounted) {
+  agent::PlanFacts facts = goodFacts();
+  EXPECT_THAT(agent::planText(facts, agent::makePlan(facts)), Not(HasSubstr("Disk quotas")));
+  facts.node.storage = "ext4";
+  facts.config["DISKSPACE"] = "4194304:4194304";
+  facts.survey.quotas = {quotasOf("/", 1200, 3)};
+  const agent::Plan plan = agent::makePlan(facts);
+  EXPECT_THAT(plan.findings, IsEmpty());
+  EXPECT_THAT(agent::planText(facts, plan),
+              HasSubstr("Disk quotas that arrive\n"
+                        "  of users        1,200 with limits\n"
+                        "  of groups       3 with limits\n"
+                        "  grace periods   1 hour 30 minutes for blocks, 3 days for inodes\n"));
+}
+
+TEST(Plan, DiskQuotasThatDoNotArriveAreNamed) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.storage = "ext4";
+  facts.config["DISKSPACE"] = "4194304:4194304";
+  facts.survey.quotas = {quotasOf("/home", 0, 1)};
+  expectFinding(facts, Severity::warning,
+                "The disk quotas of /home (1 group with limits) do not arrive: the container has "
+                "one file system, with those of /.");
+  facts.survey.quotas = {quotasOf("/", 0, 2)};
+  facts.survey.quotas[0].groupInodeGrace = 60;
+  expectFinding(facts, Severity::warning,
+                "The grace periods of groups (1 hour 30 minutes for blocks, 1 minute for inodes) "
+                "do not arrive: groups get those of users.");
+  facts.survey.quotas = {quotasOf("/", 2, 0)};
+  facts.survey.quotas[0].unlisted = 7;
+  expectFinding(facts, Severity::warning,
+                "The limits of 7 more users and groups that the report leaves out do not arrive: "
+                "they are too many.");
+  facts.survey.quotas = {quotasOf("/", 2, 0)};
+  facts.survey.quotas[0].accountsOnly = true;
+  expectFinding(facts, Severity::note,
+                "The server's kernel cannot list its disk limits: limits of users and groups that "
+                "own nothing and have no account are not known, and do not arrive.");
+  facts.survey.quotas = {quotasOf("/", 2, 0)};
+  facts.node.storage = "directory";
+  expectFinding(facts, Severity::warning,
+                "Disk limits of users and groups are kept with the container and not enforced: "
+                "the node's STORAGE is 'directory', and only ext4 can.");
+}
+
+TEST(Plan, LimitsOfOwnersOfNothingAreAdded) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.storage = "ext4";
+  facts.config["DISKSPACE"] = "4194304:4194304";
+  facts.survey.quotas = {quotasOf("/", 3, 2)};
+  facts.survey.quotas[0].unreported = {{false, 2201, 1, 2, 3, 4}, {true, 50, 1, 2, 3, 4}};
+  expectFinding(facts, Severity::note,
+                "The server's report of its quotas leaves out the limits of 1 user and 1 group, "
+                "first user 2201, mostly because they own nothing: they are added when the copy "
+                "is complete.");
+}
+
+TEST(Period, IsToldInItsLargestUnits) {
+  EXPECT_EQ(agent::periodText(0), "0 seconds");
+  EXPECT_EQ(agent::periodText(1), "1 second");
+  EXPECT_EQ(agent::periodText(604800), "7 days");
+  EXPECT_EQ(agent::periodText(90061), "1 day 1 hour 1 minute 1 second");
 }
 
 TEST(Plan, SaysWhoseIdsTheContainerWillHaveAndWhy) {
   agent::PlanFacts facts = goodFacts();
   facts.node.ids = 65536;
   facts.node.whyIds = "this host can";
-  expectFinding(facts, Severity::note,
+  expectFinding(facts, Severity::kNote,
                 "The container will be unprivileged: its root is nobody on the node (this host "
                 "can).");
   facts.node.ids = 0;
   facts.node.whyIds = "UNPRIVILEGED=no";
-  expectFinding(facts, Severity::note,
+  expectFinding(facts, Severity::kNote,
                 "The container will be privileged: its root can become the node's "
                 "(UNPRIVILEGED=no).");
   facts.node.whyIds = "no user namespaces";
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "The container will be privileged: its root can become the node's (no user "
                 "namespaces).");
 }
@@ -170,20 +244,20 @@ TEST(Plan, AnImageIsAsLargeAsItsLimits) {
   // It has inodes of its own.
   facts.node.freeInodes = 10;
   facts.config["DISKSPACE"] = "2621500:2621500";
-  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kReady);
   facts.config["DISKSPACE"] = "1000:2000";
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "The container's disk limit is 2.0 MiB, and 2.0 GiB are copied: give --diskspace, "
                 "such as 2097152:2306862.");
   facts.config["DISKSPACE"] = "unlimited:unlimited";
   expectFinding(
-      facts, Severity::block,
+      facts, Severity::kBlock,
       "The node keeps containers in ext4 images (STORAGE): give a size with --diskspace.");
   facts = goodFacts();
   facts.node.storage = "ext4";
   facts.config["DISKSPACE"] = "2621500:2621500";
   facts.config["DISKINODES"] = "1000:49999";
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "The container's limit is 49,999 inodes, and 50,000 files are copied: give "
                 "--diskinodes, such as 50000:55000.");
 }
@@ -193,7 +267,7 @@ TEST(Plan, AnImageThatIsNearlyFullFromTheStartWarns) {
   facts.node.storage = "ext4";
   facts.config["DISKINODES"] = "100000:100000";
   facts.config["DISKSPACE"] = "2356296:2356296";  // 89 % full
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "The container's disk is more than 80 % full from the start, 2.0 GiB of 2.2 GiB: "
                 "give --diskspace, such as 2621375:2621375.");
   facts.config["DISKSPACE"] = "2621500:2621500";
@@ -208,7 +282,7 @@ TEST(Plan, MoreMemoryThanTheNodeHasWarns) {
   agent::PlanFacts facts = goodFacts();
   facts.node.memoryBytes = 4 * gib;
   facts.config["SLMMEMORYLIMIT"] = "4294967297:4294967297";
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "The container is promised 4.0 GiB of memory, and the node has 4.0 GiB.");
   facts.config["SLMMEMORYLIMIT"] = "4294967296:4294967296";
   EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
@@ -218,7 +292,7 @@ TEST(Plan, LessMemoryThanTheServerUsesWarns) {
   agent::PlanFacts facts = goodFacts();
   facts.measurement.privvmpages = 1310720;
   facts.config["SLMMEMORYLIMIT"] = "1073741824:1073741824";
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "The server's programs use 5.0 GiB of memory of their own, and the container's "
                 "limit is 1.0 GiB: some of them would be killed. Give a larger SLMMEMORYLIMIT in "
                 "--config.");
@@ -230,7 +304,7 @@ TEST(Plan, FewerProcessorsThanTheServerHasWarn) {
   agent::PlanFacts facts = goodFacts();
   facts.survey.processors = 8;
   facts.node.processors = 2;
-  expectFinding(facts, Severity::warning, "The server has 8 processors, and the node has 2.");
+  expectFinding(facts, Severity::kWarning, "The server has 8 processors, and the node has 2.");
   facts.node.processors = 8;
   EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
 }
@@ -238,61 +312,61 @@ TEST(Plan, FewerProcessorsThanTheServerHasWarn) {
 TEST(Plan, WhatWasDoneToTheFiguresIsNoted) {
   agent::PlanFacts facts = goodFacts();
   facts.measurement.notes = {"The memory limit is recomputed."};
-  expectFinding(facts, Severity::note, "The memory limit is recomputed.");
+  expectFinding(facts, Severity::kNote, "The memory limit is recomputed.");
   facts = goodFacts();
   facts.notes = {"The disk limit is raised."};
-  expectFinding(facts, Severity::note, "The disk limit is raised.");
+  expectFinding(facts, Severity::kNote, "The disk limit is raised.");
 }
 
 TEST(Plan, SpaceAndInodesBlockWhenShortAndWarnWithoutMargin) {
   agent::PlanFacts facts = goodFacts();
   facts.node.freeBytes = gib;
   expectFinding(
-      facts, Severity::block,
+      facts, Severity::kBlock,
       "Not enough disk space on the node: 2.0 GiB are needed, 1.0 GiB are free. Make room, "
       "or leave out more with --exclude.");
   facts.node.freeBytes = 2 * gib;
   expectFinding(
-      facts, Severity::warning,
+      facts, Severity::kWarning,
       "Hardly any disk space to spare on the node: the copy leaves 0 bytes, less than 10 % of it.");
   facts = goodFacts();
   facts.node.freeInodes = 49999;
   expectFinding(
-      facts, Severity::block,
+      facts, Severity::kBlock,
       "Not enough inodes on the node: 50,000 are needed, 49,999 are free. Make room, or leave "
       "out more with --exclude.");
   facts.node.freeInodes = 54999;
   expectFinding(
-      facts, Severity::warning,
+      facts, Severity::kWarning,
       "Hardly any inodes to spare on the node: the copy leaves 4,999, less than 10 % of it.");
   facts.node.freeInodes = 55000;
-  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kReady);
   facts.node.freeInodes = -1;
-  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kReady);
 }
 
 TEST(Plan, LimitsBelowWhatIsCopiedWarn) {
   agent::PlanFacts facts = goodFacts();
   facts.config["DISKSPACE"] = "1000:2000";
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "The container's disk limit is 2.0 MiB, and 2.0 GiB are copied: give --diskspace, "
                 "such as 2097152:2306862.");
   facts = goodFacts();
   facts.config["DISKINODES"] = "1000:49999";
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "The container's limit is 49,999 inodes, and 50,000 files are copied: give "
                 "--diskinodes, such as 50000:55000.");
   facts.config["DISKINODES"] = "unlimited:unlimited";
-  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kReady);
 }
 
 TEST(Plan, AnAddressFromThePoolNeedsAPool) {
   agent::PlanFacts facts = goodFacts();
   facts.config["NETIF"] = "ifname=eth0,ip=auto";
   facts.node.hasAddressPool = true;
-  EXPECT_NE(agent::makePlan(facts).verdict, Verdict::blocked);
+  EXPECT_NE(agent::makePlan(facts).verdict, Verdict::kBlocked);
   facts.node.hasAddressPool = false;
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "There are no addresses for --ip auto: set IP_POOL=\"FIRST-LAST/PREFIX\" in "
                 "/etc/qx/qx.conf, or give an address.");
 }
@@ -301,58 +375,58 @@ TEST(Plan, AddressesThatAreNotKnownAreReportedAndNoneIsChosen) {
   agent::PlanFacts facts = goodFacts();
   facts.node.hasAddressPool = true;
   facts.node.addressProblems = {"102.conf: line 3: the closing ' is missing"};
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "The addresses of a container are not known, one of them may be in use: 102.conf: "
                 "line 3: the closing ' is missing.");
-  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::readyWithWarnings);
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kReadyWithWarnings);
   facts.config["NETIF"] = "ifname=eth0,ip=auto";
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "No address can be chosen for --ip auto, as it is not known which ones are free.");
 }
 
 TEST(Plan, AddressesInUseBlockAndTheServersOwnIsNoted) {
   agent::PlanFacts facts = goodFacts();
   facts.node.addresses["192.0.2.50"] = "container 102";
-  expectFinding(facts, Severity::block, "Address 192.0.2.50 is in use by container 102.");
+  expectFinding(facts, Severity::kBlock, "Address 192.0.2.50 is in use by container 102.");
   facts = goodFacts();
   facts.config["NETIF"] = "ifname=eth0,ip=192.0.2.11/24";
-  expectFinding(facts, Severity::note,
+  expectFinding(facts, Severity::kNote,
                 "The server has the address 192.0.2.11 as well: turn it off before the container "
                 "is started.");
   facts.config.erase("NETIF");
-  expectFinding(facts, Severity::warning, "The container gets no address: give --ip.");
+  expectFinding(facts, Severity::kWarning, "The container gets no address: give --ip.");
 }
 
 TEST(Plan, ADistributionWithoutScriptBlocks) {
   agent::PlanFacts facts = goodFacts();
   facts.config.erase("DISTRIBUTION");
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "The server's distribution is not known: give --distribution NAME-VERSION.");
   facts = goodFacts();
   facts.node.distributionScript = "";
   facts.node.distributionFile = "/dists/debian.conf";
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "The node has no script for debian-12; it knows: debian, ubuntu. Give it one with "
                 "POST_MIGRATE in /dists/debian.conf, or give another --distribution.");
   facts.node.distributionProblem = "/dists/debian.conf: line 2: '=' or ':' expected";
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "The node cannot use its file for debian-12: /dists/debian.conf: line 2: '=' or "
                 "':' expected.");
   facts = goodFacts();
   facts.node.distributionScriptExists = false;
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "The script for debian-12 is missing: /dists/scripts/debian.sh.");
 }
 
 TEST(Plan, AServiceWithoutInitScriptBlocks) {
   agent::PlanFacts facts = goodFacts();
   facts.services = {"nginx"};
-  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kReady);
   facts.services = {"nginx", "oracle"};
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "Service oracle has no script in the server's /etc/init.d.");
   facts.survey.runningServices = {"cron", "nginx"};
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "Service oracle has no script in the server's /etc/init.d. These have one, and "
                 "run: cron, nginx.");
 }
@@ -362,7 +436,7 @@ TEST(Plan, StoppingTheServersDoorIsWarnedOf) {
     agent::PlanFacts facts = goodFacts();
     facts.survey.initScripts.push_back(name);
     facts.services = {name};
-    expectFinding(facts, Severity::warning,
+    expectFinding(facts, Severity::kWarning,
                   "Service " + name +
                       " stays stopped when the migration succeeds: nobody can log in to the "
                       "server any more, except at its console.");
@@ -372,51 +446,51 @@ TEST(Plan, StoppingTheServersDoorIsWarnedOf) {
 TEST(Plan, SystemdThatCannotRunOnTheNodeBlocks) {
   agent::PlanFacts facts = goodFacts();
   facts.survey.systemdVersion = 219;
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "The server's systemd 219 cannot run on a node that has control groups v2 only; "
                 "233 can. Boot the node with systemd.unified_cgroup_hierarchy=0.");
   facts.node.cgroupV1 = true;
-  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kReady);
   facts.node.cgroupV2 = false;
   facts.survey.systemdVersion = 256;
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "The server's systemd 256 cannot run on a node that has control groups v1 only; "
                 "255 can. Boot the node with systemd.unified_cgroup_hierarchy=1.");
   facts.survey.systemdVersion = 0;
-  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kReady);
 }
 
 TEST(Plan, WeaknessesOfTheNodeAreToldAndBlockNothing) {
   agent::PlanFacts facts = goodFacts();
   facts.node.weaknesses = {"AppArmor is off; start the kernel with it"};
-  expectFinding(facts, Severity::note, "The node: AppArmor is off; start the kernel with it.");
-  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  expectFinding(facts, Severity::kNote, "The node: AppArmor is off; start the kernel with it.");
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kReady);
 }
 
 TEST(Plan, SystemdOfTheFirstReleaseThatCanIsReady) {
   agent::PlanFacts facts = goodFacts();
   facts.survey.systemdVersion = 232;
-  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::blocked);
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kBlocked);
   facts.survey.systemdVersion = 233;
-  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kReady);
   facts.node.cgroupV1 = true;
   facts.node.cgroupV2 = false;
   facts.survey.systemdVersion = 255;
-  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::ready);
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kReady);
 }
 
 TEST(Plan, AContainerWithoutHostNameWarns) {
   agent::PlanFacts facts = goodFacts();
   facts.config.erase("HOSTNAME");
-  expectFinding(facts, Severity::warning, "The container gets no host name: give --hostname.");
+  expectFinding(facts, Severity::kWarning, "The container gets no host name: give --hostname.");
 }
 
 TEST(Plan, WhatWasLookedAtInPartIsNoted) {
   agent::PlanFacts facts = goodFacts();
   facts.survey.scanComplete = false;
-  expectFinding(facts, Severity::note,
+  expectFinding(facts, Severity::kNote,
                 "There are too many files to look at each: sizes are those of the file systems.");
-  expectFinding(facts, Severity::note,
+  expectFinding(facts, Severity::kNote,
                 "Immutable files and large ids were looked for in a part of the files only.");
 }
 
@@ -425,7 +499,7 @@ TEST(Plan, RemoteMountsAreMissingAndWarnedOfOnce) {
   agent::SurveyedFileSystem data{"nas:/data", "/data", "nfs4", "rw"};
   data.mounted = data.remote = true;
   facts.survey.fileSystems.push_back(data);
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "/data is nfs4 from nas:/data: it is not copied, and missing in the container.");
   const agent::Plan plan = agent::makePlan(facts);
   EXPECT_EQ(plan.findings.size(), 1U);
@@ -458,7 +532,7 @@ TEST(Plan, MountsThatCannotBeCopiedAreLeftOutWithTheReason) {
   view.reason = "a second view of other files";
   facts.survey.fileSystems.push_back(view);
   EXPECT_THAT(agent::exclusionPatterns(facts), Contains("/srv/view/*"));
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "/srv/view (ext4, /dev/sda1) will be missing in the container: a second view of "
                 "other files.");
 }
@@ -466,7 +540,7 @@ TEST(Plan, MountsThatCannotBeCopiedAreLeftOutWithTheReason) {
 TEST(Plan, ALocalMountThatIsLeftOutWarns) {
   agent::PlanFacts facts = goodFacts();
   facts.survey.fileSystems.push_back({"/dev/loop0", "/mnt/image", "ext4", "rw"});
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "/mnt/image (ext4, /dev/loop0) will be missing in the container.");
 }
 
@@ -476,18 +550,18 @@ TEST(Plan, LargeIdsAreNotedAndBlockAnUnprivilegedContainer) {
   EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
   facts.survey.largestUid = 65536;
   facts.survey.largestUidPath = "/home/far";
-  expectFinding(facts, Severity::note,
+  expectFinding(facts, Severity::kNote,
                 "The largest user id is 65536 (/home/far): an unprivileged container could not "
                 "hold it.");
   facts.node.ids = 65536;
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "The largest user id is 65536 (/home/far): the unprivileged container has 65536 "
                 "only: give it more with UNPRIVILEGED_IDS, or set UNPRIVILEGED=no.");
   facts.node.ids = 65537;
   EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
   facts.survey.largestGid = 70000;
   facts.survey.largestGidPath = "/etc/group";
-  expectFinding(facts, Severity::block,
+  expectFinding(facts, Severity::kBlock,
                 "The largest group id is 70000 (/etc/group): the unprivileged container has 65537 "
                 "only: give it more with UNPRIVILEGED_IDS, or set UNPRIVILEGED=no.");
 }
@@ -496,14 +570,14 @@ TEST(Plan, ImmutableFilesWarn) {
   agent::PlanFacts facts = goodFacts();
   facts.survey.immutableFiles = {"/etc/resolv.conf"};
   facts.survey.immutableCount = 3;
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "3 immutable or append-only files lose that attribute, first /etc/resolv.conf.");
 }
 
 TEST(Plan, SwapFilesAreLeftOutOfCopyAndSize) {
   agent::PlanFacts facts = goodFacts();
   facts.survey.swapFiles = {{"/swapfile", gib}};
-  expectFinding(facts, Severity::note, "Swap file /swapfile (1.0 GiB) is left out.");
+  expectFinding(facts, Severity::kNote, "Swap file /swapfile (1.0 GiB) is left out.");
   EXPECT_THAT(agent::exclusionPatterns(facts), Contains("/swapfile"));
   // What was counted file by file has them left out already; a file system's own
   // figures have not.
@@ -518,7 +592,7 @@ TEST(Plan, ASparseLastlogIsNoted) {
   agent::PlanFacts facts = goodFacts();
   facts.survey.lastlogBytes = 12 * gib;
   facts.survey.lastlogAllocated = 40960;
-  expectFinding(facts, Severity::note,
+  expectFinding(facts, Severity::kNote,
                 "/var/log/lastlog is sparse (12.0 GiB, 40.0 KiB on disk); it is never copied.");
   facts.survey.lastlogAllocated = facts.survey.lastlogBytes;
   EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
@@ -530,7 +604,7 @@ TEST(Plan, ASparseLastlogIsNoted) {
 TEST(Plan, StorageOfContainersInsideWarns) {
   agent::PlanFacts facts = goodFacts();
   facts.survey.nestedStorage = {"/var/lib/docker/overlay2"};
-  expectFinding(facts, Severity::warning,
+  expectFinding(facts, Severity::kWarning,
                 "Storage of containers, packages or machines inside: /var/lib/docker/overlay2 may "
                 "not work in a container.");
 }
@@ -538,13 +612,13 @@ TEST(Plan, StorageOfContainersInsideWarns) {
 TEST(Plan, WarningsOfTheCalculatorArePassedOn) {
   agent::PlanFacts facts = goodFacts();
   facts.measurement.warnings = {{3, "Several network interfaces were found."}};
-  expectFinding(facts, Severity::warning, "Several network interfaces were found.");
+  expectFinding(facts, Severity::kWarning, "Several network interfaces were found.");
 }
 
 TEST(Plan, AnExclusionThatCannotBePassedOnBlocks) {
   agent::PlanFacts facts = goodFacts();
   facts.measurement.excludes.push_back({"/mnt/a b/*", true});
-  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::blocked);
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kBlocked);
 }
 
 TEST(Plan, BlocksComeBeforeWarningsBeforeNotes) {
@@ -554,7 +628,7 @@ TEST(Plan, BlocksComeBeforeWarningsBeforeNotes) {
   facts.measurement.warnings = {{1, "w"}};
   std::vector<Severity> order;
   for (const auto& finding : agent::makePlan(facts).findings) order.push_back(finding.severity);
-  EXPECT_THAT(order, ElementsAre(Severity::block, Severity::warning, Severity::note));
+  EXPECT_THAT(order, ElementsAre(Severity::kBlock, Severity::kWarning, Severity::kNote));
 }
 
 TEST(Plan, ExclusionsSayWhyAndComeOnce) {

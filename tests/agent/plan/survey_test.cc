@@ -16,6 +16,7 @@
 
 #include "agent/framework/access.h"
 #include "agent/plan/survey_files.h"
+#include "agent/plan/survey_mounts.h"
 #include "agent/plan/survey_operator.h"
 #include "agent/transport/connect.h"
 #include "agent/transport/local_transport.h"
@@ -129,16 +130,6 @@ TEST_F(FilesTest, TimeThatRunsOutIsTold) {
 TEST_F(FilesTest, AFifoIsNotWaitedFor) {
   ASSERT_EQ(mkfifo(tree_.path("fifo").c_str(), 0600), 0);
   EXPECT_EQ(look({{root_, true}}).perMount.at(root_).files, 2);
-}
-
-TEST(Mounts, EscapesCommentsAndSlashesAreResolved) {
-  const auto mounts = agent::parseMounts(
-      "# comment\n\n/dev/sda1 / ext4 rw,noatime 0 1\nnas:/d /mnt/a\\040b/ nfs4 rw 0 0\nshort\n");
-  ASSERT_EQ(mounts.size(), 2U);
-  EXPECT_EQ(mounts[0].options, "rw,noatime");
-  EXPECT_EQ(mounts[1].mountPoint, "/mnt/a b");
-  EXPECT_TRUE(agent::isRemoteType(mounts[1].type));
-  EXPECT_FALSE(agent::isRemoteType(mounts[0].type));
 }
 
 // Looks at no files: a scratch host has the machine's /usr.
@@ -354,7 +345,7 @@ class SurveyOperatorTest : public testing::Test {
  protected:
   SurveyOperatorTest() { agent::registerSurveyOperator(); }
   ~SurveyOperatorTest() override {
-    agent::OperatorRegistry::instance().remove(agent::surveyOperator);
+    agent::OperatorRegistry::instance().remove(agent::kSurveyOperator);
   }
   agent::LocalTransport transport_;
 };
@@ -362,7 +353,7 @@ class SurveyOperatorTest : public testing::Test {
 TEST_F(SurveyOperatorTest, TellsWhatItSeesOfThisMachine) {
   agent::SurveyClient client(transport_, nullptr, nullptr);
   agent::SurveyRequest request;
-  request.patience = 0;
+  request.timeout = 0;
   const agent::Survey survey = client.survey(request);
   bool root = false;
   for (const auto& mount : survey.fileSystems)
@@ -400,9 +391,9 @@ TEST_F(SurveyOperatorTest, ACallerWithoutTheRightIsRefused) {
   const agent::CurrentRequestScope scope(
       request, boost::intrusive_ptr<QXL::QXLRequestContextPrototype>(new agent::RequestContext()));
   agent::OperatorRegistry::instance()
-      .find(agent::surveyOperator)
+      .find(agent::kSurveyOperator)
       ->newOperator()
-      ->process(agent::methodSurvey, in, out);
+      ->process(agent::kMethodSurvey, in, out);
   ASSERT_TRUE(out->firstError());
   EXPECT_EQ(out->firstError()->first, 414);
 }

@@ -204,7 +204,7 @@ TEST(Programs, AMigrationThatIsBlockedTouchesNothing) {
     const Answer answer = qxmigrate("", "--duration 0 --ctid 101 --distribution fancix-3");
     EXPECT_EQ(answer.status, 2);
     EXPECT_THAT(answer.err, HasSubstr("BLOCKED  The node has no script for fancix-3"));
-    EXPECT_THAT(answer.err, EndsWith("nothing was touched (see --force)\n"));
+    EXPECT_THAT(answer.err, EndsWith("nothing was changed; --force migrates all the same\n"));
     EXPECT_FALSE(std::filesystem::exists("/var/lib/qx/private/101"));
     EXPECT_FALSE(std::filesystem::exists("/etc/sysconfig/qx-scripts/101.conf"));
     // Forced, it gets as far as what the plan foretold.
@@ -221,6 +221,14 @@ TEST(Programs, WithoutAServerThereIsNoPlan) {
     EXPECT_EQ(qxmigrate("measure", "--duration -1").status, 64);
     EXPECT_EQ(qxmigrate("measure", "--proc-scale 0").status, 64);
     EXPECT_EQ(qxmigrate("measure", "--interval 0").status, 64);
+    // What a migration is told has no meaning for a command.
+    const Answer mixed = qxmigrate("--force plan", "--ctid 101");
+    EXPECT_EQ(mixed.status, 64);
+    EXPECT_THAT(mixed.err, HasSubstr("--force"));
+    EXPECT_EQ(qxmigrate("plan", "--ctid 101 --force").status, 64);
+    const Answer bare = qxmigrate("", "");
+    EXPECT_EQ(bare.status, 64);
+    EXPECT_THAT(bare.err, HasSubstr("--ctid is required"));
   });
 }
 

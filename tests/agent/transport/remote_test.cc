@@ -96,7 +96,7 @@ TEST_F(RemoteTest, CancelCrossesTheSocket) {
   recorder->onProgress = [&]() { cancel.cancel(); };
   EXPECT_EQ(toy::ask(*transport, session, "sleep", "", recorder.get(), &cancel).text,
             "the sleep was cut");
-  EXPECT_EQ(toy::ask(*transport, session, agent::methodFinish).code, 0);
+  EXPECT_EQ(toy::ask(*transport, session, agent::kMethodFinish).code, 0);
 }
 
 TEST_F(RemoteTest, AnAgentThatStopsEndsItsSessionsAndItsCallers) {
@@ -225,7 +225,7 @@ TEST(Connect, APeerThatIsNoAgentIsRefused) {
            {"", " has closed it"},
            {"SSH-2.0-OpenSSH\r\n",
             ": a frame of 1397966893 bytes is announced, the most is 1048576"},
-           {agent::encodeFrame({{"type", "beat2"}}), ": the peer does not greet"},
+           {agent::encodeFrame({{"type", "beat2"}}), ": the peer did not begin with a greeting"},
            {agent::encodeFrame({{"type", "hello"}, {"version", 99}, {"eid", "x"}}),
             ": the peer speaks version 99 of the protocol, this agent 1"}}) {
     std::thread peer([&, &text = reply]() {

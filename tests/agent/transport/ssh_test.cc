@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "agent/transport/arrival.h"
+#include "agent/transport/bootstrap.h"
 #include "agent/transport/bundle.h"
 #include "agent/transport/ssh_address.h"
 #include "agent/transport/ssh_problem.h"
@@ -24,9 +24,12 @@ using test_support::ScratchHost;
 using testing::HasSubstr;
 
 std::string described(const std::string& text) {
-  const auto address = agent::parseSshAddress(text);
-  if (!address) return QXL::getErrorMessage();
-  return address->user + "|" + address->host + "|" + std::to_string(address->port);
+  try {
+    const agent::SshAddress address = agent::parseSshAddress(text);
+    return address.user + "|" + address.host + "|" + std::to_string(address.port);
+  } catch (const std::runtime_error& problem) {
+    return problem.what();
+  }
 }
 
 TEST(SshAddress, AllFormsAreRead) {
@@ -105,7 +108,7 @@ TEST(SshProblem, OtherFailuresAreToldAsTheyAre) {
 
 TEST(SshProblem, ARefusingServerIsExplained) {
   const auto explain = [](const char* word, const char* detail) {
-    return agent::explainArrivalFailure("root@web", word, detail);
+    return agent::explainBootstrapFailure("root@web", word, detail);
   };
   EXPECT_THAT(explain("live", "4711"),
               HasSubstr("another migration of root@web is running: process 4711 there"));
@@ -114,7 +117,7 @@ TEST(SshProblem, ARefusingServerIsExplained) {
   EXPECT_THAT(explain("kernel", "2.6.32"), HasSubstr("kernel 2.6.32: it must be 3.2 or newer"));
   EXPECT_THAT(explain("space", "1024"), HasSubstr("1024 KiB are free"));
   EXPECT_THAT(explain("noexec", ""), HasSubstr("mounted noexec"));
-  EXPECT_THAT(explain("digest", ""), HasSubstr("did not arrive whole"));
+  EXPECT_THAT(explain("digest", ""), HasSubstr("damaged on its way to root@web"));
   EXPECT_THAT(explain("tool", "tar"), HasSubstr("lacks the program tar"));
   EXPECT_THAT(explain("unpack", "tar: no"),
               HasSubstr("could not be unpacked on root@web: tar: no"));
@@ -135,17 +138,17 @@ std::string makeBundle(const std::string& action) {
   return test_support::readFile("/tmp/digest");
 }
 
-struct Arrival {
+struct BootstrapResult {
   std::string output;
   int status = 0;
 };
 
 // Runs the remote command as sshd does, by a login shell, with the bundle and
 // then "more" on its input.
-Arrival arrive(const std::string& digest, uint64_t bytes = 0) {
+BootstrapResult bootstrap(const std::string& digest, uint64_t bytes = 0) {
   if (bytes == 0) bytes = std::filesystem::file_size("/tmp/bundle");
-  std::ofstream("/tmp/command") << agent::arrivalCommand(bytes, digest);
-  Arrival result;
+  std::ofstream("/tmp/command") << agent::bootstrapCommand(bytes, digest);
+  BootstrapResult result;
   FILE* shell =
       popen("{ cat /tmp/bundle; printf more; } | sh -c \"$(cat /tmp/command)\" 2>&1", "r");
   char buffer[4096];
@@ -157,10 +160,10 @@ Arrival arrive(const std::string& digest, uint64_t bytes = 0) {
 
 bool left() { return std::filesystem::exists("/var/qxagent.tmp"); }
 
-TEST(Arrival, TheAgentIsUnpackedRunAndRemoved) {
+TEST(Bootstrap, TheAgentIsUnpackedRunAndRemoved) {
   ScratchHost().run([]() {
     const std::string digest = makeBundle("stat -c %a /var/qxagent.tmp; exit 7");
-    const Arrival result = arrive(digest);
+    const BootstrapResult result = bootstrap(digest);
     EXPECT_EQ(result.output,
               "QX send\nQX run\n"
               "agent: --library-path /var/qxagent.tmp/lib /var/qxagent.tmp/bin/qxagent serve "
@@ -170,48 +173,48 @@ TEST(Arrival, TheAgentIsUnpackedRunAndRemoved) {
   });
 }
 
-TEST(Arrival, ServicesOfAKilledAgentAreStartedAgain) {
+TEST(Bootstrap, ServicesOfAKilledAgentAreStartedAgain) {
   ScratchHost host;
   host.tool("/etc/init.d/one");
   host.tool("/etc/init.d/two", {.status = 1});
   host.run([&]() {
     const std::string digest =
         makeBundle("printf 'two\\none\\n' >/var/qxagent.tmp/stopped-services; kill -9 $$");
-    arrive(digest);
+    bootstrap(digest);
     EXPECT_THAT(host.calls(),
                 testing::ElementsAre("/etc/init.d/two\tstart", "/etc/init.d/one\tstart"));
     EXPECT_FALSE(left());
   });
 }
 
-TEST(Arrival, ADamagedBundleIsNotRun) {
+TEST(Bootstrap, ADamagedBundleIsNotRun) {
   ScratchHost().run([]() {
     const std::string digest = makeBundle("");
-    EXPECT_EQ(arrive(std::string(64, '0')).output, "QX send\nQX error digest\n");
+    EXPECT_EQ(bootstrap(std::string(64, '0')).output, "QX send\nQX error digest\n");
     EXPECT_FALSE(left());
     // A bundle that ends early.
-    EXPECT_THAT(arrive(digest, 100000000).output, HasSubstr("QX error digest\n"));
+    EXPECT_THAT(bootstrap(digest, 100000000).output, HasSubstr("QX error digest\n"));
     EXPECT_FALSE(left());
   });
 }
 
-TEST(Arrival, WhatADeadRunLeftIsRemoved) {
+TEST(Bootstrap, WhatADeadRunLeftIsRemoved) {
   ScratchHost host;
   host.file("/var/qxagent.tmp/pid", "999999\n");
   host.file("/var/qxagent.tmp/junk/file", "x");
   host.run([]() {
-    EXPECT_THAT(arrive(makeBundle("")).output, HasSubstr("QX run\n"));
+    EXPECT_THAT(bootstrap(makeBundle("")).output, HasSubstr("QX run\n"));
     EXPECT_FALSE(left());
   });
 }
 
-TEST(Arrival, APidThatBelongsToAnotherProgramNowIsDead) {
+TEST(Bootstrap, APidThatBelongsToAnotherProgramNowIsDead) {
   ScratchHost host;
   host.file("/var/qxagent.tmp/pid", "1\n");
-  host.run([]() { EXPECT_THAT(arrive(makeBundle("")).output, HasSubstr("QX run\n")); });
+  host.run([]() { EXPECT_THAT(bootstrap(makeBundle("")).output, HasSubstr("QX run\n")); });
 }
 
-TEST(Arrival, ALiveRunIsLeftAloneAndNamed) {
+TEST(Bootstrap, ALiveRunIsLeftAloneAndNamed) {
   ScratchHost host;
   host.dir("/var/qxagent.tmp");
   host.run([]() {
@@ -222,7 +225,7 @@ TEST(Arrival, ALiveRunIsLeftAloneAndNamed) {
       _exit(127);
     }
     std::ofstream("/var/qxagent.tmp/pid") << child << "\n";
-    const Arrival result = arrive(digest);
+    const BootstrapResult result = bootstrap(digest);
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
     EXPECT_EQ(result.output, "QX error live " + std::to_string(child) + "\n");
@@ -230,10 +233,10 @@ TEST(Arrival, ALiveRunIsLeftAloneAndNamed) {
   });
 }
 
-TEST(Arrival, MachinesThatWillNotDoAreNamed) {
+TEST(Bootstrap, MachinesThatWillNotDoAreNamed) {
   ScratchHost arm;
   arm.tool("/usr/bin/uname", {.script = "case $1 in -m) echo aarch64;; *) echo 6.1.0;; esac"});
-  arm.run([]() { EXPECT_EQ(arrive(makeBundle("")).output, "QX error machine aarch64\n"); });
+  arm.run([]() { EXPECT_EQ(bootstrap(makeBundle("")).output, "QX error machine aarch64\n"); });
   for (const auto& [release, refused] :
        std::vector<std::pair<std::string, bool>>{{"2.6.32-754.el6", true},
                                                  {"3.1.9", true},
@@ -246,7 +249,7 @@ TEST(Arrival, MachinesThatWillNotDoAreNamed) {
     host.tool("/usr/bin/uname",
               {.script = "case $1 in -m) echo x86_64;; *) echo " + release + ";; esac"});
     host.run([release = release, refused = refused]() {
-      const std::string output = arrive(makeBundle("")).output;
+      const std::string output = bootstrap(makeBundle("")).output;
       if (refused) {
         EXPECT_EQ(output, "QX error kernel " + release + "\n");
       } else {
@@ -256,41 +259,41 @@ TEST(Arrival, MachinesThatWillNotDoAreNamed) {
   }
 }
 
-TEST(Arrival, NoRoomIsSeenBeforeAnythingIsSent) {
+TEST(Bootstrap, NoRoomIsSeenBeforeAnythingIsSent) {
   ScratchHost host;
   host.tool("/usr/bin/df", {.out = "Filesystem 1024-blocks Used Available Capacity Mounted on\n"
                                    "/dev/sda1 1000000 999000 1000 99% /var\n"});
   host.run([]() {
-    EXPECT_EQ(arrive(makeBundle("")).output, "QX error space 1000\n");
+    EXPECT_EQ(bootstrap(makeBundle("")).output, "QX error space 1000\n");
     EXPECT_FALSE(left());
   });
 }
 
-TEST(Arrival, AMissingToolIsNamed) {
+TEST(Bootstrap, AMissingToolIsNamed) {
   ScratchHost host;
   host.run([]() {
     const std::string digest = makeBundle("");
     std::filesystem::remove("/usr/bin/gzip");
-    EXPECT_EQ(arrive(digest).output, "QX error tool gzip\n");
+    EXPECT_EQ(bootstrap(digest).output, "QX error tool gzip\n");
     EXPECT_FALSE(left());
   });
 }
 
-TEST(Arrival, WhatIsNoArchiveIsToldAndRemoved) {
+TEST(Bootstrap, WhatIsNoArchiveIsToldAndRemoved) {
   ScratchHost().run([]() {
     makeBundle("");
     EXPECT_EQ(system("echo nothing of the kind >/tmp/bundle; sha256sum </tmp/bundle | cut -c1-64 "
                      "| tr -d '\\n' >/tmp/digest"),
               0);
-    EXPECT_THAT(arrive(test_support::readFile("/tmp/digest")).output,
+    EXPECT_THAT(bootstrap(test_support::readFile("/tmp/digest")).output,
                 HasSubstr("QX error unpack "));
     EXPECT_FALSE(left());
   });
 }
 
-TEST(Arrival, TheCommandSurvivesEveryLoginShell) {
+TEST(Bootstrap, TheCommandSurvivesEveryLoginShell) {
   for (const std::string& command :
-       {agent::arrivalCommand(12345, std::string(64, 'a')), agent::channelCommand("t")}) {
+       {agent::bootstrapCommand(12345, std::string(64, 'a')), agent::channelCommand("t")}) {
     EXPECT_EQ(command.find('\n'), std::string::npos);
     // Quoted from the outside only, so that csh and its kin pass it on, too.
     EXPECT_EQ(std::count(command.begin(), command.end(), '\''), 4);
@@ -303,17 +306,21 @@ TEST(Bundle, IsFoundWithItsDigest) {
   const test_support::TempTree tree({test_support::fileAt("bundle.tar.gz", "12345"),
                                      test_support::fileAt("bundle.sha256", digest + "\n")});
   setenv("QX_BUNDLE_DIR", tree.root().c_str(), 1);
-  agent::Bundle bundle;
-  EXPECT_EQ(agent::findBundle(bundle), 0);
+  const agent::Bundle bundle = agent::findBundle();
   EXPECT_EQ(bundle.bytes, 5u);
   EXPECT_EQ(bundle.sha256, digest);
   std::ofstream(tree.path("bundle.sha256")) << "short";
-  EXPECT_NE(agent::findBundle(bundle), 0);
-  EXPECT_EQ(QXL::getErrorMessage(), tree.path("bundle.sha256") + " holds no SHA-256 digest");
+  const auto problem = []() -> std::string {
+    try {
+      agent::findBundle();
+      return "";
+    } catch (const std::runtime_error& error) {
+      return error.what();
+    }
+  };
+  EXPECT_EQ(problem(), tree.path("bundle.sha256") + " holds no SHA-256 digest");
   setenv("QX_BUNDLE_DIR", "/no/such/dir", 1);
-  EXPECT_NE(agent::findBundle(bundle), 0);
-  EXPECT_EQ(QXL::getErrorMessage(),
-            "bundle.tar.gz, the agent for servers, is missing from /no/such/dir");
+  EXPECT_EQ(problem(), "bundle.tar.gz, the agent for servers, is missing from /no/such/dir");
   unsetenv("QX_BUNDLE_DIR");
 }
 

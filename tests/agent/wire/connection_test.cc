@@ -79,7 +79,7 @@ TEST(Connection, FramesGoBothWays) {
   const auto second = sockets.end(sockets.second);
   EXPECT_TRUE(first->connection_.send({{"type", "a"}}));
   const std::string large(3000000, 'x');
-  first->connection_.expectFramesOf(agent::maxFrameBytes);
+  first->connection_.expectFramesOf(agent::kMaxFrameBytes);
   EXPECT_TRUE(second->connection_.send({{"type", "b"}, {"text", large}}));
   ASSERT_TRUE(second->waitFrames(1));
   ASSERT_TRUE(first->waitFrames(1));

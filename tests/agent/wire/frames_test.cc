@@ -60,17 +60,17 @@ TEST(Frames, TooLongAFrameIsRefusedFromItsLengthAlone) {
 
 TEST(Frames, OfALongAnswerAreAcceptedWhileItIsExpected) {
   agent::FrameDecoder decoder;
-  decoder.accept(agent::maxFrameBytes);
+  decoder.accept(agent::kMaxFrameBytes);
   decoder.feed(announce(33554432));
   EXPECT_FALSE(decoder.next());
   agent::FrameDecoder other;
-  other.accept(agent::maxFrameBytes);
+  other.accept(agent::kMaxFrameBytes);
   other.feed(announce(33554433));
   EXPECT_THROW(other.next(), std::runtime_error);
 }
 
 TEST(Frames, TooLongAFrameIsNotSent) {
-  EXPECT_THROW(agent::encodeFrame({{"type", std::string(agent::maxFrameBytes, 'x')}}),
+  EXPECT_THROW(agent::encodeFrame({{"type", std::string(agent::kMaxFrameBytes, 'x')}}),
                std::length_error);
 }
 

@@ -1,4 +1,4 @@
-// Requests on the local road: the same frames, sessions and operators as between
+// Requests on the local transport: the same frames, sessions and operators as between
 // machines.
 
 #include <gmock/gmock.h>
@@ -61,21 +61,21 @@ TEST_F(SessionTest, UnknownThingsAreRefused) {
 }
 
 TEST_F(SessionTest, StagesWaitForInit) {
-  toy::ask(transport_, "s", agent::methodCreate);
+  toy::ask(transport_, "s", agent::kMethodCreate);
   expectOutcome(toy::ask(transport_, "s", "echo"), 409, "Out of turn: stage 'echo' before init");
-  expectOutcome(toy::ask(transport_, "s", agent::methodInit), 0, "");
+  expectOutcome(toy::ask(transport_, "s", agent::kMethodInit), 0, "");
   expectOutcome(toy::ask(transport_, "s", "echo", "x"), 0, "x");
-  expectOutcome(toy::ask(transport_, "s", agent::methodInit), 409,
+  expectOutcome(toy::ask(transport_, "s", agent::kMethodInit), 409,
                 "Out of turn: the worker is initialised already");
-  expectOutcome(toy::ask(transport_, "s", agent::methodCreate), 409,
+  expectOutcome(toy::ask(transport_, "s", agent::kMethodCreate), 409,
                 "Out of turn: the session has its worker already");
 }
 
 TEST_F(SessionTest, FinishEndsTheSessionOnceAndAgainHarmlessly) {
   const std::string session = toy::open(transport_);
-  expectOutcome(toy::ask(transport_, session, agent::methodFinish), 0, "");
+  expectOutcome(toy::ask(transport_, session, agent::kMethodFinish), 0, "");
   EXPECT_EQ(toy::counts().finished, 1);
-  expectOutcome(toy::ask(transport_, session, agent::methodFinish), 0, "");
+  expectOutcome(toy::ask(transport_, session, agent::kMethodFinish), 0, "");
   EXPECT_EQ(toy::counts().finished, 1);
   expectOutcome(toy::ask(transport_, session, "echo"), 409,
                 "Out of turn: 'echo' without a session");
@@ -94,7 +94,7 @@ TEST_F(SessionTest, ARequestThatWaitsBehindTheEndIsAnswered) {
     const std::string session = toy::open(transport_);
     std::thread slow([&]() { toy::ask(transport_, session, "pause"); });
     while (toy::counts().pausing == 0) std::this_thread::sleep_for(1ms);
-    std::thread end([&]() { toy::ask(transport_, session, agent::methodFinish); });
+    std::thread end([&]() { toy::ask(transport_, session, agent::kMethodFinish); });
     std::this_thread::sleep_for(10ms);
     // Waits behind "finish", or comes when all is over.
     const toy::Outcome late = toy::ask(transport_, session, "echo", "x");
@@ -126,7 +126,7 @@ toy::Outcome cancelled(agent::LocalTransport& transport, const std::string& meth
   const toy::Outcome outcome = toy::ask(transport, session, method, "", recorder.get(), &cancel);
   EXPECT_LT(std::chrono::steady_clock::now() - began, 20s);
   // The session is still there to be finished.
-  EXPECT_EQ(toy::ask(transport, session, agent::methodFinish).code, 0);
+  EXPECT_EQ(toy::ask(transport, session, agent::kMethodFinish).code, 0);
   EXPECT_EQ(toy::counts().finished, 1);
   return outcome;
 }

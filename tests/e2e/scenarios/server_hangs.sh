@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # the server hangs in the middle of the second copy, without closing a connection
+# long
 # shellcheck source=tests/e2e/lib.sh
 . "$QX_E2E/lib.sh"
 

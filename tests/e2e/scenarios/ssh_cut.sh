@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # the link is cut during the first copy and during the second: both ends notice
+# long
 # shellcheck source=tests/e2e/ssh-lib.sh
 . "$QX_E2E/ssh-lib.sh"
 

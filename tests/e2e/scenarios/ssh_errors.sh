@@ -19,7 +19,7 @@ source=root@$server
 
 step "There is no ssh"
 mv /usr/bin/ssh /usr/bin/ssh.away
-check_refused "the program ssh is missing here: install openssh-client"
+check_refused "this host has no ssh client: install the package openssh-client"
 mv /usr/bin/ssh.away /usr/bin/ssh
 
 step "The host key is not known"

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # the agent and the shell that brought it die together, with services stopped
+# long
 # shellcheck source=tests/e2e/ssh-lib.sh
 . "$QX_E2E/ssh-lib.sh"
 

@@ -138,12 +138,12 @@ server_is_up() {
 }
 
 server_wait() {
-  local patience=60
-  ! server_is_vm "$1" || patience=600
-  wait_for $patience server_is_up "$1" || {
+  local timeout=60
+  ! server_is_vm "$1" || timeout=600
+  wait_for $timeout server_is_up "$1" || {
     tail -n 40 "$LAB_HERE/servers/$1/console.log" >&2 || true
     server_exec "$1" systemctl --no-pager list-jobs >&2 </dev/null || true
-    die "server $1 did not come up in $patience seconds"
+    die "server $1 did not come up in $timeout seconds"
   }
 }
 

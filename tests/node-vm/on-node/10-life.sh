@@ -56,6 +56,8 @@ check "its init ended it in an orderly way" test -e $private/fs/ended
 check_nothing_mounted 201
 check "it is stopped" status_says 201 ', not mounted, stopped,'
 check "a second stop changes nothing" quietly qxctl stop 201
+profile() { stat -c '%i %Y' /var/cache/lxc/apparmor/*/lxc-qx-201_*; }
+before=$(profile)
 check "exec says so" ends_with 19 running qxctl exec 201 true
 
 step "It powers itself off; what comes next comes at once"
@@ -64,6 +66,7 @@ for what in start stop umount destroy; do
   check "started for '$what'" up 201
   inside 201 poweroff
   check "it ends" until_so 30 ended_itself
+  check_equal "its profile was not compiled again" "$before" "$(profile)"
   check "$what" quietly qxctl $what 201
   case $what in
     start) check "it runs again" until_so 30 inside 201 true && qxctl stop 201 >/dev/null ;;

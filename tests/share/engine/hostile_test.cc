@@ -45,10 +45,10 @@ class HostileSender : public testing::Test {
     char byte = 0;
     while (::read(channel_.server.in.get(), &byte, 1) == 1 && byte != '\n') {
     }
-    expectFrame(Kind::Hello);
+    expectFrame(Kind::kHello);
     Buffer hello = engine::emptyFrame();
-    engine::putHello(hello, engine::SenderHello{engine::Way::Everything, 2});
-    send(Kind::Hello, hello);
+    engine::putHello(hello, engine::SenderHello{engine::Way::kEverything, 2});
+    send(Kind::kHello, hello);
   }
 
   void say(const std::string& bytes) {
@@ -74,26 +74,26 @@ class HostileSender : public testing::Test {
   void records(const std::function<void(Buffer&)>& put, unsigned lane = 0) {
     Buffer frame = engine::emptyFrame();
     put(frame);
-    send(Kind::Records, frame, lane);
+    send(Kind::kRecords, frame, lane);
   }
 
   static void record(Buffer& to, Record kind) {
     to.append(std::string(1, static_cast<char>(kind)));
   }
   static void beginDirectory(Buffer& to, const std::string& path, unsigned flags = 0) {
-    record(to, Record::DirBegin);
+    record(to, Record::kDirBegin);
     engine::putText(to, path);
     engine::putNumber(to, flags);
   }
   static void endDirectory(Buffer& to) {
-    record(to, Record::DirEnd);
+    record(to, Record::kDirEnd);
     Entry entry;
     entry.mode = S_IFDIR | 0755;
     engine::putEntry(to, entry);
   }
   static void whole(Buffer& to, const std::string& name, const std::string& contents,
                     std::optional<engine::Digest> digest = {}) {
-    record(to, Record::Whole);
+    record(to, Record::kWhole);
     Entry entry;
     entry.name = name;
     entry.mode = S_IFREG | 0644;
@@ -104,7 +104,7 @@ class HostileSender : public testing::Test {
     to.append(contents);
   }
   static void symbolicLink(Buffer& to, const std::string& name, const std::string& target) {
-    record(to, Record::Other);
+    record(to, Record::kOther);
     Entry entry;
     entry.name = name;
     entry.mode = S_IFLNK | 0777;
@@ -114,7 +114,7 @@ class HostileSender : public testing::Test {
   void end() {
     Buffer frame = engine::emptyFrame();
     engine::putFarewell(frame, {0, ""});
-    send(Kind::End, frame);
+    send(Kind::kEnd, frame);
   }
 
   void expectRefused(const std::string& because) {
@@ -159,7 +159,7 @@ TEST_P(BadPath, DirectoryIsRefused) {
 
 TEST_P(BadPath, LinkIsRefused) {
   records([](Buffer& to) {
-    record(to, Record::Link);
+    record(to, Record::kLink);
     engine::putText(to, "x");
     engine::putText(to, GetParam());
   });
@@ -200,7 +200,7 @@ TEST_F(HostileSender, SymbolicLinkIsNotFollowedWhereItIsMadeBetweenRecords) {
   records(
       [&](Buffer& to) {
         beginDirectory(to, "");
-        record(to, Record::Remove);
+        record(to, Record::kRemove);
         engine::putText(to, "way");
         symbolicLink(to, "way", tree_.path("outside"));
         endDirectory(to);
@@ -222,25 +222,25 @@ TEST_F(HostileSender, UpdateDoesNotFollowASymbolicLink) {
   records([&](Buffer& to) {
     beginDirectory(to, "");
     symbolicLink(to, "way", tree_.path("outside/secret"));
-    record(to, Record::Update);
+    record(to, Record::kUpdate);
     Entry entry;
     entry.name = "way";
     entry.mode = S_IFREG | 0777;
     engine::putEntry(to, entry);
-    record(to, Record::Patch);
+    record(to, Record::kPatch);
     entry.size = 100;
     engine::putEntry(to, entry);
-    record(to, Record::Data);
+    record(to, Record::kData);
     engine::putNumber(to, 0);
     engine::putFixed32(to, 3);
     to.append("xyz");
-    record(to, Record::FileEnd);
+    record(to, Record::kFileEnd);
     engine::putNumber(to, 1);
     engine::putNumber(to, 100);
     engine::putDigest(to, engine::digestOf("xyz"));
     endDirectory(to);
   });
-  expectFrame(Kind::Want);  // as it has none of that name
+  expectFrame(Kind::kWant);  // as it has none of that name
   expectEnd(0);
 }
 
@@ -249,7 +249,7 @@ TEST_F(HostileSender, HardLinkToOutsideIsNotMade) {
     beginDirectory(to, "");
     symbolicLink(to, "way", tree_.path("outside"));
     endDirectory(to);
-    record(to, Record::Link);
+    record(to, Record::kLink);
     engine::putText(to, "got");
     engine::putText(to, "way/secret");
   });
@@ -274,7 +274,7 @@ TEST_F(HostileSender, CompressedFrameBeyondTheLimitTakesNoMemory) {
 TEST_F(HostileSender, LengthsBeyondTheFrameAreRefused) {
   records([](Buffer& to) {
     beginDirectory(to, "");
-    record(to, Record::Whole);
+    record(to, Record::kWhole);
     Entry entry;
     entry.name = "x";
     entry.mode = S_IFREG | 0644;
@@ -289,13 +289,13 @@ TEST_F(HostileSender, LengthsBeyondTheFrameAreRefused) {
 TEST_F(HostileSender, DataOutsideOfTheirFileAreRefused) {
   records([](Buffer& to) {
     beginDirectory(to, "");
-    record(to, Record::File);
+    record(to, Record::kFile);
     Entry entry;
     entry.name = "x";
     entry.mode = S_IFREG | 0644;
     entry.size = 10;
     engine::putEntry(to, entry);
-    record(to, Record::Data);
+    record(to, Record::kData);
     engine::putNumber(to, 9);
     engine::putFixed32(to, 2);
     to.append("ab");
@@ -317,7 +317,7 @@ TEST_F(HostileSender, DamagedFileIsAskedForAgainAndThenAProblem) {
     endDirectory(to);
   };
   records(put);
-  expectFrame(Kind::Want);
+  expectFrame(Kind::kWant);
   engine::Decoder from(payload_.view());
   EXPECT_EQ(engine::takePath(from), "d");
   EXPECT_EQ(from.number(), 1U);
@@ -331,7 +331,7 @@ TEST_F(HostileSender, DamagedFileIsAskedForAgainAndThenAProblem) {
 TEST_F(HostileSender, MessageCannotReachTheTerminalRaw) {
   Buffer frame = engine::emptyFrame();
   engine::putText(frame, "evil \x1b[2J\n text");
-  send(Kind::Message, frame);
+  send(Kind::kMessage, frame);
   expectEnd(0);
   EXPECT_NE(client_.err().find("evil \\x1b[2J\\x0a text"), std::string::npos) << client_.err();
 }

@@ -1,4 +1,4 @@
-#include "share/rsync/prelude.h"
+#include "share/rsync/handshake.h"
 
 #include <poll.h>
 #include <unistd.h>
@@ -14,10 +14,10 @@ namespace qxrsync {
 
 namespace {
 
-constexpr std::string_view tag = "QXRSYNC";
-constexpr std::string_view capabilitiesTag = "CAPABILITIES";
-constexpr std::string_view takenLine = "TAKEN";
-constexpr std::string_view refusedLine = "REFUSED";
+constexpr std::string_view kTag = "QXRSYNC";
+constexpr std::string_view kCapabilitiesTag = "CAPABILITIES";
+constexpr std::string_view kTakenLine = "TAKEN";
+constexpr std::string_view kRefusedLine = "REFUSED";
 
 std::vector<std::string_view> words(std::string_view line) {
   std::vector<std::string_view> found;
@@ -37,7 +37,7 @@ bool parseNumber(std::string_view text, std::uint64_t& value) {
 
 // What a stranger said, fit for a message on a terminal.
 std::string printable(std::string_view text) {
-  constexpr char digits[] = "0123456789abcdef";
+  constexpr char kDigits[] = "0123456789abcdef";
   std::string shown;
   for (const char c : text.substr(0, 60)) {
     const auto byte = static_cast<unsigned char>(c);
@@ -45,8 +45,8 @@ std::string printable(std::string_view text) {
       shown += c;
     } else {
       shown += "\\x";
-      shown += digits[byte >> 4];
-      shown += digits[byte & 15];
+      shown += kDigits[byte >> 4];
+      shown += kDigits[byte & 15];
     }
   }
   return text.size() > 60 ? shown + "..." : shown;
@@ -58,8 +58,8 @@ void waitFor(int fd, short events, const Deadline& deadline) {
     const int ready = ::poll(&wanted, 1, deadline.left());
     if (ready > 0) return;
     if (ready == 0)
-      throw Failure(exitProtocol, "the other end of the data channel does not answer");
-    if (errno != EINTR) throw systemFailure(exitProtocol, "cannot wait for the data channel");
+      throw Failure(kExitProtocol, "the other end of the data channel does not answer");
+    if (errno != EINTR) throw systemFailure(kExitProtocol, "cannot wait for the data channel");
   }
 }
 
@@ -70,9 +70,9 @@ void writeLine(int fd, std::string_view line, const Deadline& deadline) {
     if (written >= 0) {
       line.remove_prefix(static_cast<size_t>(written));
     } else if (errno == EPIPE || errno == ECONNRESET) {
-      throw Failure(exitProtocol, "the other end of the data channel is closed");
+      throw Failure(kExitProtocol, "the other end of the data channel is closed");
     } else if (errno != EAGAIN && errno != EINTR) {
-      throw systemFailure(exitProtocol, "cannot write to the data channel");
+      throw systemFailure(kExitProtocol, "cannot write to the data channel");
     }
   }
 }
@@ -80,7 +80,7 @@ void writeLine(int fd, std::string_view line, const Deadline& deadline) {
 // Byte by byte: what follows the line belongs to stock rsync.
 std::string readLine(int fd, const Deadline& deadline) {
   std::string line;
-  while (line.size() <= preludeLineLimit) {
+  while (line.size() <= kHandshakeLineLimit) {
     waitFor(fd, POLLIN, deadline);
     char byte = 0;
     const ssize_t count = ::read(fd, &byte, 1);
@@ -88,20 +88,20 @@ std::string readLine(int fd, const Deadline& deadline) {
       if (byte == '\n') return line;
       line += byte;
     } else if (count == 0 || errno == ECONNRESET) {
-      throw Failure(exitProtocol,
+      throw Failure(kExitProtocol,
                     line.empty() ? "the other end of the data channel closed it before the transfer"
                                  : "the other end of the data channel closed it after \"" +
                                        printable(line) + "\"");
     } else if (errno != EAGAIN && errno != EINTR) {
-      throw systemFailure(exitProtocol, "cannot read from the data channel");
+      throw systemFailure(kExitProtocol, "cannot read from the data channel");
     }
   }
-  throw Failure(exitProtocol, "the other end of the data channel does not run this program: \"" +
-                                  printable(line) + "\"");
+  throw Failure(kExitProtocol, "the other end of the data channel does not run this program: \"" +
+                                   printable(line) + "\"");
 }
 
 Failure notUnderstood(const std::string& line) {
-  return {exitProtocol,
+  return {kExitProtocol,
           "the other end of the data channel does not run this version of this program: \"" +
               printable(line) + "\""};
 }
@@ -120,15 +120,15 @@ std::string formatOffer(const Offer& offer) {
   if (offer.xattrs) features += 'X';
   if (offer.descriptors) features += 'D';
   if (features.empty()) features = "-";
-  return std::string(tag) + " " + std::to_string(preludeVersion) + " " + features +
+  return std::string(kTag) + " " + std::to_string(kHandshakeVersion) + " " + features +
          (offer.engine ? " 0" : " ") + std::to_string(offer.usedBytes);
 }
 
 std::optional<Offer> parseOffer(std::string_view line) {
   const std::vector<std::string_view> parts = words(line);
   std::uint64_t version = 0;
-  if (parts.size() != 4 || parts[0] != tag || !parseNumber(parts[1], version) ||
-      version != preludeVersion)
+  if (parts.size() != 4 || parts[0] != kTag || !parseNumber(parts[1], version) ||
+      version != kHandshakeVersion)
     return std::nullopt;
   const std::string_view features = parts[2];
   Offer offer;
@@ -142,12 +142,12 @@ std::optional<Offer> parseOffer(std::string_view line) {
 }
 
 std::string formatCapabilities(const std::string& capabilities) {
-  return std::string(capabilitiesTag) + " " + (capabilities.empty() ? "-" : capabilities);
+  return std::string(kCapabilitiesTag) + " " + (capabilities.empty() ? "-" : capabilities);
 }
 
 std::optional<std::string> parseCapabilities(std::string_view line) {
   const std::vector<std::string_view> parts = words(line);
-  if (parts.size() != 2 || parts[0] != capabilitiesTag) return std::nullopt;
+  if (parts.size() != 2 || parts[0] != kCapabilitiesTag) return std::nullopt;
   const std::string_view word = parts[1];
   if (word == "-") return std::string();
   const bool plain = !word.empty() && std::all_of(word.begin(), word.end(), [](char c) {
@@ -184,14 +184,14 @@ bool handOverStreams(const Channel& channel, int streamIn, int streamOut,
   waitFor(channel.out.get(), POLLOUT, deadline);
   sendDescriptors(channel.out.get(), streamIn, streamOut);
   const std::string line = readLine(channel.in.get(), deadline);
-  if (line != takenLine && line != refusedLine) throw notUnderstood(line);
-  return line == takenLine;
+  if (line != kTakenLine && line != kRefusedLine) throw notUnderstood(line);
+  return line == kTakenLine;
 }
 
 std::optional<Channel> takeStreams(int in, int out, const Deadline& deadline) {
   waitFor(in, POLLIN, deadline);
   std::optional<Channel> streams = receiveDescriptors(in);
-  writeLine(out, std::string(streams ? takenLine : refusedLine) + "\n", deadline);
+  writeLine(out, std::string(streams ? kTakenLine : kRefusedLine) + "\n", deadline);
   return streams;
 }
 

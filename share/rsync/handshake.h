@@ -1,5 +1,5 @@
-#ifndef QX_SHARE_RSYNC_PRELUDE_H
-#define QX_SHARE_RSYNC_PRELUDE_H
+#ifndef QX_SHARE_RSYNC_HANDSHAKE_H
+#define QX_SHARE_RSYNC_HANDSHAKE_H
 
 #include <chrono>
 #include <cstdint>
@@ -34,16 +34,16 @@ namespace qxrsync {
 //   server       "TAKEN\n", and its stock rsync speaks on these; or "REFUSED\n",
 //                since a relay in between has lost them, and all goes on as before
 
-inline constexpr unsigned preludeVersion = 2;
-inline constexpr size_t preludeLineLimit = 128;  // bytes, without the line end
+inline constexpr unsigned kHandshakeVersion = 2;
+inline constexpr size_t kHandshakeLineLimit = 128;  ///< bytes, without the line end
 
 /// What one end can do.
 struct Offer {
   bool acls = false;
   bool xattrs = false;
-  bool descriptors = false;     // the channel carries them
-  bool engine = false;          // stock rsync is not needed
-  std::uint64_t usedBytes = 0;  // sender only: in use on the file systems sent, 0 unknown
+  bool descriptors = false;     ///< the channel carries them
+  bool engine = false;          ///< stock rsync is not needed
+  std::uint64_t usedBytes = 0;  ///< sender only: in use on the file systems sent, 0 unknown
 
   bool operator==(const Offer&) const = default;
 };
@@ -94,4 +94,4 @@ std::optional<Channel> takeStreams(int in, int out, const Deadline& deadline);
 
 }  // namespace qxrsync
 
-#endif  // QX_SHARE_RSYNC_PRELUDE_H
+#endif  // QX_SHARE_RSYNC_HANDSHAKE_H

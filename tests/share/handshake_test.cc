@@ -1,4 +1,4 @@
-#include "share/rsync/prelude.h"
+#include "share/rsync/handshake.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -31,7 +31,7 @@ std::string afterHearing(const std::string& bytes) {
 
 }  // namespace
 
-TEST(Prelude, OfferSurvivesTheWire) {
+TEST(Handshake, OfferSurvivesTheWire) {
   for (const bool acls : {false, true})
     for (const bool xattrs : {false, true})
       for (const bool descriptors : {false, true})
@@ -46,7 +46,7 @@ TEST(Prelude, OfferSurvivesTheWire) {
 }
 
 // An end that knows of no engine reads the number, and the zero means nothing to it.
-TEST(Prelude, EngineIsAZeroInFrontOfTheNumber) {
+TEST(Handshake, EngineIsAZeroInFrontOfTheNumber) {
   Offer offer = everything;
   offer.engine = true;
   EXPECT_EQ(formatOffer(offer), "QXRSYNC 2 AXD 012345");
@@ -55,7 +55,7 @@ TEST(Prelude, EngineIsAZeroInFrontOfTheNumber) {
   EXPECT_FALSE(parseOffer("QXRSYNC 2 AXD 0")->engine);
 }
 
-TEST(Prelude, WhatIsNotExactlyAnOfferIsNone) {
+TEST(Handshake, WhatIsNotExactlyAnOfferIsNone) {
   for (const char* line :
        {"", "QXRSYNC", "QXRSYNC 2 AX", "QXRSYNC 1 AX 0", "qxrsync 2 AX 0", "QXRSYNC 2 XA 0",
         "QXRSYNC 2 AXY 0", "QXRSYNC 2 AX -1", "QXRSYNC 2 AX 1 ", "QXRSYNC  2 AX 1", "QXRSYNC 2  1",
@@ -64,7 +64,7 @@ TEST(Prelude, WhatIsNotExactlyAnOfferIsNone) {
     EXPECT_EQ(parseOffer(line), std::nullopt) << line;
 }
 
-TEST(Prelude, CapabilitiesArePlainWordsOnly) {
+TEST(Handshake, CapabilitiesArePlainWordsOnly) {
   EXPECT_EQ(parseCapabilities(formatCapabilities(".iLsfxCIvu")), ".iLsfxCIvu");
   EXPECT_EQ(parseCapabilities(formatCapabilities("")), "");
   for (const char* line : {"CAPABILITIES", "CAPABILITIES ", "CAPABILITIES a b", "CAPABILITIES a;b",
@@ -72,7 +72,7 @@ TEST(Prelude, CapabilitiesArePlainWordsOnly) {
     EXPECT_EQ(parseCapabilities(line), std::nullopt) << line;
 }
 
-TEST(Prelude, OnlyWhatBothHaveIsAgreedAndNothingBeyondTheLineIsTaken) {
+TEST(Handshake, OnlyWhatBothHaveIsAgreedAndNothingBeyondTheLineIsTaken) {
   const DescriptorPair in = makePipe();
   const DescriptorPair out = makePipe();
   const std::string heard = "QXRSYNC 2 X 77\nrest";
@@ -88,7 +88,7 @@ TEST(Prelude, OnlyWhatBothHaveIsAgreedAndNothingBeyondTheLineIsTaken) {
   EXPECT_STREQ(rest, "rest");
 }
 
-TEST(Prelude, StrangersAreQuotedInPrintableForm) {
+TEST(Handshake, StrangersAreQuotedInPrintableForm) {
   EXPECT_EQ(afterHearing(""), "the other end of the data channel closed it before the transfer");
   EXPECT_EQ(afterHearing("QXR"), "the other end of the data channel closed it after \"QXR\"");
   EXPECT_EQ(afterHearing(std::string("\x1f\0\xff\\\n", 5)),
@@ -99,7 +99,7 @@ TEST(Prelude, StrangersAreQuotedInPrintableForm) {
                 std::string(60, 'x') + "...\"");
 }
 
-TEST(Prelude, SilenceEndsAtTheDeadline) {
+TEST(Handshake, SilenceEndsAtTheDeadline) {
   const DescriptorPair in = makePipe();
   const DescriptorPair out = makePipe();
   try {
@@ -112,7 +112,7 @@ TEST(Prelude, SilenceEndsAtTheDeadline) {
   }
 }
 
-TEST(Prelude, StreamsAreHandedOverOnASocket) {
+TEST(Handshake, StreamsAreHandedOverOnASocket) {
   const DescriptorPair sockets = makeSocketPair();
   const DescriptorPair stream = makePipe();
   const int client = sockets.first.get();
@@ -135,7 +135,7 @@ TEST(Prelude, StreamsAreHandedOverOnASocket) {
   EXPECT_EQ(heard, 'x');
 }
 
-TEST(Prelude, AByteWithoutStreamsIsRefused) {
+TEST(Handshake, AByteWithoutStreamsIsRefused) {
   const DescriptorPair sockets = makeSocketPair();
   ASSERT_EQ(::write(sockets.first.get(), "", 1), 1);
   EXPECT_FALSE(

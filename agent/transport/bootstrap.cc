@@ -1,4 +1,4 @@
-#include "agent/transport/arrival.h"
+#include "agent/transport/bootstrap.h"
 
 namespace agent {
 
@@ -20,7 +20,7 @@ void replaceAll(std::string& text, const std::string& from, const std::string& t
 
 }  // namespace
 
-std::string arrivalCommand(uint64_t bytes, const std::string& sha256) {
+std::string bootstrapCommand(uint64_t bytes, const std::string& sha256) {
   // Plain POSIX shell of any age. Each step that fails says so in one line.
   std::string program =
       "D=@DIR@; export LC_ALL=C; umask 077; "
@@ -67,20 +67,20 @@ std::string arrivalCommand(uint64_t bytes, const std::string& sha256) {
       "QXA_TMPDIR=$D @LOADER@ --library-path @LIBRARIES@ @AGENT@ serve --stdio; r=$?; "
       "trap \"\" HUP PIPE INT TERM; "
       "up; rm -rf $D; exit $r";
-  replaceAll(program, "@DIR@", arrivalDir);
+  replaceAll(program, "@DIR@", kBootstrapDir);
   replaceAll(program, "@BYTES@", std::to_string(bytes));
   replaceAll(program, "@SHA256@", sha256);
-  replaceAll(program, "@LOADER@", bundleLoader);
-  replaceAll(program, "@LIBRARIES@", bundleLibraries);
-  replaceAll(program, "@AGENT@", bundleAgent);
-  replaceAll(program, "@GUARD@", bundleGuard);
+  replaceAll(program, "@LOADER@", kBundleLoader);
+  replaceAll(program, "@LIBRARIES@", kBundleLibraries);
+  replaceAll(program, "@AGENT@", kBundleAgent);
+  replaceAll(program, "@GUARD@", kBundleGuard);
   return asRoot(program);
 }
 
 std::string channelCommand(const std::string& token) {
-  return asRoot(std::string("echo \"") + channelBegins + "\"; QXA_TMPDIR=" + arrivalDir + " exec " +
-                bundleLoader + " --library-path " + bundleLibraries + " " + bundleAgent +
-                " channel " + token);
+  return asRoot(std::string("echo \"") + kChannelBegins + "\"; QXA_TMPDIR=" + kBootstrapDir +
+                " exec " + kBundleLoader + " --library-path " + kBundleLibraries + " " +
+                kBundleAgent + " channel " + token);
 }
 
 }  // namespace agent

@@ -1,0 +1,69 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+
+#include "agent/plan/plan_json.h"
+#include "agent/plan/plan_text.h"
+#include "agent/programs/commands.h"
+#include "agent/programs/planning.h"
+#include "agent/programs/server_command.h"
+#include "agent/system/last_error.h"
+#include "framework/errors.h"
+#include "host/file.h"
+#include "host/shell_vars.h"
+
+namespace agent {
+
+namespace {
+
+struct Settings {
+  ServerOptions server;
+  MeasureSettings measure;
+  std::string output;
+  bool json = false;
+};
+
+host::ShellVars variablesOf(const std::string& config) {
+  try {
+    return host::parseOwnShellVars(config, host::idAsWritten());
+  } catch (const std::exception& problem) {
+    throw std::runtime_error("the measurement: " + std::string(problem.what()));
+  }
+}
+
+int measure(const Settings& settings, MigrationView& view,
+            const std::shared_ptr<CancelToken>& cancel) {
+  Planning planning(settings.server.source, view, cancel);
+  const Measurement measurement = planning.measure(settings.measure);
+  const host::ShellVars config = variablesOf(measurement.config);
+  if (!settings.output.empty() &&
+      attempt([&]() { host::replaceFileDurably(settings.output, measurement.config, 0644); }) !=
+          0) {
+    throw std::runtime_error("--output: " + QXL::getErrorMessage());
+  }
+  const auto format = settings.json ? measurementJson : measurementText;
+  fputs(format(settings.server.source.address, measurement, config).c_str(), stdout);
+  return 0;
+}
+
+}  // namespace
+
+Run describeMeasure(CLI::App& app) {
+  const auto settings = std::make_shared<Settings>();
+  describeServer(app, settings->server);
+  describeMeasuring(app, settings->measure);
+  app.add_flag("--json", settings->json, "Print JSON");
+  app.add_option("--output", settings->output,
+                 "Write the computed configuration to this file, for --config");
+  app.footer(
+      "Exit status: 0 when measured, 1 when that failed, 64 for a wrong command line,\n"
+      "130 when it was cancelled.");
+  return [settings]() {
+    return withServer(
+        settings->server, true, kExitFailed,
+        [&](MigrationView& view, const auto& cancel) { return measure(*settings, view, cancel); });
+  };
+}
+
+}  // namespace agent

@@ -1,0 +1,57 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+
+#include "agent/plan/make_plan.h"
+#include "agent/plan/plan_json.h"
+#include "agent/plan/plan_text.h"
+#include "agent/programs/commands.h"
+#include "agent/programs/planning.h"
+#include "agent/programs/server_command.h"
+
+namespace agent {
+
+namespace {
+
+constexpr int kExitWarnings = 1;
+constexpr int kExitBlocked = 2;
+constexpr int kExitNoPlan = 3;
+
+struct Settings {
+  ServerOptions server;
+  MigrateOptions options;
+  MeasureSettings measure;
+  bool json = false;
+};
+
+int plan(Settings& settings, MigrationView& view, const std::shared_ptr<CancelToken>& cancel) {
+  Planning planning(settings.server.source, view, cancel);
+  const PlanFacts facts = planning.gather(settings.options, settings.measure);
+  const Plan made = makePlan(facts);
+  fputs((settings.json ? planJson : planText)(facts, made).c_str(), stdout);
+  if (made.verdict == Verdict::kBlocked) return kExitBlocked;
+  return made.verdict == Verdict::kReady ? 0 : kExitWarnings;
+}
+
+}  // namespace
+
+Run describePlan(CLI::App& app) {
+  const auto settings = std::make_shared<Settings>();
+  describeServer(app, settings->server);
+  describeContainer(app, settings->options);
+  describeMeasuring(app, settings->measure);
+  app.add_flag("--json", settings->json, "Print JSON");
+  app.footer(
+      "Nothing is changed on either side. Exit status: 0 ready, 1 ready with warnings,\n"
+      "2 blocked, 3 when no plan could be made, 64 for a wrong command line, 130 when\n"
+      "it was cancelled.");
+  return [settings]() {
+    // What is wrong in the options is told before the server is bothered.
+    if (!areUsable(settings->options, true)) return kExitUsage;
+    return withServer(
+        settings->server, true, kExitNoPlan,
+        [&](MigrationView& view, const auto& cancel) { return plan(*settings, view, cancel); });
+  };
+}
+
+}  // namespace agent

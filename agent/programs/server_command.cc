@@ -1,0 +1,154 @@
+#include "agent/programs/server_command.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <thread>
+
+#include "agent/framework/plugin.h"
+#include "agent/plan/survey_operator.h"
+#include "agent/programs/commands.h"
+#include "agent/programs/console.h"
+#include "agent/system/event.h"
+#include "agent/system/log_level.h"
+#include "agent/system/signals.h"
+#include "agent/verify/list_operator.h"
+#include "host/process_mark.h"
+#include "host/visible.h"
+
+namespace agent {
+
+namespace {
+
+// Cancels the migration at the first signal. A second one gives up the server's end,
+// which sees to itself; what was begun on this node is still undone.
+class CancelOnSignal {
+ public:
+  CancelOnSignal(int stopFd, std::shared_ptr<CancelToken> token)
+      : done_(newEvent()), thread_([this, stopFd, token]() {
+          pollfd entries[2] = {{stopFd, POLLIN, 0}, {done_.get(), POLLIN, 0}};
+          while (poll(entries, 2, -1) < 0) {
+          }
+          if (!entries[0].revents) return;
+          fprintf(stderr,
+                  "\nqxmigrate: stopping, and undoing what was done (press Ctrl-C again not to "
+                  "wait for the server)\n");
+          eventfd_t count;
+          eventfd_read(stopFd, &count);
+          token->cancel();
+          while (poll(entries, 2, -1) < 0) {
+          }
+          if (!entries[0].revents) return;
+          fprintf(stderr, "\nqxmigrate: not waiting for the server any longer\n");
+          token->abandon();
+        }) {}
+  ~CancelOnSignal() {
+    raiseEvent(done_);
+    thread_.join();
+  }
+
+ private:
+  host::Fd done_;
+  std::thread thread_;
+};
+
+int run(const ServerOptions& options, bool quiet, int failed, const ServerWork& work) {
+  host::markPrograms();
+  setLogLevel(1 + options.verbosity);
+  const int stopFd = catchStopSignals();
+  const auto cancel = std::make_shared<CancelToken>();
+  const Plugin plugin(options.library.empty() ? Plugin::defaultPath() : options.library);
+  registerSurveyOperator();
+  registerListOperator();
+  Console console(quiet);
+  const CancelOnSignal watcher(stopFd, cancel);
+  try {
+    return work(console, cancel);
+  } catch (const std::exception& problem) {
+    if (cancel->code() == kCancelledByUser) {
+      fprintf(stderr, "qxmigrate: cancelled\n");
+      return kExitCancelled;
+    }
+    fprintf(stderr, "qxmigrate: %s\n", host::visibleLines(problem.what()).c_str());
+    return failed;
+  }
+}
+
+}  // namespace
+
+void describeServer(CLI::App& app, ServerOptions& options) {
+  app.add_option("source", options.source.address,
+                 "The server: [user@]host[:port] or ssh://[user@]host[:port], reached by ssh;\n"
+                 "or unix:PATH of the socket of an agent that runs there already")
+      ->required();
+  app.add_option("--ssh-option", options.source.transportOptions,
+                 "Option for ssh, as after its -o; may be repeated")
+      ->allow_extra_args(false);
+  app.add_option("--library", options.library, "The plug-in to load");
+  app.add_flag("-v,--verbose", options.verbosity, "Log more; may be repeated");
+}
+
+void describeMeasuring(CLI::App& app, MeasureSettings& settings) {
+  app.add_option("--duration", settings.duration, "Seconds to measure for (5); 0 for one sample")
+      ->check(CLI::Range(0, 86400));
+  app.add_option("--interval", settings.interval, "Seconds between samples (1)")
+      ->check(CLI::Range(1, 86400));
+  app.add_option("--proc-scale", settings.procScale,
+                 "Factor for process, socket, memory and lock limits (1.0)")
+      ->check(CLI::Range(0.001, 1000.0));
+  app.add_option("--disk-scale", settings.diskScale, "Factor for disk limits (1.0)")
+      ->check(CLI::Range(0.001, 1000.0));
+}
+
+void describeContainer(CLI::App& app, MigrateOptions& options) {
+  app.add_option("--ctid", options.ctid, "Id of the container to make")->required();
+  app.add_option("--distribution", options.distribution,
+                 "The server's distribution, NAME-VERSION such as debian-12 (default: found out)");
+  app.add_option("--hostname", options.hostname, "Host name of the container (default: the same)");
+  app.add_option("--ip", options.addresses,
+                 "Address of the container, ADDRESS/PREFIX, \"dhcp\", or \"auto\" for one from\n"
+                 "the host's pool; may be repeated (default: the server's)")
+      ->allow_extra_args(false);
+  app.add_option("--nameserver", options.nameservers, "Name server; may be repeated")
+      ->allow_extra_args(false);
+  app.add_option("--searchdomain", options.searchDomains, "Search domain; may be repeated")
+      ->allow_extra_args(false);
+  app.add_option("--ostemplate", options.osTemplate, "Make the container from this OS template");
+  app.add_option("--diskspace", options.diskSpace,
+                 "Disk limit, 1024-byte blocks, SOFT:HARD (default: measured)");
+  app.add_option("--diskinodes", options.diskInodes, "Inode limit, SOFT:HARD (default: measured)");
+  app.add_option("--config", options.configFile,
+                 "Take the container's configuration from this file (NAME=\"value\" lines), such\n"
+                 "as \"qxmigrate measure --output\" writes; the options above override it");
+  app.add_option("--exclude", options.excludes,
+                 "Absolute path or pattern that is not copied; may be repeated")
+      ->allow_extra_args(false);
+  app.add_option("--stop-service", options.services,
+                 "Stop this service (a script in the server's /etc/init.d) before the second\n"
+                 "copy; it stays stopped when the migration succeeds; may be repeated")
+      ->allow_extra_args(false);
+}
+
+bool areUsable(MigrateOptions options, bool serverIsAsked) {
+  options.distributionRequired = !serverIsAsked;
+  try {
+    makeParams(options);
+    return true;
+  } catch (const std::exception& problem) {
+    fprintf(stderr, "qxmigrate: %s\n", host::visibleLines(problem.what()).c_str());
+    return false;
+  }
+}
+
+int withServer(const ServerOptions& options, bool quiet, int failed, const ServerWork& work) {
+  try {
+    return run(options, quiet, failed, work);
+  } catch (const std::exception& problem) {
+    fprintf(stderr, "qxmigrate: %s\n", host::visibleLines(problem.what()).c_str());
+    return failed;
+  }
+}
+
+}  // namespace agent

@@ -1,0 +1,46 @@
+// What the commands that talk to a server have in common.
+#ifndef QX_AGENT_PROGRAMS_SERVER_COMMAND_H
+#define QX_AGENT_PROGRAMS_SERVER_COMMAND_H
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "agent/plan/measurement.h"
+#include "agent/programs/migrate_options.h"
+#include "agent/programs/migration.h"
+#include "agent/system/cancel.h"
+#include "framework/haul_control.h"
+
+namespace CLI {
+class App;
+}
+
+namespace agent {
+
+/// How the server is reached.
+struct ServerOptions {
+  QXL::QXLConnectionInfo source;
+  std::string library;
+  int verbosity = 0;
+};
+
+/// Each adds its options to a command. Those must live as long as `app`.
+void describeServer(CLI::App& app, ServerOptions& options);
+void describeMeasuring(CLI::App& app, MeasureSettings& settings);
+void describeContainer(CLI::App& app, MigrateOptions& options);
+
+/// Whether parameters can be made of the options; says what is wrong on standard error if
+/// not. A missing distribution is not wrong where the server will be asked for it.
+bool areUsable(MigrateOptions options, bool serverIsAsked);
+
+using ServerWork = std::function<int(MigrationView& view, const std::shared_ptr<CancelToken>&)>;
+
+/// Runs `work` with the plug-in loaded and stop signals cancelling it, and returns what it
+/// returns; kExitCancelled when it throws because of that, `failed` when it throws for
+/// another reason, which is printed. quiet: the view shows nothing.
+int withServer(const ServerOptions& options, bool quiet, int failed, const ServerWork& work);
+
+}  // namespace agent
+
+#endif
