@@ -170,7 +170,7 @@ void parse(char which, const std::string& text) {
       return address(text);
     default:
       agent::explainSshFailure("root@old", text, 255 << 8);
-      agent::explainArrivalFailure("root@old", text.substr(0, text.find(' ')), text);
+      agent::explainBootstrapFailure("root@old", text.substr(0, text.find(' ')), text);
       host::parseMountTable(text);
       host::parseMountInfo(text);
   }
