@@ -15,9 +15,9 @@
 #include <thread>
 
 #include "agent/plan/amounts.h"
-#include "agent/plan/survey.h"
+#include "agent/plan/survey_mounts.h"
 #include "agent/system/last_error.h"
-#include "host/file.h"
+#include "host/mounts.h"
 
 namespace agent {
 
@@ -73,8 +73,8 @@ long long countOpenFiles(const std::string& proc) {
 
 std::vector<std::string> deadMounts(std::chrono::milliseconds patience) {
   const auto asked = std::make_shared<Asked>();
-  for (const MountLine& mount : parseMounts(host::readFile("/proc/self/mounts").value_or(""))) {
-    if (mayBeSilent(mount.type)) asked->silent.insert(mount.mountPoint);
+  for (const host::MountInfo& mount : host::currentMounts()) {
+    if (mayBeSilent(mount.type)) asked->silent.insert(mount.point);
   }
   std::unique_lock lock(asked->mutex);
   for (const std::string& point : asked->silent) {

@@ -16,7 +16,7 @@
 #include "agent/plan/measured_config.h"
 #include "agent/plan/measurement.h"
 #include "agent/plan/records_json.h"
-#include "agent/plan/survey.h"
+#include "agent/plan/survey_facts.h"
 #include "agent/transport/caller.h"
 #include "agent/transport/ssh_address.h"
 #include "agent/transport/ssh_problem.h"
@@ -26,6 +26,7 @@
 #include "agent/wire/message.h"
 #include "agent/wire/protocol.h"
 #include "framework/env_manager.h"
+#include "host/mounts.h"
 #include "host/visible.h"
 
 namespace {
@@ -137,9 +138,10 @@ void visible(const std::string& text) {
 }
 
 void address(const std::string& text) {
-  const auto found = agent::parseSshAddress(text);
+  // Throws for what is none.
+  const agent::SshAddress found = agent::parseSshAddress(text);
   // ssh would take it for an option.
-  if (found) require(!found->target().starts_with("-") && !found->host.empty());
+  require(!found.target().starts_with("-") && !found.host.empty());
 }
 
 void parse(char which, const std::string& text) {
@@ -168,8 +170,9 @@ void parse(char which, const std::string& text) {
       return address(text);
     default:
       agent::explainSshFailure("root@old", text, 255 << 8);
-      agent::explainArrivalFailure("root@old", text.substr(0, text.find(' ')), text);
-      agent::parseMounts(text);
+      agent::explainBootstrapFailure("root@old", text.substr(0, text.find(' ')), text);
+      host::parseMountTable(text);
+      host::parseMountInfo(text);
   }
 }
 
