@@ -30,7 +30,7 @@ namespace {
 
 constexpr long long kLongestMeasurement = 86400;  // seconds
 // Longer than a server of files takes that is there, if busy.
-constexpr std::chrono::seconds kMountPatience(5);
+constexpr std::chrono::seconds kMountTimeout(5);
 
 void check(const MeasureSettings& settings) {
   const auto refuse = [](const std::string& what) { throw std::runtime_error(what); };
@@ -166,7 +166,7 @@ Measurement measureHere(const MeasureSettings& settings) {
   QXHWCalc::PhysParams params;
   char text[sizeof(QXHWCalc::errorText)] = {};
   std::uint32_t code;
-  const std::vector<std::string> dead = deadMounts(kMountPatience);
+  const std::vector<std::string> dead = deadMounts(kMountTimeout);
   {
     const auto run = [&]() {
       const Companion companion(settings.duration);
