@@ -107,7 +107,8 @@ void Receiver::Work::greet() {
   Buffer payload;
   const auto header = reader_.read(payload);
   if (!header) throw ProtocolError("the other end of the data channel closed it");
-  if (header->kind != Kind::kHello) throw ProtocolError("the other end did not begin with a greeting");
+  if (header->kind != Kind::kHello)
+    throw ProtocolError("the other end did not begin with a greeting");
   const SenderHello theirs = takeSenderHello(payload.view());
   const std::scoped_lock lock(mutex_);
   for (unsigned i = 0; i < theirs.lanes; ++i) lanes_.push_back(std::make_unique<Lane>(copy_));

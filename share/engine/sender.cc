@@ -105,7 +105,8 @@ void Sender::greet() {
   Buffer payload;
   const auto header = reader_.read(payload);
   if (!header) throw ProtocolError("the other end of the data channel closed it");
-  if (header->kind != Kind::kHello) throw ProtocolError("the other end did not begin with a greeting");
+  if (header->kind != Kind::kHello)
+    throw ProtocolError("the other end did not begin with a greeting");
   const ReceiverHello theirs = takeReceiverHello(payload.view());
   for (const std::string& pattern : theirs.patterns)
     if (!Rules::understands(pattern))
