@@ -7,9 +7,10 @@
 
 nothing_arrived() { on_server test ! -e /var/qxagent.tmp; }
 
-# told KIND: the limits of this kind that setquota was told, as qxquota lists them.
+# told KIND: the limits of this kind that setquota was told, as qxquota lists them. Those
+# of who owns nothing arrive only where a plan has asked the server for them.
 told() {
-  awk -v kind="$1" '($1 == "limits" || $1 == "idle") && $2 == kind { print kind, $3, $4, $5, $6, $7 }' \
+  awk -v kind="$1" '$1 == "limits" && $2 == kind { print kind, $3, $4, $5, $6, $7 }' \
     "$QX_E2E/quotas/told" | sort -k2n
 }
 arrived() { awk -v kind="$1" '$1 == kind && NF == 10 { print kind, $2, $4, $5, $8, $9 }' "$work/table"; }
