@@ -29,7 +29,8 @@ MAY_SEE = {
 }
 # The calculator's entry is an interface for agents.
 MAY_SEE["agent/plan"].append("hwcalc")
-# Listing and comparing trees is what the copy engine does, too.
+# A comparison needs no plan. Listing and comparing trees is what the copy engine does, too.
+MAY_SEE["agent/verify"].remove("agent/plan")
 MAY_SEE["agent/verify"].append("share")
 FOLDERS = [*MAY_SEE, "framework"]
 
