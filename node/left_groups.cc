@@ -30,7 +30,7 @@ std::vector<pid_t> processesIn(const std::string& group) {
   if (!isDirectory(group)) return found;
   try {
     for (const std::string& name : listDirectory(group)) {
-      const std::string below = group + "/" + name;
+      const std::string below = textf("%s/%s", group.c_str(), name.c_str());
       if (!isDirectory(below)) continue;
       const std::vector<pid_t> more = processesIn(below);
       found.insert(found.end(), more.begin(), more.end());
@@ -46,7 +46,8 @@ bool removed(const std::string& group) {
   if (!isDirectory(group)) return true;
   try {
     for (const std::string& name : listDirectory(group)) {
-      if (isDirectory(group + "/" + name)) removed(group + "/" + name);
+      const std::string below = textf("%s/%s", group.c_str(), name.c_str());
+      if (isDirectory(below)) removed(below);
     }
   } catch (const Error&) {
     if (isDirectory(group)) throw;

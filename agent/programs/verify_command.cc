@@ -44,7 +44,7 @@ host::MigrationRecord recordOf(const host::Container& container) {
     throw std::runtime_error(
         textf("container %u was not made by a migration of this host", container.id));
   }
-  const host::MigrationRecord record = host::readJournal(name).record;
+  host::MigrationRecord record = host::readJournal(name).record;
   if (record.state != host::MigrationState::kSucceeded) {
     throw std::runtime_error(textf("the migration %s did not come to its end: it is '%s'",
                                    name.c_str(), standingOf(record).c_str()));
