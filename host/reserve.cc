@@ -29,9 +29,4 @@ int reservePercent(const ShellVars& settings) {
   return percent;
 }
 
-long long reserveOf(long long total, int percent) {
-  if (total <= 0) return 0;
-  return total / 100 * percent + (total % 100 * percent + 99) / 100;
-}
-
 }  // namespace host

@@ -11,8 +11,12 @@ namespace host {
 /// it is not a whole number from 0 to 50.
 int reservePercent(const ShellVars& settings);
 
-/// That many percent of `total`, rounded up. 0 for less than nothing.
-long long reserveOf(long long total, int percent);
+/// That many percent of `total`, rounded up. 0 for less than nothing. Also for the program
+/// that watches the copy, which has nothing else of this.
+inline long long reserveOf(long long total, int percent) {
+  if (total <= 0) return 0;
+  return total / 100 * percent + (total % 100 * percent + 99) / 100;
+}
 
 }  // namespace host
 

@@ -23,6 +23,18 @@ CgroupLayout layoutOf(const std::vector<MountInfo>& mounts) {
   return layout;
 }
 
+std::vector<CgroupLine> parseCgroupLines(std::string_view text) {
+  std::vector<CgroupLine> parsed;
+  for (const std::string_view line : splitLines(text)) {
+    const size_t first = line.find(':');
+    const size_t second = first == line.npos ? line.npos : line.find(':', first + 1);
+    if (second == line.npos) continue;
+    parsed.push_back({std::string(line.substr(first + 1, second - first - 1)),
+                      std::string(line.substr(second + 1))});
+  }
+  return parsed;
+}
+
 std::string limitGroupName(unsigned id) { return textf("lxc.payload.qx-%u", id); }
 
 std::string monitorGroupName(unsigned id) { return textf("lxc.monitor.qx-%u", id); }
@@ -30,16 +42,11 @@ std::string monitorGroupName(unsigned id) { return textf("lxc.monitor.qx-%u", id
 std::optional<std::string> limitGroupOf(std::string_view cgroups, std::string_view controller,
                                         unsigned id) {
   const std::string name = "/" + limitGroupName(id);
-  for (const std::string_view line : splitLines(cgroups)) {
-    // "4:cpu,cpuacct:/path", and "0::/path" of the second generation.
-    const size_t first = line.find(':');
-    const size_t second = first == line.npos ? line.npos : line.find(':', first + 1);
-    if (second == line.npos) continue;
-    const std::string names = "," + std::string(line.substr(first + 1, second - first - 1)) + ",";
+  for (const CgroupLine& line : parseCgroupLines(cgroups)) {
+    const std::string names = "," + line.controllers + ",";
     if (names.find("," + std::string(controller) + ",") == names.npos) continue;
-    const std::string path(line.substr(second + 1));
-    const size_t at = (path + "/").find(name + "/");
-    if (at != path.npos) return path.substr(0, at + name.size());
+    const size_t at = (line.path + "/").find(name + "/");
+    if (at != std::string::npos) return line.path.substr(0, at + name.size());
   }
   return std::nullopt;
 }

@@ -26,6 +26,14 @@ struct CgroupLayout {
   std::set<std::string> v2;  ///< its controllers
 };
 
+/// A line of a text like /proc/PID/cgroup: "4:cpu,cpuacct:/path", and "0::/path" of the
+/// second generation.
+struct CgroupLine {
+  std::string controllers;
+  std::string path;
+};
+std::vector<CgroupLine> parseCgroupLines(std::string_view text);
+
 /// The name of the group that a container's limits lie on. The group that the guest
 /// sees as its root is below, so that nothing inside can change them.
 std::string limitGroupName(unsigned id);

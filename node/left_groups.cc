@@ -59,18 +59,14 @@ bool removed(const std::string& group) {
 
 GroupPlaces groupPlaces(const CgroupLayout& layout, std::string_view firstProcess, unsigned id) {
   GroupPlaces places;
-  for (const std::string_view line : splitLines(firstProcess)) {
-    const size_t first = line.find(':');
-    const size_t second = first == line.npos ? line.npos : line.find(':', first + 1);
-    if (second == line.npos) continue;
-    const std::string controllers(line.substr(first + 1, second - first - 1));
+  for (const auto& [controllers, path] : parseCgroupLines(firstProcess)) {
     // Controllers that share a hierarchy share its mount.
     const auto v1 = layout.v1.find(controllers.substr(0, controllers.find(',')));
     const std::string mount = controllers.empty()     ? layout.v2Mount
                               : v1 != layout.v1.end() ? v1->second
                                                       : "";
     if (mount.empty()) continue;
-    std::string base(line.substr(second + 1));
+    std::string base = path;
     // systemd is in a group of its own, which LXC leaves.
     constexpr std::string_view kInitScope = "/init.scope";
     if (base.ends_with(kInitScope)) base.resize(base.size() - kInitScope.size());

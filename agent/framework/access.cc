@@ -5,6 +5,7 @@
 
 #include "agent/system/last_error.h"
 #include "agent/transport/connect.h"
+#include "agent/wire/message_fields.h"
 #include "framework/errors.h"
 #include "framework/operators.h"
 
@@ -19,6 +20,16 @@ AccessPolicy::AccessPolicy() : allowed_{0, static_cast<long>(geteuid())} {}
 
 bool AccessPolicy::permits(const QXL::QXLClientContext& client, int right) const {
   return right == kMigrateRight && allowed_.count(client.uid) != 0;
+}
+
+bool mayMigrate(const boost::intrusive_ptr<QXL::QXLMessageIterator>& out) {
+  if (QXL::QXLAccessChecker::accessCheck(QXL::QXLAccessChecker::getClientContext(),
+                                         QXL::QXLConfiguration::getLocalEID(),
+                                         kMigrateRight) == 0) {
+    return true;
+  }
+  QXL::addError(out, QXL::QXLErrors, kAccessDenied, QXL::getErrorMessage());
+  return false;
 }
 
 boost::shared_ptr<QXL::QXLRequestTransport> ControlAccess::getTransport(const QXL::QXLEID& eid) {

@@ -27,6 +27,9 @@ class AccessPolicy {
 /// The right that running a migration's stages takes.
 constexpr int kMigrateRight = 72;
 
+/// Whether whoever sent the current request has it; if not, `out` says so.
+bool mayMigrate(const boost::intrusive_ptr<QXL::QXLMessageIterator>& out);
+
 /// The provider of a controller: its requests report to one context and go to the
 /// local agent.
 class ControlAccess : public QXL::QXLAccessProviderPrototype {

@@ -1,13 +1,11 @@
 #include "agent/plan/exclusions.h"
 
+#include "agent/framework/always_excluded.h"
 #include "agent/plan/survey_mounts.h"
 
 namespace agent {
 
 namespace {
-
-constexpr const char* kLastlog = "/var/log/lastlog";
-constexpr const char* kLastlogReason = "last logins, in a file that may be huge and sparse";
 
 std::vector<std::string> pathsOf(const std::vector<PlannedExclude>& excludes) {
   std::vector<std::string> paths;
@@ -24,7 +22,9 @@ std::string reasonFor(const MeasuredExclude& exclude, const Survey& survey) {
     return (mount.remote ? "on another machine: " : "not a disk of the server: ") + mount.type +
            " from " + mount.device;
   }
-  if (path == kLastlog) return kLastlogReason;
+  for (const AlwaysExcluded& one : kAlwaysExcluded) {
+    if (exclude.path == one.pattern) return one.reason;
+  }
   return exclude.decided ? "mounted on demand, removable, or a second view of other files"
                          : "made by the kernel or kept in memory";
 }
@@ -53,10 +53,7 @@ std::vector<PlannedExclude> plannedExcludes(const PlanFacts& facts) {
     add(pattern, reasonFor({pattern, true}, facts.survey));
   }
   for (const SwapFile& swap : facts.survey.swapFiles) add(swap.path, "swap file in use");
-  add("/proc/*", "made by the kernel or kept in memory");
-  add("/sys/*", "made by the kernel or kept in memory");
-  add(kLastlog, kLastlogReason);
-  add("/var/qxagent.tmp", "the agent itself");
+  for (const AlwaysExcluded& one : kAlwaysExcluded) add(one.pattern, one.reason);
   return list;
 }
 

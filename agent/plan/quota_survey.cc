@@ -14,6 +14,7 @@
 #include <set>
 #include <sstream>
 
+#include "host/accounts.h"
 #include "host/file.h"
 
 namespace agent {
@@ -76,17 +77,7 @@ class Kernel {
 
 // The ids in /etc/passwd or /etc/group.
 std::set<uint32_t> accounts(bool group) {
-  std::set<uint32_t> ids;
-  std::istringstream lines(host::readFile(group ? "/etc/group" : "/etc/passwd").value_or(""));
-  for (std::string line; std::getline(lines, line);) {
-    std::istringstream fields(line);
-    std::string name, password, id;
-    std::getline(fields, name, ':');
-    std::getline(fields, password, ':');
-    std::getline(fields, id, ':');
-    if (!id.empty()) ids.insert(static_cast<uint32_t>(strtoul(id.c_str(), nullptr, 10)));
-  }
-  return ids;
+  return host::parseAccountIds(host::readFile(group ? "/etc/group" : "/etc/passwd").value_or(""));
 }
 
 void surveyOwners(const Kernel& kernel, bool group, bool reported, SurveyedQuotas& quotas) {

@@ -9,6 +9,7 @@
 
 #include "agent/plan/survey_mounts.h"
 #include "agent/plan/survey_services.h"
+#include "host/accounts.h"
 #include "host/file.h"
 #include "host/mounts.h"
 
@@ -18,16 +19,11 @@ namespace {
 
 // The largest id of a file of accounts, which may own no file yet.
 void surveyAccounts(const char* path, long long& largest, std::string& where) {
-  std::istringstream lines(host::readFile(path).value_or(""));
-  for (std::string line; std::getline(lines, line);) {
-    std::istringstream fields(line);
-    std::string name, password, id;
-    std::getline(fields, name, ':');
-    std::getline(fields, password, ':');
-    std::getline(fields, id, ':');
-    const long long number = strtoll(id.c_str(), nullptr, 10);
-    if (number <= largest || number >= 4294967294LL) continue;
-    largest = number;
+  for (const uint32_t id : host::parseAccountIds(host::readFile(path).value_or(""))) {
+    // The last two mean nobody.
+    constexpr uint32_t kNobody = 4294967294U;
+    if (id <= largest || id >= kNobody) continue;
+    largest = id;
     where = path;
   }
 }

@@ -5,9 +5,7 @@
 
 #include "agent/framework/access.h"
 #include "agent/plan/records_json.h"
-#include "agent/transport/request.h"
 #include "agent/wire/bounded_json.h"
-#include "agent/wire/channels.h"
 #include "agent/wire/message.h"
 #include "agent/wire/message_fields.h"
 #include "agent/wire/operator_registry.h"
@@ -55,11 +53,7 @@ class SurveyOperator : public QXL::QXLOperatorFunctionalPrototype {
 
   template <class Request, class Function>
   void serve(const Iterator& in, const Iterator& out, Function function) {
-    if (QXL::QXLAccessChecker::accessCheck(QXL::QXLAccessChecker::getClientContext(),
-                                           QXL::QXLConfiguration::getLocalEID(),
-                                           kMigrateRight) != 0) {
-      return QXL::addError(out, QXL::QXLErrors, 414, QXL::getErrorMessage());
-    }
+    if (!mayMigrate(out)) return;
     Request request;
     try {
       std::string text;
@@ -92,19 +86,7 @@ void registerSurveyOperator() {
 
 SurveyClient::SurveyClient(QXL::QXLRequestTransport& transport,
                            QXL::QXLProgressHandlerPrototype* handler, CancelToken* cancel)
-    : transport_(transport), handler_(handler), cancel_(cancel), session_(newToken()) {
-  std::string answer;
-  if (send(kMethodCreate, "", answer) != 0) throw std::runtime_error(answer);
-}
-
-SurveyClient::~SurveyClient() {
-  // Whoever gives up leaves, which ends the session too: an agent that is out of
-  // reach is not waited for.
-  if (cancel_ && cancel_->isCancelled()) return;
-  cancel_ = nullptr;
-  std::string answer;
-  send(kMethodFinish, "", answer);
-}
+    : client_(transport, kSurveyOperator, handler, cancel), cancel_(cancel) {}
 
 Measurement SurveyClient::measure(const MeasureSettings& settings) {
   Measurement measurement;
@@ -131,8 +113,10 @@ ClaimedIdentity SurveyClient::identify() {
 }
 
 nlohmann::json SurveyClient::ask(const std::string& method, const nlohmann::json& request) {
+  Message asked;
+  asked.putValueBase64(toText(request), kFieldSurvey);
   std::string answer;
-  if (send(method, toText(request), answer) != 0) throw std::runtime_error(answer);
+  client_.ask(method, asked)->getValueBase64(answer, kFieldSurvey);
   // Lists of mounts, files and services; not more than any server has.
   constexpr JsonLimits kLimits{8, 200000};
   try {
@@ -141,30 +125,6 @@ nlohmann::json SurveyClient::ask(const std::string& method, const nlohmann::json
     throw std::runtime_error("the server's answer to '" + method +
                              "' is not acceptable: " + problem.what());
   }
-}
-
-// `answer` receives the result's text, or the error's.
-int SurveyClient::send(const std::string& method, const std::string& text, std::string& answer) {
-  boost::intrusive_ptr<Message> in(new Message());
-  in->putValueBase64(text, kFieldSurvey);
-  Request request;
-  request.session = session_;
-  request.operatorName = kSurveyOperator;
-  request.method = method;
-  request.body = in->body();
-  nlohmann::json body;
-  if (const int failed = transport_.call(request, body, handler_, cancel_)) {
-    answer = QXL::getErrorMessage();
-    return failed;
-  }
-  Message out(std::move(body));
-  if (const auto error = out.firstError()) {
-    answer = error->second;
-    return error->first == 0 ? -1 : error->first;
-  }
-  answer.clear();
-  out.getValueBase64(answer, kFieldSurvey);
-  return 0;
 }
 
 }  // namespace agent

@@ -9,7 +9,7 @@
 #include "agent/plan/measurement.h"
 #include "agent/plan/survey.h"
 #include "agent/system/cancel.h"
-#include "agent/transport/transport.h"
+#include "agent/transport/operator_client.h"
 
 namespace agent {
 
@@ -32,9 +32,6 @@ class SurveyClient {
  public:
   SurveyClient(QXL::QXLRequestTransport& transport, QXL::QXLProgressHandlerPrototype* handler,
                CancelToken* cancel);
-  ~SurveyClient();
-  SurveyClient(const SurveyClient&) = delete;
-  SurveyClient& operator=(const SurveyClient&) = delete;
 
   Measurement measure(const MeasureSettings& settings);
   Survey survey(const SurveyRequest& request);
@@ -43,12 +40,9 @@ class SurveyClient {
 
  private:
   nlohmann::json ask(const std::string& method, const nlohmann::json& request);
-  int send(const std::string& method, const std::string& text, std::string& answer);
 
-  QXL::QXLRequestTransport& transport_;
-  QXL::QXLProgressHandlerPrototype* handler_;
+  OperatorClient client_;
   CancelToken* cancel_;
-  std::string session_;
 };
 
 }  // namespace agent

@@ -1,12 +1,12 @@
 #include "agent/programs/planning.h"
 
-#include <chrono>
 #include <stdexcept>
 
 #include "agent/plan/disk_limits.h"
 #include "agent/plan/exclusions.h"
 #include "agent/plan/measured_config.h"
 #include "agent/plan/survey_operator.h"
+#include "agent/programs/shown_step.h"
 #include "agent/transport/connect.h"
 #include "framework/env_manager.h"
 #include "framework/errors.h"
@@ -30,25 +30,6 @@ class ViewHandler : public QXL::QXLProgressHandlerPrototype {
  private:
   MigrationView& view_;
 };
-
-// Shows a step like a stage.
-template <class Function>
-auto shown(MigrationView& view, const char* step, Function function) {
-  const auto began = std::chrono::steady_clock::now();
-  const auto end = [&](int result) {
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
-    view.stageEnds(step, result, took.count());
-  };
-  view.stageBegins(step);
-  try {
-    auto result = function();
-    end(0);
-    return result;
-  } catch (...) {
-    end(-1);
-    throw;
-  }
-}
 
 CurrentRequest requestOf(const std::shared_ptr<CancelToken>& cancel) {
   CurrentRequest request;

@@ -1,7 +1,6 @@
 #include "agent/programs/verify_command.h"
 
 #include <CLI/CLI.hpp>
-#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <stdexcept>
@@ -9,6 +8,7 @@
 #include "agent/journal/journal_text.h"
 #include "agent/programs/commands.h"
 #include "agent/programs/server_command.h"
+#include "agent/programs/shown_step.h"
 #include "agent/verify/list_operator.h"
 #include "agent/verify/verify_text.h"
 #include "host/clock.h"
@@ -97,21 +97,10 @@ Moments momentsOf(const host::MigrationRecord& record) {
 TreeComparison compare(const host::Container& container, const host::MigrationRecord& record,
                        Planning& planning, MigrationView& view, CancelToken& cancel) {
   const MountedTree tree(container);
-  const auto began = std::chrono::steady_clock::now();
-  const auto end = [&](int result) {
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
-    view.stageEnds("verify", result, took.count());
-  };
-  view.stageBegins("verify");
-  try {
-    TreeComparison found = compareWithServer(
-        planning.transport(), {tree.path(), record.excludes, momentsOf(record)}, cancel);
-    end(0);
-    return found;
-  } catch (...) {
-    end(-1);
-    throw;
-  }
+  return shown(view, "verify", [&] {
+    return compareWithServer(planning.transport(),
+                             {tree.path(), record.excludes, momentsOf(record)}, cancel);
+  });
 }
 
 int verify(const Settings& options, MigrationView& view,

@@ -15,7 +15,7 @@
 
 #include "agent/framework/access.h"
 #include "agent/system/event.h"
-#include "agent/transport/request.h"
+#include "agent/transport/operator_client.h"
 #include "agent/verify/compare_lists.h"
 #include "agent/verify/tree_list.h"
 #include "agent/wire/bounded_json.h"
@@ -52,11 +52,7 @@ class ListOperator : public QXL::QXLOperatorFunctionalPrototype {
   void nothing(const Iterator&, const Iterator&) {}
 
   void list(const Iterator& in, const Iterator& out) {
-    if (QXL::QXLAccessChecker::accessCheck(QXL::QXLAccessChecker::getClientContext(),
-                                           QXL::QXLConfiguration::getLocalEID(),
-                                           kMigrateRight) != 0) {
-      return QXL::addError(out, QXL::QXLErrors, kAccessDenied, QXL::getErrorMessage());
-    }
+    if (!mayMigrate(out)) return;
     const CurrentRequest* current = CurrentRequest::get();
     std::string token, excludes;
     if (in->getValueBase64(token, kFieldChannel) != 0 || !current || !current->channels) {
@@ -117,29 +113,12 @@ Edits editsOf(const std::string& tree) {
 }
 
 /// Asks for the list; it comes through the channel. Throws the server's reason.
-void askForList(QXL::QXLRequestTransport& transport, const std::string& session,
-                const std::string& token, const std::vector<std::string>& excludes,
-                CancelToken& cancel) {
-  const auto send = [&](const char* method, const boost::intrusive_ptr<Message>& in) {
-    Request request;
-    request.session = session;
-    request.operatorName = kListOperator;
-    request.method = method;
-    request.body = in->body();
-    nlohmann::json body;
-    if (transport.call(request, body, nullptr, &cancel) != 0) {
-      throw std::runtime_error(QXL::getErrorMessage());
-    }
-    if (const auto error = Message(std::move(body)).firstError()) {
-      throw std::runtime_error(error->second);
-    }
-  };
-  send(kMethodCreate, new Message());
-  boost::intrusive_ptr<Message> list(new Message());
-  list->putValueBase64(token, kFieldChannel);
-  list->putValueBase64(nlohmann::json(excludes).dump(), kFieldExcludes);
-  send(kMethodList, list);
-  send(kMethodFinish, new Message());
+void askForList(QXL::QXLRequestTransport& transport, const std::string& token,
+                const std::vector<std::string>& excludes, CancelToken& cancel) {
+  Message list;
+  list.putValueBase64(token, kFieldChannel);
+  list.putValueBase64(nlohmann::json(excludes).dump(), kFieldExcludes);
+  OperatorClient(transport, kListOperator, nullptr, &cancel).ask(kMethodList, list);
 }
 
 }  // namespace
@@ -191,8 +170,8 @@ TreeComparison compareWithServer(QXL::QXLRequestTransport& transport, const Comp
     if (!whole) stop.cancel();
     own.first.reset();
   });
-  const bool asked = problem.guard(
-      [&] { askForList(transport, newToken(), far->token(), request.excludes, stop); });
+  const bool asked =
+      problem.guard([&] { askForList(transport, far->token(), request.excludes, stop); });
   answered = true;
   if (!asked) stop.cancel();
   reading.join();

@@ -18,6 +18,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "agent/framework/always_excluded.h"
 #include "agent/verify/tree_entry.h"
 #include "host/file.h"
 #include "share/engine/attributes.h"
@@ -254,10 +255,7 @@ void listTree(const std::string& top, const engine::Rules& rules, int to,
 }
 
 engine::Rules rulesFor(std::vector<std::string> excludes) {
-  // What the migration leaves out of every copy.
-  for (const char* always : {"/proc/*", "/sys/*", "/var/log/lastlog", "/var/qxagent.tmp"}) {
-    excludes.emplace_back(always);
-  }
+  for (const AlwaysExcluded& one : kAlwaysExcluded) excludes.emplace_back(one.pattern);
   for (const std::string& pattern : excludes) {
     if (engine::Rules::understands(pattern)) continue;
     throw std::runtime_error("what the exclusion '" + pattern +

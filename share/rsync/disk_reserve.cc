@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/reserve.h"
 #include "share/rsync/failure.h"
 
 namespace qxrsync {
@@ -16,9 +17,9 @@ namespace {
 constexpr int kWhole = 100;  // percent
 constexpr std::uint64_t kMebibyte = 1024 * 1024;
 
+// As the plan reckons it.
 std::uint64_t reserveOf(std::uint64_t total, int percent) {
-  const auto share = static_cast<std::uint64_t>(percent);
-  return total / kWhole * share + total % kWhole * share / kWhole;
+  return static_cast<std::uint64_t>(host::reserveOf(static_cast<long long>(total), percent));
 }
 
 }  // namespace

@@ -1,21 +1,8 @@
 // Replays the corpus of the parser's fuzz target.
+#include "support/corpus.h"
+
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <filesystem>
-
-#include "support/temp_tree.h"
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
-
 TEST(ConfParserCorpus, EveryInputParsesSavesAndParsesToTheSame) {
-  int inputs = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(QX_CORPUS_DIR)) {
-    SCOPED_TRACE(entry.path().string());
-    const std::string text = test_support::readFile(entry.path());
-    EXPECT_EQ(
-        LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()), 0);
-    ++inputs;
-  }
-  EXPECT_GE(inputs, 8);
+  test_support::replayCorpus(QX_CORPUS_DIR, LLVMFuzzerTestOneInput);
 }
