@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
@@ -12,6 +14,7 @@
 #include "framework/errors.h"
 #include "host/file.h"
 #include "host/shell_vars.h"
+#include "host/visible.h"
 
 namespace agent {
 
@@ -30,6 +33,13 @@ host::ShellVars variablesOf(const std::string& config) {
   } catch (const std::exception& problem) {
     throw std::runtime_error("the measurement: " + std::string(problem.what()));
   }
+}
+
+// What is there is replaced, which a device would not survive. Told before the server is
+// bothered.
+bool canReplace(const std::string& path) {
+  struct stat found;
+  return path.empty() || lstat(path.c_str(), &found) != 0 || S_ISREG(found.st_mode);
 }
 
 int measure(const Settings& settings, MigrationView& view,
@@ -60,6 +70,11 @@ Run describeMeasure(CLI::App& app) {
       "Exit status: 0 when measured, 1 when that failed, 64 for a wrong command line,\n"
       "130 when it was cancelled.");
   return [settings]() {
+    if (!canReplace(settings->output)) {
+      fprintf(stderr, "qxmigrate: --output '%s' is not a file\n",
+              host::visibleLine(settings->output).c_str());
+      return kExitUsage;
+    }
     return withServer(
         settings->server, true, kExitFailed,
         [&](MigrationView& view, const auto& cancel) { return measure(*settings, view, cancel); });

@@ -113,6 +113,11 @@ TEST(Programs, MeasuringPrintsAndWritesAConfigurationThatAPlanTakes) {
     EXPECT_THAT(written, HasSubstr("NUMPROC=\"300:300\"\n"));
     EXPECT_THAT(written, HasSubstr("DISKSPACE=\"4000000:4400000\"\n"));
 
+    // Renaming a file over a device would be the end of it.
+    const Answer device = qxmigrate("measure", "--duration 0 --output /tmp");
+    EXPECT_EQ(device.status, 64);
+    EXPECT_EQ(device.err, "qxmigrate: --output '/tmp' is not a file\n");
+
     const Answer scaled =
         qxmigrate("measure", "--duration 0 --proc-scale 2 --disk-scale 0.5 --json");
     EXPECT_EQ(scaled.status, 0) << scaled.err;
