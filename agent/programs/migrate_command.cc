@@ -19,9 +19,7 @@ namespace agent {
 
 namespace {
 
-constexpr int kExitBlocked = 2;
-
-struct Settings {
+struct MigrateSettings {
   ServerOptions server;
   MigrateOptions options;
   MeasureSettings measure;
@@ -32,7 +30,8 @@ struct Settings {
   bool quiet = false;
 };
 
-int tellEnd(const Settings& settings, const MigrationResult& result, const CancelToken& cancel) {
+int tellEnd(const MigrateSettings& settings, const MigrationResult& result,
+            const CancelToken& cancel) {
   if (result.succeeded) {
     if (!settings.quiet) printf("Container %lld is ready.\n", settings.options.ctid);
     return 0;
@@ -47,7 +46,7 @@ int tellEnd(const Settings& settings, const MigrationResult& result, const Cance
 }
 
 // Says what it finds.
-bool isVerified(const Settings& settings, Planning& planning, MigrationView& view,
+bool isVerified(const MigrateSettings& settings, Planning& planning, MigrationView& view,
                 CancelToken& cancel) {
   const long long ctid = settings.options.ctid;
   TreeComparison found;
@@ -66,7 +65,8 @@ bool isVerified(const Settings& settings, Planning& planning, MigrationView& vie
   return false;
 }
 
-int migrate(Settings& settings, MigrationView& view, const std::shared_ptr<CancelToken>& cancel) {
+int migrate(MigrateSettings& settings, MigrationView& view,
+            const std::shared_ptr<CancelToken>& cancel) {
   // Keeps the connection, which the migration shares.
   std::unique_ptr<Planning> planning;
   try {
@@ -118,7 +118,7 @@ int migrate(Settings& settings, MigrationView& view, const std::shared_ptr<Cance
 }  // namespace
 
 Run describeMigrate(CLI::App& app) {
-  const auto settings = std::make_shared<Settings>();
+  const auto settings = std::make_shared<MigrateSettings>();
   describeServer(app, settings->server);
   describeContainer(app, settings->options);
   describeMeasuring(app, settings->measure);

@@ -27,7 +27,6 @@ namespace {
 
 constexpr std::chrono::seconds kHandshakeTimeout{60};
 constexpr std::chrono::milliseconds kLookInterval{100};
-constexpr int kPipeSize = 1 << 20;  // bytes; room for a line per file between two looks
 
 Channel takeChannel(const Options& options) {
   Channel channel;

@@ -58,6 +58,9 @@ void closeStrayDescriptors(int keep, int keepToo);
 /// Sets or clears O_NONBLOCK. Nothing is done if the flag is as wanted.
 void setNonBlocking(int fd, bool on);
 
+/// What an ordinary user may ask for; room for a line per file between two looks.
+inline constexpr int kPipeSize = 1 << 20;  // bytes
+
 /// Makes a pipe hold size bytes if it holds less; anything else is left alone.
 void enlargePipe(int fd, int size);
 

@@ -20,7 +20,6 @@ namespace {
 
 constexpr std::chrono::seconds kHandshakeTimeout{60};
 constexpr std::chrono::milliseconds kLookInterval{500};
-constexpr int kPipeSize = 1 << 20;  // bytes
 
 // From here on only stock rsync holds the channel, so its end is the channel's.
 void letGoOfChannel() {
