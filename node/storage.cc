@@ -122,8 +122,7 @@ StoragePlan storagePlan(const Container& container) {
   if (plan.storage == Storage::kDirectory) return plan;
   plan.bytes = wantedBytes(container);
   plan.inodes = limitOf(container, "DISKINODES");
-  const std::string quota = container.var("DISK_QUOTA");
-  plan.quota = quota != "no" && quota != "NO" && quota != "off";
+  plan.quota = !container.hasNoDiskQuota();
   if (plan.storage == Storage::kExt4) {
     if (!plan.bytes) {
       fail(ExitCode::kBadConfig,
