@@ -195,6 +195,14 @@ bool treeIsMounted(const std::string& area) {
          countMountsAt(mountPoints(), treeOf(area)) > 0;
 }
 
+bool growsWhenMounted(const Container& container) {
+  if (storageOf(container.privateArea) != Storage::kExt4) return false;
+  const std::optional<uint64_t> wanted = wantedBytes(container);
+  const std::optional<uint64_t> size = imageSize(container.privateArea);
+  return treeIsMounted(container.privateArea) && wanted && size &&
+         *wanted / kImageBlock > *size / kImageBlock;
+}
+
 bool mountTree(const Container& container) {
   const std::string& area = container.privateArea;
   const Storage storage = storageOf(area);

@@ -264,6 +264,23 @@ TEST_F(ImageTest, InUseElsewhereForGoodIsNotMountedWithItsOldSize) {
   });
 }
 
+TEST_F(ImageTest, ThatIsMountedGrowsWhenMountedAgain) {
+  host().run([] {
+    showDevices();
+    ASSERT_EQ(runTool({toolPath("mkqxfs"), kArea}).status, 0);
+    ASSERT_EQ(qxctl({"mount", "101"}).status, 0);
+    EXPECT_FALSE(node::growsWhenMounted(node::loadContainer(101)));
+    qxctl({"set", "101", "DISKSPACE=131072:131072"});
+    EXPECT_TRUE(node::growsWhenMounted(node::loadContainer(101)));
+    qxctl({"umount", "101"});
+    EXPECT_FALSE(node::growsWhenMounted(node::loadContainer(101)));
+    EXPECT_EQ(qxctl({"mount", "101"}).err, "");
+    EXPECT_EQ(node::imageSize(kArea), 128ULL << 20);
+    EXPECT_FALSE(node::growsWhenMounted(node::loadContainer(101)));
+    qxctl({"umount", "101"});
+  });
+}
+
 TEST_F(ImageTest, OfATemplateIsFilledAndUnmounted) {
   host("OSTEMPLATE=base\n").file("/var/lib/qx/template/base/bin/sh", "shell", 0755).run([] {
     showDevices();
