@@ -125,7 +125,8 @@ Run describeMigrate(CLI::App& app) {
   app.add_flag("--force", settings->force, "Migrate although the plan is blocked");
   app.add_flag("--no-measure", settings->noMeasure,
                "Neither measure nor plan: --distribution must be given, limits are those of\n"
-               "--config and the options, the disk is unlimited otherwise");
+               "--config and the options, the disk is unlimited otherwise; disk limits of users\n"
+               "and groups that own nothing do not arrive");
   app.add_flag("--keep-on-failure", settings->options.keepOnFailure,
                "When the migration fails, keep what was copied for a later attempt");
   app.add_flag("--fresh", settings->fresh,
