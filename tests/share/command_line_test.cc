@@ -121,7 +121,7 @@ TEST(CommandLine, DescriptorOpenTheWrongWayIsRefused) {
   run.inherit(channel.client.out.get());
   run.start();
   EXPECT_EQ(run.exitStatus(10), 1);
-  EXPECT_EQ(run.err(), "rsync: the value " + in + " of --fdin is not open for reading\n");
+  EXPECT_EQ(run.err(), "rsync: the value '" + in + "' of --fdin is not open for reading\n");
 }
 
 TEST(CommandLine, StockBesideTheProgramIsPreferred) {

@@ -300,7 +300,7 @@ TEST_F(HostileSender, DataOutsideOfTheirFileAreRefused) {
     engine::putFixed32(to, 2);
     to.append("ab");
   });
-  expectRefused("data lie outside of their file");
+  expectRefused("data are beyond the end of their file");
   EXPECT_FALSE(fs::exists(at("x")));
 }
 
