@@ -119,8 +119,8 @@ std::string quotaUsage() {
          "\n"
          "Exit codes: 0 done, or quotas are on and enforced; 2 wrong command line;\n"
          "6 quotas are off (DISK_QUOTA=no in the container's configuration); 10 quotas are\n"
-         "on, limits are kept with the container but not enforced, which 'qxctl mount' does if\n"
-         "the container's files lie on a file system of its own; 11 failure.\n";
+         "on, but limits are only recorded for the container; 'qxctl mount' enforces them if\n"
+         "the container's files are on a file system of their own; 11 failure.\n";
 }
 
 QuotaCommand parseQuotaCommand(const std::vector<std::string>& arguments) {

@@ -138,7 +138,7 @@ MigrationResult migrateWithJournal(
   // and removed after everything else.
   params->options.config->otherVariables[host::kMigrationVariable] = journal->name();
   JournalingView journaling(*journal, view);
-  const MigrationResult result = migrate(source, params, journaling, cancel);
+  MigrationResult result = migrate(source, params, journaling, cancel);
   const host::MigrationState state = result.succeeded ? host::MigrationState::kSucceeded
                                      : cancel->code() == kCancelledByUser
                                          ? host::MigrationState::kCancelled

@@ -122,18 +122,18 @@ Run describeMigrate(CLI::App& app) {
   describeServer(app, settings->server);
   describeContainer(app, settings->options);
   describeMeasuring(app, settings->measure);
-  app.add_flag("--force", settings->force, "Migrate although the plan is blocked");
+  app.add_flag("--force", settings->force, "Migrate even if the plan is blocked");
   app.add_flag("--no-measure", settings->noMeasure,
-               "Neither measure nor plan: --distribution must be given, limits are those of\n"
-               "--config and the options, the disk is unlimited otherwise; disk limits of users\n"
-               "and groups that own nothing do not arrive");
+               "Neither measure nor plan: --distribution is then required, limits come from\n"
+               "--config and the options only, and the disk is unlimited without them; disk\n"
+               "limits of users and groups that own nothing are not copied");
   app.add_flag("--keep-on-failure", settings->options.keepOnFailure,
                "When the migration fails, keep what was copied for a later attempt");
   app.add_flag("--fresh", settings->fresh,
-               "Begin from nothing: remove what an earlier attempt has copied (default: go on\n"
-               "from it when it is of the same server)");
+               "Start from scratch: remove what an earlier attempt has copied (default: continue\n"
+               "from it if it is of the same server)");
   app.add_flag("--verify", settings->verify,
-               "Compare the container with the server when it is complete");
+               "Compare the container with the server once the migration is complete");
   app.add_flag("-q,--quiet", settings->quiet, "Show errors only");
   app.footer(
       "Exit status: 0 when the container is there, 1 when the migration failed and was\n"

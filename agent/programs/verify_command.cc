@@ -132,7 +132,7 @@ TreeComparison verifyMigration(unsigned ctid, Planning& planning, MigrationView&
 
 Run describeVerify(CLI::App& app) {
   const auto settings = std::make_shared<VerifySettings>();
-  app.add_option("ID", settings->ctid, "Id of the container")->required();
+  app.add_option("ID", settings->ctid, "ID of the container")->required();
   describeServer(app, settings->server);
   // It is in the journal.
   app.get_option("source")->required(false)->description(

@@ -23,9 +23,9 @@ constexpr std::chrono::milliseconds kLookInterval{500};
 
 // From here on only stock rsync holds the channel, so its end is the channel's.
 void letGoOfChannel() {
-  const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  const host::Fd null(::open("/dev/null", O_RDWR | O_CLOEXEC));
   for (const int fd : {STDIN_FILENO, STDOUT_FILENO})
-    if (!null.open() || ::dup2(null.get(), fd) < 0) ::close(fd);
+    if (!null || ::dup2(null.get(), fd) < 0) ::close(fd);
 }
 
 // The channel carries nothing, but its closing still means that the client is gone.
