@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
 #include "agent/plan/make_plan.h"
@@ -9,6 +10,7 @@
 #include "agent/plan/unreported_limits.h"
 #include "agent/programs/commands.h"
 #include "agent/programs/journaled_migration.h"
+#include "agent/programs/last_copy.h"
 #include "agent/programs/planning.h"
 #include "agent/programs/server_command.h"
 #include "agent/programs/verify_command.h"
@@ -29,11 +31,18 @@ struct Settings {
   bool noMeasure = false;
   bool fresh = false;
   bool verify = false;
+  bool acceptPartial = false;
   bool quiet = false;
 };
 
 int tellEnd(const Settings& settings, const MigrationResult& result, const CancelToken& cancel) {
   if (result.succeeded) {
+    if (!result.leftOut.isComplete()) {
+      fprintf(stderr,
+              "qxmigrate: warning: container %lld is not complete: %s ('qxmigrate show %lld' lists "
+              "what)\n",
+              settings.options.ctid, countText(result.leftOut).c_str(), settings.options.ctid);
+    }
     if (!settings.quiet) printf("Container %lld is ready.\n", settings.options.ctid);
     return 0;
   }
@@ -66,7 +75,8 @@ bool isVerified(const Settings& settings, Planning& planning, MigrationView& vie
   return false;
 }
 
-int migrate(Settings& settings, MigrationView& view, const std::shared_ptr<CancelToken>& cancel) {
+int migrate(Settings& settings, const CopyReportFile& report, MigrationView& view,
+            const std::shared_ptr<CancelToken>& cancel) {
   // Keeps the connection, which the migration shares.
   std::unique_ptr<Planning> planning;
   try {
@@ -106,8 +116,10 @@ int migrate(Settings& settings, MigrationView& view, const std::shared_ptr<Cance
     }
   }
   const auto params = makeParams(settings.options);
+  const CopyRules rules{report.path(), std::to_string(settings.options.ctid),
+                        settings.acceptPartial};
   const MigrationResult result =
-      migrateWithJournal(settings.server.source, params, facts, view, cancel);
+      migrateWithJournal(settings.server.source, params, rules, facts, view, cancel);
   if (!result.succeeded) return tellEnd(settings, result, *cancel);
   addUnreportedLimits(settings.options.ctid, unreported,
                       [&](const std::string& text) { view.line(text); });
@@ -131,6 +143,9 @@ Run describeMigrate(CLI::App& app) {
   app.add_flag("--fresh", settings->fresh,
                "Begin from nothing: remove what an earlier attempt has copied (default: go on\n"
                "from it when it is of the same server)");
+  app.add_flag("--accept-partial", settings->acceptPartial,
+               "Go on without files that cannot be copied, and say which (default: the second\n"
+               "copy is made once more, and the migration fails if it is incomplete again)");
   app.add_flag("--verify", settings->verify,
                "Compare the container with the server when it is complete");
   app.add_flag("-q,--quiet", settings->quiet, "Show errors only");
@@ -145,18 +160,21 @@ Run describeMigrate(CLI::App& app) {
     // What is wrong in the options is told before the server is bothered.
     if (!areUsable(settings->options, !settings->noMeasure)) return kExitUsage;
     // As long as there are no threads, and before anything is made.
+    std::optional<CopyReportFile> report;
     try {
       MigrateOptions options = settings->options;
       options.distributionRequired = false;
       const std::string warning = prepareNode(*makeParams(options));
       if (!warning.empty()) fprintf(stderr, "qxmigrate: %s\n", warning.c_str());
+      report.emplace();
     } catch (const std::exception& problem) {
       fprintf(stderr, "qxmigrate: %s\n", host::visibleLines(problem.what()).c_str());
       return kExitFailed;
     }
-    return withServer(
-        settings->server, settings->quiet, kExitFailed,
-        [&](MigrationView& view, const auto& cancel) { return migrate(*settings, view, cancel); });
+    return withServer(settings->server, settings->quiet, kExitFailed,
+                      [&](MigrationView& view, const auto& cancel) {
+                        return migrate(*settings, *report, view, cancel);
+                      });
   };
 }
 

@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "agent/framework/access.h"
+#include "agent/programs/last_copy.h"
 #include "agent/transport/local_transport.h"
 #include "agent/wire/message_fields.h"
 #include "framework/functionality.h"
@@ -58,7 +59,8 @@ class MigrationContext : public RequestContext, public QXL::QXLProgressHandlerPr
 
 MigrationResult migrate(const QXL::QXLConnectionInfo& source,
                         const boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams>& params,
-                        MigrationView& view, const std::shared_ptr<CancelToken>& cancel) {
+                        const CopyRules& rules, MigrationView& view,
+                        const std::shared_ptr<CancelToken>& cancel) {
   boost::intrusive_ptr<MigrationContext> context(new MigrationContext(view));
   CurrentRequest request;
   request.client = QXL::QXLAccessChecker::getClientContext();
@@ -76,7 +78,11 @@ MigrationResult migrate(const QXL::QXLConnectionInfo& source,
     return result;
   }
   const boost::shared_ptr<QXL::QXLConnectionInfo> connection(new QXL::QXLConnectionInfo(source));
+  LastCopy lastCopy(*control, *context, view, rules);
+  if (!rules.report.empty())
+    control->setWatch([&](const std::string& stage) { return lastCopy.stageEnded(stage); });
   result.succeeded = control->execute(connection, params) == 0;
+  result.leftOut = lastCopy.leftOut();
   if (!result.succeeded) {
     result.code = context->getLastErrorCode();
     result.stage = context->place();

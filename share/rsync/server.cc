@@ -22,6 +22,20 @@ constexpr std::chrono::seconds kHandshakeTimeout{60};
 constexpr std::chrono::milliseconds kLookInterval{500};
 constexpr int kPipeSize = 1 << 20;  // bytes
 
+// Has stock rsync send what it says of files to the client, which must know what is left out.
+// Older ones know no other way, nor this option.
+constexpr const char* kTellClient = "--no-msgs2stderr";
+
+bool stockKnows(const char* option, const SignalsHeld& signals) {
+  const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  Child::Setup setup;
+  setup.standardInput = setup.standardOutput = setup.standardError = null.get();
+  setup.deathSignal = SIGKILL;
+  setup.arguments = {option, "--version"};
+  Child child(setup, signals);
+  return supervise(child, signals) == 0;
+}
+
 // From here on only stock rsync holds the channel, so its end is the channel's.
 void letGoOfChannel() {
   const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
@@ -40,7 +54,7 @@ int superviseBesideChannel(Child& child, const SignalsHeld& signals) {
     else if (!signal && ::poll(&channel, 1, 0) == 1)
       child.signal(SIGKILL);
   }
-  return exitLike(*status);
+  return ownStatus(exitLike(*status));
 }
 
 }  // namespace
@@ -70,21 +84,22 @@ int runServer(const Options& options) {
     setup.standardOutput = streams->out.get();
   }
   setup.deathSignal = SIGKILL;  // it only reads, so there is nothing to tidy up
+  const SignalsHeld signals;
   setup.arguments = {"--server", "--sender"};
+  if (stockKnows(kTellClient, signals)) setup.arguments.emplace_back(kTellClient);
   if (agreed.acls) setup.arguments.emplace_back("-A");
   if (agreed.xattrs) setup.arguments.emplace_back("-X");
   if (!capabilities.empty()) setup.arguments.push_back("-e" + capabilities);
   setup.arguments.insert(setup.arguments.end(), options.arguments.begin() + 2,
                          options.arguments.end());
 
-  const SignalsHeld signals;
   Child child(setup, signals);
   if (streams) {
     streams.reset();
     return superviseBesideChannel(child, signals);
   }
   letGoOfChannel();
-  return supervise(child, signals);
+  return ownStatus(supervise(child, signals));
 }
 
 }  // namespace qxrsync
