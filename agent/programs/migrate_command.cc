@@ -3,19 +3,20 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
 
 #include "agent/plan/make_plan.h"
 #include "agent/plan/plan_text.h"
 #include "agent/plan/quota_checks.h"
 #include "agent/plan/unreported_limits.h"
 #include "agent/programs/commands.h"
+#include "agent/programs/complaint.h"
 #include "agent/programs/journaled_migration.h"
 #include "agent/programs/last_copy.h"
 #include "agent/programs/planning.h"
 #include "agent/programs/server_command.h"
 #include "agent/programs/verify_command.h"
 #include "agent/verify/verify_text.h"
-#include "host/visible.h"
 
 namespace agent {
 
@@ -35,24 +36,35 @@ struct Settings {
   bool quiet = false;
 };
 
+// "stage 'rSync' failed"; between two stages, "failed after stage 'getFreeDiskSpace'".
+std::string placeText(const std::string& stage) {
+  constexpr std::string_view kAfter = "after ";
+  if (!stage.starts_with(kAfter)) return "stage '" + stage + "' failed";
+  return "failed after stage '" + stage.substr(kAfter.size()) + "'";
+}
+
 int tellEnd(const Settings& settings, const MigrationResult& result, const CancelToken& cancel) {
   if (result.succeeded) {
     if (!result.leftOut.isComplete()) {
-      fprintf(stderr,
-              "qxmigrate: warning: container %lld is not complete: %s ('qxmigrate show %lld' lists "
-              "what)\n",
-              settings.options.ctid, countText(result.leftOut).c_str(), settings.options.ctid);
+      const std::string id = std::to_string(settings.options.ctid);
+      complain("warning: container " + id + " is not complete: " + countText(result.leftOut) +
+               " ('qxmigrate show " + id + "' lists what)");
     }
     if (!settings.quiet) printf("Container %lld is ready.\n", settings.options.ctid);
     return 0;
   }
-  if (cancel.code() == kCancelledByUser) {
-    fprintf(stderr, "qxmigrate: cancelled in stage '%s'\n", result.stage.c_str());
-    return kExitCancelled;
+  const bool cancelled = cancel.code() == kCancelledByUser;
+  if (cancelled) {
+    complain("cancelled in stage '" + result.stage + "'");
+  } else {
+    complain(placeText(result.stage) + ": " + result.text);
   }
-  fprintf(stderr, "qxmigrate: stage '%s' failed: %s\n", result.stage.c_str(),
-          host::visibleLines(result.text).c_str());
-  return kExitFailed;
+  if (result.serverLeft) {
+    complain(
+        "the server could not be told, and undoes its part by itself: it starts again what was "
+        "stopped, and removes the agent");
+  }
+  return cancelled ? kExitCancelled : kExitFailed;
 }
 
 // Says what it finds.
@@ -63,15 +75,15 @@ bool isVerified(const Settings& settings, Planning& planning, MigrationView& vie
   try {
     found = verifyMigration(static_cast<unsigned>(ctid), planning, view, cancel);
   } catch (const std::exception& problem) {
-    fprintf(stderr, "qxmigrate: container %lld is there, but was not verified: %s\n", ctid,
-            host::visibleLines(problem.what()).c_str());
+    complain("container " + std::to_string(ctid) +
+             " is there, but was not verified: " + problem.what());
     return false;
   }
   if (found.unexpected != 0 || !settings.quiet) {
     fputs(comparisonText(found, false).c_str(), found.unexpected != 0 ? stderr : stdout);
   }
   if (found.unexpected == 0) return true;
-  fprintf(stderr, "qxmigrate: container %lld is there, but it is not what the server is\n", ctid);
+  complain("container " + std::to_string(ctid) + " is there, but it is not what the server is");
   return false;
 }
 
@@ -109,9 +121,7 @@ int migrate(Settings& settings, const CopyReportFile& report, MigrationView& vie
       fputs(verdictText(made).c_str(), blocked && !settings.force ? stderr : stdout);
     }
     if (blocked && !settings.force) {
-      fprintf(stderr,
-              "qxmigrate: the plan is blocked, and nothing was changed; --force migrates all the "
-              "same\n");
+      complain("the plan is blocked, and nothing was changed; --force migrates all the same");
       return kExitBlocked;
     }
   }
@@ -165,10 +175,10 @@ Run describeMigrate(CLI::App& app) {
       MigrateOptions options = settings->options;
       options.distributionRequired = false;
       const std::string warning = prepareNode(*makeParams(options));
-      if (!warning.empty()) fprintf(stderr, "qxmigrate: %s\n", warning.c_str());
+      if (!warning.empty()) complain(warning);
       report.emplace();
     } catch (const std::exception& problem) {
-      fprintf(stderr, "qxmigrate: %s\n", host::visibleLines(problem.what()).c_str());
+      complain(problem.what());
       return kExitFailed;
     }
     return withServer(settings->server, settings->quiet, kExitFailed,

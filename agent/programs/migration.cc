@@ -37,10 +37,16 @@ class MigrationContext : public RequestContext, public QXL::QXLProgressHandlerPr
   void stageEnds(const std::string& stage, int result) override {
     const std::chrono::duration<double> took = Clock::now() - began_;
     view_.stageEnds(stage, result, took.count());
-    if (stage == kMethodFinish) return;
+    // The server's end is the last to finish.
+    if (stage == kMethodFinish) {
+      serverLeft_ = result != 0;
+      return;
+    }
     lastStage_ = stage;
     if (result != 0 && failedStage_.empty()) failedStage_ = stage;
   }
+
+  bool serverLeft() const { return serverLeft_; }
 
   // Where it failed.
   std::string place() const {
@@ -53,6 +59,7 @@ class MigrationContext : public RequestContext, public QXL::QXLProgressHandlerPr
   Clock::time_point began_;
   std::string lastStage_;
   std::string failedStage_;
+  bool serverLeft_ = false;
 };
 
 }  // namespace
@@ -84,6 +91,7 @@ MigrationResult migrate(const QXL::QXLConnectionInfo& source,
   result.succeeded = control->execute(connection, params) == 0;
   result.leftOut = lastCopy.leftOut();
   if (!result.succeeded) {
+    result.serverLeft = context->serverLeft();
     result.code = context->getLastErrorCode();
     result.stage = context->place();
     result.text = context->getLastErrorText();

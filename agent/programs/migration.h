@@ -40,6 +40,8 @@ struct MigrationResult {
   int code = 0;
   std::string stage;
   std::string text;
+  /// The server's end was begun, and could not be told to undo its part.
+  bool serverLeft = false;
   /// What the last copy has left out.
   host::CopyReport leftOut;
 };

@@ -13,6 +13,7 @@
 #include "share/rsync/handover.h"
 #include "share/rsync/handshake.h"
 #include "share/rsync/run.h"
+#include "share/rsync/stock.h"
 
 namespace qxrsync {
 
@@ -25,16 +26,6 @@ constexpr int kPipeSize = 1 << 20;  // bytes
 // Has stock rsync send what it says of files to the client, which must know what is left out.
 // Older ones know no other way, nor this option.
 constexpr const char* kTellClient = "--no-msgs2stderr";
-
-bool stockKnows(const char* option, const SignalsHeld& signals) {
-  const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
-  Child::Setup setup;
-  setup.standardInput = setup.standardOutput = setup.standardError = null.get();
-  setup.deathSignal = SIGKILL;
-  setup.arguments = {option, "--version"};
-  Child child(setup, signals);
-  return supervise(child, signals) == 0;
-}
 
 // From here on only stock rsync holds the channel, so its end is the channel's.
 void letGoOfChannel() {
@@ -84,15 +75,15 @@ int runServer(const Options& options) {
     setup.standardOutput = streams->out.get();
   }
   setup.deathSignal = SIGKILL;  // it only reads, so there is nothing to tidy up
-  const SignalsHeld signals;
   setup.arguments = {"--server", "--sender"};
-  if (stockKnows(kTellClient, signals)) setup.arguments.emplace_back(kTellClient);
+  if (stockKnows(kTellClient)) setup.arguments.emplace_back(kTellClient);
   if (agreed.acls) setup.arguments.emplace_back("-A");
   if (agreed.xattrs) setup.arguments.emplace_back("-X");
   if (!capabilities.empty()) setup.arguments.push_back("-e" + capabilities);
   setup.arguments.insert(setup.arguments.end(), options.arguments.begin() + 2,
                          options.arguments.end());
 
+  const SignalsHeld signals;
   Child child(setup, signals);
   if (streams) {
     streams.reset();
