@@ -19,15 +19,16 @@ ldd "$(command -v qxmigrate)" | awk '$3 ~ /lib(asan|tsan|ubsan)/ { print $3 }' |
 small=(--exclude '/usr/share/*' --exclude '/usr/lib/python3*' --exclude '/var/lib/dpkg/*'
   --exclude '/var/cache/*' --exclude '/usr/lib/modules/*' --exclude '/boot/*')
 
-agent_pid() { lab agent pid $server; }
+# of_the_agent COMMAND: what it prints on the server, $1 being the agent's folder in /proc.
+of_the_agent() { on_server sh -c "$1" sh "/proc/$(lab agent pid $server)"; }
 
 # What one has more of when something was left, as "NAME NUMBER". The agent on the server
 # serves all of the migrations.
 belongings() {
-  local agent
-  agent=/proc/$(agent_pid)
-  echo "descriptors-of-the-agent $(find "$agent/fd" -mindepth 1 2>/dev/null | wc -l)"
-  echo "threads-of-the-agent $(find "$agent/task" -mindepth 1 -maxdepth 1 | wc -l)"
+  # shellcheck disable=SC2016
+  echo "descriptors-of-the-agent $(of_the_agent 'ls "$1/fd" | wc -l')"
+  # shellcheck disable=SC2016
+  echo "threads-of-the-agent $(of_the_agent 'ls "$1/task" | wc -l')"
   echo "processes-of-the-server $(lab processes $server | wc -l)"
   echo "processes-of-the-node $(pgrep -c -f 'qxmigrate|rsync|qxctl' || true)"
   echo "mounts $(wc -l </proc/self/mounts)"
@@ -69,8 +70,9 @@ done
 # A session's last breath.
 until_so 20 eval 'belongings >"$work/after"; cmp -s "$work/before" "$work/after"' || true
 printf '        %d rounds in %d s; the agent on the server has %s KiB of memory\n' "$rounds" "$QX_NUMBER" \
-  "$(awk '/VmRSS/ { print $2 }' "/proc/$(agent_pid)/status")"
+  "$(of_the_agent 'sed -n "s/^VmRSS:[^0-9]*\([0-9]*\) kB/\1/p" "$1/status"')"
 check "it went round" test "$rounds" -gt 0
+check "the agent was looked at" grep -Eq '^descriptors-of-the-agent [1-9]' "$work/before"
 check_no "every one ended as it should" cat "$work/complaints"
 check_no "nothing is left of them" diff "$work/before" "$work/after"
 check "journals are pruned" test "$(qxmigrate list | grep -c "^$ctid-")" -le 20
