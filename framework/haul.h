@@ -4,6 +4,7 @@
 #define QX_FRAMEWORK_HAUL_H
 
 #include <boost/smart_ptr/shared_ptr.hpp>
+#include <functional>
 #include <string>
 
 #include "framework/access.h"
@@ -58,6 +59,12 @@ class QXL_API QXLHaulSerializerBaseLocalPrototype : public virtual QXLHaulSerial
   boost::shared_ptr<QXLHaulSerializerBaseParams> params_;
 };
 
+/// Called after a stage without parameters has ended well, with its name; what it returns is
+/// the stage's result.
+using QXLStageWatch = std::function<int(const std::string& stage)>;
+
+class QXLHaulControl;
+
 /// Base of proxies: every operation is one request to an operator of an agent.
 /// A request that fails is reported to the handler of the sync modificator and
 /// left in QXL::getErrorMessage(); the operation returns its code. The session on
@@ -80,6 +87,7 @@ class QXL_API QXLHaulSerializerBaseAgentPrototype
   /// Tells, before finish, that the migration succeeded. An agent whose session
   /// ends without that undoes what it did to its own machine's services.
   void setSucceeded(bool succeeded) { succeeded_ = succeeded; }
+  void setWatch(const QXLStageWatch& watch) { watch_ = watch; }
   /// The transport to the agent; null when there is none.
   boost::shared_ptr<QXLRequestTransport> getTransport() const;
 
@@ -101,6 +109,8 @@ class QXL_API QXLHaulSerializerBaseAgentPrototype
   int endStageWithAnswer(QXLReaderPrototype* reader);
 
  private:
+  friend QXLHaulControl;  // has stages done once more
+
   int send(const std::string& method, const boost::intrusive_ptr<QXLMessageIterator>& in,
            boost::intrusive_ptr<QXLMessageIterator>* out);
 
@@ -108,6 +118,7 @@ class QXL_API QXLHaulSerializerBaseAgentPrototype
   std::string operatorName_;
   std::string sessionId_;  ///< empty without a session
   bool succeeded_ = false;
+  QXLStageWatch watch_;
   std::string stage_;  ///< begun and not ended
   boost::intrusive_ptr<QXLMessageIterator> message_;
 };

@@ -10,6 +10,14 @@
 
 namespace QXL {
 
+/// The stages that make a copy: the sending end begins, the receiving end copies, the sending
+/// end ends.
+struct QXLCopyStages {
+  const char* begin;
+  const char* copy;
+  const char* end;
+};
+
 /// Base of controllers. The framework calls execute; the plug-in's class says how
 /// the two ends are made and in which order their stages run.
 class QXL_API QXLHaulControl : public virtual QXLRequest {
@@ -28,6 +36,12 @@ class QXL_API QXLHaulControl : public virtual QXLRequest {
   int execute(const boost::shared_ptr<QXLConnectionInfo>& connection,
               const boost::shared_ptr<QXLHaulSerializerBaseParams>& params);
 
+  /// To be set before execute: hears of the sending end's stages.
+  void setWatch(const QXLStageWatch& watch) { watch_ = watch; }
+  /// For the watch: makes a copy once more, over a new channel. Returns 0, or non-zero with the
+  /// reason in the context. The watch does not hear of these stages.
+  int copyAgain(const QXLCopyStages& stages);
+
  protected:
   boost::intrusive_ptr<QXLHaulSerializerPrototype> serializer_;
   boost::intrusive_ptr<QXLHaulDeserializerPrototype> deserializer_;
@@ -38,6 +52,8 @@ class QXL_API QXLHaulControl : public virtual QXLRequest {
  private:
   int prepareEnds(const boost::shared_ptr<QXLHaulSerializerBaseParams>& params);
   int finishEnds(bool succeeded);
+
+  QXLStageWatch watch_;
 };
 
 }  // namespace QXL

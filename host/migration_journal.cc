@@ -83,6 +83,10 @@ std::string sparePathOf(const std::string& name) {
   return std::string(kJournalDir) + "/." + name + ".spare";
 }
 
+std::string unfinishedPathOf(const std::string& name) {
+  return std::string(kJournalDir) + "/." + name + ".new";
+}
+
 /// Room and an inode for a later record, while there is some; none is no error.
 void makeSpare(const std::string& path) {
   constexpr off_t kSpareBytes = 128 << 10;
@@ -93,7 +97,7 @@ void makeSpare(const std::string& path) {
 /// False with errno set when it cannot be.
 bool tryToWrite(const MigrationJournal& journal) {
   // One process writes a journal at a time; what a dead one left is overwritten.
-  const std::string unfinished = std::string(kJournalDir) + "/." + journal.name + ".new";
+  const std::string unfinished = unfinishedPathOf(journal.name);
   const Fd fd(
       open(unfinished.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!fd || !writeAll(fd.get(), formatRecord(journal.record)) || fsync(fd.get()) != 0 ||
@@ -164,11 +168,10 @@ MigrationJournal readJournal(const std::string& name) {
   }
 }
 
-JournalFolder readJournals(std::optional<unsigned> ctid) {
-  JournalFolder folder;
+std::vector<std::string> journalNames(std::optional<unsigned> ctid) {
   struct stat st;
   if (lstat(kJournalDir, &st) != 0) {
-    if (errno == ENOENT) return folder;
+    if (errno == ENOENT) return {};
     failErrno("cannot look at %s", kJournalDir);
   }
   if (S_ISDIR(st.st_mode)) requireOwn(st, kJournalDir);
@@ -180,7 +183,25 @@ JournalFolder readJournals(std::optional<unsigned> ctid) {
     if (parts && (!ctid || parts->ctid == *ctid)) names.emplace_back(*parts, name);
   }
   std::sort(names.begin(), names.end());
-  for (const auto& [parts, name] : names) {
+  std::vector<std::string> sorted;
+  for (auto& [parts, name] : names) sorted.push_back(std::move(name));
+  return sorted;
+}
+
+std::string containerIn(const std::string& name) { return name.substr(0, name.find('-')); }
+
+void removeJournal(const std::string& name) {
+  // What a process that died while it wrote it has left goes as well.
+  unlink(unfinishedPathOf(name).c_str());
+  unlink(sparePathOf(name).c_str());
+  if (unlink(pathOf(name).c_str()) != 0 && errno != ENOENT) {
+    failErrno("cannot remove %s", pathOf(name).c_str());
+  }
+}
+
+JournalFolder readJournals(std::optional<unsigned> ctid) {
+  JournalFolder folder;
+  for (const std::string& name : journalNames(ctid)) {
     try {
       folder.journals.push_back(readJournal(name));
     } catch (const Error& problem) {

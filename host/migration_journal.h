@@ -37,6 +37,16 @@ void writeJournal(const MigrationJournal& journal);
 /// damaged, or when others than root could have written it.
 MigrationJournal readJournal(const std::string& name);
 
+/// The names of all migrations that have a journal, or of those of one container, oldest
+/// first. Throws Error when the folder cannot be read; one that is missing is empty.
+std::vector<std::string> journalNames(std::optional<unsigned> ctid = std::nullopt);
+
+/// The container's id in the name of a migration.
+std::string containerIn(const std::string& name);
+
+/// Removes a journal; that there is none is no error. Throws Error.
+void removeJournal(const std::string& name);
+
 struct JournalFolder {
   std::vector<MigrationJournal> journals;  ///< oldest first
   std::vector<std::string> damaged;        ///< of each that cannot be used: path and reason

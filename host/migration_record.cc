@@ -36,6 +36,8 @@ class Members {
     return *found;
   }
 
+  bool has(const char* key) const { return json_.contains(key); }
+
   Members object(const char* key) const { return Members(at(key), nameOf(key)); }
 
   std::string text(const char* key) const { return textIn(at(key), nameOf(key)); }
@@ -102,6 +104,16 @@ MigrationStage stageIn(const Json& json) {
   return stage;
 }
 
+CopyReport leftOutIn(const Members& members) {
+  CopyReport report;
+  for (const Json& json : members.list("files", kMaxNotCopied)) {
+    const Members file(json, "left_out.files");
+    report.add(file.text("path"), file.text("reason"));
+  }
+  report.count = std::max(report.count, members.number("count"));
+  return report;
+}
+
 std::vector<std::string> bounded(const std::vector<std::string>& texts) {
   const size_t first = texts.size() > kMaxRecordTexts ? texts.size() - kMaxRecordTexts : 0;
   std::vector<std::string> result(texts.begin() + static_cast<ptrdiff_t>(first), texts.end());
@@ -109,38 +121,17 @@ std::vector<std::string> bounded(const std::vector<std::string>& texts) {
   return result;
 }
 
-}  // namespace
-
-const char* stateName(MigrationState state) { return kStates.at(static_cast<size_t>(state)); }
-
-bool isSameServer(const ServerIdentity& first, const ServerIdentity& second) {
-  const auto known = [](const std::string& a, const std::string& b) {
-    return !a.empty() && !b.empty();
-  };
-  const bool machine = known(first.machineId, second.machineId);
-  const bool key = known(first.hostKey, second.hostKey);
-  return (machine || key) && (!machine || first.machineId == second.machineId) &&
-         (!key || first.hostKey == second.hostKey);
-}
-
-bool hasBegun(const MigrationRecord& record, std::string_view stage) {
-  return std::any_of(record.stages.begin(), record.stages.end(),
-                     [&](const MigrationStage& one) { return one.name == stage; });
-}
-
-bool hasSucceeded(const MigrationRecord& record, std::string_view stage) {
-  return std::any_of(record.stages.begin(), record.stages.end(), [&](const MigrationStage& one) {
-    return one.name == stage && one.result == 0;
-  });
-}
-
-std::string formatRecord(const MigrationRecord& record) {
+std::string jsonOf(const MigrationRecord& record) {
   Json stages = Json::array();
   for (const MigrationStage& stage : record.stages) {
     stages.push_back({{"name", stage.name},
                       {"begun", stage.begun},
                       {"seconds", stage.seconds},
                       {"result", stage.result ? Json(*stage.result) : Json(nullptr)}});
+  }
+  Json leftOut = Json::array();
+  for (const NotCopied& file : record.leftOut.files) {
+    leftOut.push_back({{"path", file.path}, {"reason", file.reason}});
   }
   const Json json{
       {"version", kVersion},
@@ -176,10 +167,63 @@ std::string formatRecord(const MigrationRecord& record) {
       {"figures",
        {{"bytes", static_cast<uint64_t>(std::max(0LL, record.bytes))},
         {"files", static_cast<uint64_t>(std::max(0LL, record.files))}}},
+      {"left_out", {{"count", record.leftOut.count}, {"files", leftOut}}},
       {"warnings", bounded(record.warnings)},
       {"texts", bounded(record.texts)}};
   // Names of files hold any byte, and a cut may lie inside a character.
   return json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+// Leaves out a half of what can be spared first; false when nothing is left of it.
+bool shorten(MigrationRecord& record) {
+  const auto halve = [](auto& list, bool oldest) {
+    const auto begin = list.begin() + (oldest ? 0 : static_cast<ptrdiff_t>(list.size() / 2));
+    list.erase(begin, begin + static_cast<ptrdiff_t>((list.size() + 1) / 2));
+  };
+  if (!record.texts.empty()) {
+    halve(record.texts, true);
+  } else if (!record.leftOut.files.empty()) {
+    halve(record.leftOut.files, false);
+  } else if (!record.warnings.empty()) {
+    halve(record.warnings, true);
+  } else {
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+const char* stateName(MigrationState state) { return kStates.at(static_cast<size_t>(state)); }
+
+bool isSameServer(const ServerIdentity& first, const ServerIdentity& second) {
+  const auto known = [](const std::string& a, const std::string& b) {
+    return !a.empty() && !b.empty();
+  };
+  const bool machine = known(first.machineId, second.machineId);
+  const bool key = known(first.hostKey, second.hostKey);
+  return (machine || key) && (!machine || first.machineId == second.machineId) &&
+         (!key || first.hostKey == second.hostKey);
+}
+
+bool hasBegun(const MigrationRecord& record, std::string_view stage) {
+  return std::any_of(record.stages.begin(), record.stages.end(),
+                     [&](const MigrationStage& one) { return one.name == stage; });
+}
+
+bool hasSucceeded(const MigrationRecord& record, std::string_view stage) {
+  return std::any_of(record.stages.begin(), record.stages.end(), [&](const MigrationStage& one) {
+    return one.name == stage && one.result == 0;
+  });
+}
+
+std::string formatRecord(const MigrationRecord& record) {
+  std::string text = jsonOf(record);
+  // Bytes that JSON escapes take up to six.
+  for (MigrationRecord less = record; text.size() > kMaxRecordBytes && shorten(less);) {
+    text = jsonOf(less);
+  }
+  return text;
 }
 
 MigrationRecord parseRecord(std::string_view text) {
@@ -240,6 +284,7 @@ MigrationRecord parseRecord(std::string_view text) {
   const Members figures = all.object("figures");
   record.bytes = static_cast<long long>(figures.number("bytes"));
   record.files = static_cast<long long>(figures.number("files"));
+  if (all.has("left_out")) record.leftOut = leftOutIn(all.object("left_out"));
   record.warnings = all.texts("warnings", kMaxRecordTexts);
   record.texts = all.texts("texts", kMaxRecordTexts);
   return record;

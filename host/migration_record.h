@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/copy_report.h"
 #include "host/process_identity.h"
 
 namespace host {
@@ -65,6 +66,7 @@ struct MigrationRecord {
   uint64_t keptAreaInode = 0;
   long long bytes = 0, files = 0;  ///< to be copied, by the plan; 0: not counted
   std::vector<std::string> warnings;
+  CopyReport leftOut;  ///< by the last copy
 };
 
 /// Whether a stage of that name has begun, or has succeeded.

@@ -92,7 +92,8 @@ int QXLHaulSerializerBaseAgentPrototype::finish() {
 
 int QXLHaulSerializerBaseAgentPrototype::callStage(const std::string& stage) {
   beginStage(stage);
-  return endStage();
+  const int result = endStage();
+  return result == 0 && watch_ ? watch_(stage) : result;
 }
 
 int QXLHaulSerializerBaseAgentPrototype::callStageWithHandle(

@@ -62,11 +62,34 @@ int QXLHaulControl::prepareEnds(const boost::shared_ptr<QXLHaulSerializerBasePar
   deserializer_->sync(getProgressHandler(), "");
   if (deserializer_->init(connectionInfo_, params) != 0) return -1;
 
-  const auto* proxy = dynamic_cast<const QXLHaulSerializerBaseAgentPrototype*>(serializer_.get());
+  auto* proxy = dynamic_cast<QXLHaulSerializerBaseAgentPrototype*>(serializer_.get());
   if (proxy) {
+    proxy->setWatch(watch_);
     connector_.reset(new TransportConnector(proxy->getTransport()));
   }
   return 0;
+}
+
+int QXLHaulControl::copyAgain(const QXLCopyStages& stages) {
+  auto* source = dynamic_cast<QXLHaulSerializerBaseAgentPrototype*>(serializer_.get());
+  auto* destination = dynamic_cast<QXLHaulSerializerBaseAgentPrototype*>(deserializer_.get());
+  const auto channel =
+      source && destination && connector_ ? connector_->createChannel(channelSettings_) : nullptr;
+  if (!channel) {
+    getContext()->setLastError(-1, getErrorMessage());
+    return -1;
+  }
+  source->sync(getProgressHandler(), "");
+  if (int result = source->callStageWithHandle(stages.begin, channel->getSerializerEnd())) {
+    return result;
+  }
+  destination->sync(getProgressHandler(), "");
+  if (int result = destination->callStageWithHandle(stages.copy, channel->getDeserializerEnd())) {
+    return result;
+  }
+  source->sync(getProgressHandler(), "");
+  source->beginStage(stages.end);
+  return source->endStage();
 }
 
 // The receiving end goes first: it rolls back while the source still is quiet.

@@ -39,6 +39,11 @@ void Journal::text(const std::string& line) {
   if (texts.size() > host::kMaxRecordTexts) texts.erase(texts.begin());
 }
 
+void Journal::leftOut(const host::CopyReport& report) {
+  journal_.record.leftOut = report;
+  write();
+}
+
 void Journal::end(host::MigrationState state, const std::string& stage, const std::string& error) {
   host::MigrationRecord& record = journal_.record;
   record.state = state;

@@ -26,6 +26,8 @@ class Journal {
   void stageEnds(const std::string& stage, int result, double seconds);
   /// A line that people were shown; written with the next stage.
   void text(const std::string& line);
+  /// What the last copy has left out; replaces what was told before.
+  void leftOut(const host::CopyReport& report);
 
   /// Ends it. Stage and error are those of a failure, or empty.
   void end(host::MigrationState state, const std::string& stage, const std::string& error);

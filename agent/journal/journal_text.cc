@@ -10,6 +10,8 @@ namespace {
 using host::textf;
 using host::visibleLine;
 
+constexpr size_t kLongestLeftOut = 4000;  // bytes
+
 std::string row(const char* name, const std::string& value) {
   return value.empty() ? "" : textf("  %-13s %s\n", name, visibleLine(value).c_str());
 }
@@ -28,6 +30,17 @@ std::string stageLine(const host::MigrationStage& stage) {
   return textf("    %-18s %s  %8.1f s  %s\n", visibleLine(stage.name).c_str(),
                visibleLine(stage.begun).c_str(), stage.seconds,
                *stage.result == 0 ? "done" : "FAILED");
+}
+
+std::string leftOutText(const host::CopyReport& report) {
+  if (report.isComplete()) return "";
+  std::string text =
+      textf("  not as on the server (%llu)\n", static_cast<unsigned long long>(report.count));
+  for (const host::NotCopied& file : report.files) {
+    text += "    " + visibleLine(textOf(file), kLongestLeftOut) + "\n";
+  }
+  if (report.count > report.files.size()) text += "    and more that are not listed\n";
+  return text;
 }
 
 }  // namespace
@@ -71,6 +84,7 @@ std::string journalText(const host::MigrationJournal& journal) {
   for (const host::MigrationStage& stage : record.stages) text += stageLine(stage);
   if (!record.warnings.empty()) text += "  warnings\n";
   for (const std::string& line : record.warnings) text += "    " + visibleLine(line) + "\n";
+  text += leftOutText(record.leftOut);
   if (!record.texts.empty()) text += "  texts\n";
   for (const std::string& line : record.texts) text += "    " + visibleLine(line) + "\n";
   return text;

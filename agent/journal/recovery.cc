@@ -12,6 +12,7 @@
 #include "host/error.h"
 #include "host/file.h"
 #include "host/lock.h"
+#include "host/mounts.h"
 #include "host/paths.h"
 #include "host/process.h"
 #include "host/state.h"
@@ -45,6 +46,7 @@ class Recovery {
         mine_(container_.configured && container_.var(host::kMigrationVariable) == journal.name) {}
 
   MigrationState run() {
+    requireDisk();
     if (!mine_) {
       restoreKept();
     } else if (isRunning(record_.ctid)) {
@@ -67,6 +69,16 @@ class Recovery {
 
  private:
   void say(const std::string& text) { texts_.push_back(text); }
+
+  // Nobody can tell what is there, and without the configuration nobody would look again.
+  void requireDisk() const {
+    const std::string missing = host::missingMount(host::readFile("/etc/fstab").value_or(""),
+                                                   host::mountPoints(), record_.privateArea);
+    if (missing.empty()) return;
+    host::fail(host::ExitCode::kNotMounted,
+               "the private area %s is on %s, which is not mounted: 'mount %s', and clean again",
+               record_.privateArea.c_str(), missing.c_str(), missing.c_str());
+  }
 
   // The configuration is written first and removed last, so without it nothing of
   // this migration is there, but that it may have taken back what an earlier one kept.

@@ -2,8 +2,10 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
+#include "agent/programs/last_copy.h"
 #include "agent/wire/message_fields.h"
 #include "agent/wire/steps.h"
 #include "host/visible.h"
@@ -11,6 +13,8 @@
 namespace agent {
 
 namespace {
+
+constexpr size_t kMostLeftOut = 20;  // files, on a terminal
 
 // times: how often the stage has begun, this time included. Both ends have it, one
 // after the other.
@@ -64,6 +68,16 @@ void Console::percent(const std::string& description, int percent) {
     shown_ = true;
   }
   fflush(stdout);
+}
+
+void Console::leftOut(const host::CopyReport& report) {
+  if (report.isComplete()) return;
+  line("The second copy is not complete: " + countText(report) + ".");
+  const size_t most = std::min(report.files.size(), kMostLeftOut);
+  for (size_t i = 0; i < most; ++i) line("  " + textOf(report.files[i]));
+  if (report.count > most) {
+    line("  and " + std::to_string(report.count - most) + " more, which the journal lists");
+  }
 }
 
 void Console::clear() {

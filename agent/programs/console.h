@@ -19,6 +19,7 @@ class Console : public MigrationView {
   void stageEnds(const std::string& stage, int result, double seconds) override;
   void line(const std::string& text) override;
   void percent(const std::string& description, int percent) override;
+  void leftOut(const host::CopyReport& report) override;
 
  private:
   void clear();

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "agent/journal/journal.h"
+#include "agent/journal/pruning.h"
 #include "agent/journal/resumption.h"
 #include "agent/plan/node_facts.h"
 #include "framework/errors.h"
@@ -35,6 +36,10 @@ class JournalingView : public MigrationView {
   }
   void percent(const std::string& description, int percent) override {
     view_.percent(description, percent);
+  }
+  void leftOut(const host::CopyReport& report) override {
+    journal_.leftOut(report);
+    view_.leftOut(report);
   }
 
  private:
@@ -126,19 +131,28 @@ void clearTheWay(const QXL::QXLConnectionInfo& source,
 
 MigrationResult migrateWithJournal(
     const QXL::QXLConnectionInfo& source,
-    const boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams>& params, const JournalFacts& facts,
-    MigrationView& view, const std::shared_ptr<CancelToken>& cancel) {
+    const boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams>& params, const CopyRules& rules,
+    const JournalFacts& facts, MigrationView& view, const std::shared_ptr<CancelToken>& cancel) {
   std::unique_ptr<Journal> journal;
   try {
     journal = std::make_unique<Journal>(recordOf(source.address, *params, facts));
   } catch (const host::Error& problem) {
-    return {false, -1, "journal", problem.what()};
+    MigrationResult result;
+    result.code = -1;
+    result.stage = "journal";
+    result.text = problem.what();
+    return result;
+  }
+  try {
+    pruneJournals();
+  } catch (const host::Error& problem) {
+    view.line("Old journals stay: " + std::string(problem.what()));
   }
   // The file that says so is written before anything else of the container is made,
   // and removed after everything else.
   params->options.config->otherVariables[host::kMigrationVariable] = journal->name();
   JournalingView journaling(*journal, view);
-  MigrationResult result = migrate(source, params, journaling, cancel);
+  MigrationResult result = migrate(source, params, rules, journaling, cancel);
   const host::MigrationState state = result.succeeded ? host::MigrationState::kSucceeded
                                      : cancel->code() == kCancelledByUser
                                          ? host::MigrationState::kCancelled

@@ -33,8 +33,8 @@ void clearTheWay(const QXL::QXLConnectionInfo& source,
 /// journal that cannot be begun is a failure before anything is done.
 MigrationResult migrateWithJournal(
     const QXL::QXLConnectionInfo& source,
-    const boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams>& params, const JournalFacts& facts,
-    MigrationView& view, const std::shared_ptr<CancelToken>& cancel);
+    const boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams>& params, const CopyRules& rules,
+    const JournalFacts& facts, MigrationView& view, const std::shared_ptr<CancelToken>& cancel);
 
 }  // namespace agent
 

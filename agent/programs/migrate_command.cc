@@ -1,19 +1,22 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <stdexcept>
+#include <string_view>
 
 #include "agent/plan/make_plan.h"
 #include "agent/plan/plan_text.h"
 #include "agent/plan/quota_checks.h"
 #include "agent/plan/unreported_limits.h"
 #include "agent/programs/commands.h"
+#include "agent/programs/complaint.h"
 #include "agent/programs/journaled_migration.h"
+#include "agent/programs/last_copy.h"
 #include "agent/programs/planning.h"
 #include "agent/programs/server_command.h"
 #include "agent/programs/verify_command.h"
 #include "agent/verify/verify_text.h"
-#include "host/visible.h"
 
 namespace agent {
 
@@ -27,22 +30,40 @@ struct MigrateSettings {
   bool noMeasure = false;
   bool fresh = false;
   bool verify = false;
+  bool acceptPartial = false;
   bool quiet = false;
 };
+
+// "stage 'rSync' failed"; between two stages, "failed after stage 'getFreeDiskSpace'".
+std::string placeText(const std::string& stage) {
+  constexpr std::string_view kAfter = "after ";
+  if (!stage.starts_with(kAfter)) return "stage '" + stage + "' failed";
+  return "failed after stage '" + stage.substr(kAfter.size()) + "'";
+}
 
 int tellEnd(const MigrateSettings& settings, const MigrationResult& result,
             const CancelToken& cancel) {
   if (result.succeeded) {
+    if (!result.leftOut.isComplete()) {
+      const std::string id = std::to_string(settings.options.ctid);
+      complain("warning: container " + id + " is not complete: " + countText(result.leftOut) +
+               " ('qxmigrate show " + id + "' lists what)");
+    }
     if (!settings.quiet) printf("Container %lld is ready.\n", settings.options.ctid);
     return 0;
   }
-  if (cancel.code() == kCancelledByUser) {
-    fprintf(stderr, "qxmigrate: cancelled in stage '%s'\n", result.stage.c_str());
-    return kExitCancelled;
+  const bool cancelled = cancel.code() == kCancelledByUser;
+  if (cancelled) {
+    complain("cancelled in stage '" + result.stage + "'");
+  } else {
+    complain(placeText(result.stage) + ": " + result.text);
   }
-  fprintf(stderr, "qxmigrate: stage '%s' failed: %s\n", result.stage.c_str(),
-          host::visibleLines(result.text).c_str());
-  return kExitFailed;
+  if (result.serverLeft) {
+    complain(
+        "the server could not be told, and undoes its part by itself: it starts again what was "
+        "stopped, and removes the agent");
+  }
+  return cancelled ? kExitCancelled : kExitFailed;
 }
 
 // Says what it finds.
@@ -53,19 +74,19 @@ bool isVerified(const MigrateSettings& settings, Planning& planning, MigrationVi
   try {
     found = verifyMigration(static_cast<unsigned>(ctid), planning, view, cancel);
   } catch (const std::exception& problem) {
-    fprintf(stderr, "qxmigrate: container %lld is there, but was not verified: %s\n", ctid,
-            host::visibleLines(problem.what()).c_str());
+    complain("container " + std::to_string(ctid) +
+             " is there, but was not verified: " + problem.what());
     return false;
   }
   if (found.unexpected != 0 || !settings.quiet) {
     fputs(comparisonText(found, false).c_str(), found.unexpected != 0 ? stderr : stdout);
   }
   if (found.unexpected == 0) return true;
-  fprintf(stderr, "qxmigrate: container %lld is there, but it is not what the server is\n", ctid);
+  complain("container " + std::to_string(ctid) + " is there, but it is not what the server is");
   return false;
 }
 
-int migrate(MigrateSettings& settings, MigrationView& view,
+int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationView& view,
             const std::shared_ptr<CancelToken>& cancel) {
   // Keeps the connection, which the migration shares.
   std::unique_ptr<Planning> planning;
@@ -99,15 +120,15 @@ int migrate(MigrateSettings& settings, MigrationView& view,
       fputs(verdictText(made).c_str(), blocked && !settings.force ? stderr : stdout);
     }
     if (blocked && !settings.force) {
-      fprintf(stderr,
-              "qxmigrate: the plan is blocked, and nothing was changed; --force migrates all the "
-              "same\n");
+      complain("the plan is blocked, and nothing was changed; --force migrates all the same");
       return kExitBlocked;
     }
   }
   const auto params = makeParams(settings.options);
+  const CopyRules rules{report.path(), std::to_string(settings.options.ctid),
+                        settings.acceptPartial};
   const MigrationResult result =
-      migrateWithJournal(settings.server.source, params, facts, view, cancel);
+      migrateWithJournal(settings.server.source, params, rules, facts, view, cancel);
   if (!result.succeeded) return tellEnd(settings, result, *cancel);
   addUnreportedLimits(settings.options.ctid, unreported,
                       [&](const std::string& text) { view.line(text); });
@@ -132,6 +153,9 @@ Run describeMigrate(CLI::App& app) {
   app.add_flag("--fresh", settings->fresh,
                "Start from scratch: remove what an earlier attempt has copied (default: continue\n"
                "from it if it is of the same server)");
+  app.add_flag("--accept-partial", settings->acceptPartial,
+               "Go on without files that cannot be copied, and say which (default: the second\n"
+               "copy is made once more, and the migration fails if it is incomplete again)");
   app.add_flag("--verify", settings->verify,
                "Compare the container with the server once the migration is complete");
   app.add_flag("-q,--quiet", settings->quiet, "Show errors only");
@@ -146,18 +170,21 @@ Run describeMigrate(CLI::App& app) {
     // What is wrong in the options is told before the server is bothered.
     if (!areUsable(settings->options, !settings->noMeasure)) return kExitUsage;
     // As long as there are no threads, and before anything is made.
+    std::optional<CopyReportFile> report;
     try {
       MigrateOptions options = settings->options;
       options.distributionRequired = false;
       const std::string warning = prepareNode(*makeParams(options));
-      if (!warning.empty()) fprintf(stderr, "qxmigrate: %s\n", warning.c_str());
+      if (!warning.empty()) complain(warning);
+      report.emplace();
     } catch (const std::exception& problem) {
-      fprintf(stderr, "qxmigrate: %s\n", host::visibleLines(problem.what()).c_str());
+      complain(problem.what());
       return kExitFailed;
     }
-    return withServer(
-        settings->server, settings->quiet, kExitFailed,
-        [&](MigrationView& view, const auto& cancel) { return migrate(*settings, view, cancel); });
+    return withServer(settings->server, settings->quiet, kExitFailed,
+                      [&](MigrationView& view, const auto& cancel) {
+                        return migrate(*settings, *report, view, cancel);
+                      });
   };
 }
 

@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "agent/framework/access.h"
+#include "agent/programs/last_copy.h"
 #include "agent/transport/local_transport.h"
 #include "agent/wire/message_fields.h"
 #include "framework/functionality.h"
@@ -36,10 +37,16 @@ class MigrationContext : public RequestContext, public QXL::QXLProgressHandlerPr
   void stageEnds(const std::string& stage, int result) override {
     const std::chrono::duration<double> took = Clock::now() - began_;
     view_.stageEnds(stage, result, took.count());
-    if (stage == kMethodFinish) return;
+    // The server's end is the last to finish.
+    if (stage == kMethodFinish) {
+      serverLeft_ = result != 0;
+      return;
+    }
     lastStage_ = stage;
     if (result != 0 && failedStage_.empty()) failedStage_ = stage;
   }
+
+  bool serverLeft() const { return serverLeft_; }
 
   // Where it failed.
   std::string place() const {
@@ -52,13 +59,15 @@ class MigrationContext : public RequestContext, public QXL::QXLProgressHandlerPr
   Clock::time_point began_;
   std::string lastStage_;
   std::string failedStage_;
+  bool serverLeft_ = false;
 };
 
 }  // namespace
 
 MigrationResult migrate(const QXL::QXLConnectionInfo& source,
                         const boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams>& params,
-                        MigrationView& view, const std::shared_ptr<CancelToken>& cancel) {
+                        const CopyRules& rules, MigrationView& view,
+                        const std::shared_ptr<CancelToken>& cancel) {
   boost::intrusive_ptr<MigrationContext> context(new MigrationContext(view));
   CurrentRequest request;
   request.client = QXL::QXLAccessChecker::getClientContext();
@@ -76,8 +85,13 @@ MigrationResult migrate(const QXL::QXLConnectionInfo& source,
     return result;
   }
   const boost::shared_ptr<QXL::QXLConnectionInfo> connection(new QXL::QXLConnectionInfo(source));
+  LastCopy lastCopy(*control, *context, view, rules);
+  if (!rules.report.empty())
+    control->setWatch([&](const std::string& stage) { return lastCopy.stageEnded(stage); });
   result.succeeded = control->execute(connection, params) == 0;
+  result.leftOut = lastCopy.leftOut();
   if (!result.succeeded) {
+    result.serverLeft = context->serverLeft();
     result.code = context->getLastErrorCode();
     result.stage = context->place();
     result.text = context->getLastErrorText();

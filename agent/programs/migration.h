@@ -8,6 +8,7 @@
 #include "agent/system/cancel.h"
 #include "agent/wire/request_context.h"
 #include "framework/migrate_params.h"
+#include "host/copy_report.h"
 
 namespace agent {
 
@@ -19,6 +20,16 @@ class MigrationView {
   virtual void stageEnds(const std::string& stage, int result, double seconds) = 0;
   virtual void line(const std::string& text) = 0;
   virtual void percent(const std::string& description, int percent) = 0;
+  /// What the last copy has left out, each time that it has ended; nothing, when it is
+  /// complete.
+  virtual void leftOut(const host::CopyReport& report) = 0;
+};
+
+/// What is asked of the last copy (see last_copy.h).
+struct CopyRules {
+  std::string report;          ///< path of what rsync reports; empty: it is not looked at
+  std::string ctid;            ///< the container's id, for people
+  bool acceptPartial = false;  ///< go on without what could not be copied
 };
 
 /// How a migration ended.
@@ -29,6 +40,10 @@ struct MigrationResult {
   int code = 0;
   std::string stage;
   std::string text;
+  /// The server's end was begun, and could not be told to undo its part.
+  bool serverLeft = false;
+  /// What the last copy has left out.
+  host::CopyReport leftOut;
 };
 
 /// Migrates the server behind the agent at `source` (see connect.h)
@@ -36,7 +51,8 @@ struct MigrationResult {
 /// stops it: what runs is stopped and both ends are finished before it returns.
 MigrationResult migrate(const QXL::QXLConnectionInfo& source,
                         const boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams>& params,
-                        MigrationView& view, const std::shared_ptr<CancelToken>& cancel);
+                        const CopyRules& rules, MigrationView& view,
+                        const std::shared_ptr<CancelToken>& cancel);
 
 }  // namespace agent
 

@@ -10,13 +10,13 @@
 #include "agent/framework/plugin.h"
 #include "agent/plan/survey_operator.h"
 #include "agent/programs/commands.h"
+#include "agent/programs/complaint.h"
 #include "agent/programs/console.h"
 #include "agent/system/event.h"
 #include "agent/system/log_level.h"
 #include "agent/system/signals.h"
 #include "agent/verify/list_operator.h"
 #include "host/process_mark.h"
-#include "host/visible.h"
 
 namespace agent {
 
@@ -32,16 +32,19 @@ class CancelOnSignal {
           while (poll(entries, 2, -1) < 0) {
           }
           if (!entries[0].revents) return;
-          fprintf(stderr,
-                  "\nqxmigrate: stopping, and undoing what was done (press Ctrl-C again not to "
-                  "wait for the server)\n");
+          // Behind what the terminal shows of the key.
+          fputc('\n', stderr);
+          complain(
+              "stopping, and undoing what was done (press Ctrl-C again not to wait for the "
+              "server)");
           eventfd_t count;
           eventfd_read(stopFd, &count);
           token->cancel();
           while (poll(entries, 2, -1) < 0) {
           }
           if (!entries[0].revents) return;
-          fprintf(stderr, "\nqxmigrate: not waiting for the server any longer\n");
+          fputc('\n', stderr);
+          complain("not waiting for the server any longer");
           token->abandon();
         }) {}
   ~CancelOnSignal() {
@@ -68,10 +71,10 @@ int run(const ServerOptions& options, bool quiet, int failed, const ServerWork& 
     return work(console, cancel);
   } catch (const std::exception& problem) {
     if (cancel->code() == kCancelledByUser) {
-      fprintf(stderr, "qxmigrate: cancelled\n");
+      complain("cancelled");
       return kExitCancelled;
     }
-    fprintf(stderr, "qxmigrate: %s\n", host::visibleLines(problem.what()).c_str());
+    complain(problem.what());
     return failed;
   }
 }
@@ -137,7 +140,7 @@ bool areUsable(MigrateOptions options, bool serverIsAsked) {
     makeParams(options);
     return true;
   } catch (const std::exception& problem) {
-    fprintf(stderr, "qxmigrate: %s\n", host::visibleLines(problem.what()).c_str());
+    complain(problem.what());
     return false;
   }
 }
@@ -146,7 +149,7 @@ int withServer(const ServerOptions& options, bool quiet, int failed, const Serve
   try {
     return run(options, quiet, failed, work);
   } catch (const std::exception& problem) {
-    fprintf(stderr, "qxmigrate: %s\n", host::visibleLines(problem.what()).c_str());
+    complain(problem.what());
     return failed;
   }
 }

@@ -50,6 +50,7 @@ constexpr Step kSteps[] = {
     {.name = "startRSyncServer2", .text = "serve the files, second copy", .longest = minutes(5)},
     {.name = "rSync2", .text = "copy what has changed"},
     {.name = "waitRSyncServer2", .text = "end the second copy", .longest = minutes(10)},
+    {.name = "checkCopy", .text = "see what the second copy left out"},
     {.name = "restoreQuota", .text = "set the container's disk quotas"},
     {.name = "tuneDstSrv", .text = "adapt the copy to a container"},
     {.name = "verify", .text = "compare the container with the server"},

@@ -73,6 +73,7 @@ void prepare(const Child::Setup& setup, int report) {
   if (::prctl(PR_SET_PDEATHSIG, setup.deathSignal) != 0 || isDeaf(report)) ::_exit(kExitSystem);
   if ((setup.standardInput >= 0 && ::dup2(setup.standardInput, 0) != 0) ||
       (setup.standardOutput >= 0 && ::dup2(setup.standardOutput, 1) != 1) ||
+      (setup.standardError >= 0 && ::dup2(setup.standardError, 2) != 2) ||
       (setup.inherited >= 0 && ::fcntl(setup.inherited, F_SETFD, 0) != 0))
     throw systemFailure(kExitSystem, "cannot set up stock rsync");
   if (setup.enclosure != nullptr) setup.enclosure->enter();
@@ -197,10 +198,7 @@ void Child::signal(int number) const {
 }
 
 int exitLike(int waitStatus) {
-  if (WIFEXITED(waitStatus)) {
-    const int status = WEXITSTATUS(waitStatus);
-    return status == kExitVanished ? kExitPartial : status;
-  }
+  if (WIFEXITED(waitStatus)) return WEXITSTATUS(waitStatus);
   const int number = WTERMSIG(waitStatus);
   const rlimit none{0, 0};
   ::setrlimit(RLIMIT_CORE, &none);  // one core file, stock rsync's, is enough
@@ -214,6 +212,8 @@ int exitLike(int waitStatus) {
   ::raise(number);
   return 128 + number;
 }
+
+int ownStatus(int stockStatus) { return stockStatus == kExitVanished ? kExitPartial : stockStatus; }
 
 int supervise(Child& child, const SignalsHeld& signals) {
   std::optional<int> status;

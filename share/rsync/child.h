@@ -49,6 +49,7 @@ class Child {
     std::vector<std::string> arguments;    ///< for stock rsync
     int standardInput = -1;                ///< becomes descriptor 0; -1: as this process's
     int standardOutput = -1;               ///< becomes descriptor 1; -1: as this process's
+    int standardError = -1;                ///< becomes descriptor 2; -1: as this process's
     int inherited = -1;                    ///< stays open across exec; -1: none
     int deathSignal = SIGTERM;             ///< sent to it when this process dies
     const Enclosure* enclosure = nullptr;  ///< where it is closed in; null: nowhere
@@ -75,10 +76,13 @@ class Child {
   std::optional<int> status_;  ///< set when nothing of it is left
 };
 
-/// The exit status for a wait status, where vanished files (24) count as a
-/// partial transfer (23): on a live system files vanish all the time. A death
-/// by a signal is repeated by this process, so then it does not return.
+/// The exit status for a wait status. A death by a signal is repeated by this process, so
+/// then it does not return.
 int exitLike(int waitStatus);
+
+/// What this program ends with when stock rsync ends with that status: vanished files (24)
+/// count as a partial transfer (23), as on a live system files vanish all the time.
+int ownStatus(int stockStatus);
 
 /// Waits for the child, passing on signals meanwhile; then exitLike.
 int supervise(Child& child, const SignalsHeld& signals);

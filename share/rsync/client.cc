@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -16,6 +17,7 @@
 #include "share/rsync/disk_reserve.h"
 #include "share/rsync/enclosure.h"
 #include "share/rsync/engine_ends.h"
+#include "share/rsync/error_output.h"
 #include "share/rsync/failure.h"
 #include "share/rsync/file_systems.h"
 #include "share/rsync/handover.h"
@@ -28,7 +30,6 @@ namespace qxrsync {
 
 namespace {
 
-constexpr std::chrono::seconds kHandshakeTimeout{60};
 constexpr std::chrono::milliseconds kLookInterval{100};
 
 Channel takeChannel(const Options& options) {
@@ -71,7 +72,7 @@ void readProgress(int from, ProgressBar& bar) {
 
 // With a bar if `progress` is a descriptor that stock rsync tells it to.
 int superviseCopy(Child& child, const SignalsHeld& signals, int progress, ProgressBar bar,
-                  const DiskReserve& reserve) {
+                  const DiskReserve& reserve, ErrorOutput& errors) {
   std::optional<std::string> problem;
   std::optional<int> status;
   while (!(status = child.ended())) {
@@ -82,6 +83,7 @@ int superviseCopy(Child& child, const SignalsHeld& signals, int progress, Progre
       complain(*problem);
       child.signal(SIGTERM);
     }
+    errors.pass();
     if (progress < 0) continue;
     readProgress(progress, bar);
     if (const std::optional<std::string> line = bar.changedBar()) writeIfThereIsRoom(*line + "\r");
@@ -90,12 +92,14 @@ int superviseCopy(Child& child, const SignalsHeld& signals, int progress, Progre
     readProgress(progress, bar);
     show(bar.finish(*status == 0));
   }
-  return problem ? kExitFileIo : exitLike(*status);
+  // Before a death by a signal is repeated.
+  errors.conclude(!problem && WIFEXITED(*status) ? WEXITSTATUS(*status) : kExitFileIo);
+  return problem ? kExitFileIo : ownStatus(exitLike(*status));
 }
 
 // By the engine, in a process of its own that is closed in.
 int fillInside(const EngineTask& task, Channel& channel, const Offer& agreed, bool progressBar,
-               const DiskReserve& reserve) {
+               const DiskReserve& reserve, ErrorOutput& errors) {
   ::mkdir(kReceiverFolder, 0700);  // one that it cannot have it does without
   std::optional<Enclosure> enclosure;
   Child::Setup setup;
@@ -103,10 +107,12 @@ int fillInside(const EngineTask& task, Channel& channel, const Offer& agreed, bo
     setup.enclosure = &enclosure.emplace(task.destination, agreed.xattrs,
                                          std::vector<std::string>{kReceiverFolder});
   setup.task = [&] { return fillByEngine(task, channel, agreed, progressBar); };
+  setup.standardError = errors.childEnd();
   const SignalsHeld signals;
   Child child(setup, signals);
   channel = {};
-  return superviseCopy(child, signals, -1, ProgressBar(0), reserve);
+  errors.letGoOfChildEnd();
+  return superviseCopy(child, signals, -1, ProgressBar(0), reserve, errors);
 }
 
 // Settings in the environment that would make stock rsync speak to its server
@@ -124,19 +130,22 @@ int runClient(const Options& options) {
   host::FdPair handover;
   std::uint64_t usedBytes = 0;
   DiskReserve reserve;
+  ErrorOutput errors;
 
   if (options.fdIn) {
     reserve = DiskReserve::fromEnvironment();
     ignoreBrokenPipes();
     clearWireSettings();
-    Channel channel = takeChannel(options);
+    Channel channel = takeChannel(options);  // nothing else is open behind it
+    errors = ErrorOutput(options.destination);
     Offer offer = probeByWriting(options.destination);
     offer.descriptors = carriesDescriptors(channel.in.get(), channel.out.get());
     const std::optional<EngineTask> task = engineTask(options);
     offer.engine = task.has_value();
     const Offer agreed =
         exchangeOffers(channel.in.get(), channel.out.get(), offer, Deadline(kHandshakeTimeout));
-    if (agreed.engine) return fillInside(*task, channel, agreed, options.progressBar, reserve);
+    if (agreed.engine)
+      return fillInside(*task, channel, agreed, options.progressBar, reserve, errors);
     usedBytes = agreed.usedBytes;
     handover = makeSocketPair();
     sendDescriptors(handover.first.get(), channel.in.get(), channel.out.get());
@@ -163,6 +172,7 @@ int runClient(const Options& options) {
 
   const SignalsHeld signals;
   Child::Setup keeper;
+  setup.standardError = keeper.standardError = errors.childEnd();
   if (enclosure) {
     // With the first process of the enclosure all others die at once. Stock rsync's first
     // ends before the one that has files to tidy up, so there is another one above it.
@@ -173,13 +183,16 @@ int runClient(const Options& options) {
       Child stock(setup, signals);
       handover.second.reset();
       progress.second.reset();
+      errors.letGoOfChildEnd();
       return supervise(stock, signals);
     };
   }
   Child child(enclosure ? keeper : setup, signals);
   handover.second.reset();
   progress.second.reset();
-  return superviseCopy(child, signals, progress.first.get(), ProgressBar(usedBytes), reserve);
+  errors.letGoOfChildEnd();
+  return superviseCopy(child, signals, progress.first.get(), ProgressBar(usedBytes), reserve,
+                       errors);
 }
 
 }  // namespace qxrsync

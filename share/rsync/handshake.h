@@ -35,6 +35,8 @@ namespace qxrsync {
 //                since a relay in between has lost them, and all goes on as before
 
 inline constexpr unsigned kHandshakeVersion = 2;
+/// How long an end waits for the other one to speak.
+inline constexpr std::chrono::seconds kHandshakeTimeout{60};
 inline constexpr size_t kHandshakeLineLimit = 128;  ///< bytes, without the line end
 
 /// What one end can do.

@@ -19,7 +19,6 @@ namespace qxrsync {
 
 namespace {
 
-constexpr std::chrono::seconds kHandshakeTimeout{60};
 constexpr int kSocketBuffer = 1 << 20;  // bytes towards stock rsync
 
 bool gone(const pollfd& polled) { return (polled.revents & (POLLHUP | POLLERR)) != 0; }

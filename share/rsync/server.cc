@@ -13,13 +13,17 @@
 #include "share/rsync/handover.h"
 #include "share/rsync/handshake.h"
 #include "share/rsync/run.h"
+#include "share/rsync/stock.h"
 
 namespace qxrsync {
 
 namespace {
 
-constexpr std::chrono::seconds kHandshakeTimeout{60};
-constexpr std::chrono::milliseconds kLookInterval{500};
+constexpr std::chrono::milliseconds kServerLookInterval{500};
+
+// Has stock rsync send what it says of files to the client, which must know what is left out.
+// Older ones know no other way, nor this option.
+constexpr const char* kTellClient = "--no-msgs2stderr";
 
 // From here on only stock rsync holds the channel, so its end is the channel's.
 void letGoOfChannel() {
@@ -32,14 +36,14 @@ void letGoOfChannel() {
 int superviseBesideChannel(Child& child, const SignalsHeld& signals) {
   std::optional<int> status;
   while (!(status = child.ended())) {
-    const std::optional<int> signal = signals.next(kLookInterval);
+    const std::optional<int> signal = signals.next(kServerLookInterval);
     pollfd channel{STDIN_FILENO, POLLIN, 0};
     if (signal && *signal != SIGCHLD)
       child.signal(*signal);
     else if (!signal && ::poll(&channel, 1, 0) == 1)
       child.signal(SIGKILL);
   }
-  return exitLike(*status);
+  return ownStatus(exitLike(*status));
 }
 
 }  // namespace
@@ -70,6 +74,7 @@ int runServer(const Options& options) {
   }
   setup.deathSignal = SIGKILL;  // it only reads, so there is nothing to tidy up
   setup.arguments = {"--server", "--sender"};
+  if (stockKnows(kTellClient)) setup.arguments.emplace_back(kTellClient);
   if (agreed.acls) setup.arguments.emplace_back("-A");
   if (agreed.xattrs) setup.arguments.emplace_back("-X");
   if (!capabilities.empty()) setup.arguments.push_back("-e" + capabilities);
@@ -83,7 +88,7 @@ int runServer(const Options& options) {
     return superviseBesideChannel(child, signals);
   }
   letGoOfChannel();
-  return supervise(child, signals);
+  return ownStatus(supervise(child, signals));
 }
 
 }  // namespace qxrsync

@@ -2,6 +2,9 @@
 
 #include <unistd.h>
 
+#include <climits>
+
+#include "host/file.h"
 #include "host/process.h"
 #include "share/rsync/failure.h"
 
@@ -24,6 +27,11 @@ std::vector<std::string> stockCommand() {
   const std::string loader = libraries + "/ld-linux-x86-64.so.2";
   if (folder + "/rsync.stock" != stock || ::access(loader.c_str(), X_OK) != 0) return {stock};
   return {loader, "--library-path", libraries, stock};
+}
+
+bool stockKnows(const std::string& option) {
+  const std::string program = host::readFile(stockPath()).value_or("");
+  return program.find(option.substr(option.find_first_not_of('-')) + '\0') != std::string::npos;
 }
 
 void becomeStock(const std::vector<std::string>& arguments) {

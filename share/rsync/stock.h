@@ -16,6 +16,10 @@ std::string stockPath();
 /// program's "usr/local/share/qxlinmigrate" is in). Throws Failure.
 std::vector<std::string> stockCommand();
 
+/// Whether the stock rsync to run has a long option of this name, "--" included. Its file
+/// says so, as it names all of them; nothing is run for that. Throws Failure as stockPath.
+bool stockKnows(const std::string& option);
+
 /// Replaces this process with stock rsync. Returns never; throws Failure.
 [[noreturn]] void becomeStock(const std::vector<std::string>& arguments);
 

@@ -21,6 +21,7 @@ class View : public agent::MigrationView {
   void stageEnds(const std::string&, int, double) override {}
   void line(const std::string& text) override { lines.push_back(text); }
   void percent(const std::string&, int) override {}
+  void leftOut(const host::CopyReport&) override {}
   std::vector<std::string> lines;
 };
 
@@ -29,7 +30,7 @@ class Migration : public testing::Test {
   agent::MigrationResult run() {
     QXL::QXLConnectionInfo here;
     here.address = "local";
-    return agent::migrate(here, newParams(), view, std::make_shared<agent::CancelToken>());
+    return agent::migrate(here, newParams(), {}, view, std::make_shared<agent::CancelToken>());
   }
   LoadedPlugin plugin;
   FakeWorkers fakes;

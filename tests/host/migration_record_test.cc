@@ -40,6 +40,7 @@ MigrationRecord sample() {
   record.bytes = 5000000000;
   record.files = 3;
   record.warnings = {"a warning"};
+  record.leftOut.add("/srv/\xff", "cannot be read on the server: Input/output error");
   return record;
 }
 
@@ -73,6 +74,59 @@ TEST(MigrationRecord, IsReadAsItWasWritten) {
   EXPECT_FALSE(host::hasSucceeded(read, "rSync"));
   EXPECT_TRUE(host::hasBegun(read, "rSync"));
   EXPECT_FALSE(host::hasBegun(read, "rSync2"));
+  EXPECT_EQ(read.leftOut.count, 1u);
+  EXPECT_EQ(read.leftOut.files.at(0).path, "/srv/\\xff");
+}
+
+// Journals are read by newer programs than those that wrote them.
+TEST(MigrationRecord, OneFromBeforeCopiesWereLookedAtIsRead) {
+  const std::string text = with("\"left_out\"", "\"something_else\"");
+  EXPECT_TRUE(host::parseRecord(text).leftOut.isComplete());
+}
+
+TEST(MigrationRecord, AThousandLongPathsFitIntoARecord) {
+  MigrationRecord record = sample();
+  for (size_t i = 0; i < 5000; ++i) record.leftOut.add(std::string(4096, '\\'), "why");
+  record.texts.assign(host::kMaxRecordTexts, std::string(host::kMaxRecordText, '\\'));
+  record.warnings = record.texts;
+  const MigrationRecord read = host::parseRecord(host::formatRecord(record));
+  EXPECT_EQ(read.leftOut.count, 5001u);
+  EXPECT_GT(read.leftOut.files.size(), 200u);
+}
+
+// Or else a server could keep a migration from being cleaned.
+TEST(MigrationRecord, TextsThatGrowWhenTheyAreWrittenDoNotMakeItUnreadable) {
+  MigrationRecord record = sample();
+  record.texts.assign(host::kMaxRecordTexts, std::string(host::kMaxRecordText, '\x01'));
+  record.texts.back() = "newest";
+  const MigrationRecord read = host::parseRecord(host::formatRecord(record));
+  EXPECT_EQ(read.texts.back(), "newest");
+  EXPECT_GE(read.texts.size(), 50u);
+}
+
+TEST(CopyReport, IsReadAsItWasWritten) {
+  host::CopyReport report;
+  report.add("/a\tb\nc", "why\x1b[2J");
+  report.add("", "rsync does not say");
+  const host::CopyReport read = host::parseCopyReport(host::formatCopyReport(report));
+  EXPECT_EQ(read.count, 2u);
+  EXPECT_EQ(host::textOf(read.files.at(0)), "/a b\\nc: why\\x1b[2J");
+  EXPECT_EQ(host::textOf(read.files.at(1)), "rsync does not say");
+  EXPECT_TRUE(host::parseCopyReport("0\n").isComplete());
+}
+
+TEST(CopyReport, CountsWhatItDoesNotList) {
+  host::CopyReport report;
+  for (size_t i = 0; i <= host::kMaxNotCopied; ++i) report.add("/a", "why");
+  const host::CopyReport read = host::parseCopyReport(host::formatCopyReport(report));
+  EXPECT_EQ(read.count, host::kMaxNotCopied + 1);
+  EXPECT_EQ(read.files.size(), host::kMaxNotCopied);
+}
+
+TEST(CopyReport, AnyOtherTextIsRefused) {
+  for (const char* text : {"", "1", "x\n", "-1\n", "0\n/a\twhy\n", "1\n/a why\n", "1\n/a\twhy"}) {
+    EXPECT_THROW(host::parseCopyReport(text), host::Error) << text;
+  }
 }
 
 TEST(MigrationRecord, AnyByteOfAFileNameCanBeWritten) {

@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 
+#include "agent/programs/last_copy.h"
 #include "fixtures/local_ends.h"
 #include "workers.h"
 
@@ -23,8 +25,10 @@ class View : public agent::MigrationView {
   void stageEnds(const std::string&, int, double) override {}
   void line(const std::string& text) override { lines.push_back(text); }
   void percent(const std::string&, int percent) override { percents.push_back(percent); }
+  void leftOut(const host::CopyReport& report) override { reports.push_back(report); }
   std::vector<std::string> lines;
   std::vector<int> percents;
+  std::vector<host::CopyReport> reports;
 };
 
 // Server and node at once. The server's rsync sends one line, the node's client
@@ -49,13 +53,13 @@ ScratchHost bothHosts() {
   return host;
 }
 
-agent::MigrationResult migrateHere(View& view) {
+agent::MigrationResult migrateHere(View& view, const agent::CopyRules& rules = {}) {
   const ParamsPtr params = containerParams();
   params->options.services = {{"mysql"}};
   params->options.config->setVERootVar(kVeRoot);
   QXL::QXLConnectionInfo here;
   here.address = "local";
-  return agent::migrate(here, params, view, std::make_shared<agent::CancelToken>());
+  return agent::migrate(here, params, rules, view, std::make_shared<agent::CancelToken>());
 }
 
 // The programs called, with their first arguments, except the versions asked for.
@@ -100,6 +104,104 @@ TEST(WholeMigration, CallsEveryProgramInOrder) {
                 ElementsAre("Disk usage: required 3M, available 8M", "Dumping quota...",
                             "Starting rsync...", "Stopping services...", "Starting rsync..."));
     EXPECT_FALSE(fs::exists(kLock));
+  });
+}
+
+// As bothHosts(); the client reports what the file /reports/N holds of its Nth run.
+ScratchHost reportingHosts() {
+  ScratchHost host = bothHosts();
+  host.tool(kRsync, {.script = "case $1 in\n"
+                               "--server) read request; echo answered;;\n"
+                               "-ESHa) bash -c 'echo request >&$1; read data <&$2' - $8 $6\n"
+                               "echo >>/reports/runs\n"
+                               "cp /reports/$(wc -l </reports/runs) $QX_RSYNC_REPORT;;\n"
+                               "esac"});
+  return host;
+}
+
+void report(int run, const std::string& text) {
+  std::ofstream("/reports/" + std::to_string(run)) << text;
+}
+
+agent::MigrationResult migrateReporting(View& view, bool acceptPartial) {
+  const LoadedPlugin plugin;
+  const agent::CopyReportFile file;
+  return migrateHere(view, {file.path(), "101", acceptPartial});
+}
+
+const char kPartial[] = "2\n/a\tcannot be read on the server: Input/output error\n/b\twhy\n";
+
+TEST(WholeMigration, IncompleteSecondCopyIsMadeOnceMore) {
+  ScratchHost host = reportingHosts();
+  host.dir("/reports");
+  host.run([&] {
+    report(1, kPartial);  // which matters in the first copy to nobody
+    report(2, kPartial);
+    report(3, "0\n");
+    View view;
+    const agent::MigrationResult result = migrateReporting(view, false);
+    EXPECT_TRUE(result.succeeded) << result.stage << ": " << result.text;
+    EXPECT_TRUE(result.leftOut.isComplete());
+    ASSERT_EQ(view.reports.size(), 2u);
+    EXPECT_EQ(view.reports[0].files.size(), 2u);
+    EXPECT_TRUE(view.reports[1].isComplete());
+    EXPECT_EQ(readFile("/reports/runs"), "\n\n\n");
+    EXPECT_THAT(view.lines, testing::Contains("It is made once more."));
+    EXPECT_THAT(view.lines, testing::Contains("The second copy is complete now."));
+  });
+}
+
+TEST(WholeMigration, SecondCopyThatIsIncompleteTwiceFailsAndIsRolledBack) {
+  ScratchHost host = reportingHosts();
+  host.dir("/reports");
+  host.run([&] {
+    report(1, "0\n");
+    report(2, kPartial);
+    report(3, kPartial);
+    View view;
+    const agent::MigrationResult result = migrateReporting(view, false);
+    EXPECT_FALSE(result.succeeded);
+    EXPECT_EQ(result.stage, "checkCopy");
+    EXPECT_EQ(result.text,
+              "2 files are not as they are on the server, although the second copy was made twice. "
+              "The first: /a: cannot be read on the server: Input/output error. Mend that, leave "
+              "it out with --exclude, or go on without it with --accept-partial; 'qxmigrate show "
+              "101' lists what it is");
+    EXPECT_EQ(result.leftOut.count, 2u);
+    EXPECT_EQ(readFile("/reports/runs"), "\n\n\n");
+    const auto calls = outline(host);
+    EXPECT_THAT(calls, testing::Contains("qxctl --skiplock destroy"));
+    EXPECT_THAT(calls, testing::Not(testing::Contains("qxctl --skiplock runscript")));
+    EXPECT_FALSE(fs::exists(kLock));
+  });
+}
+
+TEST(WholeMigration, IncompleteCopyCanBeAccepted) {
+  ScratchHost host = reportingHosts();
+  host.dir("/reports");
+  host.run([&] {
+    report(1, "0\n");
+    report(2, kPartial);
+    report(3, kPartial);
+    View view;
+    const agent::MigrationResult result = migrateReporting(view, true);
+    EXPECT_TRUE(result.succeeded) << result.stage << ": " << result.text;
+    EXPECT_EQ(result.leftOut.count, 2u);
+  });
+}
+
+TEST(WholeMigration, CopyWithoutAReportIsNotTakenForComplete) {
+  ScratchHost host = reportingHosts();
+  host.dir("/reports");
+  host.run([&] {
+    report(1, "0\n");
+    report(3, "nonsense");
+    View view;
+    const agent::MigrationResult result = migrateReporting(view, false);
+    EXPECT_EQ(result.stage, "checkCopy");
+    ASSERT_EQ(view.reports.size(), 2u);
+    EXPECT_THAT(view.reports[0].files.at(0).reason, testing::HasSubstr("No such file"));
+    EXPECT_THAT(view.reports[1].files.at(0).reason, testing::HasSubstr("not the report of a copy"));
   });
 }
 

@@ -224,9 +224,12 @@ TEST(Peer, UnusableCapabilitiesAreRefusedByTheServer) {
   EXPECT_NE(said.find("\"CAPABILITIES .i;rm\""), std::string::npos) << said;
 }
 
-TEST(Server, RunsStockWithWhatWasAgreed) {
+namespace {
+
+// What a stock server that is this script is told, a line a word.
+std::string wordsForStock(const std::string& script) {
   TempTree tree;
-  const std::string program = programWithStock(tree, "for a in \"$@\"; do echo \"<$a>\"; done\n");
+  const std::string program = programWithStock(tree, script);
   Channel channel = pipeChannel();
   ProgramRun run({program, "--server", "--sender", "-ESHa", "--numeric-ids", "--delete", ".", "/"});
   run.setInput(channel.server.in.get());
@@ -234,7 +237,7 @@ TEST(Server, RunsStockWithWhatWasAgreed) {
   run.start();
   channel.server = {};
   const std::string words = "QXRSYNC 2 - 0\nCAPABILITIES .iLsf\n";
-  ASSERT_EQ(::write(channel.client.out.get(), words.data(), words.size()),
+  EXPECT_EQ(::write(channel.client.out.get(), words.data(), words.size()),
             static_cast<ssize_t>(words.size()));
   EXPECT_EQ(run.exitStatus(10), 0) << run.err();
   std::string heard(4096, '\0');
@@ -243,8 +246,23 @@ TEST(Server, RunsStockWithWhatWasAgreed) {
   while ((count = ::read(channel.client.in.get(), heard.data() + size, heard.size() - size)) > 0)
     size += static_cast<size_t>(count);
   heard.resize(size);
-  EXPECT_EQ(heard.substr(heard.find('\n') + 1),
+  return heard.substr(heard.find('\n') + 1);
+}
+
+const char kSayWords[] = "for a in \"$@\"; do echo \"<$a>\"; done\nexit 0\n";
+
+}  // namespace
+
+TEST(Server, RunsStockWithWhatWasAgreed) {
+  EXPECT_EQ(wordsForStock(kSayWords),
             "<--server>\n<--sender>\n<-e.iLsf>\n<-ESHa>\n<--numeric-ids>\n<--delete>\n<.>\n</>\n");
+}
+
+// The client must know what is left out.
+TEST(Server, HasStockTellTheClientOfItsErrorsWhereItWouldNot) {
+  EXPECT_EQ(wordsForStock(kSayWords + std::string("msgs2stderr\0no-msgs2stderr\0", 27)),
+            "<--server>\n<--sender>\n<--no-msgs2stderr>\n<-e.iLsf>\n<-ESHa>\n<--numeric-ids>\n"
+            "<--delete>\n<.>\n</>\n");
 }
 
 TEST(Status, OfStockIsPassedOnWithVanishedFilesAsPartial) {

@@ -1,6 +1,11 @@
 // Endings that are not the good one: files that vanish, and processes that die.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/fs.h>
 #include <poll.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,7 +17,9 @@
 #include <string>
 #include <thread>
 
+#include "host/copy_report.h"
 #include "share_tests/transfer.h"
+#include "support/child_test.h"
 #include "support/temp_tree.h"
 
 using test_support::dirAt;
@@ -158,7 +165,100 @@ INSTANTIATE_TEST_SUITE_P(Pipes, MidTransfer, testing::Values(pipeChannel));
 // Here stock rsync's own descriptors go to the server.
 INSTANTIATE_TEST_SUITE_P(Sockets, MidTransfer, testing::Values(+[] { return socketChannel(); }));
 
-TEST_F(Ending, VanishedFileEndsWithPartialStatusAtBothEnds) {
+namespace {
+
+// What the client reports of the copies of this test.
+class Reporting : public Ending {
+ protected:
+  Reporting() { ::setenv(host::kCopyReportVariable, path_.c_str(), 1); }
+  ~Reporting() override { ::unsetenv(host::kCopyReportVariable); }
+
+  host::CopyReport report() const { return host::parseCopyReport(readFile(path_)); }
+  std::string first() const {
+    const host::CopyReport found = report();
+    return found.files.empty() ? "" : host::textOf(found.files.front());
+  }
+
+  const std::string path_ = tree_.path("report");
+};
+
+// A file that nobody can change or replace, as long as this object lives.
+class ImmutableFile {
+ public:
+  explicit ImmutableFile(const std::string& path)
+      : fd_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (!set(FS_IMMUTABLE_FL)) {
+      throw test_support::Unavailable{"no file can be made immutable on the file system of " +
+                                      path};
+    }
+  }
+  ~ImmutableFile() { set(0); }
+  ImmutableFile(const ImmutableFile&) = delete;
+  ImmutableFile& operator=(const ImmutableFile&) = delete;
+
+ private:
+  bool set(int flag) const {
+    int flags = 0;
+    if (::ioctl(fd_.get(), FS_IOC_GETFLAGS, &flags) != 0) return false;
+    flags = (flags & ~FS_IMMUTABLE_FL) | flag;
+    return ::ioctl(fd_.get(), FS_IOC_SETFLAGS, &flags) == 0;
+  }
+
+  Fd fd_;
+};
+
+}  // namespace
+
+TEST_F(Reporting, CompleteCopyIsReported) {
+  makeEntry(tree_.path(""), fileAt("report", "of an earlier copy"));
+  transfer(from_ + "/", to_);
+  EXPECT_EQ(readFile(path_), "0\n");
+}
+
+TEST_F(Reporting, FailedCopyHasNoReport) {
+  makeEntry(tree_.path(""), fileAt("report", "of an earlier copy"));
+  Transfer run(from_ + "/", to_ + "/not/there/at/all");
+  run.start(pipeChannel());
+  EXPECT_EQ(run.client().exitStatus(10), 3) << run.client().err();
+  EXPECT_FALSE(fs::exists(path_));
+}
+
+TEST_F(Reporting, FileThatCannotBeReplacedIsNamed) {
+  makeEntry(from_, dirAt("d"));
+  makeEntry(from_, fileAt("d/fixed", "new content"));
+  makeEntry(to_, dirAt("d"));
+  makeEntry(to_, fileAt("d/fixed", "old"));
+  for (const char* engine : {"stock", "own"}) {
+    ::setenv("QX_RSYNC_ENGINE", engine, 1);
+    test_support::runInChild([&] {
+      const ImmutableFile fixed(to_ + "/d/fixed");
+      Transfer run(from_ + "/", to_);
+      run.start(pipeChannel());
+      EXPECT_EQ(run.client().exitStatus(), 23);
+      EXPECT_NE(run.client().err().find("fixed"), std::string::npos) << run.client().err();
+    });
+    EXPECT_EQ(report().count, 1u) << engine;
+    EXPECT_EQ(first().substr(0, 10), "/d/fixed: ") << first();
+    EXPECT_NE(first().find(": Operation not permitted"), std::string::npos) << first();
+  }
+  ::unsetenv("QX_RSYNC_ENGINE");
+}
+
+// A file of the kernel's that gives "Input/output error" when it is read.
+TEST_F(Reporting, FileThatCannotBeReadIsNamed) {
+  const char* bad = "/sys/devices/platform/power/autosuspend_delay_ms";
+  if (::geteuid() != 0 || !fs::exists(bad)) GTEST_SKIP() << "NOT TESTED: needs root and " << bad;
+  makeEntry(from_, fileAt("bad", "x"));
+  test_support::runInChild([&] {
+    ASSERT_EQ(::unshare(CLONE_NEWNS), 0);
+    ASSERT_EQ(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+    ASSERT_EQ(::mount(bad, (from_ + "/bad").c_str(), nullptr, MS_BIND, nullptr), 0);
+    transfer(from_ + "/", to_, {}, 23);
+  });
+  EXPECT_EQ(first(), from_ + "/bad: cannot be read on the server: Input/output error");
+}
+
+TEST_F(Reporting, VanishedFileEndsWithPartialStatusAtBothEndsAndIsNoProblem) {
   // Names of one directory are sent at once, and files in this order.
   std::mt19937_64 random(1);
   std::string much(32 << 20, '\0');
@@ -194,13 +294,14 @@ TEST_F(Ending, VanishedFileEndsWithPartialStatusAtBothEnds) {
   EXPECT_FALSE(fs::exists(to_ + "/b vanishes"));
   EXPECT_EQ(readFile(to_ + "/c last"), "y");
   EXPECT_NE(run.client().err().find("vanished"), std::string::npos) << run.client().err();
+  EXPECT_EQ(report().count, 0u);
 }
 
 TEST_F(Ending, SourceThatIsNotThereEndsWithStocksStatus) {
   Transfer run(from_ + "/missing/", to_);
   run.start(pipeChannel());
   run.expectBothEndWith(23);
-  EXPECT_NE(run.server().err().find("missing"), std::string::npos) << run.server().err();
+  EXPECT_NE(run.client().err().find("missing"), std::string::npos) << run.client().err();
 }
 
 TEST_F(Ending, DestinationThatCannotBeMadeEndsWithStocksStatus) {

@@ -91,6 +91,26 @@ void expectNothingLeft() {
   EXPECT_FALSE(host::exists(kLock));
 }
 
+// As at boot, when a disk comes late.
+TEST(Recovery, AnAreaOnADiskThatIsNotMountedIsLeftForLater) {
+  ScratchHost host = node();
+  host.file("/etc/fstab", "/dev/late /var/lib/qx/private ext4 nofail 0 2\n");
+  host.run([] {
+    const MigrationJournal journal = interrupted({"createDstSrv", "rSync"});
+    writeConfiguration();
+    try {
+      agent::recover(journal, Copy::kAsTold);
+      ADD_FAILURE() << "it is finished";
+    } catch (const host::Error& problem) {
+      EXPECT_STREQ(problem.what(),
+                   "the private area /var/lib/qx/private/101 is on /var/lib/qx/private, which is "
+                   "not mounted: 'mount /var/lib/qx/private', and clean again");
+    }
+    EXPECT_TRUE(host::exists(kConf));
+    EXPECT_EQ(stateNow(), MigrationState::kRunning);
+  });
+}
+
 TEST(Recovery, WhatDiedBeforeItMadeAnythingLeavesItsLockAndFoldersAlone) {
   node().run([] {
     const MigrationJournal journal = interrupted({"lockVPS"});

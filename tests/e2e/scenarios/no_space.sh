@@ -9,7 +9,7 @@ mount -t tmpfs -o size=64m,mode=755 small /var/lib/qx
 
 migrate
 check_status 1
-check_says "qxmigrate: stage 'after getFreeDiskSpace' failed: There is not enough free disk space for p2v."
+check_says "qxmigrate: failed after stage 'getFreeDiskSpace': There is not enough free disk space for p2v."
 check "the sizes were shown" grep -Eq 'Disk usage: required [0-9]+M, available 64M$' "$out"
 check_rolled_back
 check_services_run

@@ -15,6 +15,7 @@ cut_in() {
   printf '        qxmigrate ended %d s after the cut\n' $((SECONDS - cut))
   check_status 1
   check "the stage was $1" grep -q "^qxmigrate: stage '$1' failed: " "$out"
+  check_begins "qxmigrate: the server could not be told, and undoes its part by itself"
   check "qxmigrate noticed and was done within a minute" test $((SECONDS - cut)) -le 60
   check_services_run
   lab join $server
