@@ -21,8 +21,9 @@ bool carriesDescriptors(int in, int out) {
 }
 
 void sendDescriptors(int socket, int in, int out) {
+  const char byte = 0;
   const int fds[2] = {in, out};
-  if (host::sendWithFds(socket, std::string_view("", 1), fds) != 1)
+  if (host::sendWithFds(socket, {&byte, 1}, fds) != 1)
     throw systemFailure(kExitSystem, "cannot hand over the data channel");
 }
 
