@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "agent/programs/migration.h"
+#include "agent/programs/migration_view.h"
 #include "framework/haul_control.h"
 #include "host/copy_report.h"
 

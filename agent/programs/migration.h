@@ -5,32 +5,13 @@
 #include <memory>
 #include <string>
 
+#include "agent/programs/migration_view.h"
 #include "agent/system/cancel.h"
 #include "agent/wire/request_context.h"
 #include "framework/migrate_params.h"
 #include "host/copy_report.h"
 
 namespace agent {
-
-/// What a person who watches a migration is shown.
-class MigrationView {
- public:
-  virtual ~MigrationView() = default;
-  virtual void stageBegins(const std::string& stage) = 0;
-  virtual void stageEnds(const std::string& stage, int result, double seconds) = 0;
-  virtual void line(const std::string& text) = 0;
-  virtual void percent(const std::string& description, int percent) = 0;
-  /// What the last copy has left out, each time that it has ended; nothing, when it is
-  /// complete.
-  virtual void leftOut(const host::CopyReport& report) = 0;
-};
-
-/// What is asked of the last copy (see last_copy.h).
-struct CopyRules {
-  std::string report;          ///< path of what rsync reports; empty: it is not looked at
-  std::string ctid;            ///< the container's id, for people
-  bool acceptPartial = false;  ///< go on without what could not be copied
-};
 
 /// How a migration ended.
 struct MigrationResult {
