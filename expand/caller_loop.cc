@@ -16,7 +16,7 @@ namespace {
 
 // A wait status that is neither an exit nor a signal: nobody can tell any more
 // how the program ended.
-constexpr int UNKNOWN_STATUS = 0x7f;
+constexpr int kUnknownStatus = 0x7f;
 
 }  // namespace
 
@@ -83,7 +83,7 @@ void CallerExec::lookWithoutSignal_() {
   } else if (ended == -1 && errno == ECHILD) {
     // Somebody else has waited for it. No signal will come any more.
     exited_ = true;
-    status_ = UNKNOWN_STATUS;
+    status_ = kUnknownStatus;
   }
 }
 

@@ -8,21 +8,21 @@
 namespace Expand {
 namespace {
 
-constexpr std::uint64_t CHUNK = 4096;
+constexpr std::uint64_t kChunk = 4096;
 
 }  // namespace
 
 Connector::~Connector() = default;
 
 int CfromStaticBuf::process() {
-  const ssize_t put = write(fd(), data_, std::min(size_ - position_, CHUNK));
+  const ssize_t put = write(fd(), data_, std::min(size_ - position_, kChunk));
   if (put == -1 && errno != EINTR) return -errno;
   if (put > 0) position_ += static_cast<std::uint32_t>(put);
   return position_ < size_ ? 1 : 0;
 }
 
 int CtoDynaBuf::process() {
-  char chunk[CHUNK];
+  char chunk[kChunk];
   ssize_t got;
   do {
     got = read(fd(), chunk, sizeof(chunk));

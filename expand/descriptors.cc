@@ -43,14 +43,14 @@ ssize_t writeFD(int fd, const void* buf, std::size_t n) {
 }
 
 int swapFD(int a, int b) {
-  const int a_flags = fcntl(a, F_GETFD);
-  const int b_flags = fcntl(b, F_GETFD);
-  if (a_flags == -1 || b_flags == -1) return -1;
+  const int aFlags = fcntl(a, F_GETFD);
+  const int bFlags = fcntl(b, F_GETFD);
+  if (aFlags == -1 || bFlags == -1) return -1;
   if (a == b) return 0;
   const int spare = fcntl(a, F_DUPFD_CLOEXEC, 0);
   if (spare == -1) return -1;
-  const int result = dup3(b, a, b_flags & FD_CLOEXEC ? O_CLOEXEC : 0) == -1 ||
-                             dup3(spare, b, a_flags & FD_CLOEXEC ? O_CLOEXEC : 0) == -1
+  const int result = dup3(b, a, bFlags & FD_CLOEXEC ? O_CLOEXEC : 0) == -1 ||
+                             dup3(spare, b, aFlags & FD_CLOEXEC ? O_CLOEXEC : 0) == -1
                          ? -1
                          : 0;
   close(spare);

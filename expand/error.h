@@ -30,14 +30,14 @@ class EXPAND_API Error : public std::exception {
   };
 
   /// Size of the two text buffers, in bytes; longer texts are cut.
-  static constexpr std::size_t TEXT_SIZE = 4096;
+  static constexpr std::size_t kTextSize = 4096;
 
   /// code    a value of the table; any other value is taken, and described as
   ///         unknown with domain and category 0
-  /// format  of the message, as for printf; cut at TEXT_SIZE - 1 characters
+  /// format  of the message, as for printf; cut at kTextSize - 1 characters
   Error(Code code, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
-  /// "[domain name] description. message", cut at TEXT_SIZE - 1 characters. The
+  /// "[domain name] description. message", cut at kTextSize - 1 characters. The
   /// text belongs to this object and is made anew by each call.
   const char* what() const noexcept override;
 
@@ -62,9 +62,9 @@ class EXPAND_API Error : public std::exception {
   Code code_;
   std::uint32_t domain_;
   std::uint32_t category_;
-  mutable char what_[TEXT_SIZE];
+  mutable char what_[kTextSize];
   const char* description_;
-  char message_[TEXT_SIZE];
+  char message_[kTextSize];
 };
 
 /// Receives each problem that the configuration parser finds. This one throws a

@@ -10,7 +10,7 @@
 namespace Expand {
 namespace {
 
-constexpr std::size_t CHUNK = 65536;
+constexpr std::size_t kFileChunk = 65536;
 
 }  // namespace
 
@@ -21,13 +21,13 @@ int get_file(const std::string& path, std::string& out) {
   int error = 0;
   for (;;) {
     const std::size_t length = out.size();
-    out.resize(length + CHUNK);
-    const ssize_t got = read(fd, &out[length], CHUNK);
-    const int read_error = errno;
+    out.resize(length + kFileChunk);
+    const ssize_t got = read(fd, &out[length], kFileChunk);
+    const int readError = errno;
     out.resize(length + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
     if (got == 0) break;
-    if (got == -1 && read_error != EINTR) {
-      error = read_error;
+    if (got == -1 && readError != EINTR) {
+      error = readError;
       break;
     }
   }
@@ -40,7 +40,7 @@ int put_file(const std::string& path, const std::string& data, int flags, unsign
   if (fd == -1) return errno;
   std::size_t done = 0;
   while (done < data.size()) {
-    const ssize_t put = write(fd, data.data() + done, std::min(CHUNK, data.size() - done));
+    const ssize_t put = write(fd, data.data() + done, std::min(kFileChunk, data.size() - done));
     if (put >= 0) {
       done += static_cast<std::size_t>(put);
     } else if (errno != EINTR) {

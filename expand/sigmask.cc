@@ -5,7 +5,7 @@
 namespace Expand {
 namespace {
 
-const char* const NAMES[] = {
+const char* const kNames[] = {
     "NONE",      "SIGHUP",  "SIGINT",    "SIGQUIT", "SIGILL",   "SIGTRAP", "SIGABRT", "SIGBUS",
     "SIGFPE",    "SIGKILL", "SIGUSR1",   "SIGSEGV", "SIGUSR2",  "SIGPIPE", "SIGALRM", "SIGTERM",
     "SIGSTKFLT", "SIGCHLD", "SIGCONT",   "SIGSTOP", "SIGTSTP",  "SIGTTIN", "SIGTTOU", "SIGURG",
@@ -20,10 +20,10 @@ sigset_t currentMask() {
 
 std::string namesIn(const sigset_t& signals) {
   std::string names;
-  for (std::size_t number = 0; number < sizeof(NAMES) / sizeof(NAMES[0]); ++number) {
+  for (std::size_t number = 0; number < sizeof(kNames) / sizeof(kNames[0]); ++number) {
     if (sigismember(&signals, static_cast<int>(number)) != 1) continue;
     names += ' ';
-    names += NAMES[number];
+    names += kNames[number];
   }
   return names;
 }

@@ -8,7 +8,7 @@
 namespace Expand {
 namespace {
 
-const char BLANKS[] = " \t\r\n";
+const char kBlanks[] = " \t\r\n";
 
 // Of ASCII only, whatever the locale of the process.
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
@@ -16,12 +16,12 @@ char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + '
 }  // namespace
 
 void strip(std::string& s) {
-  const std::size_t first = s.find_first_not_of(BLANKS);
+  const std::size_t first = s.find_first_not_of(kBlanks);
   if (first == std::string::npos) {
     s.clear();
     return;
   }
-  s.erase(s.find_last_not_of(BLANKS) + 1);
+  s.erase(s.find_last_not_of(kBlanks) + 1);
   s.erase(0, first);
 }
 
@@ -29,9 +29,9 @@ void collapse(std::string& s) {
   strip(s);
   std::string collapsed;
   for (std::size_t at = 0; at < s.size();) {
-    const std::size_t end = std::min(s.find_first_of(BLANKS, at), s.size());
+    const std::size_t end = std::min(s.find_first_of(kBlanks, at), s.size());
     collapsed.append(s, at, end - at);
-    at = std::min(s.find_first_not_of(BLANKS, end), s.size());
+    at = std::min(s.find_first_not_of(kBlanks, end), s.size());
     if (at > end) collapsed += ' ';
   }
   s.swap(collapsed);
@@ -57,11 +57,11 @@ std::string join_argv(const char* const* argv) {
 }
 
 void replace(std::string& s, const char* from, const char* to) {
-  const std::size_t from_length = std::strlen(from);
-  const std::size_t to_length = std::strlen(to);
-  if (from_length == 0) return;
-  for (std::size_t at = s.find(from); at != std::string::npos; at = s.find(from, at + to_length)) {
-    s.replace(at, from_length, to);
+  const std::size_t fromLength = std::strlen(from);
+  const std::size_t toLength = std::strlen(to);
+  if (fromLength == 0) return;
+  for (std::size_t at = s.find(from); at != std::string::npos; at = s.find(from, at + toLength)) {
+    s.replace(at, fromLength, to);
   }
 }
 

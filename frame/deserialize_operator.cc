@@ -9,7 +9,7 @@ namespace {
 
 typedef QXL::QXLOperatorFunctionalPrototype::QXLOpHandler Handler;
 
-struct Row {
+struct Stage {
   const char* stage;
   Handler handler;
 };
@@ -29,7 +29,7 @@ void QXLinMigrateP2VDeserializeOperator::withChannel(const Message& in, const Me
 QXLinMigrateP2VDeserializeOperator::QXLinMigrateP2VDeserializeOperator() {
   typedef QXLinMigrateP2VDeserializeOperator Self;
   typedef QXLinMigrateP2VDeserializer Stages;
-  const Row table[] = {
+  const Stage table[] = {
       {"lockVPS", static_cast<Handler>(&Self::plain<&Stages::lockVPS>)},
       {"createDstSrv", static_cast<Handler>(&Self::plain<&Stages::createDstSrv>)},
       {"rSync", static_cast<Handler>(&Self::withChannel<&Stages::rSync>)},
@@ -42,7 +42,7 @@ QXLinMigrateP2VDeserializeOperator::QXLinMigrateP2VDeserializeOperator() {
       // null handler, not a missing row, under the empty stage name.
       {"", nullptr},
   };
-  for (const Row& row : table) methods_[row.stage] = QXLOpMethodInfo{row.handler, 0, 0};
+  for (const Stage& row : table) methods_[row.stage] = QXLOpMethodInfo{row.handler, 0, 0};
 }
 
 QXLinMigrateP2VDeserializeOperator::~QXLinMigrateP2VDeserializeOperator() = default;

@@ -8,7 +8,7 @@ namespace {
 
 typedef QXL::QXLOperatorFunctionalPrototype::QXLOpHandler Handler;
 
-struct Row {
+struct Served {
   const char* stage;
   Handler handler;
 };
@@ -28,7 +28,7 @@ void QXLinMigrateP2VSerializeOperator::withChannel(const Message& in, const Mess
 QXLinMigrateP2VSerializeOperator::QXLinMigrateP2VSerializeOperator() {
   typedef QXLinMigrateP2VSerializeOperator Self;
   typedef QXLinMigrateP2VSerializer Stages;
-  const Row table[] = {
+  const Served table[] = {
       {"startRSyncServer", static_cast<Handler>(&Self::withChannel<&Stages::startRSyncServer>)},
       {"waitRSyncServer", static_cast<Handler>(&Self::plain<&Stages::waitRSyncServer>)},
       {"stopServices", static_cast<Handler>(&Self::plain<&Stages::stopServices>)},
@@ -42,7 +42,7 @@ QXLinMigrateP2VSerializeOperator::QXLinMigrateP2VSerializeOperator() {
       // null handler, not a missing row, under the empty stage name.
       {"", nullptr},
   };
-  for (const Row& row : table) methods_[row.stage] = QXLOpMethodInfo{row.handler, 0, 0};
+  for (const Served& row : table) methods_[row.stage] = QXLOpMethodInfo{row.handler, 0, 0};
 }
 
 QXLinMigrateP2VSerializeOperator::~QXLinMigrateP2VSerializeOperator() = default;

@@ -35,6 +35,11 @@ unsigned parseCtid(std::string_view text) {
   return static_cast<unsigned>(*id);
 }
 
+bool Container::hasNoDiskQuota() const {
+  const std::string value = var("DISK_QUOTA");
+  return value == "no" || value == "NO" || value == "off";
+}
+
 std::string Container::tree() const { return inPrivateArea(kTreeName); }
 
 std::string configPath(unsigned id) { return textf("%s/%u.conf", kConfigDir, id); }

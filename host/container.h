@@ -29,6 +29,8 @@ struct Container {
   std::string tree() const;
   std::string inPrivateArea(const char* name) const { return privateArea + "/" + name; }
   std::string var(const char* name) const { return valueOf(vars, name); }
+  /// DISK_QUOTA turns the disk limits of its users and groups off.
+  bool hasNoDiskQuota() const;
 };
 
 /// The configuration file of a container.

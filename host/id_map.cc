@@ -12,8 +12,8 @@
 #include <cerrno>
 #include <csignal>
 
+#include "host/descriptors.h"
 #include "host/error.h"
-#include "host/fd.h"
 #include "host/file.h"
 #include "host/mounts.h"
 #include "host/paths.h"
@@ -33,22 +33,20 @@ constexpr uint64_t kLastId = 4294967294;
 class Waiter {
  public:
   Waiter() {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) failErrno("cannot create a pipe");
-    const Fd readEnd(ends[0]);
-    Fd writeEnd(ends[1]);
+    FdPair ends = makePipe();
+    if (!ends) failErrno("cannot create a pipe");
     pid_ = fork();
     if (pid_ < 0) failErrno("cannot start a process");
     if (pid_ == 0) {
       const int error = unshare(CLONE_NEWUSER) == 0 ? 0 : errno;
-      if (write(writeEnd.get(), &error, sizeof error) != sizeof error) _exit(1);
+      if (write(ends.second.get(), &error, sizeof error) != sizeof error) _exit(1);
       // When the parent dies, nobody else would end it.
       alarm(60);
       for (;;) pause();
     }
-    writeEnd.reset();
+    ends.second.reset();
     int error = ECHILD;
-    if (read(readEnd.get(), &error, sizeof error) == sizeof error && error == 0) return;
+    if (read(ends.first.get(), &error, sizeof error) == sizeof error && error == 0) return;
     end();
     errno = error;
     failErrno("this kernel gives no user namespace to an unprivileged container");

@@ -54,7 +54,7 @@ bool hasLease(const std::string& interface, int index, const std::string& addres
     if (!isDirectory(dir)) continue;
     for (const std::string& name : listDirectory(dir)) {
       if (!name.ends_with(".lease") && !name.ends_with(".leases")) continue;
-      const std::string text = readFile(dir + "/" + name).value_or("");
+      const std::string text = readFile(textf("%s/%s", dir.c_str(), name.c_str())).value_or("");
       if (dhclientLeaseGrants(text, interface, address)) return true;
       if (name.ends_with("-" + interface + ".lease") && keyValueLeaseGrants(text, address)) {
         return true;

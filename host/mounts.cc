@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <mntent.h>
 #include <sys/mount.h>
+#include <sys/statvfs.h>
 
 #include <algorithm>
 #include <climits>
@@ -61,8 +62,8 @@ std::vector<MountInfo> parseMountInfo(std::string_view mountinfo) {
     const std::vector<std::string_view> words = splitWords(line);
     const auto dash = std::find(words.begin(), words.end(), "-");
     if (dash - words.begin() < 6 || words.end() - dash < 4) continue;
-    mounts.push_back({unescaped(words[3]), unescaped(words[4]), std::string(dash[1]),
-                      unescaped(dash[2]), std::string(dash[3])});
+    mounts.push_back({std::string(words[2]), unescaped(words[3]), unescaped(words[4]),
+                      std::string(dash[1]), unescaped(dash[2]), std::string(dash[3])});
   }
   return mounts;
 }
@@ -92,6 +93,19 @@ void makePrivate(const std::string& path) {
   if (mount(nullptr, path.c_str(), nullptr, MS_PRIVATE, nullptr) != 0) {
     failErrno("cannot make the mount on %s private", path.c_str());
   }
+}
+
+bool addMountFlags(const std::string& path, unsigned long flags) {
+  struct statvfs now {};
+  if (statvfs(path.c_str(), &now) != 0) return false;
+  constexpr unsigned long kPairs[][2] = {{ST_RDONLY, MS_RDONLY},    {ST_NOSUID, MS_NOSUID},
+                                         {ST_NODEV, MS_NODEV},      {ST_NOEXEC, MS_NOEXEC},
+                                         {ST_NOATIME, MS_NOATIME},  {ST_NODIRATIME, MS_NODIRATIME},
+                                         {ST_RELATIME, MS_RELATIME}};
+  for (const auto& [shown, given] : kPairs) {
+    if ((now.f_flag & shown) != 0) flags |= given;
+  }
+  return mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_BIND | flags, nullptr) == 0;
 }
 
 void setHarmless(const std::string& path, bool harmless) {

@@ -13,6 +13,7 @@ std::string unescaped(std::string_view text);
 
 /// One mount of /proc/PID/mountinfo, octal escapes undone.
 struct MountInfo {
+  std::string device;   ///< of the file system: "8:1"
   std::string root;     ///< the folder of the file system that it shows
   std::string point;    ///< where
   std::string type;     ///< of the file system
@@ -43,6 +44,11 @@ std::vector<TableLine> parseMountTable(std::string_view text);
 /// a group appears on all, so that a bind mount would hand its own mounts back to the
 /// directory that it shows. Throws Error.
 void makePrivate(const std::string& path);
+
+/// Adds mount(2)'s `flags` to those of what is mounted on `path`: repeated are the ones that
+/// somebody with more rights has set, which a remount must not lack. False with errno set
+/// on failure.
+bool addMountFlags(const std::string& path, unsigned long flags);
 
 /// Makes set-id programs and device files of what is mounted on `path` count for nothing,
 /// or for what they are. Throws Error.

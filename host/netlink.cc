@@ -17,7 +17,7 @@
 namespace host {
 namespace {
 
-constexpr int kAttempts = 5;
+constexpr int kDumpAttempts = 5;
 constexpr unsigned kForEver = 0xffffffff;
 
 /// Copies a structure from the start of `data`; false when it is too short. A
@@ -128,7 +128,7 @@ bool dumpOnce(int type, std::string& messages) {
 
 std::string dump(int type) {
   std::string messages;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+  for (int attempt = 0; attempt < kDumpAttempts; ++attempt) {
     if (dumpOnce(type, messages)) return messages;
   }
   fail(ExitCode::kFailed, "the list of network interfaces keeps changing");

@@ -41,14 +41,21 @@ ssize_t sendWithFds(int socket, std::string_view bytes, std::span<const int> fds
     rights->cmsg_len = CMSG_LEN(fds.size_bytes());
     memcpy(CMSG_DATA(rights), fds.data(), fds.size_bytes());
   }
-  return sendmsg(socket, &message.header, MSG_NOSIGNAL);
+  ssize_t count = 0;
+  do {
+    count = sendmsg(socket, &message.header, MSG_NOSIGNAL);
+  } while (count < 0 && errno == EINTR);
+  return count;
 }
 
 ssize_t receiveWithFds(int socket, void* buffer, size_t size, std::vector<Fd>& fds, int flags) {
   Message message(buffer, size);
   message.header.msg_control = message.control;
   message.header.msg_controllen = sizeof message.control;
-  const ssize_t count = recvmsg(socket, &message.header, flags | MSG_CMSG_CLOEXEC);
+  ssize_t count = 0;
+  do {
+    count = recvmsg(socket, &message.header, flags | MSG_CMSG_CLOEXEC);
+  } while (count < 0 && errno == EINTR);
   if (count < 0) return count;
   for (cmsghdr* rights = CMSG_FIRSTHDR(&message.header); rights != nullptr;
        rights = CMSG_NXTHDR(&message.header, rights)) {

@@ -16,7 +16,8 @@ namespace host {
 inline constexpr size_t kMaxPassedFds = 16;
 
 /// Sends bytes, at least one, and copies of the descriptors with the first of them. Returns
-/// how many bytes went, or -1 with errno; a peer that is gone raises no signal.
+/// how many bytes went, or -1 with errno; a peer that is gone raises no signal. An
+/// interrupted call is repeated, here and below.
 ssize_t sendWithFds(int socket, std::string_view bytes, std::span<const int> fds);
 
 /// Receives up to `size` bytes, and adds the descriptors that came with them to `fds`, all

@@ -6,11 +6,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
+#include "host/descriptors.h"
 #include "host/error.h"
-#include "host/fd.h"
 #include "host/text.h"
 
 namespace host {
@@ -52,30 +54,26 @@ namespace {
 /// Runs it to its end. What it writes to the kept streams is returned.
 std::string run(const std::vector<std::string>& arguments, bool keepOutput) {
   std::string command;
-  std::vector<char*> argv;
   for (const std::string& argument : arguments) {
     command += (command.empty() ? "" : " ") + argument;
-    argv.push_back(const_cast<char*>(argument.c_str()));
   }
-  argv.push_back(nullptr);
+  const std::vector<char*> argv = pointersTo(arguments);
 
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) failErrno("cannot run '%s'", command.c_str());
-  const Fd readEnd(ends[0]);
-  Fd writeEnd(ends[1]);
+  FdPair ends = makePipe();
+  if (!ends) failErrno("cannot run '%s'", command.c_str());
   FileActions actions;
   posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   if (keepOutput) {
-    posix_spawn_file_actions_adddup2(actions.get(), writeEnd.get(), STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(actions.get(), ends.second.get(), STDOUT_FILENO);
   } else {
     posix_spawn_file_actions_addopen(actions.get(), STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   }
-  posix_spawn_file_actions_adddup2(actions.get(), writeEnd.get(), STDERR_FILENO);
+  posix_spawn_file_actions_adddup2(actions.get(), ends.second.get(), STDERR_FILENO);
   pid_t pid = -1;
   errno = posix_spawnp(&pid, argv[0], actions.get(), nullptr, argv.data(), environ);
   if (errno != 0) failErrno("cannot run '%s'", command.c_str());
-  writeEnd.reset();
-  std::string text = drain(readEnd.get());
+  ends.second.reset();
+  std::string text = drain(ends.first.get());
   int status = 0;
   while (waitpid(pid, &status, 0) < 0) {
     if (errno != EINTR) failErrno("cannot wait for '%s'", command.c_str());
@@ -89,6 +87,14 @@ std::string run(const std::vector<std::string>& arguments, bool keepOutput) {
 
 }  // namespace
 
+std::vector<char*> pointersTo(const std::vector<std::string>& words) {
+  std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
+  for (const std::string& word : words) pointers.push_back(const_cast<char*>(word.c_str()));
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
 void runProgram(const std::vector<std::string>& arguments) { run(arguments, false); }
 
 std::string outputOf(const std::vector<std::string>& arguments) { return run(arguments, true); }
@@ -98,11 +104,22 @@ std::string findProgram(const std::string& name) {
   std::string rest = path == nullptr ? "/usr/sbin:/usr/bin:/sbin:/bin" : path;
   while (!rest.empty()) {
     const std::string folder = rest.substr(0, rest.find(':'));
-    const std::string candidate = (folder.empty() ? "." : folder) + "/" + name;
+    std::string candidate = (folder.empty() ? "." : folder) + "/" + name;
     if (access(candidate.c_str(), X_OK) == 0) return candidate;
     rest.erase(0, folder.size() + 1);
   }
   return "";
+}
+
+std::string ownProgram() {
+  char path[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+  if (length <= 0) failErrno("cannot find the path of this program");
+  // As the kernel calls a program that was replaced while it ran.
+  constexpr std::string_view kReplaced = " (deleted)";
+  std::string_view text(path, static_cast<size_t>(length));
+  if (text.ends_with(kReplaced)) text.remove_suffix(kReplaced.size());
+  return std::string(text);
 }
 
 void requireProgram(const char* name, const char* package) {

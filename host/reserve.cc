@@ -1,10 +1,10 @@
 #include "host/reserve.h"
 
-#include <charconv>
 #include <string>
 
 #include "host/error.h"
 #include "host/settings.h"
+#include "host/text.h"
 
 namespace host {
 
@@ -19,14 +19,12 @@ constexpr int kMost = 50;
 int reservePercent(const ShellVars& settings) {
   const std::string text = settingOf(settings, "RESERVE");
   if (text.empty()) return kUsual;
-  int percent = -1;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, percent);
-  if (error != std::errc() || stop != end || percent < 0 || percent > kMost) {
-    fail(ExitCode::kBadConfig, "RESERVE: '%s' is not a number of percent from 0 to %d",
-         text.c_str(), kMost);
+  const std::optional<uint64_t> percent = parseDecimal(text);
+  if (!percent || *percent > kMost) {
+    fail(ExitCode::kBadConfig, "RESERVE: '%s' is not a percentage from 0 to %d", text.c_str(),
+         kMost);
   }
-  return percent;
+  return static_cast<int>(*percent);
 }
 
 }  // namespace host

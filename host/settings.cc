@@ -17,7 +17,7 @@ std::string settingOf(const ShellVars& vars, const std::string& name) {
       {"VE_ROOT", kDefaultRoot},
       {"VE_PRIVATE", kDefaultPrivate},
   };
-  const std::string value = valueOf(vars, name);
+  std::string value = valueOf(vars, name);
   const auto found = kDefaults.find(name);
   if (!value.empty() || found == kDefaults.end()) return value;
   return parseShellVars(name + "=" + found->second, vars).at(name);

@@ -5,6 +5,7 @@
 
 #include "host/error.h"
 #include "host/file.h"
+#include "host/text.h"
 #include "host/visible.h"
 
 namespace host {
@@ -226,7 +227,7 @@ std::string formatShellVars(const ShellVars& vars) {
       const bool joined = rest.size() > 4 && isNameChar(rest[4]);
       quoted.replace(at, 6, joined ? "${VEID}" : "$VEID");
     }
-    text += name + "=" + quoted + "\n";
+    text += textf("%s=%s\n", name.c_str(), quoted.c_str());
   }
   return text;
 }

@@ -11,8 +11,8 @@ namespace hwcalc {
 
 namespace {
 
-constexpr char DIGITS[] = "0123456789";
-constexpr char BLANKS[] = " \t";
+constexpr char kDigits[] = "0123456789";
+constexpr char kBlanks[] = " \t";
 
 std::int32_t clamped(long long number) {
   using Limits = std::numeric_limits<std::int32_t>;
@@ -21,14 +21,14 @@ std::int32_t clamped(long long number) {
 
 // The number that starts at the first digit from `from` on; 0 when there is none.
 long long numberFrom(const std::string& text, std::size_t from) {
-  const std::size_t digit = text.find_first_of(DIGITS, from);
+  const std::size_t digit = text.find_first_of(kDigits, from);
   return digit == std::string::npos ? 0 : std::strtoll(text.c_str() + digit, nullptr, 10);
 }
 
 long long usedIn(const std::string& line) {
-  std::size_t at = line.find_first_of(BLANKS);
-  at = line.find_first_not_of(BLANKS, at);
-  at = line.find_first_of(BLANKS, at);
+  std::size_t at = line.find_first_of(kBlanks);
+  at = line.find_first_not_of(kBlanks, at);
+  at = line.find_first_of(kBlanks, at);
   return numberFrom(line, at);
 }
 

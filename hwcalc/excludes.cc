@@ -14,9 +14,9 @@ namespace hwcalc {
 
 namespace {
 
-constexpr MountFlags EXCLUDED{.excluded = true, .contentsOnly = false};
-constexpr MountFlags EXCLUDED_CONTENTS{.excluded = true, .contentsOnly = true};
-constexpr MountFlags CONTENTS{.excluded = false, .contentsOnly = true};
+constexpr MountFlags kExcluded{.excluded = true, .contentsOnly = false};
+constexpr MountFlags kExcludedContents{.excluded = true, .contentsOnly = true};
+constexpr MountFlags kContents{.excluded = false, .contentsOnly = true};
 
 bool isAnyOf(const std::string& text, std::initializer_list<std::string_view> words) {
   for (const std::string_view word : words) {
@@ -37,11 +37,11 @@ std::optional<MountFlags> flagsOf(const MountEntry& entry,
                                   const std::set<std::string>& virtualTypes) {
   const std::string& type = entry.type;
   if (isAnyOf(type, {"rootfs", "devfs"})) return std::nullopt;
-  if (isAnyOf(type, {"smbfs", "nfs", "usbfs", "iso9660"})) return EXCLUDED_CONTENTS;
-  if (isAnyOf(type, {"auto", "autofs", "subfs"})) return EXCLUDED;
-  if (containsAnyOf(entry.device, {"/fd", "/loop"})) return EXCLUDED_CONTENTS;
-  if (containsAnyOf(entry.options, {"loop", "bind", "removable_t"})) return EXCLUDED_CONTENTS;
-  if (virtualTypes.count(type) != 0) return CONTENTS;
+  if (isAnyOf(type, {"smbfs", "nfs", "usbfs", "iso9660"})) return kExcludedContents;
+  if (isAnyOf(type, {"auto", "autofs", "subfs"})) return kExcluded;
+  if (containsAnyOf(entry.device, {"/fd", "/loop"})) return kExcludedContents;
+  if (containsAnyOf(entry.options, {"loop", "bind", "removable_t"})) return kExcludedContents;
+  if (virtualTypes.count(type) != 0) return kContents;
   return std::nullopt;
 }
 
@@ -95,10 +95,10 @@ std::list<QXA::QXAExcludePath> MountPoints::excludes() const {
 
 namespace {
 
-constexpr char LASTLOG[] = "/var/log/lastlog";
+constexpr char kLastlog[] = "/var/log/lastlog";
 // Twelve sparse gigabytes are common where user ids are large; rsync would read
 // every zero of them.
-constexpr off_t LASTLOG_LIMIT = 1073741824;  // bytes
+constexpr off_t kLastlogLimit = 1073741824;  // bytes
 
 // An empty text for a file that cannot be read.
 std::string contentsOf(const char* path) {
@@ -125,8 +125,8 @@ std::list<QXA::QXAExcludePath> QXHWCalc::calcExcludes(
   std::list<QXA::QXAExcludePath> excludes = points.excludes();
   if (points.reiserfsSeen()) params->diskinodes = 1000000;
   struct stat lastlog;
-  if (stat(hwcalc::LASTLOG, &lastlog) == 0 && lastlog.st_size > hwcalc::LASTLOG_LIMIT) {
-    excludes.push_back({hwcalc::LASTLOG, true});
+  if (stat(hwcalc::kLastlog, &lastlog) == 0 && lastlog.st_size > hwcalc::kLastlogLimit) {
+    excludes.push_back({hwcalc::kLastlog, true});
   }
   return excludes;
 }

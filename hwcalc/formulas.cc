@@ -26,9 +26,9 @@ struct Row {
   int64_t limit;
 };
 
-constexpr bool TWO = true;
-constexpr bool ONE = false;
-constexpr int64_t UNLIMITED = std::numeric_limits<int64_t>::max();
+constexpr bool kTwo = true;
+constexpr bool kOne = false;
+constexpr int64_t kUnlimited = std::numeric_limits<int64_t>::max();
 
 int32_t sat(float value) { return QXHWCalc::check_overflow_parameter("", value); }
 
@@ -57,17 +57,17 @@ int32_t quotaIds(uint32_t measured) {
 }
 
 Base baseValues(const QXHWCalc::PhysParams& m, Scales scales) {
-  constexpr int32_t NO_MINIMUM = std::numeric_limits<int32_t>::min();
+  constexpr int32_t kNoMinimum = std::numeric_limits<int32_t>::min();
   Base b{};
   // clang-format off
-  b.d = scaled(m.diskspace,    NO_MINIMUM, scales.disk);
-  b.i = scaled(m.diskinodes,   NO_MINIMUM, scales.disk);
+  b.d = scaled(m.diskspace,    kNoMinimum, scales.disk);
+  b.i = scaled(m.diskinodes,   kNoMinimum, scales.disk);
   b.p = scaled(m.numproc,      240,        scales.proc);
   b.a = m.avnumproc *                      scales.proc;
   b.t = scaled(m.numtcpsock,   80,         scales.proc);
   b.o = scaled(m.numothersock, 80,         scales.proc);
   b.f = scaled(m.numfile,      9312,       scales.proc);
-  b.v = scaled(m.privvmpages,  NO_MINIMUM, scales.proc);
+  b.v = scaled(m.privvmpages,  kNoMinimum, scales.proc);
   b.l = scaled(m.lockedpages,  256,        scales.proc);
   b.s = scaled(m.shmpages,     21504,      scales.proc);
   b.k = scaled(m.numflock,     188,        scales.proc);
@@ -104,9 +104,9 @@ int32_t plusTenth(int64_t value) { return satDouble(static_cast<double>(value) *
 
 // A float as a 64-bit unsigned number: a negative one wraps, as on x86-64.
 uint64_t truncated(float value) {
-  constexpr float TWO_63 = 9223372036854775808.0f;
-  if (value >= TWO_63) return static_cast<uint64_t>(value);
-  if (value <= -TWO_63) return uint64_t{1} << 63;
+  constexpr float kTwo63 = 9223372036854775808.0f;
+  if (value >= kTwo63) return static_cast<uint64_t>(value);
+  if (value <= -kTwo63) return uint64_t{1} << 63;
   return static_cast<uint64_t>(static_cast<int64_t>(value));
 }
 
@@ -140,46 +140,47 @@ std::vector<QXL::QXLQoS> resourceRecords(const QXHWCalc::PhysParams& params, Sca
                                          int pageSize) {
   const Base base = baseValues(params, scales);
   const auto& [d, i, p, t, o, f, v, l, s, k, n, q, a] = base;
-  const int64_t F = openFiles(base);
-  const int32_t D = plusTenth(F * 384);
-  const int32_t K = satInteger(int64_t{p} * 61440 + D);
+  const int64_t files = openFiles(base);
+  const int32_t cache = plusTenth(files * 384);
+  const int32_t kernel = satInteger(int64_t{p} * 61440 + cache);
   const auto [Tb, T] = socketBuffers(t);
   const auto [Ob, O] = socketBuffers(o);
   // Intended: single precision here, where the other tenths are in double.
-  const int32_t V = sat(static_cast<float>(v) * 1.1f);
-  const int32_t S = s > 1023 ? s : 1024;
-  const int64_t M = memoryLimit({K, static_cast<int32_t>(T), static_cast<int32_t>(O), V, l},
-                                scales.proc, pageSize);
+  const int32_t privateLimit = sat(static_cast<float>(v) * 1.1f);
+  const int32_t shared = s > 1023 ? s : 1024;
+  const int64_t memory =
+      memoryLimit({kernel, static_cast<int32_t>(T), static_cast<int32_t>(O), privateLimit, l},
+                  scales.proc, pageSize);
   // clang-format off
   const Row rows[] = {
-    // name                  barrier   limit
-    {"numproc",         TWO, p,        p},
-    {"avnumproc",       TWO, sat(a),   sat(a)},
-    {"numtcpsock",      TWO, t,        t},
-    {"numothersock",    TWO, o,        o},
-    {"numpty",          TWO, 255,      255},
-    {"numfile",         TWO, F,        F},
-    {"dcachesize",      TWO, D,        D},
-    {"kmemsize",        TWO, K,        K},
-    {"tcpsndbuf",       TWO, Tb,       T},
-    {"tcprcvbuf",       TWO, Tb,       T},
-    {"othersockbuf",    TWO, Ob,       O},
-    {"dgramrcvbuf",     TWO, 262144,   262144},
-    {"vmguarpages",     TWO, 0,        UNLIMITED},
-    {"privvmpages",     TWO, v,        V},
-    {"oomguarpages",    TWO, 0,        UNLIMITED},
-    {"lockedpages",     TWO, l,        l},
-    {"shmpages",        TWO, S,        S},
-    {"physpages",       TWO, 0,        UNLIMITED},
-    {"numflock",        TWO, k,        plusTenth(k)},
-    {"numsiginfo",      TWO, 256,      256},
-    {"numiptent",       TWO, n,        n},
-    {"diskspace",       TWO, d,        plusTenth(d)},
-    {"diskinodes",      TWO, i,        plusTenth(i)},
-    {"cpuunits",        ONE, 0,        1000},
-    {"quotatime",       ONE, 0,        0},
-    {"quotaugidlimit",  ONE, 0,        q},
-    {"slmmemorylimit",  TWO, M,        M},
+    // name                  barrier        limit
+    {"numproc",        kTwo, p,            p},
+    {"avnumproc",      kTwo, sat(a),       sat(a)},
+    {"numtcpsock",     kTwo, t,            t},
+    {"numothersock",   kTwo, o,            o},
+    {"numpty",         kTwo, 255,          255},
+    {"numfile",        kTwo, files,        files},
+    {"dcachesize",     kTwo, cache,        cache},
+    {"kmemsize",       kTwo, kernel,       kernel},
+    {"tcpsndbuf",      kTwo, Tb,           T},
+    {"tcprcvbuf",      kTwo, Tb,           T},
+    {"othersockbuf",   kTwo, Ob,           O},
+    {"dgramrcvbuf",    kTwo, 262144,       262144},
+    {"vmguarpages",    kTwo, 0,            kUnlimited},
+    {"privvmpages",    kTwo, v,            privateLimit},
+    {"oomguarpages",   kTwo, 0,            kUnlimited},
+    {"lockedpages",    kTwo, l,            l},
+    {"shmpages",       kTwo, shared,       shared},
+    {"physpages",      kTwo, 0,            kUnlimited},
+    {"numflock",       kTwo, k,            plusTenth(k)},
+    {"numsiginfo",     kTwo, 256,          256},
+    {"numiptent",      kTwo, n,            n},
+    {"diskspace",      kTwo, d,            plusTenth(d)},
+    {"diskinodes",     kTwo, i,            plusTenth(i)},
+    {"cpuunits",       kOne, 0,            1000},
+    {"quotatime",      kOne, 0,            0},
+    {"quotaugidlimit", kOne, 0,            q},
+    {"slmmemorylimit", kTwo, memory,       memory},
   };
   // clang-format on
   std::vector<QXL::QXLQoS> records;

@@ -36,10 +36,10 @@ sockaddr_in inetAddress(const sockaddr& address) {
 
 // The interfaces that have an address. False when they cannot be read.
 bool readRequests(const Socket& socket, std::vector<ifreq>& requests) {
-  constexpr int ROOM_FOR_NEW_ONES = 400;  // bytes
+  constexpr int kRoomForNewOnes = 400;  // bytes
   ifconf list{};
   if (!socket.request(SIOCGIFCONF, &list)) return false;
-  std::vector<char> buffer(static_cast<std::size_t>(list.ifc_len) + ROOM_FOR_NEW_ONES);
+  std::vector<char> buffer(static_cast<std::size_t>(list.ifc_len) + kRoomForNewOnes);
   list.ifc_len = static_cast<int>(buffer.size());
   list.ifc_buf = buffer.data();
   if (!socket.request(SIOCGIFCONF, &list)) return false;

@@ -44,7 +44,7 @@ class FileReader {
     if (file.get() == -1) return false;
     std::size_t size = 0;
     for (;;) {
-      if (buffer_.size() - size < ROOM) buffer_.resize(2 * buffer_.size());
+      if (buffer_.size() - size < kRoom) buffer_.resize(2 * buffer_.size());
       const ssize_t got = ::read(file.get(), buffer_.data() + size, buffer_.size() - size);
       if (got == -1 && errno == EINTR) continue;
       if (got == -1) return false;
@@ -56,8 +56,8 @@ class FileReader {
   }
 
  private:
-  static constexpr std::size_t ROOM = 16384;  // bytes; the kernel gives a page at a time
-  std::vector<char> buffer_ = std::vector<char>(4 * ROOM);
+  static constexpr std::size_t kRoom = 16384;  // bytes; the kernel gives a page at a time
+  std::vector<char> buffer_ = std::vector<char>(4 * kRoom);
 };
 
 class Scan {

@@ -10,11 +10,11 @@ namespace {
 // The objects of keys are told apart by the upper bits, which no inode number has:
 // an inode number with its device and offset for a place; no object, with the
 // address; or a process's own memory, with the address.
-constexpr std::uint64_t NO_OBJECT = UINT64_MAX;
-constexpr std::uint64_t OWN_MEMORY = std::uint64_t{1} << 63;
+constexpr std::uint64_t kNoObject = UINT64_MAX;
+constexpr std::uint64_t kOwnMemory = std::uint64_t{1} << 63;
 
 bool isOwnMemory(const map_idx_t& key) {
-  return key.object != NO_OBJECT && (key.object & OWN_MEMORY) != 0;
+  return key.object != kNoObject && (key.object & kOwnMemory) != 0;
 }
 
 bool hasObject(const MapsLine& line) { return line.device != 0 || line.inode != 0; }
@@ -25,13 +25,13 @@ bool isPrivateWritable(const MapsLine& line) {
 }
 
 map_idx_t keyOf(std::uint32_t process, const MapsLine& line) {
-  if (isPrivateWritable(line)) return {OWN_MEMORY | process, line.start};
+  if (isPrivateWritable(line)) return {kOwnMemory | process, line.start};
   // Without an object only the address tells one mapping from another. Processes
   // that are not related have different ones, as the kernel chooses them at random;
   // where it does not, memory that nobody may write is no loss.
-  if (!hasObject(line)) return {NO_OBJECT, line.start};
-  const std::uint64_t page = line.offset / MAPS_PAGE_SIZE;
-  return {line.inode & ~OWN_MEMORY, std::uint64_t{line.device} << 32 | (page & UINT32_MAX)};
+  if (!hasObject(line)) return {kNoObject, line.start};
+  const std::uint64_t page = line.offset / kMapsPageSize;
+  return {line.inode & ~kOwnMemory, std::uint64_t{line.device} << 32 | (page & UINT32_MAX)};
 }
 
 // The share of a mapping of which some pages count half. Never rounded down: the
@@ -59,7 +59,7 @@ class OwnMemory {
   const map_idx_t& key() const { return *at_; }
   std::uint64_t start() const { return at_->place; }
   std::uint64_t pages() const { return pages_; }
-  std::uint64_t end() const { return start() + pages_ * MAPS_PAGE_SIZE; }
+  std::uint64_t end() const { return start() + pages_ * kMapsPageSize; }
 
  private:
   void settle() {
@@ -116,7 +116,7 @@ void MemoryTable::linkTo(const proc_info_t& parent, const proc_info_t& child) {
       const std::uint64_t first = std::max(own.start(), other.start());
       const std::uint64_t last = std::min(own.end(), other.end());
       // The kernel's ranges are in order and do not overlap; a bad file's may.
-      if (first < last) inherited += (last - first) / MAPS_PAGE_SIZE;
+      if (first < last) inherited += (last - first) / kMapsPageSize;
     }
     inherited = std::min(inherited, own.pages());
     if (inherited != 0) mappings_.at(own.key()).share = shareOf(own.pages(), inherited);
@@ -124,12 +124,12 @@ void MemoryTable::linkTo(const proc_info_t& parent, const proc_info_t& child) {
 }
 
 std::uint32_t MemoryTable::privatePages() const {
-  constexpr std::uint64_t LARGEST = 2147483647;
+  constexpr std::uint64_t kLargest = 2147483647;
   std::uint64_t sum = 0;
   for (const auto& [key, info] : mappings_) {
     // In double precision, so that large sizes with the factor 1.0 stay exact.
     sum += static_cast<std::uint64_t>(static_cast<double>(info.pages) * info.share);
-    if (sum > LARGEST) return LARGEST;
+    if (sum > kLargest) return kLargest;
   }
   return static_cast<std::uint32_t>(sum);
 }

@@ -94,7 +94,7 @@ bool parseMapsLine(std::string_view line, MapsLine& result) {
   result.inode = scanner.number(10);
   if (scanner.failed() || end < result.start) return false;
   result.device = static_cast<std::uint32_t>(major << 20 | minor);
-  result.pages = (end - result.start) / MAPS_PAGE_SIZE;
+  result.pages = (end - result.start) / kMapsPageSize;
   return true;
 }
 
@@ -110,12 +110,12 @@ bool readLabelled(std::string_view line, std::string_view label, std::uint32_t& 
 }  // namespace
 
 ProcStatus parseStatus(std::string_view text) {
-  constexpr std::string_view NAME = "Name:";
+  constexpr std::string_view kName = "Name:";
   ProcStatus status;
   while (!text.empty()) {
     const std::string_view line = takeLine(text);
-    if (line.substr(0, NAME.size()) == NAME) {
-      Scanner scanner(line.substr(NAME.size()));
+    if (line.substr(0, kName.size()) == kName) {
+      Scanner scanner(line.substr(kName.size()));
       scanner.skipBlanks();
       status.name = scanner.rest();
       continue;

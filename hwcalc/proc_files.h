@@ -39,7 +39,7 @@ struct MapsLine {
   std::uint64_t inode = 0;   ///< device 0 there is no object
 };
 
-constexpr std::uint64_t MAPS_PAGE_SIZE = 4096;  ///< bytes
+constexpr std::uint64_t kMapsPageSize = 4096;  ///< bytes
 
 /// The lines in the file's order, that of the addresses. Lines that are not of this
 /// form are skipped. `lines` is overwritten, so that its memory can be used again.

@@ -22,27 +22,27 @@ struct Measurement {
 };
 
 // clang-format off
-constexpr Measurement PROCESSES =
+constexpr Measurement kProcesses =
     {"ps ax | wc -l", hwcalc::readCount, &QXHWCalc::PhysParams::numproc};
 
 // Intended: the header lines of the files are counted too, as in all measurements
 // so far, so that these can be compared.
-constexpr Measurement BEFORE_MEMORY[] = {
+constexpr Measurement kBeforeMemory[] = {
     {"wc -l < /proc/net/tcp", hwcalc::readCount, &QXHWCalc::PhysParams::numtcpsock},
     {"cat /proc/net/unix /proc/net/udp /proc/net/raw | wc -l", hwcalc::readCount, &QXHWCalc::PhysParams::numothersock},
     {"ls /proc/*/fd/* | wc -l", hwcalc::readCount, &QXHWCalc::PhysParams::numfile},
 };
 
-constexpr Measurement AFTER_MEMORY[] = {
+constexpr Measurement kAfterMemory[] = {
     {"/usr/bin/ipcs -m -u", hwcalc::readAllocatedPages, &QXHWCalc::PhysParams::shmpages},
     {"wc -l < /proc/locks", hwcalc::readCount, &QXHWCalc::PhysParams::numflock},
 };
 
 // Counts of rules and routes; one counter takes the sum of both.
-constexpr const char* RULES = "iptables -n -L -t filter | wc -l";
-constexpr const char* ROUTES = "ip route list | wc -l";
+constexpr const char* kRules = "iptables -n -L -t filter | wc -l";
+constexpr const char* kRoutes = "ip route list | wc -l";
 
-constexpr Measurement DISK[] = {
+constexpr Measurement kDisk[] = {
     {"df -k -x tmpfs", hwcalc::sumUsed, &QXHWCalc::PhysParams::diskspace},
     {"df -i -x tmpfs", hwcalc::sumUsed, &QXHWCalc::PhysParams::diskinodes},
 };
@@ -95,18 +95,18 @@ QXHWCalc::ec_t measureAll(QXHWCalc& calculator, const Table& table, QXHWCalc::Ph
 
 // The sample with this number; the first is 1.
 QXHWCalc::ec_t takeSample(QXHWCalc& calculator, unsigned number, QXHWCalc::PhysParams* params) {
-  if (const auto code = measure(calculator, PROCESSES, params)) return code;
+  if (const auto code = measure(calculator, kProcesses, params)) return code;
   // Intended: the mean of the largest count so far, not of each sample's own. It
   // must stay, for the limit computed from it is then never below the true mean.
   params->avnumproc +=
       (static_cast<float>(static_cast<std::int32_t>(params->numproc)) - params->avnumproc) /
       static_cast<float>(number);
-  if (const auto code = measureAll(calculator, BEFORE_MEMORY, params)) return code;
+  if (const auto code = measureAll(calculator, kBeforeMemory, params)) return code;
   if (const auto code = calculator.calcMemInfo(params)) return code;
-  if (const auto code = measureAll(calculator, AFTER_MEMORY, params)) return code;
-  const std::int64_t entries = std::int64_t{countOrZero(RULES)} + countOrZero(ROUTES);
+  if (const auto code = measureAll(calculator, kAfterMemory, params)) return code;
+  const std::int64_t entries = std::int64_t{countOrZero(kRules)} + countOrZero(kRoutes);
   raise(params->numiptent, static_cast<std::int32_t>(std::min<std::int64_t>(entries, INT32_MAX)));
-  return measureAll(calculator, DISK, params);
+  return measureAll(calculator, kDisk, params);
 }
 
 }  // namespace

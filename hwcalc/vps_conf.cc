@@ -13,7 +13,7 @@
 namespace {
 
 // The host agent's number of the list of search domains.
-constexpr int SEARCH_DOMAINS = 1558;
+constexpr int kSearchDomains = 1558;
 
 std::set<QXL::QXLQoS> resourceSet(const QXHWCalc::PhysParams& params, hwcalc::Scales scales) {
   const std::vector<QXL::QXLQoS> records =
@@ -63,7 +63,7 @@ int QXHWCalc::calcVPSConf(const PhysParams& params, QXA::QXAEnvConfig& config) {
   config.setNetVEths(interfaces);
   if (config.setHostname(copy.hostname) != 0) return 1;
   const std::set<std::string> domains(copy.search_domains.begin(), copy.search_domains.end());
-  if (!domains.empty()) config.setStringListAttr(domains, SEARCH_DOMAINS);
+  if (!domains.empty()) config.setStringListAttr(domains, kSearchDomains);
   if (!copy.nameservers.empty()) config.setNameservers(copy.nameservers);
   return 0;
 }

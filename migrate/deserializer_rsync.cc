@@ -15,7 +15,7 @@
 namespace {
 
 // Shared by all workers of the process and never reset.
-P2V::ProgressThrottle g_throttle;
+P2V::ProgressThrottle progressThrottle;
 
 }  // namespace
 
@@ -71,7 +71,7 @@ int DRAHN2VPSMigrateDeserializerSys::rSync2(
 }
 
 void DRAHN2VPSMigrateDeserializerSys::reportProgress(char* line) const {
-  const std::optional<int> percent = g_throttle.accept(line, std::time(nullptr));
+  const std::optional<int> percent = progressThrottle.accept(line, std::time(nullptr));
   if (percent) reportRsyncProcent(*percent);
 }
 

@@ -44,6 +44,7 @@ std::vector<Container> bootOrder(std::vector<Container> containers) {
     return std::pair(a.first, a.second.id) < std::pair(b.first, b.second.id);
   });
   std::vector<Container> result;
+  result.reserve(ordered.size());
   for (auto& [order, container] : ordered) result.push_back(std::move(container));
   return result;
 }
@@ -81,7 +82,8 @@ std::string bootDropIn(const std::vector<Container>& containers) {
   std::string text =
       "# Made from the configurations of the containers at each start of systemd.\n[Unit]\n";
   // A unit that does not exist is not missed.
-  for (const std::string& unit : wanted) text += "Wants=" + unit + "\nAfter=" + unit + "\n";
+  for (const std::string& unit : wanted)
+    text += textf("Wants=%s\nAfter=%s\n", unit.c_str(), unit.c_str());
   for (const std::string& unit : after) text += "After=" + unit + "\n";
   return text;
 }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <set>
 
+#include "host/text.h"
+
 namespace node {
 namespace {
 
@@ -40,14 +42,16 @@ std::vector<std::string> outside(const std::vector<std::string>& prefixes) {
     }
     // A hyphen between two characters would be a range. No name begins with a slash.
     std::string known = next.contains('-') ? "-/" : "/";
-    for (const char c : next) known = known.find(c) == known.npos ? known + c : known;
+    for (const char c : next) {
+      if (known.find(c) == known.npos) known += c;
+    }
     const std::string other = "[^" + known + "]{,**}";
     if (start.ends_with('/')) {
-      patterns.push_back(start + "{," + other + "}");
+      patterns.push_back(host::textf("%s{,%s}", start.c_str(), other.c_str()));
     } else if (next.contains('/')) {
       patterns.push_back(start + other);
     } else {
-      patterns.push_back(start + "{" + other + ",/{,**}}");
+      patterns.push_back(host::textf("%s{%s,/{,**}}", start.c_str(), other.c_str()));
     }
   }
   return patterns;
@@ -57,13 +61,13 @@ std::vector<std::string> mountRules() {
   std::vector<std::string> rules{"mount,"};
   const auto denyOutside = [&](const std::string& what, const std::vector<std::string>& places) {
     for (const std::string& pattern : outside(places)) {
-      rules.push_back("deny mount " + what + " -> " + pattern + ",");
+      rules.push_back(host::textf("deny mount %s -> %s,", what.c_str(), pattern.c_str()));
     }
   };
   const std::string views = kViews;
   // Who changes the root may keep the old one, but not at a third place.
   for (const std::string& view : kViewPrefixes) {
-    rules.push_back("pivot_root oldroot=" + view + " " + view + ",");
+    rules.push_back(host::textf("pivot_root oldroot=%s %s,", view.c_str(), view.c_str()));
   }
   std::vector<std::string> roots{"/"};
   roots.insert(roots.end(), kViewPrefixes.begin(), kViewPrefixes.end());

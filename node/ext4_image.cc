@@ -208,7 +208,7 @@ void mountExt4Image(const std::string& image, const std::string& mountPoint,
                     const std::optional<uint64_t>& bytes) {
   const Ext4Facts facts = factsOf(image);
   // Whole blocks count.
-  if (bytes && *bytes / 4096 > facts.bytes / 4096) enlarge(image, *bytes);
+  if (bytes && *bytes / kImageBlock > facts.bytes / kImageBlock) enlarge(image, *bytes);
   try {
     mountLoop(image, mountPoint, facts.quota);
   } catch (const Error& error) {

@@ -13,6 +13,8 @@ namespace node {
 inline constexpr uint64_t kMinImageBytes = 32ULL << 20;
 /// What ext4 can hold with blocks of 4 KiB.
 inline constexpr uint64_t kMaxImageBytes = 16ULL << 40;
+/// Bytes of a block; a file system has whole ones.
+inline constexpr uint64_t kImageBlock = 4096;
 
 /// What the superblock of an image says.
 struct Ext4Facts {

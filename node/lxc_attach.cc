@@ -9,6 +9,7 @@
 
 #include "host/error.h"
 #include "host/paths.h"
+#include "host/process.h"
 #include "host/state.h"
 #include "host/text.h"
 #include "node/lxc_config.h"
@@ -31,16 +32,12 @@ int attach(const Container& container, const std::vector<std::string>& command, 
   if (!runningInit(container.id)) {
     fail(ExitCode::kNotRunning, "container %u is not running", container.id);
   }
-  std::vector<char*> argv;
-  for (const std::string& word : command) argv.push_back(const_cast<char*>(word.c_str()));
-  argv.push_back(nullptr);
+  std::vector<char*> argv = pointersTo(command);
   const char* term = getenv("TERM");
-  std::vector<std::string> environment{
+  const std::vector<std::string> environment{
       "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/root",
       "USER=root", textf("TERM=%s", term == nullptr ? "dumb" : term)};
-  std::vector<char*> pointers;
-  for (std::string& word : environment) pointers.push_back(word.data());
-  pointers.push_back(nullptr);
+  std::vector<char*> pointers = pointersTo(environment);
 
   lxc_attach_options_t options = LXC_ATTACH_OPTIONS_DEFAULT;
   options.env_policy = LXC_ATTACH_CLEAR_ENV;

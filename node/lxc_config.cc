@@ -12,6 +12,7 @@
 #include "host/interfaces.h"
 #include "host/mounts.h"
 #include "host/paths.h"
+#include "host/process.h"
 #include "host/text.h"
 #include "node/cgroups.h"
 #include "node/confinement.h"
@@ -99,13 +100,7 @@ HostFacts readHostFacts(const Container& container) {
   facts.cgroups = readCgroupLayout();
   facts.appArmor =
       readFile("/sys/module/apparmor/parameters/enabled").value_or("").starts_with('Y');
-  char self[PATH_MAX];
-  const ssize_t length = readlink("/proc/self/exe", self, sizeof self);
-  if (length <= 0) failErrno("cannot find the path of this program");
-  facts.qxctl.assign(self, static_cast<size_t>(length));
-  // As the kernel calls a program that was replaced while it ran, by an upgrade.
-  constexpr std::string_view kReplaced = " (deleted)";
-  if (facts.qxctl.ends_with(kReplaced)) facts.qxctl.resize(facts.qxctl.size() - kReplaced.size());
+  facts.qxctl = ownProgram();
   facts.device = mountSource(currentMounts(), container.tree());
   return facts;
 }
@@ -129,7 +124,7 @@ std::string lxcConfigText(const LxcItems& items) {
       fail(ExitCode::kBadConfig, "LXC's configuration cannot hold '%s' for %s", value.c_str(),
            key.c_str());
     }
-    text += key + " = " + value + "\n";
+    text += textf("%s = %s\n", key.c_str(), value.c_str());
   }
   return text;
 }

@@ -158,6 +158,8 @@ Outcome startContainer(const Container& container) {
   const std::optional<IdMap> map = idMapOf(container);
   if (map) requireSetAside(*map);
   clearGroups(container.id);
+  // Still mounted by a run that ended itself, or by hand.
+  if (growsWhenMounted(container)) umountContainer(container);
   const bool wasMounted = mountContainer(container) == Outcome::kAlready;
   try {
     if (map) {

@@ -15,9 +15,9 @@ namespace {
 
 constexpr char kUsage[] =
     "Usage: mkqxfs VE_PRIVATE\n"
-    "Makes an empty private area for a container: the directory VE_PRIVATE, for root\n"
-    "only, with an empty file tree 'fs' in it. Parent directories are made. A directory\n"
-    "that holds anything is refused. The tree lies on what STORAGE says in the\n"
+    "Creates an empty private area for a container: the directory VE_PRIVATE, for root\n"
+    "only, with an empty file tree 'fs' in it. Parent directories are created. A directory\n"
+    "that is not empty is refused. The tree is stored as STORAGE says in the\n"
     "configuration of the container that has this private area, or in /etc/qx/qx.conf.\n\n";
 
 /// The container whose private area has this path: its configuration may say what

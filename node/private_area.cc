@@ -68,14 +68,14 @@ class Unfinished {
 
 void makePrivateArea(const std::string& privateArea, const StoragePlan& plan) {
   const std::string tree = privateArea + "/" + kTreeName;
-  const std::string unfinishedImage = privateArea + "/" + kImageFile + ".new";
+  const std::string unfinished = std::string(kImageFile) + ".new";
   const bool existed = exists(privateArea);
   if (existed) {
     if (!isDirectory(privateArea)) {
       fail(ExitCode::kExists, "%s exists and is not a directory", privateArea.c_str());
     }
     for (const std::string& name : listDirectory(privateArea)) {
-      if (privateArea + "/" + name == unfinishedImage) continue;
+      if (name == unfinished) continue;
       if (name != kTreeName || !isDirectory(tree) || !listDirectory(tree).empty()) {
         fail(ExitCode::kExists, "private area %s exists and is not empty", privateArea.c_str());
       }
@@ -86,7 +86,7 @@ void makePrivateArea(const std::string& privateArea, const StoragePlan& plan) {
   makeOwnedDirectory(privateArea, 0700);
   // An empty one of another kind is no obstacle.
   if ((rmdir(tree.c_str()) != 0 && errno != ENOENT) ||
-      (unlink(unfinishedImage.c_str()) != 0 && errno != ENOENT)) {
+      (unlink((privateArea + "/" + unfinished).c_str()) != 0 && errno != ENOENT)) {
     failErrno("cannot complete %s", privateArea.c_str());
   }
   try {

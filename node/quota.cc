@@ -43,11 +43,6 @@ QuotaTable readTable(const std::string& path) {
   }
 }
 
-bool isOff(const Container& container) {
-  const std::string value = container.var("DISK_QUOTA");
-  return value == "no" || value == "NO" || value == "off";
-}
-
 /// What a command says, in lines that can follow any table.
 std::string linesOf(const QuotaCommand& command) {
   if (const auto* grace = std::get_if<QuotaSetGrace>(&command.what)) {
@@ -124,8 +119,8 @@ std::string quotaUsage() {
          "\n"
          "Exit codes: 0 done, or quotas are on and enforced; 2 wrong command line;\n"
          "6 quotas are off (DISK_QUOTA=no in the container's configuration); 10 quotas are\n"
-         "on, limits are kept with the container but not enforced, which 'qxctl mount' does if\n"
-         "the container's files lie on a file system of its own; 11 failure.\n";
+         "on, but limits are only recorded for the container; 'qxctl mount' enforces them if\n"
+         "the container's files are on a file system of their own; 11 failure.\n";
 }
 
 QuotaCommand parseQuotaCommand(const std::vector<std::string>& arguments) {
@@ -164,7 +159,7 @@ QuotaExit runQuotaCommand(const QuotaCommand& command, std::string& output) {
          container.id, container.privateArea.c_str());
   }
   if (const auto* stat = std::get_if<QuotaStat>(&command.what)) {
-    if (isOff(container)) return QuotaExit::kOff;
+    if (container.hasNoDiskQuota()) return QuotaExit::kOff;
     const std::optional<KernelQuota> enforced = KernelQuota::of(container);
     if (stat->table) {
       output = formatQuotaTable(enforced ? enforced->read()
@@ -172,7 +167,7 @@ QuotaExit runQuotaCommand(const QuotaCommand& command, std::string& output) {
     }
     return enforced ? QuotaExit::kOk : QuotaExit::kKept;
   }
-  if (isOff(container)) {
+  if (container.hasNoDiskQuota()) {
     fail(ExitCode::kFailed, "disk quotas of container %u are off: DISK_QUOTA is 'no'",
          container.id);
   }
@@ -186,7 +181,7 @@ QuotaExit runQuotaCommand(const QuotaCommand& command, std::string& output) {
 }
 
 void applyKeptQuota(const Container& container) {
-  if (isOff(container)) return;
+  if (container.hasNoDiskQuota()) return;
   try {
     const std::string path = container.inPrivateArea(kQuotaFile);
     if (!exists(path)) return;

@@ -40,7 +40,7 @@ struct Options {
 };
 
 constexpr char kAbout[] =
-    "Works on the containers of this host.\n\n"
+    "Manages the containers of this host.\n\n"
     "A container ID is described by /etc/sysconfig/qx-scripts/ID.conf. Its files are in its\n"
     "private area (VE_PRIVATE, by default /var/lib/qx/private/ID) and appear at its root\n"
     "(VE_ROOT, by default /var/lib/qx/root/ID) while it is mounted. Host-wide settings are in\n"
@@ -52,7 +52,7 @@ constexpr char kExamples[] =
     "  qxctl create 101     (from /var/lib/qx/template/debian-12.tar.xz)\n"
     "  qxctl mount 101\n"
     "  qxctl status 101\n\n"
-    "runscript and exec end with the exit status of what they ran.\n";
+    "runscript and exec exit with the status of what they ran.\n";
 
 void say(const node::Container& container, const char* what) {
   printf("container %u %s\n", container.id, what);
@@ -147,7 +147,7 @@ int stopOne(const Options& options) {
 void requireOneOf(const Options& options, bool several, const char* flag) {
   if (options.ctid.empty() == several) return;
   node::fail(node::ExitCode::kUsage,
-             several ? "ID and %s exclude one another" : "ID or %s is missing", flag);
+             several ? "ID and %s cannot be given together" : "ID or %s is missing", flag);
 }
 
 Options withId(Options options, unsigned id) {
@@ -260,7 +260,7 @@ int set(const Options& options) {
     const bool running = node::runningInit(changed.id).has_value();
     if (guest && node::hasPrivateArea(changed)) node::markForAdaptation(changed);
     if (guest && running) {
-      printf("the host name and the network change when container %u is started again\n",
+      printf("the host name and the network will change when container %u is next started\n",
              changed.id);
     }
     int result = 0;
@@ -316,9 +316,9 @@ struct Row {
 };
 
 constexpr Row kContainerCommands[] = {
-    {"create", create, "Make the private area from the OS template named in the configuration"},
-    {"mount", mountIt, "Show the container's files at its root"},
-    {"umount", umountIt, "Undo mount"},
+    {"create", create, "Create the private area from the OS template named in the configuration"},
+    {"mount", mountIt, "Mount the container's private area at its root"},
+    {"umount", umountIt, "Unmount the container's root"},
     {"convert", convert, "Register a private area that was filled by hand or by a migration"},
     {"enter", enter, "Open a shell in the running container"},
     {"destroy", destroy, "Remove the container: private area, root and configuration"},
@@ -326,31 +326,34 @@ constexpr Row kContainerCommands[] = {
 
 void describeRunning(CLI::App& app, Options& options, Command& chosen) {
   CLI::App* begin = app.add_subcommand("start", "Start the container; mount it if need be");
-  begin->add_option("ID", options.ctid, "Container id");
-  begin->add_flag("--onboot", options.onBoot,
-                  "Every container with ONBOOT=yes, by BOOTORDER: for the host's own start");
+  begin->add_option("ID", options.ctid, "Container ID");
+  begin->add_flag(
+      "--onboot", options.onBoot,
+      "Start every container with ONBOOT=yes in the order of BOOTORDER, as at the host's boot");
   begin->callback([&chosen] { chosen = start; });
   for (const Row& row : {Row{"stop", stop, "Shut the container down and unmount it"},
                          Row{"restart", restart, "Stop the container and start it"}}) {
     CLI::App* command = app.add_subcommand(row.name, row.about);
-    CLI::Option* id = command->add_option("ID", options.ctid, "Container id");
+    CLI::Option* id = command->add_option("ID", options.ctid, "Container ID");
     if (row.command == stop) {
-      command->add_flag("--all", options.all, "Every running container, at the same time");
+      command->add_flag("--all", options.all, "Stop every running container, all at the same time");
     } else {
       id->required();
     }
-    command->add_option("--timeout", options.timeout, "Seconds until what has not ended is killed")
+    command
+        ->add_option("--timeout", options.timeout,
+                     "Seconds to wait before what still runs is killed")
         ->check(CLI::Range(1, 86400))
         ->capture_default_str();
-    command->add_flag("--fast", options.fast, "Kill at once");
+    command->add_flag("--fast", options.fast, "Kill everything at once instead of shutting down");
     command->callback([&chosen, run = row.command] { chosen = run; });
   }
   CLI::App* inside = app.add_subcommand("exec", "Run a command in the running container");
-  inside->add_option("ID", options.ctid, "Container id")->required();
+  inside->add_option("ID", options.ctid, "Container ID")->required();
   // The command's own options are not ours.
   inside->prefix_command();
   inside->fallthrough(false);
-  inside->footer("After ID come the program and its arguments.");
+  inside->footer("ID is followed by the program to run and its arguments.");
   inside->callback([&options, &chosen, inside] {
     options.words = inside->remaining();
     if (!options.words.empty() && options.words.front() == "--") {
@@ -360,7 +363,7 @@ void describeRunning(CLI::App& app, Options& options, Command& chosen) {
     chosen = exec;
   });
   CLI::App* change = app.add_subcommand("set", "Change variables of the configuration");
-  change->add_option("ID", options.ctid, "Container id")->required();
+  change->add_option("ID", options.ctid, "Container ID")->required();
   change
       ->add_option("VARIABLE", options.words,
                    "NAME=VALUE, such as NUMPROC=500:500; may be repeated")
@@ -398,26 +401,26 @@ int runCommandLine(int argc, char** argv) {
   app.fallthrough();
   Options options;
   app.add_flag("--skiplock", options.skipLock,
-               "Leave the container's lock alone: for callers that hold it");
+               "Do not take the container's lock: for callers that hold it already");
   Command chosen = nullptr;
   for (const Row& row : kContainerCommands) {
     CLI::App* command = app.add_subcommand(row.name, row.about);
-    command->add_option("ID", options.ctid, "Container id")->required();
+    command->add_option("ID", options.ctid, "Container ID")->required();
     command->callback([&chosen, &row] { chosen = row.command; });
   }
   CLI::App* run = app.add_subcommand(
       "runscript", "Run a script of the host with the stopped container's files as its root");
-  run->add_option("ID", options.ctid, "Container id")->required();
+  run->add_option("ID", options.ctid, "Container ID")->required();
   run->add_option("SCRIPT", options.script, "Script file on the host")->required();
   run->callback([&chosen] { chosen = runScript; });
   describeRunning(app, options, chosen);
-  CLI::App* show = app.add_subcommand("status", "Tell the container's state");
-  show->add_option("ID", options.ctid, "Container id")->required();
-  show->add_flag("--json", options.json, "As a JSON object");
+  CLI::App* show = app.add_subcommand("status", "Show the container's state");
+  show->add_option("ID", options.ctid, "Container ID")->required();
+  show->add_flag("--json", options.json, "Print a JSON object");
   show->callback([&chosen] { chosen = status; });
   CLI::App* table = app.add_subcommand("list", "List mounted and running containers");
   table->add_flag("-a,--all", options.all, "List all containers");
-  table->add_flag("--json", options.json, "As a JSON array");
+  table->add_flag("--json", options.json, "Print a JSON array");
   table->callback([&chosen] { chosen = list; });
   try {
     app.parse(argc, argv);
@@ -426,16 +429,14 @@ int runCommandLine(int argc, char** argv) {
     if (app.exit(error) == 0) return 0;  // --help is an "error" to the parser, too.
     return static_cast<int>(node::ExitCode::kUsage);
   }
-  return node::runTool("qxctl", [&] {
-    const std::string warning = node::ensureConfigDirectory();
-    if (!warning.empty()) fprintf(stderr, "qxctl: warning: %s\n", warning.c_str());
-    return chosen(options);
-  });
+  const std::string warning = node::ensureConfigDirectory();
+  if (!warning.empty()) fprintf(stderr, "qxctl: warning: %s\n", warning.c_str());
+  return chosen(options);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   node::setToolPath();
-  return runCommandLine(argc, argv);
+  return node::runTool("qxctl", [&] { return runCommandLine(argc, argv); });
 }

@@ -13,9 +13,11 @@
 #include <csignal>
 #include <cstring>
 
+#include "host/descriptors.h"
 #include "host/error.h"
 #include "host/file.h"
 #include "host/id_map.h"
+#include "host/process.h"
 #include "host/state.h"
 #include "host/text.h"
 #include "node/confine.h"
@@ -39,18 +41,17 @@ struct Plan {
 
 /// Pipes from the script: its standard output and error, and what went wrong before it.
 struct Pipes {
-  Fd out[2], err[2], error[2];
+  FdPair out, err, error;
 };
 
-void makePipe(Fd (&ends)[2], const std::optional<IdMap>& map) {
-  int fds[2];
-  if (pipe2(fds, O_CLOEXEC) != 0) failErrno("cannot create a pipe");
-  ends[0] = Fd(fds[0]);
-  ends[1] = Fd(fds[1]);
+FdPair makePipeFor(const std::optional<IdMap>& map) {
+  FdPair ends = makePipe();
+  if (!ends) failErrno("cannot create a pipe");
   // "echo >/dev/stderr" opens it anew, which only its owner may.
-  if (map && fchown(ends[1].get(), map->first, map->first) != 0) {
+  if (map && fchown(ends.second.get(), map->first, map->first) != 0) {
     failErrno("cannot give a pipe to the script");
   }
+  return ends;
 }
 
 /// The environment that the process began with can be read in /proc by all it starts.
@@ -61,23 +62,16 @@ void wipeEnvironment() {
   clearenv();
 }
 
-std::vector<char*> pointers(const std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  for (const std::string& text : texts) result.push_back(const_cast<char*>(text.c_str()));
-  result.push_back(nullptr);
-  return result;
-}
-
 int exitStatus(int status) {
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 /// The script's own process.
 [[noreturn]] void execScript(const Plan& plan, int errorPipe) {
-  const std::vector<char*> argv = pointers(plan.command);
-  const std::vector<char*> environment = pointers(plan.environment);
+  const std::vector<char*> argv = pointersTo(plan.command);
+  const std::vector<char*> environment = pointersTo(plan.environment);
   if (plan.userNamespace) joinUserNamespace(plan.userNamespace);
-  closeAllBut(errorPipe);
+  closeAllBut({errorPipe}, STDERR_FILENO + 1);
   confine();
   execve(argv[0], argv.data(), environment.data());
   const std::string text = textf("cannot run %s in the container: %s", argv[0], strerror(errno));
@@ -88,15 +82,15 @@ int exitStatus(int status) {
 /// The first process of the pid namespace: sets the place up, starts the
 /// script, collects orphans, and takes everybody along when it ends.
 [[noreturn]] void runFirstProcess(const Plan& plan, int parent, const Pipes& pipes) {
-  const int errorPipe = pipes.error[1].get();
+  const int errorPipe = pipes.error.second.get();
   try {
     wipeEnvironment();
     // Without a controlling terminal nothing in there can type for the user.
     setsid();
     const Fd input(open("/dev/null", O_RDONLY | O_CLOEXEC));
     if (!input || dup2(input.get(), STDIN_FILENO) < 0 ||
-        dup2(pipes.out[1].get(), STDOUT_FILENO) < 0 ||
-        dup2(pipes.err[1].get(), STDERR_FILENO) < 0) {
+        dup2(pipes.out.second.get(), STDOUT_FILENO) < 0 ||
+        dup2(pipes.err.second.get(), STDERR_FILENO) < 0) {
       failErrno("cannot redirect the script's input and output");
     }
     // When the parent dies, so does this process, and with it the namespace.
@@ -111,7 +105,7 @@ int exitStatus(int status) {
     if (child < 0) failErrno("cannot start a process for the script");
     if (child == 0) execScript(plan, errorPipe);
     confine();
-    closeAllBut(errorPipe);
+    closeAllBut({errorPipe}, STDERR_FILENO + 1);
     close(errorPipe);
     int status = 0;
     for (;;) {
@@ -184,8 +178,7 @@ int runScript(const Container& container, const std::string& scriptPath) {
   const std::optional<IdMap> map = idMapOf(container);
   if (map) plan.userNamespace = makeUserNamespace(*map);
 
-  Pipes pipes;
-  for (auto* ends : {&pipes.out, &pipes.err, &pipes.error}) makePipe(*ends, map);
+  Pipes pipes{makePipeFor(map), makePipeFor(map), makePipeFor(map)};
   const Fd self(static_cast<int>(syscall(SYS_pidfd_open, getpid(), 0)));
   if (!self) failErrno("cannot open a descriptor of this process");
   // The child may do more than async-signal-safe calls: the tools have one thread.
@@ -195,9 +188,9 @@ int runScript(const Container& container, const std::string& scriptPath) {
   const auto child = static_cast<pid_t>(syscall(SYS_clone3, &arguments, sizeof arguments));
   if (child < 0) failErrno("cannot start a process in a pid namespace for the script");
   if (child == 0) runFirstProcess(plan, self.get(), pipes);
-  for (auto* ends : {&pipes.out, &pipes.err, &pipes.error}) (*ends)[1].reset();
-  relayOutput(pipes.out[0], pipes.err[0]);
-  const std::string error = readAll(pipes.error[0].get());
+  for (auto* ends : {&pipes.out, &pipes.err, &pipes.error}) ends->second.reset();
+  relayOutput(pipes.out.first, pipes.err.first);
+  const std::string error = readAll(pipes.error.first.get());
   int status = 0;
   while (waitpid(child, &status, 0) < 0) {
     if (errno != EINTR) failErrno("cannot wait for the script");

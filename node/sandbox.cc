@@ -5,19 +5,18 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <climits>
 #include <vector>
 
 #include "host/error.h"
 #include "host/fd.h"
 #include "host/file.h"
 #include "host/id_map.h"
+#include "host/mounts.h"
 #include "host/text.h"
 #include "node/host.h"
 
@@ -25,25 +24,6 @@ namespace node {
 namespace {
 
 constexpr std::array kDevices{"null", "zero", "full", "random", "urandom", "tty"};
-
-/// The mount flags that a file system has now, in mount's terms: a remount must
-/// repeat those that were not its own to take away.
-unsigned long currentFlags(const char* path) {
-  struct statvfs vfs;
-  if (statvfs(path, &vfs) != 0) failErrno("cannot read the mount flags of %s", path);
-  unsigned long flags = 0;
-  static constexpr std::array<std::pair<unsigned long, unsigned long>, 6> kPairs{
-      {{ST_RDONLY, MS_RDONLY},
-       {ST_NOSUID, MS_NOSUID},
-       {ST_NOEXEC, MS_NOEXEC},
-       {ST_NOATIME, MS_NOATIME},
-       {ST_NODIRATIME, MS_NODIRATIME},
-       {ST_RELATIME, MS_RELATIME}}};
-  for (const auto& [shown, given] : kPairs) {
-    if (vfs.f_flag & shown) flags |= given;
-  }
-  return flags;
-}
 
 /// Makes the tree the root directory, with owners as the user namespace maps them if there
 /// is one. The old root stays mounted beneath; its descriptor is returned.
@@ -53,8 +33,7 @@ Fd changeRoot(const std::string& tree, const Fd& userNamespace) {
   }
   const char* path = tree.c_str();
   if (mount(path, path, nullptr, MS_BIND, nullptr) != 0) failErrno("cannot bind %s", path);
-  if (mount("none", path, nullptr, MS_BIND | MS_REMOUNT | MS_NODEV | MS_NOSUID | currentFlags(path),
-            nullptr) != 0) {
+  if (!addMountFlags(tree, MS_NODEV | MS_NOSUID)) {
     failErrno("cannot disable the device files of %s", path);
   }
   // Where owners are mapped, this process can make nothing.
@@ -144,13 +123,6 @@ void joinUserNamespace(const Fd& userNamespace) {
       setresgid(0, 0, 0) != 0 || setresuid(0, 0, 0) != 0) {
     failErrno("cannot enter the container's user namespace");
   }
-}
-
-void closeAllBut(int kept) {
-  const unsigned first = STDERR_FILENO + 1;
-  const auto number = static_cast<unsigned>(kept);
-  if (number > first) syscall(SYS_close_range, first, number - 1, 0);
-  syscall(SYS_close_range, number + 1, UINT_MAX, 0);
 }
 
 }  // namespace node

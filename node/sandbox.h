@@ -27,9 +27,6 @@ void enterSandbox(const std::string& tree, const std::string& hostname, const st
 /// Makes this process root of the user namespace, and nobody outside. Throws Error.
 void joinUserNamespace(const Fd& userNamespace);
 
-/// Closes every descriptor but the first three and `kept`.
-void closeAllBut(int kept);
-
 }  // namespace node
 
 #endif

@@ -122,8 +122,7 @@ StoragePlan storagePlan(const Container& container) {
   if (plan.storage == Storage::kDirectory) return plan;
   plan.bytes = wantedBytes(container);
   plan.inodes = limitOf(container, "DISKINODES");
-  const std::string quota = container.var("DISK_QUOTA");
-  plan.quota = quota != "no" && quota != "NO" && quota != "off";
+  plan.quota = !container.hasNoDiskQuota();
   if (plan.storage == Storage::kExt4) {
     if (!plan.bytes) {
       fail(ExitCode::kBadConfig,
@@ -194,6 +193,14 @@ bool treeIsMounted(const std::string& area) {
   // One that is being made is mounted too, for a look.
   return (exists(imageOf(area)) || exists(imageOf(area) + ".new")) &&
          countMountsAt(mountPoints(), treeOf(area)) > 0;
+}
+
+bool growsWhenMounted(const Container& container) {
+  if (storageOf(container.privateArea) != Storage::kExt4) return false;
+  const std::optional<uint64_t> wanted = wantedBytes(container);
+  const std::optional<uint64_t> size = imageSize(container.privateArea);
+  return treeIsMounted(container.privateArea) && wanted && size &&
+         *wanted / kImageBlock > *size / kImageBlock;
 }
 
 bool mountTree(const Container& container) {

@@ -65,6 +65,10 @@ bool umountTree(const std::string& area);
 /// Whether an image is mounted on the tree's place. Throws Error.
 bool treeIsMounted(const std::string& area);
 
+/// The mounted tree is an image that is smaller than DISKSPACE says: it grows when it is
+/// mounted the next time.
+bool growsWhenMounted(const Container& container);
+
 /// Removes the tree if it is a subvolume: with those that the guest made in it,
 /// which no `rm` crosses. Throws Error.
 void removeSubvolumes(const std::string& area);

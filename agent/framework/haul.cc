@@ -50,9 +50,12 @@ QXLHaulSerializerBaseAgentPrototype::QXLHaulSerializerBaseAgentPrototype(
 }
 
 QXLHaulSerializerBaseAgentPrototype::~QXLHaulSerializerBaseAgentPrototype() {
-  if (!sessionId_.empty()) {
+  if (sessionId_.empty()) return;
+  try {
     send(agent::kMethodFinish, boost::intrusive_ptr<QXLMessageIterator>(new agent::Message()),
          nullptr);
+  } catch (...) {
+    // The session ends with its connection.
   }
 }
 

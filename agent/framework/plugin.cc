@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "agent/wire/operator_registry.h"
+#include "host/process.h"
 
 namespace agent {
 
@@ -69,8 +70,7 @@ void* Plugin::currentSymbol(const char* name) {
 
 std::string Plugin::defaultPath() {
   std::error_code error;
-  const std::filesystem::path here =
-      std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+  const std::filesystem::path here = std::filesystem::path(host::ownProgram()).parent_path();
   for (const std::filesystem::path& folder :
        {here, here / "../lib", std::filesystem::path("/usr/local/lib"),
         std::filesystem::path("/usr/lib")}) {

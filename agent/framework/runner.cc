@@ -17,11 +17,12 @@
 #include "agent/system/last_error.h"
 #include "agent/system/tail_buffer.h"
 #include "agent/wire/request_context.h"
+#include "host/descriptors.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr std::chrono::seconds killGrace(5);
+constexpr std::chrono::seconds kKillGrace(5);
 
 std::vector<std::string> toVector(const char* const* argv) {
   std::vector<std::string> words;
@@ -126,10 +127,10 @@ int GenExec::State::start(const char* const* argv, int flags, int seconds, const
   options.dieWithParent = dieWithParent;
   host::Fd childEnds[3];
   const auto makePipe = [&](int stream, host::Fd& ours, bool weWrite) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) return errno;
-    ours.reset(ends[weWrite ? 1 : 0]);
-    childEnds[stream].reset(ends[weWrite ? 0 : 1]);
+    host::FdPair ends = host::makePipe();
+    if (!ends) return errno;
+    ours = std::move(weWrite ? ends.second : ends.first);
+    childEnds[stream] = std::move(weWrite ? ends.first : ends.second);
     fcntl(ours.get(), F_SETFL, O_NONBLOCK);
     options.streams[stream] = childEnds[stream].get();
     return 0;
@@ -158,10 +159,10 @@ int GenExec::State::start(const char* const* argv, int flags, int seconds, const
 }
 
 void GenExec::State::startDrainer() {
-  int stop[2];
-  if (pipe2(stop, O_CLOEXEC) != 0) return;
-  drainerStop.reset(stop[1]);
-  drainer = std::thread([this, stopRead = host::Fd(stop[0])]() {
+  host::FdPair stop = host::makePipe();
+  if (!stop) return;
+  drainerStop = std::move(stop.second);
+  drainer = std::thread([this, stopRead = std::move(stop.first)]() {
     for (;;) {
       pollfd entries[2] = {{error.get(), POLLIN, 0}, {stopRead.get(), POLLIN, 0}};
       if (poll(entries, 2, -1) < 0 && errno != EINTR) return;
@@ -224,7 +225,7 @@ void GenExec::State::enforceLimits() {
     terminated = true;
     child.signalGroup(SIGTERM);
     deadline = Clock::time_point::max();
-    killAt = now + killGrace;
+    killAt = now + kKillGrace;
   }
   if (now >= killAt) {
     child.signalGroup(SIGKILL);

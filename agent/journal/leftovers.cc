@@ -114,7 +114,8 @@ void removeDeadLock(const std::string& lockDir, unsigned ctid,
     if (name != lock && !(name.starts_with(lock) && name.size() == lock.size() + kRandomLetters)) {
       continue;
     }
-    const std::string path = lockDir + "/" + name;
+    std::string path = lockDir;
+    path += "/" + name;
     const auto content = host::readFile(path);
     if (content && host::parseLockHolder(*content) == process.pid) unlink(path.c_str());
   }

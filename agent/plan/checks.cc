@@ -284,7 +284,7 @@ class Checks {
   }
 
   void quotas() {
-    for (const Finding& finding : quotaFindings(facts_.survey, facts_.node.storage)) {
+    for (const Finding& finding : quotaFindings(facts_.survey, facts_.node)) {
       plan_.findings.push_back(finding);
     }
   }

@@ -9,6 +9,7 @@ namespace {
 
 std::vector<std::string> pathsOf(const std::vector<PlannedExclude>& excludes) {
   std::vector<std::string> paths;
+  paths.reserve(excludes.size());
   for (const PlannedExclude& exclude : excludes) paths.push_back(exclude.path);
   return paths;
 }

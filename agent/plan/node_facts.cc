@@ -145,6 +145,7 @@ NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params) {
   const host::Container container = containerOf(params, settings, facts.privateArea);
   const std::string storage = container.var("STORAGE");
   if (!storage.empty()) facts.storage = storage;
+  facts.quotasOff = container.hasNoDiskQuota();
   facts.placeProblem = problemOf(container);
   const host::IdChoice ids = host::idChoiceOf(container);
   if (ids.map) facts.ids = ids.map->count;

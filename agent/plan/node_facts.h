@@ -49,6 +49,7 @@ struct NodeFacts {
   /// What the container's tree will lie on: "directory", "ext4" (an image of the size
   /// of its disk limits) or "btrfs".
   std::string storage = "directory";
+  bool quotasOff = false;  ///< DISK_QUOTA=no: the container takes no limits of its users
   std::vector<std::string> weaknesses;  ///< of the node's set-up, with what mends each
 };
 

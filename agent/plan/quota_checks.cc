@@ -51,7 +51,7 @@ std::vector<std::pair<std::string, std::string>> quotaRows(const Survey& survey)
           {"grace periods", gracesText(quotas->userBlockGrace, quotas->userInodeGrace)}};
 }
 
-std::vector<Finding> quotaFindings(const Survey& survey, const std::string& storage) {
+std::vector<Finding> quotaFindings(const Survey& survey, const NodeFacts& node) {
   std::vector<Finding> findings;
   for (const SurveyedQuotas& quotas : survey.quotas) {
     if (quotas.mountPoint == "/" || !haveLimits(quotas)) continue;
@@ -62,11 +62,16 @@ std::vector<Finding> quotaFindings(const Survey& survey, const std::string& stor
   }
   const SurveyedQuotas* quotas = travellingQuotas(survey);
   if (!quotas) return findings;
-  if (haveLimits(*quotas) && storage != "ext4") {
+  if (node.quotasOff) {
+    findings.push_back({Severity::kBlock,
+                        "The server's disk quotas are on, and the container takes none: "
+                        "DISK_QUOTA is 'no' on the node. Take it out there, or turn the server's "
+                        "quotas off (quotaoff -ug /)."});
+  } else if (haveLimits(*quotas) && node.storage != "ext4") {
     findings.push_back({Severity::kWarning,
                         "Disk limits of users and groups are kept with the container and not "
                         "enforced: the node's STORAGE is '" +
-                            storage + "', and only ext4 can."});
+                            node.storage + "', and only ext4 can."});
   }
   if (quotas->groups > 0 && (quotas->groupBlockGrace != quotas->userBlockGrace ||
                              quotas->groupInodeGrace != quotas->userInodeGrace)) {

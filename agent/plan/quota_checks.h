@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/plan/node_facts.h"
 #include "agent/plan/plan.h"
 #include "agent/plan/survey_facts.h"
 
@@ -17,9 +18,8 @@ const SurveyedQuotas* travellingQuotas(const Survey& survey);
 /// What travels, as pairs of a label and a text; empty when nothing does.
 std::vector<std::pair<std::string, std::string>> quotaRows(const Survey& survey);
 
-/// What does not arrive as it is on the server. `storage` is what the node keeps the
-/// container's files on, as in its setting STORAGE.
-std::vector<Finding> quotaFindings(const Survey& survey, const std::string& storage);
+/// What does not arrive as it is on the server.
+std::vector<Finding> quotaFindings(const Survey& survey, const NodeFacts& node);
 
 }  // namespace agent
 

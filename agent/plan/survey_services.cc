@@ -10,6 +10,7 @@
 
 #include "agent/system/output_of.h"
 #include "host/file.h"
+#include "host/text.h"
 
 namespace agent {
 
@@ -50,8 +51,9 @@ void surveyServices(Survey& survey) {
     // Running an unknown script to ask for its status is not without effect on
     // every system; the process id it leaves is.
     for (const std::string& name : survey.initScripts) {
-      for (const std::string& path : {"/run/" + name + ".pid", "/var/run/" + name + ".pid",
-                                      "/var/run/" + name + "/" + name + ".pid"}) {
+      for (const std::string& path :
+           {"/run/" + name + ".pid", "/var/run/" + name + ".pid",
+            host::textf("/var/run/%s/%s.pid", name.c_str(), name.c_str())}) {
         const long pid = strtol(host::readFile(path).value_or("").c_str(), nullptr, 10);
         if (pid > 0 && std::filesystem::exists("/proc/" + std::to_string(pid), error))
           running.insert(name);

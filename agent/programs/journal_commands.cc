@@ -56,9 +56,10 @@ int clean(const std::optional<unsigned>& ctid, bool boot) {
     if (!host::isInterrupted(journal.record)) {
       const bool running = ctid && journal.record.state == host::MigrationState::kRunning;
       if (!running) continue;
-      fprintf(stderr,
-              "qxmigrate: a migration into container %u runs (process %d): nothing was done\n",
-              *ctid, journal.record.process.pid);
+      fprintf(
+          stderr,
+          "qxmigrate: a migration into container %u is running (process %d): nothing was done\n",
+          *ctid, journal.record.process.pid);
       return kExitFailed;
     }
     if (boot && host::isOfThisBoot(journal.record.process)) continue;
@@ -111,7 +112,7 @@ Run describeClean(CLI::App& app) {
     bool boot = false;
   };
   const auto settings = std::make_shared<Settings>();
-  auto* one = app.add_option("ID", settings->id, "Id of the container");
+  auto* one = app.add_option("ID", settings->id, "ID of the container");
   app.add_flag("--all", settings->all, "Those of all containers")->excludes(one);
   app.add_flag("--boot", settings->boot, "Only those that ran before this host was booted");
   app.footer("Exit status: 0 when all is clean, 1 when not, 64 for a wrong command line.");

@@ -152,7 +152,7 @@ MigrationResult migrateWithJournal(
   // and removed after everything else.
   params->options.config->otherVariables[host::kMigrationVariable] = journal->name();
   JournalingView journaling(*journal, view);
-  const MigrationResult result = migrate(source, params, rules, journaling, cancel);
+  MigrationResult result = migrate(source, params, rules, journaling, cancel);
   const host::MigrationState state = result.succeeded ? host::MigrationState::kSucceeded
                                      : cancel->code() == kCancelledByUser
                                          ? host::MigrationState::kCancelled

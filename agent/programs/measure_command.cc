@@ -20,7 +20,7 @@ namespace agent {
 
 namespace {
 
-struct Settings {
+struct CommandSettings {
   ServerOptions server;
   MeasureSettings measure;
   std::string output;
@@ -42,7 +42,7 @@ bool canReplace(const std::string& path) {
   return path.empty() || lstat(path.c_str(), &found) != 0 || S_ISREG(found.st_mode);
 }
 
-int measure(const Settings& settings, MigrationView& view,
+int measure(const CommandSettings& settings, MigrationView& view,
             const std::shared_ptr<CancelToken>& cancel) {
   Planning planning(settings.server.source, view, cancel);
   const Measurement measurement = planning.measure(settings.measure);
@@ -60,7 +60,7 @@ int measure(const Settings& settings, MigrationView& view,
 }  // namespace
 
 Run describeMeasure(CLI::App& app) {
-  const auto settings = std::make_shared<Settings>();
+  const auto settings = std::make_shared<CommandSettings>();
   describeServer(app, settings->server);
   describeMeasuring(app, settings->measure);
   app.add_flag("--json", settings->json, "Print JSON");

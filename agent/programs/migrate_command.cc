@@ -22,9 +22,7 @@ namespace agent {
 
 namespace {
 
-constexpr int kExitBlocked = 2;
-
-struct Settings {
+struct MigrateSettings {
   ServerOptions server;
   MigrateOptions options;
   MeasureSettings measure;
@@ -43,7 +41,8 @@ std::string placeText(const std::string& stage) {
   return "failed after stage '" + stage.substr(kAfter.size()) + "'";
 }
 
-int tellEnd(const Settings& settings, const MigrationResult& result, const CancelToken& cancel) {
+int tellEnd(const MigrateSettings& settings, const MigrationResult& result,
+            const CancelToken& cancel) {
   if (result.succeeded) {
     if (!result.leftOut.isComplete()) {
       const std::string id = std::to_string(settings.options.ctid);
@@ -68,7 +67,7 @@ int tellEnd(const Settings& settings, const MigrationResult& result, const Cance
 }
 
 // Says what it finds.
-bool isVerified(const Settings& settings, Planning& planning, MigrationView& view,
+bool isVerified(const MigrateSettings& settings, Planning& planning, MigrationView& view,
                 CancelToken& cancel) {
   const long long ctid = settings.options.ctid;
   TreeComparison found;
@@ -87,7 +86,7 @@ bool isVerified(const Settings& settings, Planning& planning, MigrationView& vie
   return false;
 }
 
-int migrate(Settings& settings, const CopyReportFile& report, MigrationView& view,
+int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationView& view,
             const std::shared_ptr<CancelToken>& cancel) {
   // Keeps the connection, which the migration shares.
   std::unique_ptr<Planning> planning;
@@ -140,24 +139,25 @@ int migrate(Settings& settings, const CopyReportFile& report, MigrationView& vie
 }  // namespace
 
 Run describeMigrate(CLI::App& app) {
-  const auto settings = std::make_shared<Settings>();
+  const auto settings = std::make_shared<MigrateSettings>();
   describeServer(app, settings->server);
   describeContainer(app, settings->options);
   describeMeasuring(app, settings->measure);
-  app.add_flag("--force", settings->force, "Migrate although the plan is blocked");
+  app.add_flag("--force", settings->force, "Migrate even if the plan is blocked");
   app.add_flag("--no-measure", settings->noMeasure,
-               "Neither measure nor plan: --distribution must be given, limits are those of\n"
-               "--config and the options, the disk is unlimited otherwise");
+               "Neither measure nor plan: --distribution is then required, limits come from\n"
+               "--config and the options only, and the disk is unlimited without them; disk\n"
+               "limits of users and groups that own nothing are not copied");
   app.add_flag("--keep-on-failure", settings->options.keepOnFailure,
                "When the migration fails, keep what was copied for a later attempt");
   app.add_flag("--fresh", settings->fresh,
-               "Begin from nothing: remove what an earlier attempt has copied (default: go on\n"
-               "from it when it is of the same server)");
+               "Start from scratch: remove what an earlier attempt has copied (default: continue\n"
+               "from it if it is of the same server)");
   app.add_flag("--accept-partial", settings->acceptPartial,
                "Go on without files that cannot be copied, and say which (default: the second\n"
                "copy is made once more, and the migration fails if it is incomplete again)");
   app.add_flag("--verify", settings->verify,
-               "Compare the container with the server when it is complete");
+               "Compare the container with the server once the migration is complete");
   app.add_flag("-q,--quiet", settings->quiet, "Show errors only");
   app.footer(
       "Exit status: 0 when the container is there, 1 when the migration failed and was\n"

@@ -14,17 +14,16 @@ namespace agent {
 namespace {
 
 constexpr int kExitWarnings = 1;
-constexpr int kExitBlocked = 2;
 constexpr int kExitNoPlan = 3;
 
-struct Settings {
+struct PlanSettings {
   ServerOptions server;
   MigrateOptions options;
   MeasureSettings measure;
   bool json = false;
 };
 
-int plan(Settings& settings, MigrationView& view, const std::shared_ptr<CancelToken>& cancel) {
+int plan(PlanSettings& settings, MigrationView& view, const std::shared_ptr<CancelToken>& cancel) {
   Planning planning(settings.server.source, view, cancel);
   const PlanFacts facts = planning.gather(settings.options, settings.measure);
   const Plan made = makePlan(facts);
@@ -36,7 +35,7 @@ int plan(Settings& settings, MigrationView& view, const std::shared_ptr<CancelTo
 }  // namespace
 
 Run describePlan(CLI::App& app) {
-  const auto settings = std::make_shared<Settings>();
+  const auto settings = std::make_shared<PlanSettings>();
   describeServer(app, settings->server);
   describeContainer(app, settings->options);
   describeMeasuring(app, settings->measure);

@@ -37,10 +37,10 @@ int serve(const std::string& address, bool stdio, const std::string& library, in
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   // What the plug-in's programs print is read, and is not to be translated.
   setenv("LC_ALL", "C", 1);
-  CLI::App app("The host agent: lets a container host copy this server into a container.");
+  CLI::App app("The host agent: lets a container host migrate this server into a container.");
   app.set_version_flag("--version", std::string("qxagent ") + agent::kVersion);
   app.require_subcommand(1);
   app.footer(
@@ -51,8 +51,8 @@ int main(int argc, char** argv) {
   bool stdio = false;
   std::string library;
   int verbosity = 0;
-  auto* listenOption = serveCommand->add_option("--listen", listen,
-                                                "Where to listen: unix:PATH of a socket to make");
+  auto* listenOption = serveCommand->add_option(
+      "--listen", listen, "Where to listen: unix:PATH of the socket to create");
   serveCommand->add_flag("--stdio", stdio, "Serve the peer on standard input and output instead")
       ->excludes(listenOption);
   serveCommand->add_option("--library", library,
@@ -68,11 +68,9 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& problem) {
     return app.exit(problem) == 0 ? 0 : 2;
   }
-  try {
-    if (channelCommand->parsed()) return agent::offerChannel(token);
-    return serve(listen, stdio, library, verbosity);
-  } catch (const std::exception& problem) {
-    fprintf(stderr, "qxagent: %s\n", problem.what());
-    return 1;
-  }
+  if (channelCommand->parsed()) return agent::offerChannel(token);
+  return serve(listen, stdio, library, verbosity);
+} catch (const std::exception& problem) {
+  fprintf(stderr, "qxagent: %s\n", problem.what());
+  return 1;
 }

@@ -2,7 +2,9 @@
 // what the command that is named does.
 
 #include <CLI/CLI.hpp>
+#include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <map>
 #include <vector>
 
@@ -42,10 +44,10 @@ class Migration {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   // What the plug-in's programs print is read, and is not to be translated.
   setenv("LC_ALL", "C", 1);
-  CLI::App app("Copies a running server into a container of this host.", "qxmigrate");
+  CLI::App app("Migrates a running server into a container on this host.", "qxmigrate");
   const Migration migration(app);
   app.set_version_flag("--version", std::string("qxmigrate ") + agent::kVersion);
   app.require_subcommand(0, 1);
@@ -54,14 +56,14 @@ int main(int argc, char** argv) {
     CLI::App* const command = app.add_subcommand(name, text);
     commands[command] = describe(*command);
   };
-  add("plan", agent::describePlan, "Show what a migration would do, and what stands in its way");
+  add("plan", agent::describePlan, "Show what a migration would do, and what would prevent it");
   add("measure", agent::describeMeasure, "Measure a server and compute a container's limits");
   add("list", agent::describeList, "List the migrations that this host has seen, oldest first");
-  add("show", agent::describeShow, "Show what the journal of a migration holds");
+  add("show", agent::describeShow, "Show the journal of a migration");
   add("clean", agent::describeClean,
       "Finish migrations that were interrupted: remove what they left on this host, or\n"
       "register the container when it was complete");
-  add("verify", agent::describeVerify, "Compare a container with the server that it was made from");
+  add("verify", agent::describeVerify, "Compare a container with the server it was made from");
   try {
     app.parse(argc, argv);
     const std::vector<CLI::App*> named = app.get_subcommands();
@@ -71,4 +73,7 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& problem) {
     return app.exit(problem) == 0 ? 0 : agent::kExitUsage;
   }
+} catch (const std::exception& problem) {
+  fprintf(stderr, "qxmigrate: %s\n", problem.what());
+  return agent::kExitFailed;
 }

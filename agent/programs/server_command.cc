@@ -26,7 +26,7 @@ namespace {
 // which sees to itself; what was begun on this node is still undone.
 class CancelOnSignal {
  public:
-  CancelOnSignal(int stopFd, std::shared_ptr<CancelToken> token)
+  CancelOnSignal(int stopFd, const std::shared_ptr<CancelToken>& token)
       : done_(newEvent()), thread_([this, stopFd, token]() {
           pollfd entries[2] = {{stopFd, POLLIN, 0}, {done_.get(), POLLIN, 0}};
           while (poll(entries, 2, -1) < 0) {
@@ -87,7 +87,7 @@ void describeServer(CLI::App& app, ServerOptions& options) {
                  "or unix:PATH of the socket of an agent that runs there already")
       ->required();
   app.add_option("--ssh-option", options.source.transportOptions,
-                 "Option for ssh, as after its -o; may be repeated")
+                 "Option for ssh, in the form that its -o takes; may be repeated")
       ->allow_extra_args(false);
   app.add_option("--library", options.library, "The plug-in to load");
   app.add_flag("-v,--verbose", options.verbosity, "Log more; may be repeated");
@@ -106,9 +106,9 @@ void describeMeasuring(CLI::App& app, MeasureSettings& settings) {
 }
 
 void describeContainer(CLI::App& app, MigrateOptions& options) {
-  app.add_option("--ctid", options.ctid, "Id of the container to make")->required();
+  app.add_option("--ctid", options.ctid, "ID of the container to create")->required();
   app.add_option("--distribution", options.distribution,
-                 "The server's distribution, NAME-VERSION such as debian-12 (default: found out)");
+                 "The server's distribution, NAME-VERSION such as debian-12 (default: detected)");
   app.add_option("--hostname", options.hostname, "Host name of the container (default: the same)");
   app.add_option("--ip", options.addresses,
                  "Address of the container, ADDRESS/PREFIX, \"dhcp\", or \"auto\" for one from\n"

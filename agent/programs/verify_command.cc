@@ -30,7 +30,7 @@ constexpr int kExitDiffers = 1;
 constexpr int kExitImpossible = 3;
 constexpr char kLastCopy[] = "startRSyncServer2";
 
-struct Settings {
+struct VerifySettings {
   ServerOptions server;
   std::string ctid;  // as it was typed
   bool json = false;
@@ -103,7 +103,7 @@ TreeComparison compare(const host::Container& container, const host::MigrationRe
   });
 }
 
-int verify(const Settings& options, MigrationView& view,
+int verify(const VerifySettings& options, MigrationView& view,
            const std::shared_ptr<CancelToken>& cancel) {
   const host::Container container = host::loadContainer(host::parseCtid(options.ctid));
   const host::MigrationRecord record = recordOf(container);
@@ -131,8 +131,8 @@ TreeComparison verifyMigration(unsigned ctid, Planning& planning, MigrationView&
 }
 
 Run describeVerify(CLI::App& app) {
-  const auto settings = std::make_shared<Settings>();
-  app.add_option("ID", settings->ctid, "Id of the container")->required();
+  const auto settings = std::make_shared<VerifySettings>();
+  app.add_option("ID", settings->ctid, "ID of the container")->required();
   describeServer(app, settings->server);
   // It is in the journal.
   app.get_option("source")->required(false)->description(

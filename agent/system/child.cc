@@ -8,7 +8,8 @@
 #include <cerrno>
 #include <csignal>
 
-#include "host/fd.h"
+#include "host/descriptors.h"
+#include "host/process.h"
 
 namespace agent {
 
@@ -86,26 +87,23 @@ Child::~Child() {
 }
 
 int Child::start(const std::vector<std::string>& argv, const ChildOptions& options) {
-  std::vector<char*> pointers;
-  for (const std::string& word : argv) pointers.push_back(const_cast<char*>(word.c_str()));
-  pointers.push_back(nullptr);
+  const std::vector<char*> pointers = host::pointersTo(argv);
 
   // A failed exec is told through a pipe that a good one closes.
-  int report[2];
-  if (pipe2(report, O_CLOEXEC) != 0) return errno;
-  host::Fd reportRead(report[0]), reportWrite(report[1]);
+  host::FdPair report = host::makePipe();
+  if (!report) return errno;
 
-  const Program program{pointers.data(), options, reportWrite.get()};
+  const Program program{pointers.data(), options, report.second.get()};
   if (const int error = startByStarter(runProgram, &program, options.dieWithParent, starter_)) {
     return error;
   }
-  reportWrite.reset();
+  report.second.reset();
   // Whoever is first: the group exists before anyone signals it.
   if (options.ownGroup) setpgid(starter_.program, starter_.program);
 
   int failure = 0;
   ssize_t count;
-  while ((count = read(reportRead.get(), &failure, sizeof failure)) < 0 && errno == EINTR) {
+  while ((count = read(report.first.get(), &failure, sizeof failure)) < 0 && errno == EINTR) {
   }
   if (count == sizeof failure) {
     endStarter(starter_);

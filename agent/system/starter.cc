@@ -1,16 +1,15 @@
 #include "agent/system/starter.h"
 
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <csignal>
+
+#include "host/descriptors.h"
 
 namespace agent {
 
@@ -20,23 +19,6 @@ namespace {
 // else 0, the order of the arguments, which differs between architectures, is no matter.
 pid_t cloneWith(unsigned long exitSignal) {
   return static_cast<pid_t>(syscall(SYS_clone, exitSignal, 0, 0, 0, 0));
-}
-
-// A descriptor that stayed open here would keep pipes and connections from ending.
-void closeAllBut(int kept) {
-#ifdef SYS_close_range
-  const auto number = static_cast<unsigned>(kept);
-  if ((number == 0 || syscall(SYS_close_range, 0, number - 1, 0) == 0) &&
-      syscall(SYS_close_range, number + 1, UINT_MAX, 0) == 0) {
-    return;
-  }
-#endif
-  constexpr rlim_t kMost = 65536;
-  rlimit limit{};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) limit.rlim_cur = kMost;
-  for (int fd = 0; fd < static_cast<int>(std::min(limit.rlim_cur, kMost)); ++fd) {
-    if (fd != kept) close(fd);
-  }
 }
 
 int waitStatus(const siginfo_t& info) {
@@ -58,7 +40,8 @@ int waitStatus(const siginfo_t& info) {
     _exit(127);
   }
   if (child < 0) child = -errno;
-  closeAllBut(report);
+  // A descriptor that stayed open here would keep pipes and connections from ending.
+  host::closeAllBut({report});
   if (send(report, &child, sizeof child, MSG_NOSIGNAL) != sizeof child || child < 0) _exit(0);
   siginfo_t info{};
   while (waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT) < 0 && errno == EINTR) {
@@ -78,8 +61,8 @@ int waitStatus(const siginfo_t& info) {
 
 int startByStarter(void (*program)(const void* context, pid_t starter), const void* context,
                    bool dieWithParent, Started& started) {
-  int ends[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return errno;
+  host::FdPair ends = host::makeSocketPair();
+  if (!ends) return errno;
   const pid_t parent = getpid();
   // What is sent to the whole group must not end the starter before its program.
   sigset_t all, before;
@@ -92,18 +75,15 @@ int startByStarter(void (*program)(const void* context, pid_t starter), const vo
       prctl(PR_SET_PDEATHSIG, SIGKILL);
       if (getppid() != parent) _exit(0);
     }
-    runStarter(program, context, ends[1]);
+    runStarter(program, context, ends.second.get());
   }
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  close(ends[1]);
-  started = {starter, 0, ends[0]};
-  if (starter < 0) {
-    close(ends[0]);
-    started = {};
-    return cloneError;
-  }
+  if (starter < 0) return cloneError;
+  ends.second.reset();
+  started = {starter, 0, ends.first.release()};
   ssize_t count;
-  while ((count = read(ends[0], &started.program, sizeof started.program)) < 0 && errno == EINTR) {
+  while ((count = read(started.status, &started.program, sizeof started.program)) < 0 &&
+         errno == EINTR) {
   }
   if (count == sizeof started.program && started.program > 0) return 0;
   const int error = count == sizeof started.program ? -started.program : ECHILD;

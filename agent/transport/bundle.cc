@@ -8,13 +8,13 @@
 
 #include "agent/system/last_error.h"
 #include "host/file.h"
+#include "host/process.h"
 
 namespace agent {
 
 Bundle findBundle() {
   std::error_code error;
-  const std::filesystem::path here =
-      std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+  const std::filesystem::path here = std::filesystem::path(host::ownProgram()).parent_path();
   std::vector<std::filesystem::path> folders;
   if (const char* named = getenv("QX_BUNDLE_DIR")) {
     folders = {named};

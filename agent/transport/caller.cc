@@ -20,8 +20,8 @@ using Clock = std::chrono::steady_clock;
 // How long a cancelled request may take to answer, and how often it is reminded.
 constexpr std::chrono::seconds kCancelTimeout(30);
 // How long one that is late already has for that.
-constexpr std::chrono::seconds lateTimeout(5);
-constexpr std::chrono::milliseconds reminder(1000);
+constexpr std::chrono::seconds kLateTimeout(5);
+constexpr std::chrono::milliseconds kReminder(1000);
 // Lines of progress that may wait; of more the oldest go.
 constexpr size_t kMostWaiting = 1000;
 constexpr int kFramesAtATime = 100;
@@ -100,9 +100,9 @@ int Caller::call(const Request& request, nlohmann::json& answer,
       // often, however: a peer that does not read would make this wait for it.
       if (Clock::now() >= nextReminder) {
         sink_.send({{"type", "cancel"}, {"id", id}});
-        nextReminder = Clock::now() + reminder;
+        nextReminder = Clock::now() + kReminder;
       }
-      if (giveUp == kNever) giveUp = Clock::now() + (late ? lateTimeout : kCancelTimeout);
+      if (giveUp == kNever) giveUp = Clock::now() + (late ? kLateTimeout : kCancelTimeout);
       if (Clock::now() >= giveUp) {
         if (late) {
           fail("the agent did not answer '" + request.method + "' within " +
@@ -119,7 +119,7 @@ int Caller::call(const Request& request, nlohmann::json& answer,
     pollfd entries[3] = {{pending->event.get(), POLLIN, 0},
                          {limits.abandon ? limits.abandon->abandonFd() : -1, POLLIN, 0},
                          {cancel ? cancel->fd() : -1, POLLIN, 0}};
-    const Clock::time_point wakeAt = stopping ? Clock::now() + reminder : due;
+    const Clock::time_point wakeAt = stopping ? Clock::now() + kReminder : due;
     poll(entries, stopping ? 2 : 3, more ? 0 : millisecondsUntil(wakeAt));
     clearEvent(pending->event);
     // A peer that floods must not keep this from looking at the time and the cancel.

@@ -2,15 +2,14 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include <cerrno>
-#include <cstring>
 #include <map>
 #include <mutex>
 #include <stdexcept>
 
 #include "agent/system/last_error.h"
+#include "agent/system/socket_address.h"
 #include "agent/transport/local_transport.h"
 #include "agent/transport/remote_transport.h"
 #include "agent/transport/ssh_transport.h"
@@ -21,13 +20,7 @@ namespace agent {
 namespace {
 
 host::Fd connectUnix(const std::string& path) {
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  if (path.empty() || path.size() >= sizeof address.sun_path) {
-    throw std::runtime_error("'" + path + "' cannot be the path of a socket: it must have 1 to " +
-                             std::to_string(sizeof address.sun_path - 1) + " bytes");
-  }
-  memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  const sockaddr_un address = socketAddress(path);
   host::Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd || connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     throw std::runtime_error("cannot connect to the agent at unix:" + path + ": " +

@@ -48,7 +48,7 @@ boost::intrusive_ptr<QXL::QXLChannelPrototype> LocalTransport::createChannel(
 }
 
 std::string LocalTransport::handOver(const boost::intrusive_ptr<QXL::QXLChannelEndPrototype>& end) {
-  const std::string token = newToken();
+  std::string token = newToken();
   dispatcher_.channels().put(token, end);
   return token;
 }

@@ -27,7 +27,7 @@ RemoteTransport::RemoteTransport(host::Fd input, host::Fd output, const std::str
   // Touched by the connection's thread only.
   const auto waiting = std::make_shared<bool>(true);
   connection_.start(
-      [this, greeting, waiting](const nlohmann::json& frame, std::vector<host::Fd>) {
+      [this, greeting, waiting](const nlohmann::json& frame, const std::vector<host::Fd>&) {
         if (*waiting) {
           checkHello(frame);
           *waiting = false;

@@ -12,6 +12,7 @@
 #include "agent/system/wait.h"
 #include "agent/transport/bootstrap.h"
 #include "agent/transport/ssh_problem.h"
+#include "host/descriptors.h"
 #include "host/file.h"
 
 namespace agent {
@@ -27,10 +28,10 @@ constexpr std::chrono::milliseconds kLeaveStep(20);
 constexpr std::chrono::seconds kEndTimeout(5);
 
 void makePipe(host::Fd& readEnd, host::Fd& writeEnd) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe: " + errnoText(errno));
-  readEnd.reset(ends[0]);
-  writeEnd.reset(ends[1]);
+  host::FdPair ends = host::makePipe();
+  if (!ends) throw std::runtime_error("cannot make a pipe: " + errnoText(errno));
+  readEnd = std::move(ends.first);
+  writeEnd = std::move(ends.second);
 }
 
 bool wouldBlock() { return errno == EAGAIN || errno == EINTR; }

@@ -16,7 +16,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kChannelTimeout(30);
-constexpr std::chrono::seconds kStep(1);
+constexpr std::chrono::seconds kLookAgain(1);
 
 // Takes what comes before the bytes of a data channel off it. False if they do not
 // begin in time, or the request is cancelled.
@@ -25,7 +25,7 @@ bool skipToChannel(int fd, const CancelToken* cancel) {
   std::string line;
   for (int noise = 0; noise <= kMaxNoiseLines && Clock::now() < giveUpAt;) {
     if (cancel && cancel->isCancelled()) return false;
-    if (!waitFor(fd, POLLIN, kStep, {cancel ? cancel->fd() : -1})) continue;
+    if (!waitFor(fd, POLLIN, kLookAgain, {cancel ? cancel->fd() : -1})) continue;
     char byte;
     const ssize_t count = read(fd, &byte, 1);
     if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) return false;

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "host/visible.h"
 #include "share/engine/wire.h"
 
 namespace agent {
@@ -71,7 +72,7 @@ std::optional<TreeEntry> ListReader::next() {
   }
   at_ += length;
   if (last_ && !comesBefore(*last_, entry.path)) {
-    refuse("'" + engine::printable(entry.path) + "' comes after '" + engine::printable(*last_) +
+    refuse("'" + host::visibleLine(entry.path) + "' comes after '" + host::visibleLine(*last_) +
            "'");
   }
   last_ = entry.path;

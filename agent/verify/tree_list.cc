@@ -40,7 +40,7 @@ constexpr blkcnt_t kStatBlock = 512;  // bytes
 /// An entry on its way into the list.
 struct Pending {
   TreeEntry entry;
-  engine::Descriptor file;  // to be hashed
+  host::Fd file;  // to be hashed
   bool done = true;
 };
 
@@ -90,7 +90,7 @@ class Hashers {
       lock.unlock();
       item.entry.content = contentOf(item.file.get());
       if (!item.entry.content) item.entry.problem = std::string("cannot read: ") + strerror(errno);
-      item.file = engine::Descriptor();
+      item.file = host::Fd();
       lock.lock();
       item.done = true;
       changed_.notify_all();
@@ -139,10 +139,10 @@ class Lister {
   // The directories in it, sorted.
   std::vector<std::string> listDirectory(const std::string& path) {
     std::vector<std::string> below;
-    const engine::Descriptor directory = tree_.openDirectory(path);
+    const host::Fd directory = tree_.openDirectory(path);
     engine::Listing listing;
     // One that has gone meanwhile has no entries; the others' lack says so.
-    if (!directory.open() || !listing.read(directory.get())) return below;
+    if (!directory || !listing.read(directory.get())) return below;
     std::vector<std::string> names;
     for (const engine::Listing::Item& item : listing.items())
       names.emplace_back(listing.name(item));
@@ -199,10 +199,10 @@ class Lister {
     }
     if (S_ISREG(status.st_mode)) {
       item.file = engine::openEntry(directory, name, O_RDONLY | O_NONBLOCK);
-      if (!item.file.open()) item.entry.problem = std::string("cannot open: ") + strerror(errno);
+      if (!item.file) item.entry.problem = std::string("cannot open: ") + strerror(errno);
     }
-    takeAttributes(item.file.open() ? engine::AttributePlace(item.file.get())
-                                    : engine::AttributePlace(directory, name),
+    takeAttributes(item.file ? engine::AttributePlace(item.file.get())
+                             : engine::AttributePlace(directory, name),
                    item.entry);
   }
 
@@ -215,7 +215,7 @@ class Lister {
 
   void put(Pending item) {
     window_.push_back(std::move(item));
-    if (window_.back().file.open()) hashers_.add(window_.back());
+    if (window_.back().file) hashers_.add(window_.back());
     while (!window_.empty() && (window_.size() >= kWindow || hashers_.isDone(window_.front()))) {
       putOut();
     }

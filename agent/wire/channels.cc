@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "agent/system/last_error.h"
+#include "host/descriptors.h"
 
 namespace agent {
 
@@ -35,48 +36,40 @@ boost::intrusive_ptr<QXL::QXLChannelEndPrototype> ChannelTable::take(const std::
 }
 
 ChannelPair makeChannelPair(int pipeBytes) {
-  int forth[2];
-  int back[2];
-  if (pipe2(forth, O_CLOEXEC) != 0) {
+  host::FdPair forth = host::makePipe();
+  host::FdPair back = forth ? host::makePipe() : host::FdPair();
+  if (!back) {
     failErrno("a data channel could not be made");
     return {};
   }
-  host::Fd forthRead(forth[0]), forthWrite(forth[1]);
-  if (pipe2(back, O_CLOEXEC) != 0) {
-    failErrno("a data channel could not be made");
-    return {};
-  }
-  host::Fd backRead(back[0]), backWrite(back[1]);
   if (pipeBytes > 0) {
-    fcntl(forthWrite.get(), F_SETPIPE_SZ, pipeBytes);
-    fcntl(backWrite.get(), F_SETPIPE_SZ, pipeBytes);
+    fcntl(forth.second.get(), F_SETPIPE_SZ, pipeBytes);
+    fcntl(back.second.get(), F_SETPIPE_SZ, pipeBytes);
   }
   ChannelPair pair;
-  pair.first.reset(new LocalChannelEnd(std::move(backRead), std::move(forthWrite)));
-  pair.second.reset(new LocalChannelEnd(std::move(forthRead), std::move(backWrite)));
+  pair.first.reset(new LocalChannelEnd(std::move(back.first), std::move(forth.second)));
+  pair.second.reset(new LocalChannelEnd(std::move(forth.first), std::move(back.second)));
   return pair;
 }
 
 ChannelPair makeSocketChannelPair(int bufferBytes) {
-  int sockets[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0) {
+  host::FdPair sockets = host::makeSocketPair();
+  const auto copyOf = [](const host::Fd& fd) {
+    return host::Fd(fd ? fcntl(fd.get(), F_DUPFD_CLOEXEC, 3) : -1);
+  };
+  host::Fd first = copyOf(sockets.first);
+  host::Fd second = first ? copyOf(sockets.second) : host::Fd();
+  if (!second) {
     failErrno("a data channel could not be made");
     return {};
   }
-  ChannelPair pair;
-  boost::intrusive_ptr<LocalChannelEnd>* ends[] = {&pair.first, &pair.second};
-  for (int i = 0; i < 2; ++i) {
-    host::Fd input(sockets[i]);
-    host::Fd output(fcntl(sockets[i], F_DUPFD_CLOEXEC, 3));
-    if (!output) {
-      failErrno("a data channel could not be made");
-      if (i == 0) close(sockets[1]);
-      return {};
-    }
-    if (bufferBytes > 0)
-      setsockopt(sockets[i], SOL_SOCKET, SO_SNDBUF, &bufferBytes, sizeof bufferBytes);
-    ends[i]->reset(new LocalChannelEnd(std::move(input), std::move(output)));
+  if (bufferBytes > 0) {
+    for (const host::Fd* fd : {&first, &second})
+      setsockopt(fd->get(), SOL_SOCKET, SO_SNDBUF, &bufferBytes, sizeof bufferBytes);
   }
+  ChannelPair pair;
+  pair.first.reset(new LocalChannelEnd(std::move(sockets.first), std::move(first)));
+  pair.second.reset(new LocalChannelEnd(std::move(sockets.second), std::move(second)));
   return pair;
 }
 

@@ -5,15 +5,14 @@
 #include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 #include <cerrno>
-#include <cstring>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "agent/system/event.h"
 #include "agent/system/last_error.h"
+#include "agent/system/socket_address.h"
 #include "agent/wire/protocol.h"
 #include "framework/logger.h"
 
@@ -64,13 +63,7 @@ Peer::Peer(host::Fd input, host::Fd output, const QXL::QXLClientContext& client,
 Peer::~Peer() { connection_.stop(); }
 
 Server::Server(const std::string& path) : path_(path) {
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  if (path.empty() || path.size() >= sizeof address.sun_path) {
-    throw std::runtime_error("'" + path + "' cannot be the path of a socket: it must have 1 to " +
-                             std::to_string(sizeof address.sun_path - 1) + " bytes");
-  }
-  memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  const sockaddr_un address = socketAddress(path);
   const auto* generic = reinterpret_cast<const sockaddr*>(&address);
   const auto refuse = [&](const std::string& why) {
     throw std::runtime_error("cannot listen on unix:" + path + ": " + why);

@@ -23,7 +23,7 @@ constexpr size_t kLongestProgress = 16384;
 struct Session::Item {
   long long id;
   std::string method;
-  nlohmann::json body;
+  boost::intrusive_ptr<Message> in;
 };
 
 Session::Session(boost::intrusive_ptr<QXL::QXLOpFactory> factory, FrameSink& sink,
@@ -45,7 +45,7 @@ bool Session::submit(long long id, const std::string& method, const nlohmann::js
     return true;
   }
   if (queue_.size() >= static_cast<size_t>(accesser_->maxQueued())) return false;
-  queue_.push_back({id, method, body});
+  queue_.push_back({id, method, boost::intrusive_ptr<Message>(new Message(body))});
   changed_.notify_all();
   return true;
 }
@@ -114,7 +114,7 @@ void Session::run() {
   refuseWaiting();
   if (acquired && !finished_) {
     cancel_ = std::make_shared<CancelToken>();
-    serve({0, kMethodFinish, nlohmann::json::object()}, false);
+    serve({0, kMethodFinish, boost::intrusive_ptr<Message>(new Message())}, false);
   }
   accesser_.reset();
   operator_.reset();
@@ -129,7 +129,6 @@ void Session::serve(const Item& item, bool answer) {
                 {"description", data.description.substr(0, kLongestProgress)},
                 {"percent", data.percent}});
   };
-  boost::intrusive_ptr<Message> in(new Message(item.body));
   boost::intrusive_ptr<Message> out(new Message());
   CurrentRequest request;
   request.client = client_;
@@ -140,7 +139,7 @@ void Session::serve(const Item& item, bool answer) {
   {
     const CurrentRequestScope scope(request, context);
     try {
-      operator_->process(item.method, in, out);
+      operator_->process(item.method, item.in, out);
     } catch (const std::exception& problem) {
       QXL::addError(out, QXL::QXLErrors, 500, problem.what());
     }

@@ -4,13 +4,11 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -19,6 +17,7 @@
 
 #include "agent/system/event.h"
 #include "agent/system/last_error.h"
+#include "agent/system/socket_address.h"
 #include "agent/wire/server.h"
 #include "host/pass_fds.h"
 
@@ -28,17 +27,6 @@ namespace {
 
 constexpr size_t kTokenBytes = 32;
 constexpr std::chrono::seconds kChannelTimeout(30);
-
-sockaddr_un channelAddress() {
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  const std::string path = channelSocketPath();
-  if (path.size() >= sizeof address.sun_path) {
-    throw std::runtime_error(path + " is too long for a socket");
-  }
-  memcpy(address.sun_path, path.c_str(), path.size() + 1);
-  return address;
-}
 
 // Takes the token and the two descriptors that one `qxagent channel` hands over.
 // Its connection goes with the channel end: whoever inherits the descriptors keeps
@@ -75,7 +63,7 @@ class HeardFile {
 
 host::Fd listenForChannels() {
   host::Fd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  const sockaddr_un address = channelAddress();
+  const sockaddr_un address = socketAddress(channelSocketPath());
   unlink(address.sun_path);
   if (!listener ||
       bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
@@ -128,7 +116,7 @@ int offerChannel(const std::string& token) {
     fprintf(stderr, "qxagent: '%s' is not a channel token\n", token.c_str());
     return 2;
   }
-  const sockaddr_un address = channelAddress();
+  const sockaddr_un address = socketAddress(channelSocketPath());
   const host::Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd || connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     fprintf(stderr, "qxagent: no agent listens on %s: %s\n", address.sun_path,

@@ -43,14 +43,14 @@ void Applier::apply(std::string_view records) {
 
 void Applier::abandon() {
   const std::scoped_lock lock(mutex_);
-  if (!abandoned_ && inFile_ && file_.open() && !patching_)
+  if (!abandoned_ && inFile_ && file_ && !patching_)
     ::unlinkat(directory_.get(), fileName_.c_str(), 0);
   abandoned_ = true;
 }
 
 void Applier::needDirectory() const {
-  if (!inDirectory_) throw ProtocolError("a record needs a directory that was not begun");
-  if (inFile_) throw ProtocolError("a record stands within a file");
+  if (!inDirectory_) throw ProtocolError("a record is outside of a directory");
+  if (inFile_) throw ProtocolError("a record is inside a file");
 }
 
 void Applier::name(std::string_view name) {
@@ -86,7 +86,7 @@ void Applier::applyOne(Decoder& from) {
     case Record::kDir: {
       const std::string subdirectory(takeName(from));
       name(subdirectory);
-      if (directory_.open()) placer_.placeDirectory(subdirectory);
+      if (directory_) placer_.placeDirectory(subdirectory);
       return;
     }
     case Record::kOther:
@@ -94,29 +94,29 @@ void Applier::applyOne(Decoder& from) {
       if (S_ISREG(scratch_.mode) || S_ISDIR(scratch_.mode))
         throw ProtocolError("an entry is of the wrong type");
       name(scratch_.name);
-      if (directory_.open()) placer_.placeOther(scratch_);
+      if (directory_) placer_.placeOther(scratch_);
       return;
     case Record::kUpdate:
       takeEntry(from, scratch_);
       if (S_ISDIR(scratch_.mode)) throw ProtocolError("an entry is of the wrong type");
       name(scratch_.name);
-      if (directory_.open() && !placer_.update(scratch_)) wanted_.emplace_back(scratch_.name);
+      if (directory_ && !placer_.update(scratch_)) wanted_.emplace_back(scratch_.name);
       return;
     case Record::kKeep:
       name(takeName(from));
       return;
     case Record::kRemove: {
       const std::string gone(takeName(from));
-      if (directory_.open()) placer_.remove(gone);
+      if (directory_) placer_.remove(gone);
       return;
     }
     default:
-      throw ProtocolError("there is no record of kind " + std::to_string(kind));
+      throw ProtocolError("unknown kind of record: " + std::to_string(kind));
   }
 }
 
 void Applier::beginDirectory(Decoder& from) {
-  if (inDirectory_) throw ProtocolError("a directory begins within another");
+  if (inDirectory_) throw ProtocolError("a directory starts inside another");
   path_ = takePath(from);
   const std::uint64_t flags = from.number(kComplete, "flags");
   inDirectory_ = true;
@@ -125,20 +125,20 @@ void Applier::beginDirectory(Decoder& from) {
   named_.clear();
   wanted_.clear();
   directory_ = copy_.tree.ensureDirectory(path_);
-  if (directory_.open())
+  if (directory_)
     placer_.enter(directory_.get(), path_);
   else
-    copy_.problems.addAtDestination(path_, "cannot make or open the directory");
+    copy_.problems.addAtDestination(path_, "cannot create or open the directory");
 }
 
 void Applier::endDirectory(Decoder& from) {
   takeEntry(from, scratch_);
   if (!S_ISDIR(scratch_.mode)) throw ProtocolError("an entry is of the wrong type");
-  if (directory_.open()) {
+  if (directory_) {
     if (cleaning_) removeUnnamed();
     placer_.finishDirectory(scratch_);
   }
-  directory_.close();
+  directory_.reset();
   inDirectory_ = false;
 }
 
@@ -170,7 +170,7 @@ void Applier::damaged(const std::string& damagedName) {
   if (again)
     wanted_.push_back(damagedName);
   else
-    copy_.problems.add(path, "arrived damaged, twice");
+    copy_.problems.add(path, "was damaged in transit twice");
 }
 
 bool Applier::write(int file, std::string_view bytes, std::uint64_t offset,
@@ -198,10 +198,10 @@ void Applier::takeWhole(Decoder& from) {
   const std::uint32_t length = from.fixed32();
   const std::string_view contents = from.bytes(length, "file");
   name(scratch_.name);
-  if (!directory_.open()) return;
+  if (!directory_) return;
   if (digestOf(contents) != digest) return damaged(std::string(scratch_.name));
-  const Descriptor file = placer_.create(scratch_);
-  if (!file.open()) return;
+  const Fd file = placer_.create(scratch_);
+  if (!file) return;
   if (write(file.get(), contents, 0, scratch_.name)) placer_.finish(file.get(), scratch_, true);
 }
 
@@ -215,20 +215,20 @@ void Applier::beginFile(Decoder& from, bool patch) {
   patching_ = patch;
   fileEnd_ = 0;
   digester_.begin();
-  fileFailed_ = !directory_.open();
+  fileFailed_ = !directory_;
   if (fileFailed_) return;
   file_ = patch ? placer_.openExisting(fileName_) : placer_.create(fileEntry_);
-  fileFailed_ = !file_.open();
+  fileFailed_ = !file_;
   if (fileFailed_ && patch) wanted_.push_back(fileName_);
 }
 
 void Applier::takeData(Decoder& from) {
-  if (!inFile_) throw ProtocolError("data stand outside of a file");
+  if (!inFile_) throw ProtocolError("data are outside of a file");
   const std::uint64_t offset = from.number(kMostBytes, "offset");
   const std::uint32_t length = from.fixed32();
   const std::string_view bytes = from.bytes(length, "data");
   if (offset < fileEnd_ || offset > fileEntry_.size || length > fileEntry_.size - offset)
-    throw ProtocolError("data lie outside of their file, or out of order");
+    throw ProtocolError("data are beyond the end of their file, or out of order");
   fileEnd_ = offset + length;
   if (fileFailed_) return;
   digester_.add(offset, bytes);
@@ -236,14 +236,14 @@ void Applier::takeData(Decoder& from) {
 }
 
 void Applier::endFile(Decoder& from) {
-  if (!inFile_) throw ProtocolError("a file ends that was not begun");
+  if (!inFile_) throw ProtocolError("a file ends that was not started");
   const bool good = from.number(1, "flag") == 1;
   const std::uint64_t size = from.number(fileEntry_.size, "size");
   const Digest digest = takeDigest(from);
   inFile_ = false;
-  const Descriptor file = std::move(file_);
+  const Fd file = std::move(file_);
   if (size < fileEnd_) throw ProtocolError("a file is shorter than its data");
-  if (!file.open()) return;
+  if (!file) return;
   const bool intact = digester_.result() == digest;
   bool whole = good && !fileFailed_ && intact;
   if (whole && (patching_ || size != fileEnd_) &&
@@ -286,7 +286,7 @@ void Applier::compare(Decoder& from) {
   if (!S_ISREG(scratch_.mode)) throw ProtocolError("an entry is of the wrong type");
   const bool hasLinks = (from.number(kHasLinks, "flags") & kHasLinks) != 0;
   name(scratch_.name);
-  if (!directory_.open()) return;
+  if (!directory_) return;
   const std::string there(scratch_.name);
   struct stat status {};
   if (::fstatat(directory_.get(), there.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
@@ -298,7 +298,7 @@ void Applier::compare(Decoder& from) {
 
 // The names of a directory change, but its times are final already.
 void Applier::link(Decoder& from) {
-  if (inDirectory_) throw ProtocolError("a link stands within a directory");
+  if (inDirectory_) throw ProtocolError("a link is inside a directory");
   const std::string path(takePath(from));
   const std::string first(takePath(from));
   if (path.empty() || first.empty()) throw ProtocolError("a link has no name");
@@ -308,14 +308,14 @@ void Applier::link(Decoder& from) {
   };
   const std::string linkName = path.substr(path.rfind('/') + 1);
   const std::string firstName = first.substr(first.rfind('/') + 1);
-  const Descriptor directory = copy_.tree.openDirectory(parentOf(path));
-  const Descriptor firstDirectory = copy_.tree.openDirectory(parentOf(first));
+  const Fd directory = copy_.tree.openDirectory(parentOf(path));
+  const Fd firstDirectory = copy_.tree.openDirectory(parentOf(first));
   struct stat parent {};
   struct stat target {};
   struct stat there {};
-  if (!directory.open() || !firstDirectory.open() || ::fstat(directory.get(), &parent) != 0 ||
+  if (!directory || !firstDirectory || ::fstat(directory.get(), &parent) != 0 ||
       ::fstatat(firstDirectory.get(), firstName.c_str(), &target, AT_SYMLINK_NOFOLLOW) != 0) {
-    copy_.problems.addAtDestination(path, "cannot make the hard link");
+    copy_.problems.addAtDestination(path, "cannot create the hard link");
     return;
   }
   const bool exists =
@@ -323,7 +323,7 @@ void Applier::link(Decoder& from) {
   if (exists && there.st_dev == target.st_dev && there.st_ino == target.st_ino) return;
   if (exists && !removeEntry(directory.get(), linkName, path, copy_.rules, copy_.problems)) return;
   if (::linkat(firstDirectory.get(), firstName.c_str(), directory.get(), linkName.c_str(), 0) != 0)
-    copy_.problems.addAtDestination(path, "cannot make the hard link");
+    copy_.problems.addAtDestination(path, "cannot create the hard link");
   const timespec times[2] = {{0, UTIME_OMIT}, parent.st_mtim};
   ::futimens(directory.get(), times);
 }

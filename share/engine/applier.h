@@ -70,7 +70,7 @@ class Applier {
   Entry scratch_;
 
   bool inDirectory_ = false;
-  Descriptor directory_;  ///< not open: it could not be opened, all in it is passed over
+  Fd directory_;  ///< not open: it could not be opened, all in it is passed over
   std::string path_;
   bool cleaning_ = false;             ///< what is not named is to go
   std::vector<std::uint64_t> named_;  ///< hashes of names
@@ -79,7 +79,7 @@ class Applier {
   bool inFile_ = false;
   bool patching_ = false;
   bool fileFailed_ = false;
-  Descriptor file_;
+  Fd file_;
   Entry fileEntry_;
   std::string fileName_;  ///< what fileEntry_ points to
   std::uint64_t fileEnd_ = 0;

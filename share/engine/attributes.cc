@@ -8,6 +8,8 @@
 #include <cstring>
 #include <vector>
 
+#include "host/visible.h"
+
 namespace engine {
 
 namespace {
@@ -87,14 +89,15 @@ bool readAttributes(const AttributePlace& place, AttributeKinds kinds, Attribute
     value.resize(length > 0 ? static_cast<size_t>(length) : 0);
     total += name.size() + value.size();
     if (length < 0 || total > kAttributesLimit || found.size() == kMostAttributes) {
-      problem = "cannot read its extended attribute '" + printable(name) +
+      problem = "cannot read its extended attribute '" + host::visibleLine(name) +
                 "': " + std::strerror(length < 0 ? errno : E2BIG);
       good = false;
       continue;
     }
     found.push_back({name, std::move(value)});
   }
-  std::sort(found.begin(), found.end());
+  std::sort(found.begin(), found.end(),
+            [](const Attribute& a, const Attribute& b) { return a.name < b.name; });
   return good;
 }
 
@@ -104,8 +107,8 @@ bool writeAttributes(const AttributePlace& place, AttributeKinds kinds,
   if (present && !readAttributes(place, kinds, there, problem)) return false;
   bool good = true;
   const auto failed = [&](const char* what, const std::string& name) {
-    problem = std::string("cannot ") + what + " its extended attribute '" + printable(name) +
-              "': " + std::strerror(errno);
+    problem = std::string("cannot ") + what + " its extended attribute '" +
+              host::visibleLine(name) + "': " + std::strerror(errno);
     good = false;
   };
   for (const Attribute& old : there) {

@@ -31,11 +31,11 @@ int openBeneath(int root, const char* path) {
   return static_cast<int>(fd);
 }
 
-Descriptor makeAndOpen(int directory, const std::string& name) {
+Fd makeAndOpen(int directory, const std::string& name) {
   for (int attempt = 0; attempt < 3; ++attempt) {
     if (::mkdirat(directory, name.c_str(), kNewDirectoryMode) != 0 && errno != EEXIST) break;
-    Descriptor opened(::openat(directory, name.c_str(), kDirectoryFlags));
-    if (opened.open() || (errno != ENOTDIR && errno != ELOOP)) return opened;
+    Fd opened(::openat(directory, name.c_str(), kDirectoryFlags));
+    if (opened || (errno != ENOTDIR && errno != ELOOP)) return opened;
     if (::unlinkat(directory, name.c_str(), 0) != 0 && errno != ENOENT) break;
   }
   return {};
@@ -46,45 +46,45 @@ Descriptor makeAndOpen(int directory, const std::string& name) {
 Tree::Tree(const std::string& root)
     : root_(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
 
-Descriptor Tree::byComponents(std::string_view path, bool make) const {
-  Descriptor at(::fcntl(root_.get(), F_DUPFD_CLOEXEC, 3));
-  while (at.open() && !path.empty()) {
+Fd Tree::byComponents(std::string_view path, bool make) const {
+  Fd at(::fcntl(root_.get(), F_DUPFD_CLOEXEC, 3));
+  while (at && !path.empty()) {
     const size_t slash = path.find('/');
     const std::string name(path.substr(0, slash));
     if (name.empty() || name == "." || name == "..") {
       errno = EINVAL;
       return {};
     }
-    Descriptor next(::openat(at.get(), name.c_str(), kDirectoryFlags));
-    if (!next.open() && make) next = makeAndOpen(at.get(), name);
+    Fd next(::openat(at.get(), name.c_str(), kDirectoryFlags));
+    if (!next && make) next = makeAndOpen(at.get(), name);
     at = std::move(next);
     path.remove_prefix(slash == std::string_view::npos ? path.size() : slash + 1);
   }
   return at;
 }
 
-Descriptor Tree::openDirectory(std::string_view path) const {
+Fd Tree::openDirectory(std::string_view path) const {
   if (path.empty() || path.size() >= PATH_MAX || kernelLacksIt) return byComponents(path, false);
-  Descriptor opened(openBeneath(root_.get(), std::string(path).c_str()));
-  if (opened.open() || (errno != ENOSYS && errno != EPERM)) return opened;
+  Fd opened(openBeneath(root_.get(), std::string(path).c_str()));
+  if (opened || (errno != ENOSYS && errno != EPERM)) return opened;
   kernelLacksIt = true;
   return byComponents(path, false);
 }
 
-Descriptor Tree::ensureDirectory(std::string_view path) const {
-  Descriptor opened = openDirectory(path);
-  if (opened.open() || (errno != ENOENT && errno != ENOTDIR && errno != ELOOP)) return opened;
+Fd Tree::ensureDirectory(std::string_view path) const {
+  Fd opened = openDirectory(path);
+  if (opened || (errno != ENOENT && errno != ENOTDIR && errno != ELOOP)) return opened;
   return byComponents(path, true);
 }
 
-Descriptor openEntry(int directory, const std::string& name, int flags, mode_t mode) {
+Fd openEntry(int directory, const std::string& name, int flags, mode_t mode) {
   flags |= O_NOFOLLOW | O_CLOEXEC | O_NOCTTY;
   if ((flags & (O_ACCMODE | O_CREAT)) == O_RDONLY) {
-    Descriptor opened(::openat(directory, name.c_str(), flags | O_NOATIME | O_NONBLOCK));
-    if (opened.open() || errno != EPERM) return opened;
+    Fd opened(::openat(directory, name.c_str(), flags | O_NOATIME | O_NONBLOCK));
+    if (opened || errno != EPERM) return opened;
     flags |= O_NONBLOCK;
   }
-  return Descriptor(::openat(directory, name.c_str(), flags, mode));
+  return Fd(::openat(directory, name.c_str(), flags, mode));
 }
 
 }  // namespace engine

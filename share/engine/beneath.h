@@ -6,11 +6,11 @@
 #include <string>
 #include <string_view>
 
-#include "share/rsync/descriptor.h"
+#include "host/fd.h"
 
 namespace engine {
 
-using qxrsync::Descriptor;
+using host::Fd;
 
 /// A directory tree that paths are looked up in without ever leaving it: no
 /// ".." leads out, no symbolic link is followed, neither on the way nor at the
@@ -21,28 +21,28 @@ class Tree {
   /// errno says why not.
   explicit Tree(const std::string& root);
 
-  bool open() const { return root_.open(); }
+  bool open() const { return bool(root_); }
   int root() const { return root_.get(); }
 
   /// Opens a directory by its path below the root ("" is the root), of any
   /// length. Not open() and errno on failure: ELOOP or ENOTDIR where something
   /// on the way is no directory.
-  Descriptor openDirectory(std::string_view path) const;
+  Fd openDirectory(std::string_view path) const;
 
   /// The same, but makes what is not there, with mode 0700, and replaces what
   /// is no directory. Names are made one after the other, so another thread may
   /// do the same.
-  Descriptor ensureDirectory(std::string_view path) const;
+  Fd ensureDirectory(std::string_view path) const;
 
  private:
-  Descriptor byComponents(std::string_view path, bool make) const;
+  Fd byComponents(std::string_view path, bool make) const;
 
-  Descriptor root_;
+  Fd root_;
 };
 
 /// Opens an entry of a directory, never following a symbolic link. O_NOATIME is
 /// tried first for reading, as reading leaves no trace then.
-Descriptor openEntry(int directory, const std::string& name, int flags, mode_t mode = 0);
+Fd openEntry(int directory, const std::string& name, int flags, mode_t mode = 0);
 
 }  // namespace engine
 

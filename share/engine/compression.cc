@@ -77,7 +77,7 @@ Decompressor::~Decompressor() { ZSTD_freeDCtx(context_); }
 void Decompressor::decompress(const Buffer& payload, Buffer& plain) {
   const unsigned long long size = ZSTD_getFrameContentSize(payload.data(), payload.size());
   if (size == ZSTD_CONTENTSIZE_UNKNOWN || size == ZSTD_CONTENTSIZE_ERROR || size > kLargestFrame)
-    throw ProtocolError("a compressed frame does not say how long it is, or is too long");
+    throw ProtocolError("a compressed frame does not state its length, or is too long");
   plain.clear();
   char* to = plain.room(size);
   const size_t made = ZSTD_decompressDCtx(context_, to, size, payload.data(), payload.size());

@@ -34,13 +34,13 @@ FrameHeader decodeHeader(std::string_view eightBytes) {
   if (header.length > kLargestFrame)
     throw ProtocolError("a frame of " + std::to_string(header.length) + " bytes is too long");
   if (kind < static_cast<unsigned>(Kind::kHello) || kind > static_cast<unsigned>(Kind::kSummary))
-    throw ProtocolError("there is no frame of kind " + std::to_string(kind));
+    throw ProtocolError("unknown kind of frame: " + std::to_string(kind));
   if (header.lane >= kMostLanes)
     throw ProtocolError("there is no lane " + std::to_string(header.lane));
   header.kind = static_cast<Kind>(kind);
   header.flags = static_cast<std::uint16_t>(flags);
   if (flags > (header.kind == Kind::kRecords ? kCompressed : 0U))
-    throw ProtocolError("there are no frame flags " + std::to_string(flags));
+    throw ProtocolError("unknown frame flags: " + std::to_string(flags));
   return header;
 }
 
@@ -108,8 +108,8 @@ std::uint64_t FrameWriter::written() const {
 }
 
 FrameReader::FrameReader(int fd) : fd_(fd), interrupted_(::eventfd(0, EFD_CLOEXEC)) {
-  if (!interrupted_.open())
-    throw qxrsync::systemFailure(qxrsync::kExitSystem, "cannot make an event descriptor");
+  if (!interrupted_)
+    throw qxrsync::systemFailure(qxrsync::kExitSystem, "cannot create an event descriptor");
 }
 
 void FrameReader::interrupt() {

@@ -6,8 +6,8 @@
 #include <mutex>
 #include <optional>
 
+#include "host/fd.h"
 #include "share/engine/wire.h"
-#include "share/rsync/descriptor.h"
 
 namespace engine {
 
@@ -97,7 +97,7 @@ class FrameReader {
   void wait() const;
 
   int fd_;
-  qxrsync::Descriptor interrupted_;  ///< readable when it is
+  host::Fd interrupted_;  ///< readable when it is
 };
 
 /// An empty frame to put a payload into.

@@ -17,12 +17,12 @@ std::string takeIdentity(Decoder& from) {
   const std::string_view identity = from.text(kLongestIdentity, "manifest's identity");
   constexpr std::string_view kAllowed = "0123456789abcdef-";
   if (identity.find_first_not_of(kAllowed) != std::string_view::npos)
-    throw ProtocolError("a manifest's identity holds strange letters");
+    throw ProtocolError("a manifest's identity has invalid characters");
   return std::string(identity);
 }
 
 void expectEnd(const Decoder& from) {
-  if (!from.atEnd()) throw ProtocolError("there is more in a greeting than there should be");
+  if (!from.atEnd()) throw ProtocolError("a greeting has more fields than there are");
 }
 
 }  // namespace
@@ -60,7 +60,7 @@ SenderHello takeSenderHello(std::string_view payload) {
   SenderHello hello;
   hello.way = static_cast<Way>(from.number(static_cast<unsigned>(Way::kDifferences), "way"));
   hello.lanes = static_cast<unsigned>(from.number(kMostLanes, "number of lanes"));
-  if (hello.lanes == 0) throw ProtocolError("there are no lanes");
+  if (hello.lanes == 0) throw ProtocolError("a greeting asks for no lanes");
   expectEnd(from);
   return hello;
 }

@@ -21,7 +21,7 @@ namespace {
 // and the part's offset, sorted.
 constexpr std::string_view kWord = "qxmanif1";
 constexpr size_t kIdentityBytes = 16;
-constexpr size_t kTrailer = 4 * 8 + 2 * kIdentityBytes + 8;
+constexpr size_t kTrailer = 32 + 2 * kIdentityBytes + 8;
 constexpr size_t kPair = 16;              // bytes
 constexpr size_t kWriteSize = 1 << 20;    // bytes
 constexpr size_t kLargestPart = 4 << 20;  // bytes
@@ -170,14 +170,13 @@ ManifestWriter::ManifestWriter(const std::string& folder, const std::vector<std:
       patterns_(hashOf(patterns)) {
   if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) return;
   ::unlink(newName_.c_str());
-  file_ = Descriptor(
-      ::open(newName_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  good_ = file_.open() && !identity_.empty();
+  file_ = Fd(::open(newName_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  good_ = file_ && !identity_.empty();
   buffer_.append(kWord);
 }
 
 ManifestWriter::~ManifestWriter() {
-  if (file_.open()) ::unlink(newName_.c_str());
+  if (file_) ::unlink(newName_.c_str());
 }
 
 void ManifestWriter::flush() {
@@ -220,7 +219,7 @@ std::string ManifestWriter::finish() {
   buffer_.append(identity_);
   buffer_.append(kWord);
   flush();
-  file_.close();
+  file_.reset();
   if (good_ && ::rename(newName_.c_str(), name_.c_str()) == 0) return identity_;
   ::unlink(newName_.c_str());
   ::unlink(name_.c_str());
@@ -229,9 +228,9 @@ std::string ManifestWriter::finish() {
 
 std::unique_ptr<Manifest> Manifest::open(const std::string& folder,
                                          const std::vector<std::string>& patterns) {
-  Descriptor file(::open(fileIn(folder).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  Fd file(::open(fileIn(folder).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
   struct stat status {};
-  if (!file.open() || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
       status.st_uid != ::geteuid() || status.st_size == 0)
     return nullptr;
   std::unique_ptr<Manifest> manifest(

@@ -94,7 +94,7 @@ class ManifestWriter {
   std::string identity_;
   std::uint64_t patterns_;
   bool good_ = false;
-  Descriptor file_;
+  Fd file_;
   std::mutex mutex_;
   Buffer buffer_;
   std::uint64_t offset_ = 0;
@@ -140,12 +140,12 @@ class Manifest {
  private:
   using Pairs = std::vector<std::pair<std::uint64_t, std::uint64_t>>;
 
-  explicit Manifest(Descriptor file, std::uint64_t size) : file_(std::move(file)), size_(size) {}
+  explicit Manifest(Fd file, std::uint64_t size) : file_(std::move(file)), size_(size) {}
   bool load(const std::vector<std::string>& patterns);
   bool read(std::uint64_t offset, size_t count, Buffer& to) const;
   bool readPairs(std::uint64_t offset, std::uint64_t count, Pairs& to) const;
 
-  Descriptor file_;
+  Fd file_;
   std::uint64_t size_;
   std::string identity_;
   Pairs index_;     ///< hash of path, offset

@@ -23,8 +23,8 @@ constexpr size_t kReadSize = 64 << 10;  // bytes
 
 void readMaps(const std::string& path, Buffer& text) {
   text.clear();
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  while (file.open()) {
+  const Fd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  while (file) {
     const ssize_t got = ::read(file.get(), text.room(kReadSize), kReadSize);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) return;
@@ -60,9 +60,9 @@ std::vector<std::pair<dev_t, ino_t>> writableMappingsIn(std::string_view maps) {
 
 std::vector<std::pair<dev_t, ino_t>> writableMappings() {
   std::vector<std::pair<dev_t, ino_t>> found;
-  const Descriptor proc(::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const Fd proc(::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   Listing processes;
-  if (!proc.open() || !processes.read(proc.get())) return found;
+  if (!proc || !processes.read(proc.get())) return found;
   Buffer text;
   for (const Listing::Item& item : processes.items()) {
     const std::string_view name = processes.name(item);

@@ -30,10 +30,10 @@ Marker::Marker(const std::string& folder, const Tree& tree) : folder_(folder) {
 
 std::string Marker::take() const {
   if (name_.empty()) return {};
-  const Descriptor file(::open(name_.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  const Fd file(::open(name_.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
   std::string text(kLongestFile, '\0');
   struct stat status {};
-  if (!file.open() || ::fstat(file.get(), &status) != 0 || status.st_uid != ::geteuid()) return {};
+  if (!file || ::fstat(file.get(), &status) != 0 || status.st_uid != ::geteuid()) return {};
   const ssize_t size = ::read(file.get(), text.data(), text.size());
   ::unlink(name_.c_str());
   text.resize(size > 0 ? static_cast<size_t>(size) : 0);
@@ -47,11 +47,10 @@ void Marker::put(const std::string& identity) const {
   if (::mkdir(folder_.c_str(), 0700) != 0 && errno != EEXIST) return;
   const std::string newName = name_ + ".new";
   ::unlink(newName.c_str());
-  const Descriptor file(
+  const Fd file(
       ::open(newName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   const std::string text = birth_ + identity;
-  if (file.open() &&
-      ::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()))
+  if (file && ::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()))
     ::rename(newName.c_str(), name_.c_str());
 }
 

@@ -47,18 +47,18 @@ bool Placer::remove(const std::string& name) {
   return removeEntry(directory_, name, joinPath(path_, name), rules_, problems_);
 }
 
-Descriptor Placer::create(const Entry& entry) {
+Fd Placer::create(const Entry& entry) {
   const std::string name(entry.name);
   // Where the file will have the right owner anyway, it gets its mode at once.
   early_ = newOwner_ && newOwner_->uid == entry.uid && newOwner_->gid == entry.gid;
   const mode_t mode = early_ ? entry.mode & ~kSpecialBits & kPermissions : kPrivate;
-  Descriptor file;
-  for (int attempt = 0; attempt < 2 && !file.open(); ++attempt) {
+  Fd file;
+  for (int attempt = 0; attempt < 2 && !file; ++attempt) {
     file = openEntry(directory_, name, O_WRONLY | O_CREAT | O_EXCL, mode);
-    if (!file.open() && (errno != EEXIST || attempt > 0 || !remove(name))) break;
+    if (!file && (errno != EEXIST || attempt > 0 || !remove(name))) break;
   }
-  if (!file.open()) {
-    failed(name, "cannot make the file");
+  if (!file) {
+    failed(name, "cannot create the file");
     return file;
   }
   struct stat status {};
@@ -67,11 +67,11 @@ Descriptor Placer::create(const Entry& entry) {
   return file;
 }
 
-Descriptor Placer::openExisting(const std::string& name) const {
-  Descriptor file(::openat(directory_, name.c_str(),
-                           O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+Fd Placer::openExisting(const std::string& name) const {
+  Fd file(::openat(directory_, name.c_str(),
+                   O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat status {};
-  if (file.open() && (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) file.close();
+  if (file && (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) file.reset();
   return file;
 }
 
@@ -123,7 +123,7 @@ void Placer::placeOther(const Entry& entry) {
   if (there)
     setByName(name, entry);
   else
-    failed(name, "cannot make it");
+    failed(name, "cannot create it");
 }
 
 // No call in here follows a symbolic link that another thread may have put there.
@@ -150,8 +150,8 @@ bool Placer::update(const Entry& entry) {
     setByName(name, entry);
     return true;
   }
-  const Descriptor file = openEntry(directory_, name, O_RDONLY);
-  if (!file.open() || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+  const Fd file = openEntry(directory_, name, O_RDONLY);
+  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
   finish(file.get(), entry, false);
   return true;
 }
@@ -166,7 +166,7 @@ void Placer::placeDirectory(const std::string& name) {
       return;
     if (!remove(name)) return;
   }
-  failed(name, "cannot make the directory");
+  failed(name, "cannot create the directory");
 }
 
 void Placer::finishDirectory(const Entry& entry) {

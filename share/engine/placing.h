@@ -27,9 +27,9 @@ class Placer {
   void enter(int directory, const std::string& path);
 
   /// A new, empty file in place of whatever has the name; open for writing.
-  Descriptor create(const Entry& entry);
+  Fd create(const Entry& entry);
   /// The file of that name, as it is; not open if there is none.
-  Descriptor openExisting(const std::string& name) const;
+  Fd openExisting(const std::string& name) const;
   /// Owner, mode, attributes and, last of all, times. isNew: made by create just now.
   void finish(int file, const Entry& entry, bool isNew);
 

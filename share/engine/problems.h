@@ -36,9 +36,6 @@ class Problems {
   std::atomic<std::uint64_t> count_{0};
 };
 
-/// "rsync: " and the line, on standard error.
-void writeErrorLine(const std::string& line);
-
 }  // namespace engine
 
 #endif  // QX_SHARE_ENGINE_PROBLEMS_H

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <thread>
 
+#include "host/visible.h"
 #include "share/engine/applier.h"
 #include "share/engine/compression.h"
 #include "share/engine/frame.h"
@@ -108,7 +109,7 @@ void Receiver::Work::greet() {
   const auto header = reader_.read(payload);
   if (!header) throw ProtocolError("the other end of the data channel closed it");
   if (header->kind != Kind::kHello)
-    throw ProtocolError("the other end did not begin with a greeting");
+    throw ProtocolError("the other end did not start with a greeting");
   const SenderHello theirs = takeSenderHello(payload.view());
   const std::scoped_lock lock(mutex_);
   for (unsigned i = 0; i < theirs.lanes; ++i) lanes_.push_back(std::make_unique<Lane>(copy_));
@@ -211,7 +212,7 @@ bool Receiver::Work::take(const FrameHeader& header, Buffer& payload) {
       return true;
     }
     case Kind::kMessage:
-      writeErrorLine(printable(from.text(kLongestPath, "message")));
+      qxrsync::complain(host::visibleLine(from.text(kLongestPath, "message"), kLongestPath));
       return true;
     case Kind::kKnown:
       bytesDone_ = from.number();
@@ -226,7 +227,7 @@ bool Receiver::Work::take(const FrameHeader& header, Buffer& payload) {
       return false;
     }
     default:
-      throw ProtocolError("the other end sends what is not its turn");
+      throw ProtocolError("the other end sent a frame out of turn");
   }
 }
 

@@ -4,6 +4,8 @@
 
 #include <limits>
 
+#include "host/visible.h"
+
 namespace engine {
 
 namespace {
@@ -16,7 +18,7 @@ constexpr std::uint64_t kNanosecondsPerSecond = 1000000000;
 void checkName(std::string_view name) {
   if (name.empty() || name.size() > kLongestName || name == "." || name == ".." ||
       name.find('/') != std::string_view::npos || name.find('\0') != std::string_view::npos)
-    throw ProtocolError("'" + printable(name.substr(0, kLongestName)) +
+    throw ProtocolError("'" + host::visibleLine(name.substr(0, kLongestName)) +
                         "' is not the name of a directory entry");
 }
 
@@ -42,7 +44,8 @@ void takeAttributes(Decoder& from, Attributes& attributes) {
     const std::string_view name = from.text(kLongestName, "attribute name");
     const std::string_view value = from.text(kLongestAttribute, "attribute value");
     if (!carriesAttribute(name) || name.find('\0') != std::string_view::npos)
-      throw ProtocolError("an extended attribute '" + printable(name) + "' is not carried over");
+      throw ProtocolError("an extended attribute '" + host::visibleLine(name) +
+                          "' is not carried over");
     if (!attributes.empty() && attributes.back().name >= name)
       throw ProtocolError("extended attributes are out of order");
     attributes.push_back({std::string(name), std::string(value)});
@@ -74,7 +77,7 @@ void putEntry(Buffer& to, const Entry& entry) {
 void takeEntry(Decoder& from, Entry& entry) {
   entry.name = from.text(kLongestName, "name");
   entry.mode = static_cast<mode_t>(from.number(kMostMode, "mode"));
-  if (!hasKnownType(entry.mode)) throw ProtocolError("there is no such type of file");
+  if (!hasKnownType(entry.mode)) throw ProtocolError("an entry has an unknown file type");
   if (!S_ISDIR(entry.mode)) checkName(entry.name);
   if (S_ISDIR(entry.mode) && !entry.name.empty())
     throw ProtocolError("a directory's own entry has a name");
@@ -88,7 +91,7 @@ void takeEntry(Decoder& from, Entry& entry) {
   if (S_ISLNK(entry.mode)) {
     entry.target = from.text(kLongestTarget, "link target");
     if (entry.target.empty() || entry.target.find('\0') != std::string_view::npos)
-      throw ProtocolError("a symbolic link's target is no path");
+      throw ProtocolError("a symbolic link's target is not a path");
   }
   entry.major = entry.minor = 0;
   if (S_ISCHR(entry.mode) || S_ISBLK(entry.mode)) {
@@ -136,22 +139,6 @@ bool carriesAttribute(std::string_view name) {
   for (const std::string_view prefix : {"user.", "trusted.", "security."})
     if (name.size() > prefix.size() && name.substr(0, prefix.size()) == prefix) return true;
   return isAccessList(name);
-}
-
-std::string printable(std::string_view bytes) {
-  constexpr char kDigits[] = "0123456789abcdef";
-  std::string shown;
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7f && c != '\\') {
-      shown += c;
-    } else {
-      shown += "\\x";
-      shown += kDigits[byte >> 4];
-      shown += kDigits[byte & 15];
-    }
-  }
-  return shown;
 }
 
 std::string joinPath(std::string_view directory, std::string_view name) {

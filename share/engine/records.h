@@ -54,7 +54,6 @@ struct Attribute {
   std::string name;
   std::string value;
   bool operator==(const Attribute&) const = default;
-  auto operator<=>(const Attribute&) const = default;
 };
 using Attributes = std::vector<Attribute>;  ///< sorted by name
 
@@ -91,9 +90,6 @@ std::string_view takePath(Decoder& from);
 bool carriesAttribute(std::string_view name);
 /// Whether it is an access list.
 bool isAccessList(std::string_view name);
-
-/// A path or name, fit for a line of text.
-std::string printable(std::string_view bytes);
 
 /// "directory/name", where the directory may be the top.
 std::string joinPath(std::string_view directory, std::string_view name);

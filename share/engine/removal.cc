@@ -42,8 +42,8 @@ bool removeEntry(int directory, const std::string& name, const std::string& path
                  const Rules& rules, Problems& problems) {
   if (::unlinkat(directory, name.c_str(), 0) == 0 || errno == ENOENT) return true;
   const int error = errno;
-  const Descriptor below = openEntry(directory, name, O_RDONLY | O_DIRECTORY);
-  if (!below.open()) {
+  const Fd below = openEntry(directory, name, O_RDONLY | O_DIRECTORY);
+  if (!below) {
     problems.add(path, std::string("cannot remove it: ") + std::strerror(error));
     return false;
   }

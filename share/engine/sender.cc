@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/visible.h"
 #include "share/engine/manifest.h"
 #include "share/engine/mapped_files.h"
 #include "share/engine/walker.h"
@@ -106,11 +107,11 @@ void Sender::greet() {
   const auto header = reader_.read(payload);
   if (!header) throw ProtocolError("the other end of the data channel closed it");
   if (header->kind != Kind::kHello)
-    throw ProtocolError("the other end did not begin with a greeting");
+    throw ProtocolError("the other end did not start with a greeting");
   const ReceiverHello theirs = takeReceiverHello(payload.view());
   for (const std::string& pattern : theirs.patterns)
     if (!Rules::understands(pattern))
-      throw ProtocolError("'" + printable(pattern) + "' is not a pattern");
+      throw ProtocolError("'" + host::visibleLine(pattern) + "' is not a pattern");
   rules_ = Rules(theirs.patterns);
   if (!setup_.folder.empty() && !theirs.empty && !theirs.identity.empty()) {
     before_ = Manifest::open(setup_.folder, theirs.patterns);
@@ -151,7 +152,7 @@ void Sender::takeWant(std::string_view payload) {
   Job job;
   job.directory = takePath(from);
   const std::uint64_t count = from.number(kMostWantedNames, "number of names");
-  if (count == 0) throw ProtocolError("nothing is wanted");
+  if (count == 0) throw ProtocolError("the list of wanted files is empty");
   for (std::uint64_t i = 0; i < count; ++i) job.names.emplace_back(takeName(from));
   {
     const std::scoped_lock lock(mutex_);
@@ -166,12 +167,13 @@ void Sender::take(const FrameHeader& header, std::string_view payload) {
   const std::scoped_lock lock(mutex_);
   if (header.kind == Kind::kReached) {
     reached_ = from.number();
-    if (reached_ > barriers_) throw ProtocolError("a barrier was reached that there is not");
+    if (reached_ > barriers_)
+      throw ProtocolError("a barrier that was never sent is said to be reached");
   } else if (header.kind == Kind::kSummary && ended_) {
     problemsThere_ = from.number();
     summed_ = true;
   } else {
-    throw ProtocolError("the other end sends what is not its turn");
+    throw ProtocolError("the other end sent a frame out of turn");
   }
   changed_.notify_all();
 }

@@ -43,8 +43,8 @@ Walker::Walker(Walk& walk, RecordStream& stream)
     : walk_(walk), stream_(stream), contents_(stream, walk.bytesDone) {}
 
 void Walker::run(const Job& job) {
-  const Descriptor directory = walk_.tree.openDirectory(job.directory);
-  if (!directory.open()) {
+  const Fd directory = walk_.tree.openDirectory(job.directory);
+  if (!directory) {
     if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)
       walk_.problems.addVanished(job.directory);
     else
@@ -216,8 +216,8 @@ void Walker::addFile(int directory, const std::string& name) {
     if (!isFurtherName(status, name, before)) passOver(status, name, before);
     return;
   }
-  const Descriptor file = openEntry(directory, name, O_RDONLY);
-  if (!file.open()) {
+  const Fd file = openEntry(directory, name, O_RDONLY);
+  if (!file) {
     const int error = errno;
     if (error == ENOENT) return walk_.problems.addVanished(pathOf(name));
     if (error == ELOOP) return addOther(directory, name);

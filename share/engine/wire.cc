@@ -92,7 +92,7 @@ std::uint64_t Decoder::number(std::uint64_t limit, const char* what) {
     if (shift > 63 || (shift == 63 && part > 1)) complain(what, "is too large");
     value |= part << shift;
     if ((group & kMoreFollows) != 0) continue;
-    if (part == 0 && shift > 0) complain(what, "is longer than it need be");
+    if (part == 0 && shift > 0) complain(what, "is not in its shortest form");
     break;
   }
   if (value > limit) complain(what, "is too large");

@@ -12,10 +12,11 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <exception>
 #include <fstream>
 #include <string>
 
-#include "share/rsync/argument_vector.h"
+#include "host/process.h"
 #include "share/rsync/descriptor.h"
 #include "share/rsync/enclosure.h"
 #include "share/rsync/failure.h"
@@ -78,20 +79,21 @@ void prepare(const Child::Setup& setup, int report) {
   if (setup.enclosure != nullptr) setup.enclosure->enter();
 }
 
-[[noreturn]] void runStock(const char* path, char* const* argv, const SignalsHeld& signals) {
+[[noreturn]] void runStock(char* const* argv, const SignalsHeld& signals) {
   signals.release();
   struct sigaction action {};
   action.sa_handler = SIG_DFL;
   ::sigaction(SIGPIPE, &action, nullptr);
-  ::execv(path, argv);
-  throw systemFailure(kExitSystem, std::string("cannot run ") + path);
+  ::execv(argv[0], argv);
+  throw systemFailure(kExitSystem, std::string("cannot run ") + argv[0]);
 }
 
 // Of this single-threaded process, adopted ones too.
 void terminateChildren() {
   const std::string self = std::to_string(::getpid());
   std::ifstream list("/proc/" + self + "/task/" + self + "/children");
-  for (pid_t child = 0; list >> child;) ::kill(child, SIGTERM);
+  pid_t child = 0;
+  while (list >> child) ::kill(child, SIGTERM);
 }
 
 }  // namespace
@@ -136,31 +138,31 @@ Child::Child(const Setup& setup, const SignalsHeld& signals) {
     words = stockCommand();
     words.insert(words.end(), setup.arguments.begin(), setup.arguments.end());
   }
-  const std::string path = words.empty() ? std::string() : words.front();
-  if (!words.empty()) words.erase(words.begin());
-  const ArgumentVector argv(path, words);
-  DescriptorPair report = makePipe();
+  const std::vector<char*> argv = host::pointersTo(words);
+  host::FdPair report = makePipe();
 
   // Receiving is two processes. The second, which writes the files, would be
   // nobody's child when the first dies before it, and still hold files open when
   // the caller wants to unmount their file system.
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   pid_ = forkInto(setup.enclosure == nullptr ? 0 : Enclosure::namespaces());
-  if (pid_ < 0) throw systemFailure(kExitSystem, "cannot make a process");
+  if (pid_ < 0) throw systemFailure(kExitSystem, "cannot start a process");
   if (pid_ == 0) {
-    report.first.close();
+    report.first.reset();
     try {
       prepare(setup, report.second.get());
-      if (!setup.task) runStock(path.c_str(), argv.data(), signals);
-      report.second.close();
+      if (!setup.task) runStock(argv.data(), signals);
+      report.second.reset();
       ::_exit(setup.task());
     } catch (const Failure& failure) {
       reportFailure(report.second.get(), failure);
+    } catch (const std::exception& error) {
+      reportFailure(report.second.get(), {kExitSystem, error.what()});
     }
     ::_exit(kExitSystem);
   }
 
-  report.second.close();
+  report.second.reset();
   try {
     readReport(report.first.get());
   } catch (const Failure&) {

@@ -10,7 +10,10 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "host/file.h"
+#include "host/process.h"
 #include "share/rsync/child.h"
+#include "share/rsync/descriptor.h"
 #include "share/rsync/disk_reserve.h"
 #include "share/rsync/enclosure.h"
 #include "share/rsync/engine_ends.h"
@@ -29,36 +32,31 @@ namespace {
 
 constexpr std::chrono::seconds kHandshakeTimeout{60};
 constexpr std::chrono::milliseconds kLookInterval{100};
-constexpr int kPipeSize = 1 << 20;  // bytes; room for a line per file between two looks
 
 Channel takeChannel(const Options& options) {
   Channel channel;
   channel.in = takeInherited(*options.fdIn, Direction::kReading, "--fdin");
   if (*options.fdIn == *options.fdOut) {  // one socket for both directions
-    channel.out = Descriptor(::fcntl(channel.in.get(), F_DUPFD_CLOEXEC, 3));
-    if (!channel.out.open()) throw systemFailure(kExitSystem, "cannot duplicate a file descriptor");
+    channel.out = host::Fd(::fcntl(channel.in.get(), F_DUPFD_CLOEXEC, 3));
+    if (!channel.out) throw systemFailure(kExitSystem, "cannot duplicate a file descriptor");
   } else {
     channel.out = takeInherited(*options.fdOut, Direction::kWriting, "--fdout");
   }
-  closeStrayDescriptors(channel.in.get(), channel.out.get());
+  // A caller that holds several channels may leak the end of one to the program that serves
+  // another; a channel whose far end is open by accident is never seen to end.
+  host::closeAllBut({channel.in.get(), channel.out.get()}, STDERR_FILENO + 1);
   enlargePipe(channel.in.get(), kPipeSize);
   enlargePipe(channel.out.get(), kPipeSize);
   return channel;
 }
 
-void writeAll(std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t count = ::write(STDOUT_FILENO, text.data(), text.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return;  // nobody reads it: no reason to stop the transfer
-    text.remove_prefix(static_cast<size_t>(count));
-  }
-}
+// When nobody reads it, that is no reason to stop the transfer.
+void show(std::string_view text) { host::writeAll(STDOUT_FILENO, text); }
 
 // A bar nobody has room for is dropped; the next one will do.
 void writeIfThereIsRoom(const std::string& text) {
   pollfd output{STDOUT_FILENO, POLLOUT, 0};
-  if (::poll(&output, 1, 0) == 1 && (output.revents & POLLOUT) != 0) writeAll(text);
+  if (::poll(&output, 1, 0) == 1 && (output.revents & POLLOUT) != 0) show(text);
 }
 
 // Stock rsync writes a line per file, so its output is looked at now and then
@@ -69,7 +67,7 @@ void readProgress(int from, ProgressBar& bar) {
     const ssize_t count = ::read(from, buffer.data(), buffer.size());
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) break;
-    writeAll(bar.feed({buffer.data(), static_cast<size_t>(count)}));
+    show(bar.feed({buffer.data(), static_cast<size_t>(count)}));
   }
 }
 
@@ -93,7 +91,7 @@ int superviseCopy(Child& child, const SignalsHeld& signals, int progress, Progre
   }
   if (progress >= 0) {
     readProgress(progress, bar);
-    writeAll(bar.finish(*status == 0));
+    show(bar.finish(*status == 0));
   }
   // Before a death by a signal is repeated.
   errors.conclude(!problem && WIFEXITED(*status) ? WEXITSTATUS(*status) : kExitFileIo);
@@ -130,7 +128,7 @@ int runClient(const Options& options) {
   ensureStandardStreams();
   std::optional<Enclosure> enclosure;
   Child::Setup setup;
-  DescriptorPair handover;
+  host::FdPair handover;
   std::uint64_t usedBytes = 0;
   DiskReserve reserve;
   ErrorOutput errors;
@@ -153,7 +151,7 @@ int runClient(const Options& options) {
     handover = makeSocketPair();
     sendDescriptors(handover.first.get(), channel.in.get(), channel.out.get());
     setup.inherited = handover.second.get();
-    setup.arguments.push_back("--rsh=" + quoteForShellOption(ownPath()) + " " +
+    setup.arguments.push_back("--rsh=" + quoteForShellOption(host::ownProgram()) + " " +
                               (agreed.descriptors ? kHandOverOption : kJoinOption) + " " +
                               std::to_string(setup.inherited));
     if (agreed.acls) setup.arguments.emplace_back("-A");
@@ -163,7 +161,7 @@ int runClient(const Options& options) {
     if (keepsNanoseconds(options.destination)) setup.arguments.emplace_back("--modify-window=-1");
   }
 
-  DescriptorPair progress;
+  host::FdPair progress;
   if (options.progressBar) {
     progress = makePipe();
     enlargePipe(progress.second.get(), kPipeSize);
@@ -181,18 +179,18 @@ int runClient(const Options& options) {
     // ends before the one that has files to tidy up, so there is another one above it.
     keeper.enclosure = &*enclosure;
     keeper.task = [&] {
-      handover.first.close();
-      progress.first.close();
+      handover.first.reset();
+      progress.first.reset();
       Child stock(setup, signals);
-      handover.second.close();
-      progress.second.close();
+      handover.second.reset();
+      progress.second.reset();
       errors.letGoOfChildEnd();
       return supervise(stock, signals);
     };
   }
   Child child(enclosure ? keeper : setup, signals);
-  handover.second.close();
-  progress.second.close();
+  handover.second.reset();
+  progress.second.reset();
   errors.letGoOfChildEnd();
   return superviseCopy(child, signals, progress.first.get(), ProgressBar(usedBytes), reserve,
                        errors);

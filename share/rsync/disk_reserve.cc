@@ -2,12 +2,11 @@
 
 #include <sys/statvfs.h>
 
-#include <charconv>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 
 #include "host/reserve.h"
+#include "host/text.h"
 #include "share/rsync/failure.h"
 
 namespace qxrsync {
@@ -15,7 +14,7 @@ namespace qxrsync {
 namespace {
 
 constexpr int kWhole = 100;  // percent
-constexpr std::uint64_t kMebibyte = 1024 * 1024;
+constexpr std::uint64_t kMebibyte = 1 << 20;
 
 // As the plan reckons it.
 std::uint64_t reserveOf(std::uint64_t total, int percent) {
@@ -28,16 +27,14 @@ DiskReserve DiskReserve::fromEnvironment() {
   const char* text = std::getenv("QX_RSYNC_RESERVE");
   const char* path = std::getenv("QX_RSYNC_RESERVE_OF");
   if (text == nullptr || *text == '\0') return {};
-  int percent = -1;
-  const char* end = text + std::strlen(text);
-  const auto [stop, error] = std::from_chars(text, end, percent);
-  if (error != std::errc() || stop != end || percent < 0 || percent > kWhole)
-    throw Failure(kExitSyntax,
-                  std::string("'") + text + "' in QX_RSYNC_RESERVE is not a number of percent");
+  const std::optional<std::uint64_t> percent = host::parseDecimal(text);
+  if (!percent || *percent > kWhole)
+    throw Failure(kExitSyntax, std::string("'") + text +
+                                   "' in QX_RSYNC_RESERVE is not a percentage from 0 to 100");
   if (path == nullptr || *path != '/')
     throw Failure(kExitSyntax, std::string("'") + (path == nullptr ? "" : path) +
                                    "' in QX_RSYNC_RESERVE_OF is not an absolute path");
-  return {path, percent};
+  return {path, static_cast<int>(*percent)};
 }
 
 std::optional<std::string> DiskReserve::problem() const {
@@ -49,15 +46,15 @@ std::optional<std::string> DiskReserve::problem() const {
     const auto mebibytes = [&](std::uint64_t count) {
       return std::to_string(count * figures.f_frsize / kMebibyte) + " MiB";
     };
-    return "the copy was stopped before the disk is full: " + mebibytes(figures.f_bavail) +
-           " are free at '" + path_ + "', and " + mebibytes(blocks) + share + " are its reserve";
+    return "the copy was stopped before the disk was full: only " + mebibytes(figures.f_bavail) +
+           " are free at '" + path_ + "', and " + mebibytes(blocks) + share + " must stay free";
   }
   // Some file systems make inodes as they need them, and have no number of them.
   const std::uint64_t inodes = reserveOf(figures.f_files, percent_);
   if (figures.f_favail < inodes)
-    return "the copy was stopped before the disk has no inodes left: " +
+    return "the copy was stopped before the disk ran out of inodes: only " +
            std::to_string(figures.f_favail) + " are free at '" + path_ + "', and " +
-           std::to_string(inodes) + share + " are its reserve";
+           std::to_string(inodes) + share + " must stay free";
   return std::nullopt;
 }
 

@@ -5,7 +5,6 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -15,9 +14,10 @@
 #include <stdexcept>
 
 #include "host/confine.h"
-#include "share/rsync/descriptor.h"
+#include "host/fd.h"
+#include "host/mounts.h"
+#include "host/process.h"
 #include "share/rsync/failure.h"
-#include "share/rsync/stock.h"
 
 namespace qxrsync {
 
@@ -34,22 +34,7 @@ constexpr const char* kNull = "/dev/null";
 constexpr unsigned long kTame = MS_NOSUID | MS_NODEV;
 
 [[noreturn]] void cannot(const std::string& what) {
-  throw systemFailure(kExitSystem, "cannot close rsync in: " + what);
-}
-
-// The flags of a mount that a second one of it must not lack, where it was given by
-// somebody with more rights.
-unsigned long flagsOf(const std::string& path) {
-  struct statvfs status {};
-  if (::statvfs(path.c_str(), &status) != 0) cannot("statvfs '" + path + "'");
-  constexpr unsigned long kPairs[][2] = {{ST_RDONLY, MS_RDONLY},    {ST_NOSUID, MS_NOSUID},
-                                         {ST_NODEV, MS_NODEV},      {ST_NOEXEC, MS_NOEXEC},
-                                         {ST_NOATIME, MS_NOATIME},  {ST_NODIRATIME, MS_NODIRATIME},
-                                         {ST_RELATIME, MS_RELATIME}};
-  unsigned long flags = 0;
-  for (const auto& [seen, flag] : kPairs)
-    if ((status.f_flag & seen) != 0) flags |= flag;
-  return flags;
+  throw systemFailure(kExitSystem, "cannot confine rsync: cannot " + what);
 }
 
 // Something of this machine, held while the place that its name leads to changes.
@@ -58,21 +43,20 @@ class Held {
   explicit Held(const std::string& path)
       : name_(path), file_(::open(path.c_str(), O_PATH | O_CLOEXEC)) {}
 
-  bool there() const { return file_.open(); }
+  bool there() const { return bool(file_); }
   const std::string& name() const { return name_; }
 
   // At a place that exists.
   void showAt(const std::string& place, unsigned long flags) const {
     const std::string held = "/proc/self/fd/" + std::to_string(file_.get());
     if (::mount(held.c_str(), place.c_str(), nullptr, MS_BIND, nullptr) != 0 ||
-        ::mount(nullptr, place.c_str(), nullptr, MS_REMOUNT | MS_BIND | flags | flagsOf(place),
-                nullptr) != 0)
+        !host::addMountFlags(place, flags))
       cannot("mount '" + name_ + "'");
   }
 
  private:
   std::string name_;
-  Descriptor file_;
+  host::Fd file_;
 };
 
 void makeFolders(const std::string& path) {
@@ -86,8 +70,8 @@ void makeFolders(const std::string& path) {
 
 void makeFile(const std::string& path) {
   makeFolders(fs::path(path).parent_path());
-  const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-  if (!file.open()) cannot("make '" + path + "'");
+  const host::Fd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+  if (!file) cannot("make '" + path + "'");
 }
 
 // The same link, or what the folder holds, to be read.
@@ -143,19 +127,20 @@ Enclosure::Enclosure(std::string destination, bool attributes, std::vector<std::
   destination_ = fs::absolute(destination_, error).lexically_normal();
   while (destination_.size() > 1 && destination_.back() == '/') destination_.pop_back();
   if (destination_ == "/")
-    throw Failure(kExitFileSelection, "the destination '/' is the root of this machine");
+    throw Failure(kExitFileSelection, "the destination '/' is this machine's own root");
   constexpr mode_t kNewDestination = 0777;  // less what this process's mask takes away
   if (::mkdir(destination_.c_str(), kNewDestination) != 0 && !fs::is_directory(destination_, error))
-    throw systemFailure(kExitFileSelection, "cannot make the directory '" + destination_ + "'");
+    throw systemFailure(kExitFileSelection, "cannot create the directory '" + destination_ + "'");
 }
 
 void Enclosure::enter() const {
-  if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) cannot("private mounts");
+  if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    cannot("make the mounts private");
   std::error_code error;
   const fs::path working = fs::current_path(error);
   const Held destination(destination_);
   if (!destination.there()) cannot("open '" + destination_ + "'");
-  const Held own(fs::path(ownPath()).parent_path());
+  const Held own(fs::path(host::ownProgram()).parent_path());
   const Held null(kNull);
   const Held cache(kLoaderCache);
   std::vector<Held> folders;
@@ -164,7 +149,7 @@ void Enclosure::enter() const {
   // The new root grows on the one place that is known to be a folder.
   const std::string root = destination_;
   if (::mount("enclosure", root.c_str(), "tmpfs", kTame | MS_NOEXEC, "mode=755") != 0)
-    cannot("mount a root");
+    cannot("mount a new root");
   showPrograms(root);
   if (own.there() && ::access((root + own.name()).c_str(), F_OK) != 0)
     showFolder(root, own, MS_RDONLY | kTame);
@@ -183,11 +168,11 @@ void Enclosure::enter() const {
               nullptr) != 0)
     cannot("protect the root");
   // A destination may have been given as seen from there.
-  if (::chdir(working.c_str()) != 0 && ::chdir("/") != 0) cannot("change the folder");
+  if (::chdir(working.c_str()) != 0 && ::chdir("/") != 0) cannot("change the working directory");
   try {
     host::confine(neededCapabilities(attributes_), host::Use::kFiles);
   } catch (const std::runtime_error& problem) {
-    throw Failure(kExitSystem, std::string("cannot close rsync in: ") + problem.what());
+    throw Failure(kExitSystem, std::string("cannot confine rsync: ") + problem.what());
   }
 }
 

@@ -6,16 +6,16 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <future>
 #include <string_view>
 #include <thread>
 
+#include "host/file.h"
+#include "host/text.h"
 #include "share/engine/problems.h"
 #include "share/engine/receiver.h"
 #include "share/engine/sender.h"
@@ -43,19 +43,17 @@ std::string senderFolder() {
 std::uint64_t bandwidthLimit() {
   const char* value = std::getenv("QX_RSYNC_BWLIMIT");
   if (value == nullptr || *value == '\0') return 0;
-  std::uint64_t units = 0;
-  const char* end = value + std::strlen(value);
-  const auto [stop, error] = std::from_chars(value, end, units);
-  if (error != std::errc() || stop != end || units > UINT64_MAX / 1024)
+  const std::optional<std::uint64_t> units = host::parseDecimal(value);
+  if (!units || *units > UINT64_MAX / 1024)
     throw Failure(kExitSyntax, std::string("'") + value +
                                    "' in QX_RSYNC_BWLIMIT is not a number of KiB per second");
-  return units * 1024;
+  return *units * 1024;
 }
 
 // Threads of a run that has failed may still wait for the channel, and end with the
 // process only; nothing that they use may be taken down before.
 [[noreturn]] void endWithout(int status, const std::string& text) {
-  engine::writeErrorLine(text);
+  complain(text);
   ::_exit(status);
 }
 
@@ -74,12 +72,7 @@ std::uint64_t bandwidthLimit() {
 void writeLine(std::string_view text, bool mayWait) {
   pollfd output{STDOUT_FILENO, POLLOUT, 0};
   if (!mayWait && (::poll(&output, 1, 0) != 1 || (output.revents & POLLOUT) == 0)) return;
-  while (!text.empty()) {
-    const ssize_t count = ::write(STDOUT_FILENO, text.data(), text.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return;  // nobody reads it: no reason to stop the transfer
-    text.remove_prefix(static_cast<size_t>(count));
-  }
+  host::writeAll(STDOUT_FILENO, text);  // nobody reads it: no reason to stop the transfer
 }
 
 // The share of what is in use on the sender's file systems, as far as that is
@@ -97,7 +90,7 @@ void makeDestination(const std::string& destination) {
       (::stat(destination.c_str(), &status) == 0 && S_ISDIR(status.st_mode)))
     return;
   if (errno == 0) errno = ENOTDIR;
-  throw systemFailure(kExitFileSelection, "cannot make the directory '" + destination + "'");
+  throw systemFailure(kExitFileSelection, "cannot create the directory '" + destination + "'");
 }
 
 class Bar {
@@ -148,7 +141,7 @@ int fillByEngine(const EngineTask& task, Channel& channel, const Offer& agreed, 
     const std::optional<int> signal = signals.next(kBarInterval);
     if (signal && *signal != SIGCHLD) {
       receiver.abandon();
-      endWithout(kExitSignal, "stopped by a signal; files that were not whole are removed");
+      endWithout(kExitSignal, "stopped by a signal; incomplete files were removed");
     }
     bar.show(receiver.reached());
   }

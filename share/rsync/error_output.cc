@@ -9,13 +9,13 @@
 
 #include "host/error.h"
 #include "host/file.h"
+#include "share/rsync/descriptor.h"
 #include "share/rsync/failure.h"
 
 namespace qxrsync {
 
 namespace {
 
-constexpr int kPipeSize = 1 << 20;  // bytes; room for what comes between two looks
 constexpr mode_t kReportMode = 0600;
 
 }  // namespace

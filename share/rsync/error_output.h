@@ -3,8 +3,8 @@
 
 #include <string>
 
+#include "host/descriptors.h"
 #include "share/rsync/copy_problems.h"
-#include "share/rsync/descriptor.h"
 
 namespace qxrsync {
 
@@ -21,7 +21,7 @@ class ErrorOutput {
   /// For the child; -1 for this process's own.
   int childEnd() const { return pipe_.second.get(); }
   /// Once the child has it.
-  void letGoOfChildEnd() { pipe_.second.close(); }
+  void letGoOfChildEnd() { pipe_.second.reset(); }
 
   /// Passes on what has come.
   void pass();
@@ -31,7 +31,7 @@ class ErrorOutput {
 
  private:
   std::string path_;  ///< empty: no report
-  DescriptorPair pipe_;
+  host::FdPair pipe_;
   CopyProblems problems_;
 };
 

@@ -10,9 +10,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <set>
-#include <sstream>
 
-#include "share/rsync/descriptor.h"
+#include "host/fd.h"
+#include "host/file.h"
+#include "host/mounts.h"
 
 namespace qxrsync {
 
@@ -32,12 +33,12 @@ constexpr std::array<unsigned char, 44> kSampleAccessList = {
     0x10, 0, 4, 0, 0xff, 0xff, 0xff, 0xff,  //
     0x20, 0, 0, 0, 0xff, 0xff, 0xff, 0xff};
 
-Descriptor scratchFile(const std::string& directory) {
-  Descriptor file(::open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
-  if (file.open()) return file;
+host::Fd scratchFile(const std::string& directory) {
+  host::Fd file(::open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+  if (file) return file;
   std::string name = directory + "/.rsync-probe.XXXXXX";
-  file = Descriptor(::mkostemp(name.data(), O_CLOEXEC));
-  if (file.open()) ::unlink(name.c_str());
+  file = host::Fd(::mkostemp(name.data(), O_CLOEXEC));
+  if (file) ::unlink(name.c_str());
   return file;
 }
 
@@ -48,34 +49,6 @@ std::string existingDirectory(std::string path) {
   const size_t slash = path.rfind('/');
   if (slash == std::string::npos) return ".";
   return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-// Blanks and the like stand as \040 in mountinfo.
-std::string unescape(const std::string& text) {
-  std::string plain;
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\\' && i + 3 < text.size()) {
-      plain += static_cast<char>((text[i + 1] - '0') * 64 + (text[i + 2] - '0') * 8 +
-                                 (text[i + 3] - '0'));
-      i += 3;
-    } else {
-      plain += text[i];
-    }
-  }
-  return plain;
-}
-
-std::string readAll(const char* path) {
-  std::string text;
-  const Descriptor file(::open(path, O_RDONLY | O_CLOEXEC));
-  std::array<char, 4096> buffer{};
-  while (file.open()) {
-    const ssize_t count = ::read(file.get(), buffer.data(), buffer.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
-    text.append(buffer.data(), static_cast<size_t>(count));
-  }
-  return text;
 }
 
 }  // namespace
@@ -92,8 +65,8 @@ Offer probeByWriting(const std::string& directory) {
   Offer offer;
   const std::string place = existingDirectory(directory);
   if (place.empty()) return offer;
-  const Descriptor file = scratchFile(place);
-  if (!file.open()) return offer;
+  const host::Fd file = scratchFile(place);
+  if (!file) return offer;
 
   const auto holds = [&](const char* name) {
     return ::fsetxattr(file.get(), name, "1", 1, 0) == 0 && ::fremovexattr(file.get(), name) == 0;
@@ -108,29 +81,19 @@ Offer probeByWriting(const std::string& directory) {
 bool keepsNanoseconds(const std::string& directory) {
   const std::string place = existingDirectory(directory);
   if (place.empty()) return false;
-  const Descriptor file = scratchFile(place);
+  const host::Fd file = scratchFile(place);
   const timespec times[2] = {{0, UTIME_OMIT}, {1000000000, 123456789}};
   struct stat status {};
-  return file.open() && ::futimens(file.get(), times) == 0 && ::fstat(file.get(), &status) == 0 &&
+  return file && ::futimens(file.get(), times) == 0 && ::fstat(file.get(), &status) == 0 &&
          status.st_mtim.tv_sec == times[1].tv_sec && status.st_mtim.tv_nsec == times[1].tv_nsec;
 }
 
-std::vector<std::string> localMountPoints(const std::string& mountinfo) {
+std::vector<std::string> localMountPoints(std::string_view mountinfo) {
   std::vector<std::string> points;
   std::set<std::string> devicesSeen;
-  std::istringstream lines(mountinfo);
-  for (std::string line; std::getline(lines, line);) {
-    // ID PARENT MAJOR:MINOR ROOT MOUNTPOINT OPTIONS [FIELD...] - TYPE SOURCE OPTIONS
-    std::istringstream fields(line);
-    std::string skip, device, point, word, type, source;
-    fields >> skip >> skip >> device >> skip >> point >> skip;
-    while (fields >> word && word != "-") {
-    }
-    fields >> type >> source;
-    if (!fields) continue;
-    const bool blockDevice = source.rfind("/dev/", 0) == 0;
-    const bool wanted = blockDevice || point == "/";
-    if (wanted && devicesSeen.insert(device).second) points.push_back(unescape(point));
+  for (const host::MountInfo& mount : host::parseMountInfo(mountinfo)) {
+    const bool wanted = mount.source.starts_with("/dev/") || mount.point == "/";
+    if (wanted && devicesSeen.insert(mount.device).second) points.push_back(mount.point);
   }
   return points;
 }
@@ -138,7 +101,8 @@ std::vector<std::string> localMountPoints(const std::string& mountinfo) {
 std::uint64_t usedBytesBelow(const std::string& directory) {
   if (directory != "/") return 0;
   std::uint64_t sum = 0;
-  for (const std::string& point : localMountPoints(readAll("/proc/self/mountinfo"))) {
+  const std::string mountinfo = host::readFile("/proc/self/mountinfo").value_or("");
+  for (const std::string& point : localMountPoints(mountinfo)) {
     struct statvfs status {};
     if (::statvfs(point.c_str(), &status) == 0)
       sum += static_cast<std::uint64_t>(status.f_blocks - status.f_bfree) * status.f_frsize;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "share/rsync/handshake.h"
@@ -31,7 +32,7 @@ std::uint64_t usedBytesBelow(const std::string& directory);
 /// The pure half of usedBytesBelow: mount points worth asking, each file system
 /// once, from the text of /proc/self/mountinfo. Never one that lives on
 /// another machine, as that one may not answer.
-std::vector<std::string> localMountPoints(const std::string& mountinfo);
+std::vector<std::string> localMountPoints(std::string_view mountinfo);
 
 }  // namespace qxrsync
 

@@ -3,7 +3,7 @@
 
 #include <optional>
 
-#include "share/rsync/descriptor.h"
+#include "host/fd.h"
 
 namespace qxrsync {
 
@@ -18,8 +18,8 @@ namespace qxrsync {
 // joiner takes its closing for the client's death.
 
 struct Channel {
-  Descriptor in;
-  Descriptor out;
+  host::Fd in;
+  host::Fd out;
 };
 
 /// Whether both descriptors are UNIX sockets, so that descriptors may travel.

@@ -5,9 +5,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <vector>
 
+#include "host/text.h"
+#include "host/visible.h"
 #include "share/rsync/failure.h"
 
 namespace qxrsync {
@@ -29,27 +30,10 @@ std::vector<std::string_view> words(std::string_view line) {
   }
 }
 
-bool parseNumber(std::string_view text, std::uint64_t& value) {
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  return error == std::errc() && stop == end;
-}
-
 // What a stranger said, fit for a message on a terminal.
-std::string printable(std::string_view text) {
-  constexpr char kDigits[] = "0123456789abcdef";
-  std::string shown;
-  for (const char c : text.substr(0, 60)) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte < 0x7f && c != '\\') {
-      shown += c;
-    } else {
-      shown += "\\x";
-      shown += kDigits[byte >> 4];
-      shown += kDigits[byte & 15];
-    }
-  }
-  return text.size() > 60 ? shown + "..." : shown;
+std::string quoted(const std::string& line) {
+  constexpr size_t kShown = 60;  // bytes
+  return '"' + host::visibleLine(line, kShown) + '"';
 }
 
 void waitFor(int fd, short events, const Deadline& deadline) {
@@ -89,21 +73,21 @@ std::string readLine(int fd, const Deadline& deadline) {
       line += byte;
     } else if (count == 0 || errno == ECONNRESET) {
       throw Failure(kExitProtocol,
-                    line.empty() ? "the other end of the data channel closed it before the transfer"
-                                 : "the other end of the data channel closed it after \"" +
-                                       printable(line) + "\"");
+                    line.empty()
+                        ? "the other end of the data channel closed it before the transfer"
+                        : "the other end of the data channel closed it after " + quoted(line));
     } else if (errno != EAGAIN && errno != EINTR) {
       throw systemFailure(kExitProtocol, "cannot read from the data channel");
     }
   }
-  throw Failure(kExitProtocol, "the other end of the data channel does not run this program: \"" +
-                                   printable(line) + "\"");
+  throw Failure(kExitProtocol,
+                "the other end of the data channel does not run this program: " + quoted(line));
 }
 
 Failure notUnderstood(const std::string& line) {
   return {kExitProtocol,
-          "the other end of the data channel does not run this version of this program: \"" +
-              printable(line) + "\""};
+          "the other end of the data channel does not run this version of this program: " +
+              quoted(line)};
 }
 
 }  // namespace
@@ -126,16 +110,16 @@ std::string formatOffer(const Offer& offer) {
 
 std::optional<Offer> parseOffer(std::string_view line) {
   const std::vector<std::string_view> parts = words(line);
-  std::uint64_t version = 0;
-  if (parts.size() != 4 || parts[0] != kTag || !parseNumber(parts[1], version) ||
-      version != kHandshakeVersion)
+  if (parts.size() != 4 || parts[0] != kTag || host::parseDecimal(parts[1]) != kHandshakeVersion)
     return std::nullopt;
   const std::string_view features = parts[2];
   Offer offer;
   offer.acls = features.find('A') != std::string_view::npos;
   offer.xattrs = features.find('X') != std::string_view::npos;
   offer.descriptors = features.find('D') != std::string_view::npos;
-  if (!parseNumber(parts[3], offer.usedBytes)) return std::nullopt;
+  const std::optional<std::uint64_t> usedBytes = host::parseDecimal(parts[3]);
+  if (!usedBytes) return std::nullopt;
+  offer.usedBytes = *usedBytes;
   offer.engine = parts[3].size() > 1 && parts[3].front() == '0';
   const std::string again = formatOffer(offer);  // one way to write it
   return words(again)[2] == features ? std::optional<Offer>(offer) : std::nullopt;

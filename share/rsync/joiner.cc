@@ -37,7 +37,7 @@ bool joinBoth(Pump& toStock, Pump& fromStock, Channel& channel, int client) {
   while (true) {
     if (channelReady) fromStock.move();
     // A half-close is passed on; the other direction goes on.
-    if (fromStock.done()) channel.out.endWriting();
+    if (fromStock.done()) endWriting(channel.out);
     if (stockReady) toStock.move();
     if (toStock.done()) return true;
 
@@ -64,9 +64,9 @@ void passOnTheRest(Pump& fromStock, int client) {
 // The server's stock rsync has stock rsync's descriptors: until it ends, which the
 // server tells by closing the channel, or the client dies.
 void waitForTheEnd(const Channel& channel, int client) {
-  const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  const host::Fd null(::open("/dev/null", O_RDWR | O_CLOEXEC));
   for (const int fd : {STDIN_FILENO, STDOUT_FILENO})
-    if (!null.open() || ::dup2(null.get(), fd) < 0) ::close(fd);
+    if (!null || ::dup2(null.get(), fd) < 0) ::close(fd);
   pollfd polled[] = {{client, 0, 0}, {channel.in.get(), POLLIN, 0}};
   while (!gone(polled[0]) && polled[1].revents == 0) ::poll(polled, std::size(polled), -1);
 }
@@ -75,8 +75,8 @@ void waitForTheEnd(const Channel& channel, int client) {
 
 int runJoiner(const Options& options) {
   ignoreBrokenPipes();
-  closeStrayDescriptors(options.handoverFd, -1);
-  const Descriptor client(options.handoverFd);
+  host::closeAllBut({options.handoverFd}, STDERR_FILENO + 1);
+  const host::Fd client(options.handoverFd);
   std::optional<Channel> received = receiveDescriptors(client.get());
   if (!received) throw Failure(kExitSystem, "no data channel was handed over");
   Channel channel = std::move(*received);

@@ -1,8 +1,10 @@
 #include "share/rsync/options.h"
 
-#include <charconv>
+#include <climits>
+#include <cstdint>
 #include <string_view>
 
+#include "host/text.h"
 #include "share/rsync/failure.h"
 
 namespace qxrsync {
@@ -12,13 +14,11 @@ namespace {
 using Arguments = std::vector<std::string>;
 
 int descriptorNumber(const char* option, const std::string& text) {
-  int value = -1;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || stop != end || value < 0)
+  const std::optional<std::uint64_t> value = host::parseDecimal(text);
+  if (!value || *value > INT_MAX)
     throw Failure(kExitSyntax,
                   "the value '" + text + "' of " + option + " is not a file descriptor number");
-  return value;
+  return static_cast<int>(*value);
 }
 
 // The value of "option=VALUE", or of "option VALUE" with index moved on to it.

@@ -11,7 +11,6 @@ namespace qxrsync {
 
 namespace {
 
-constexpr int kPipeSize = 1 << 20;        // bytes; what an ordinary user may ask for
 constexpr size_t kLargestMove = 1 << 20;  // bytes in one call
 constexpr size_t kBufferSize = 256 << 10;
 constexpr int kMovesPerTurn = 16;

@@ -56,7 +56,7 @@ class Pump {
   int source_;
   int sink_;
   Way way_;
-  DescriptorPair between_;      ///< Way::kThroughPipe
+  host::FdPair between_;        ///< Way::kThroughPipe
   std::vector<char> buffer_;    ///< Way::kCopy
   size_t heldFrom_ = 0;         ///< first byte of buffer_ not yet written
   size_t held_ = 0;             ///< bytes in between_ or buffer_

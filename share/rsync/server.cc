@@ -21,7 +21,6 @@ namespace {
 
 constexpr std::chrono::seconds kHandshakeTimeout{60};
 constexpr std::chrono::milliseconds kLookInterval{500};
-constexpr int kPipeSize = 1 << 20;  // bytes
 
 // Has stock rsync send what it says of files to the client, which must know what is left out.
 // Older ones know no other way, nor this option.
@@ -29,9 +28,9 @@ constexpr const char* kTellClient = "--no-msgs2stderr";
 
 // From here on only stock rsync holds the channel, so its end is the channel's.
 void letGoOfChannel() {
-  const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  const host::Fd null(::open("/dev/null", O_RDWR | O_CLOEXEC));
   for (const int fd : {STDIN_FILENO, STDOUT_FILENO})
-    if (!null.open() || ::dup2(null.get(), fd) < 0) ::close(fd);
+    if (!null || ::dup2(null.get(), fd) < 0) ::close(fd);
 }
 
 // The channel carries nothing, but its closing still means that the client is gone.

@@ -2,24 +2,14 @@
 
 #include <unistd.h>
 
-#include <climits>
-
 #include "host/file.h"
-#include "share/rsync/argument_vector.h"
+#include "host/process.h"
 #include "share/rsync/failure.h"
 
 namespace qxrsync {
 
-std::string ownPath() {
-  std::string path(PATH_MAX, '\0');
-  const ssize_t size = ::readlink("/proc/self/exe", path.data(), path.size());
-  if (size <= 0) throw systemFailure(kExitSystem, "cannot read /proc/self/exe");
-  path.resize(static_cast<size_t>(size));
-  return path;
-}
-
 std::string stockPath() {
-  const std::string self = ownPath();
+  const std::string self = host::ownProgram();
   std::string beside = self.substr(0, self.rfind('/')) + "/rsync.stock";
   if (::access(beside.c_str(), F_OK) == 0) return beside;
   const char* const usual = "/usr/bin/rsync";
@@ -44,12 +34,9 @@ bool stockKnows(const std::string& option) {
 
 void becomeStock(const std::vector<std::string>& arguments) {
   std::vector<std::string> words = stockCommand();
-  const std::string path = words.front();
-  words.erase(words.begin());
   words.insert(words.end(), arguments.begin(), arguments.end());
-  const ArgumentVector argv(path, words);
-  ::execv(path.c_str(), argv.data());
-  throw systemFailure(kExitSystem, "cannot run " + path);
+  ::execv(words.front().c_str(), host::pointersTo(words).data());
+  throw systemFailure(kExitSystem, "cannot run " + words.front());
 }
 
 }  // namespace qxrsync

@@ -6,9 +6,6 @@
 
 namespace qxrsync {
 
-/// The path of this program's own executable. Throws Failure.
-std::string ownPath();
-
 /// The stock rsync to run: "rsync.stock" beside this program if there is one,
 /// so that a bundle can bring its own, else /usr/bin/rsync. Throws Failure when
 /// there is neither.

@@ -20,12 +20,12 @@ using testing::ElementsAre;
 
 namespace {
 
-const std::list<std::string> PATH = {"PATH=/usr/bin:/bin"};
+const std::list<std::string> SIGNAL_PATH = {"PATH=/usr/bin:/bin"};
 
 // A runner that lets the test do something right after the start.
 struct Prepared : CallerExec {
   Prepared(const std::string& command, std::function<void(Prepared&)> prepare)
-      : CallerExec("sh", {"-c", command}, PATH, {}), prepare_(std::move(prepare)) {}
+      : CallerExec("sh", {"-c", command}, SIGNAL_PATH, {}), prepare_(std::move(prepare)) {}
   void prepareMainLoop_() override { prepare_(*this); }
 
   std::function<void(Prepared&)> prepare_;
@@ -85,7 +85,7 @@ TEST(CallerExecSignals, ProgramGetsTheDispositionsOfBefore) {
     const auto ofProgram = [] {
       CtoDynaBuf out(1000, true, -1);
       std::vector<Connector*> connectors = {nullptr, &out, nullptr};
-      CallerExec program("grep", {"SigIgn", "/proc/self/status"}, PATH, {});
+      CallerExec program("grep", {"SigIgn", "/proc/self/status"}, SIGNAL_PATH, {});
       program.call(connectors);
       return out.output();
     };

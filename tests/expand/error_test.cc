@@ -93,7 +93,7 @@ TEST(Error, StoredMessageHas4095CharactersOf5000) {
   const std::string long_message(5000, 'x');
   const Error error(Error::CALLER_GENERIC, "%s", long_message.c_str());
   const char* const end = reinterpret_cast<const char*>(&error + 1);
-  EXPECT_STREQ(end - Error::TEXT_SIZE, std::string(4095, 'x').c_str());
+  EXPECT_STREQ(end - Error::kTextSize, std::string(4095, 'x').c_str());
 }
 
 TEST(Error, IsCaughtAsStandardException) {

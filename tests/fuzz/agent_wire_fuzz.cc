@@ -73,7 +73,7 @@ void answer(std::string_view bytes) {
   eachFrame(bytes, [&](const nlohmann::json& frame) { caller.onFrame(frame); });
 }
 
-void json(const std::string& text) {
+void boundedJson(const std::string& text) {
   const nlohmann::json ours = agent::parseBounded(text);
   require(nlohmann::json::parse(text) == ours);
 }
@@ -153,7 +153,7 @@ void parse(char which, const std::string& text) {
     case 'c':
       return answer(text);
     case 'j':
-      return json(text);
+      return boundedJson(text);
     case 'b':
       return base64(text);
     case 'm':

@@ -51,7 +51,7 @@ std::string with(const std::string& from, const std::string& to) {
   return at == text.npos ? text : text.replace(at, from.size(), to);
 }
 
-std::string refusalOf(const std::string& text) {
+std::string recordRefusal(const std::string& text) {
   try {
     host::parseRecord(text);
   } catch (const host::Error& problem) {
@@ -144,23 +144,25 @@ TEST(MigrationRecord, ListsAndTextsAreBounded) {
 }
 
 TEST(MigrationRecord, WhatItWouldNotHaveWrittenIsRefusedByName) {
-  EXPECT_EQ(refusalOf(""), "it is not JSON");
-  EXPECT_EQ(refusalOf(host::formatRecord(sample()).substr(0, 300)), "it is not JSON");
-  EXPECT_EQ(refusalOf("[]"), "'' is not an object");
-  EXPECT_EQ(refusalOf(with("\"version\": 1", "\"version\": 2")), "its format has version 2, not 1");
-  EXPECT_EQ(refusalOf(with("\"ctid\": 101", "\"ctid\": -1")),
+  EXPECT_EQ(recordRefusal(""), "it is not JSON");
+  EXPECT_EQ(recordRefusal(host::formatRecord(sample()).substr(0, 300)), "it is not JSON");
+  EXPECT_EQ(recordRefusal("[]"), "'' is not an object");
+  EXPECT_EQ(recordRefusal(with("\"version\": 1", "\"version\": 2")),
+            "its format has version 2, not 1");
+  EXPECT_EQ(recordRefusal(with("\"ctid\": 101", "\"ctid\": -1")),
             "'ctid' is not a number from 0 to 2147483644");
-  EXPECT_EQ(refusalOf(with("\"ctid\": 101", "\"ctid\": 0")), "'ctid' is 0");
-  EXPECT_EQ(refusalOf(with("\"failed\"", "\"sleeping\"")), "'state' is 'sleeping'");
-  EXPECT_EQ(refusalOf(with("\"pid\"", "\"pit\"")), "'process.pid' is missing");
-  EXPECT_EQ(refusalOf(with("/var/lib/qx/private/101\"", "/var/lib/../etc\"")),
+  EXPECT_EQ(recordRefusal(with("\"ctid\": 101", "\"ctid\": 0")), "'ctid' is 0");
+  EXPECT_EQ(recordRefusal(with("\"failed\"", "\"sleeping\"")), "'state' is 'sleeping'");
+  EXPECT_EQ(recordRefusal(with("\"pid\"", "\"pit\"")), "'process.pid' is missing");
+  EXPECT_EQ(recordRefusal(with("/var/lib/qx/private/101\"", "/var/lib/../etc\"")),
             "'places.private_area' is '/var/lib/../etc', which is no absolute path");
-  EXPECT_EQ(refusalOf(with("\"root@oldserver\"", "7")), "'source' is not a text");
-  EXPECT_EQ(refusalOf(with("\"nginx\"", "{}")), "'parameters.services' is not a text");
-  EXPECT_EQ(refusalOf(with("\"result\": 0", "\"result\": \"0\"")),
+  EXPECT_EQ(recordRefusal(with("\"root@oldserver\"", "7")), "'source' is not a text");
+  EXPECT_EQ(recordRefusal(with("\"nginx\"", "{}")), "'parameters.services' is not a text");
+  EXPECT_EQ(recordRefusal(with("\"result\": 0", "\"result\": \"0\"")),
             "'stages.result' is not a number");
-  EXPECT_THAT(refusalOf(std::string(host::kMaxRecordBytes + 1, ' ')), HasSubstr("larger"));
-  EXPECT_EQ(refusalOf(std::string(1000, '[') + std::string(1000, ']')), "it is nested too deep");
+  EXPECT_THAT(recordRefusal(std::string(host::kMaxRecordBytes + 1, ' ')), HasSubstr("larger"));
+  EXPECT_EQ(recordRefusal(std::string(1000, '[') + std::string(1000, ']')),
+            "it is nested too deep");
 }
 
 TEST(SameServer, NeedsSomethingKnownOfBothAndNothingThatDiffers) {

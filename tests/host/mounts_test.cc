@@ -19,6 +19,7 @@ TEST(MountInfo, HasItsFieldsWithEscapesUndone) {
   EXPECT_THAT(mounts, ElementsAre(Field(&host::MountInfo::point, "/"),
                                   Field(&host::MountInfo::point, "/a b\\c"),
                                   Field(&host::MountInfo::point, "/end\\04")));
+  EXPECT_EQ(mounts[0].device, "8:1");
   EXPECT_EQ(mounts[0].type, "ext4");
   EXPECT_EQ(mounts[0].source, "/dev/sda1");
   EXPECT_TRUE(mounts[0].hasOption("quota"));

@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 
 namespace {
 
@@ -45,6 +47,25 @@ TEST_F(PassFds, BytesAloneBringNoDescriptors) {
   char byte;
   EXPECT_EQ(host::receiveWithFds(theirs_.get(), &byte, 1, fds), 1);
   EXPECT_TRUE(fds.empty());
+}
+
+int peerOfTheSignal = -1;
+
+TEST_F(PassFds, AnInterruptedCallIsRepeated) {
+  peerOfTheSignal = theirs_.get();
+  struct sigaction action {
+  }, before{};
+  action.sa_handler = [](int) {
+    if (write(peerOfTheSignal, "x", 1) != 1) _exit(1);
+  };
+  ASSERT_EQ(sigaction(SIGALRM, &action, &before), 0);
+  const itimerval soon{{0, 0}, {0, 50000}};
+  ASSERT_EQ(setitimer(ITIMER_REAL, &soon, nullptr), 0);
+  std::vector<host::Fd> fds;
+  char byte = 0;
+  EXPECT_EQ(host::receiveWithFds(ours_.get(), &byte, 1, fds), 1);
+  EXPECT_EQ(byte, 'x');
+  sigaction(SIGALRM, &before, nullptr);
 }
 
 TEST_F(PassFds, APeerThatIsGoneAndTooManyDescriptorsAreErrors) {

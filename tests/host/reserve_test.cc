@@ -19,7 +19,7 @@ TEST(Reserve, NonsenseIsRefusedWithItsValue) {
       ADD_FAILURE() << value;
     } catch (const host::Error& error) {
       EXPECT_EQ(std::string(error.what()),
-                "RESERVE: '" + std::string(value) + "' is not a number of percent from 0 to 50");
+                "RESERVE: '" + std::string(value) + "' is not a percentage from 0 to 50");
     }
   }
 }

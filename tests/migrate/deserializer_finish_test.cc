@@ -13,7 +13,7 @@ using testing::IsEmpty;
 
 namespace {
 
-const char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
+const char kConfiguration[] = "/etc/sysconfig/qx-scripts/101.conf";
 const char kUmount[] = "/usr/sbin/qxctl --skiplock umount 101";
 const char kConvert[] = "/usr/sbin/qxctl --skiplock convert 101";
 const char kDestroy[] = "/usr/sbin/qxctl --skiplock destroy 101";
@@ -101,7 +101,7 @@ TEST(DestinationFinish, AfterTuningConvertsAndUnlocks) {
     EXPECT_THAT(host.calls(), ElementsAre(call(kUmount), call(kConvert)));
     EXPECT_FALSE(fs::exists(kLock));
     EXPECT_TRUE(fs::exists(kArea));
-    EXPECT_TRUE(fs::exists(kConf));
+    EXPECT_TRUE(fs::exists(kConfiguration));
     EXPECT_FALSE(ending.baseFinished());
   });
 }
@@ -180,13 +180,13 @@ TEST(DestinationFinish, KeepsTheAreaAsideWhenTheParametersSaySo) {
     Ending ending(host, keepingParams());
     ending.lock().create();
     makeEntry("/", fileAt(std::string(kArea) + "/data", "copied"));
-    EXPECT_TRUE(fs::exists(kConf));
+    EXPECT_TRUE(fs::exists(kConfiguration));
     EXPECT_EQ(ending.finish().code, 0);
     EXPECT_FALSE(ending.leftOpen);
     EXPECT_THAT(host.calls(), ElementsAre(call(kUmount)));
     EXPECT_FALSE(fs::exists(kArea));
     EXPECT_EQ(readFile(std::string(kArea) + ".migrated/data"), "copied");
-    EXPECT_FALSE(fs::exists(kConf));
+    EXPECT_FALSE(fs::exists(kConfiguration));
     EXPECT_FALSE(fs::exists(kLock));
     EXPECT_TRUE(ending.baseFinished());
   });
@@ -217,7 +217,7 @@ TEST(DestinationFinish, AreaThatCannotBeMovedAsideDoesNotFailIt) {
     makeEntry("/", fileAt(std::string(kArea) + ".migrated", "in the way"));
     EXPECT_EQ(ending.finish().code, 0);
     EXPECT_TRUE(fs::exists(kArea));
-    EXPECT_FALSE(fs::exists(kConf));
+    EXPECT_FALSE(fs::exists(kConfiguration));
   });
 }
 
@@ -231,7 +231,7 @@ TEST(DestinationFinish, KeepingWithoutAPrivateAreaRemovesNothing) {
       EXPECT_EQ(ending.finish().code, 0);
       EXPECT_THAT(host.calls(), ElementsAre(call(kUmount)));
       EXPECT_TRUE(fs::exists(kArea));
-      EXPECT_TRUE(fs::exists(kConf));
+      EXPECT_TRUE(fs::exists(kConfiguration));
       EXPECT_FALSE(fs::exists(kLock));
       EXPECT_TRUE(ending.baseFinished());
     });

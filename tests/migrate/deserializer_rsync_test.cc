@@ -26,8 +26,8 @@ ScratchHost hostWithRsync(const std::string& script) {
   return host;
 }
 
-struct Started : Destination {
-  Started() {
+struct Receiving : Destination {
+  Receiving() {
     const Served served = start(rsyncParams());
     EXPECT_EQ(served.code, 0) << served.text;
   }
@@ -55,7 +55,7 @@ TEST(DestinationRsync, RunsTheClientOnTheChannelsDescriptors) {
     ScratchHost host =
         hostWithRsync("read line < /proc/self/fd/$6; echo \"got $line\" > /proc/self/fd/$8");
     host.run([&] {
-      Started destination;
+      Receiving destination;
       ASSERT_EQ(write(destination.fromSource.end[1], "files\n", 6), 6);
       const Served served = destination.rSync(stage);
       EXPECT_EQ(served.code, 0) << served.text;
@@ -69,7 +69,7 @@ TEST(DestinationRsync, RunsTheClientOnTheChannelsDescriptors) {
 
 TEST(DestinationRsync, EndsWithAHundredPercentWhateverItSaid) {
   hostWithRsync("").run([] {
-    Started destination;
+    Receiving destination;
     const Served served = destination.rSync();
     EXPECT_EQ(served.code, 0) << served.text;
     EXPECT_THAT(served.percents, ElementsAre(Pair(kText, 100)));
@@ -80,7 +80,7 @@ TEST(DestinationRsync, EndsWithAHundredPercentWhateverItSaid) {
 TEST(DestinationRsync, ProgressIsCutAtLineEndsAndReturnsAndThrottled) {
   // The first percent passes; the next come within 20 seconds of it.
   hostWithRsync("printf 'receiving file list\\n0 0%% |\\r17 45%% |##\\r20 46%% |###\\n'").run([] {
-    Started destination;
+    Receiving destination;
     const Served served = destination.rSync();
     EXPECT_EQ(served.code, 0) << served.text;
     EXPECT_THAT(served.percents, ElementsAre(Pair(kText, 45), Pair(kText, 100)));
@@ -89,16 +89,16 @@ TEST(DestinationRsync, ProgressIsCutAtLineEndsAndReturnsAndThrottled) {
 
 TEST(DestinationRsync, ThrottleIsSharedByAllWorkersOfTheProcess) {
   hostWithRsync("printf '17 45%% |##\\n'").run([] {
-    Started first;
+    Receiving first;
     EXPECT_THAT(first.rSync().percents, ElementsAre(Pair(kText, 45), Pair(kText, 100)));
-    Started second;
+    Receiving second;
     EXPECT_THAT(second.rSync().percents, ElementsAre(Pair(kText, 100)));
   });
 }
 
 TEST(DestinationRsync, PartialTransferIsIntentionallyGood) {
   hostWithRsync("exit 23").run([] {
-    Started destination;
+    Receiving destination;
     const Served served = destination.rSync();
     EXPECT_EQ(served.code, 0) << served.text;
     EXPECT_THAT(served.percents, ElementsAre(Pair(kText, 100)));
@@ -116,7 +116,7 @@ TEST(DestinationRsync, OtherEndsAreReportedWithTheRawStatus) {
   };
   for (const auto& row : rows) {
     hostWithRsync(row.script).run([&] {
-      Started destination;
+      Receiving destination;
       const Served served = destination.rSync();
       EXPECT_EQ(served.code, -1);
       EXPECT_EQ(served.text, row.text);
@@ -127,7 +127,7 @@ TEST(DestinationRsync, OtherEndsAreReportedWithTheRawStatus) {
 
 TEST(DestinationRsync, ClientThatCannotBeStartedIsAnError) {
   hostWithRsync("").run([] {
-    Started destination;
+    Receiving destination;
     ASSERT_EQ(unlink(kRsync), 0);
     const Served served = destination.rSync();
     EXPECT_EQ(served.code, -1);

@@ -22,8 +22,8 @@ ScratchHost hostWithRsync(const std::string& script) {
 }
 
 // A source whose worker is initialised, and the ends of its channel.
-struct Started : Source {
-  Started() {
+struct Sending : Source {
+  Sending() {
     const ParamsPtr params = newParams();
     params->options.excludes = {"/tmp/*"};
     const Served served = start(params);
@@ -62,7 +62,7 @@ TEST(SourceRsync, ServesTheRootOverTheChannelsDescriptors) {
   for (const std::string number : {"", "2"}) {
     ScratchHost host = hostWithRsync("read line; echo \"got $line\"");
     host.run([&] {
-      Started source;
+      Sending source;
       host.clearCalls();
       const Served started = source.startServer("startRSyncServer" + number);
       EXPECT_EQ(started.code, 0) << started.text;
@@ -78,7 +78,7 @@ TEST(SourceRsync, ServesTheRootOverTheChannelsDescriptors) {
 
 TEST(SourceRsync, DescriptorsGoWithTheChannelOnceRsyncHasThem) {
   hostWithRsync("cat").run([] {
-    Started source;
+    Sending source;
     const int in = source.toServer.end[0];
     EXPECT_EQ(source.startServer().code, 0);
     EXPECT_EQ(fcntl(in, F_GETFD), -1);
@@ -89,7 +89,7 @@ TEST(SourceRsync, DescriptorsGoWithTheChannelOnceRsyncHasThem) {
 
 TEST(SourceRsync, StartReturnsWhileTheServerRuns) {
   hostWithRsync(kSleeper).run([] {
-    Started source;
+    Sending source;
     EXPECT_EQ(source.startServer().code, 0);
     waitForFile("/tmp/pid");
     EXPECT_TRUE(isRunning(pidIn("/tmp/pid")));
@@ -98,7 +98,7 @@ TEST(SourceRsync, StartReturnsWhileTheServerRuns) {
 
 TEST(SourceRsync, WaitWithoutAServerSucceedsAtOnce) {
   serverHost().run([] {
-    Started source;
+    Sending source;
     EXPECT_EQ(source.request("waitRSyncServer").code, 0);
     EXPECT_EQ(source.request("waitRSyncServer2").code, 0);
   });
@@ -106,7 +106,7 @@ TEST(SourceRsync, WaitWithoutAServerSucceedsAtOnce) {
 
 TEST(SourceRsync, PartialTransferIsIntentionallyGood) {
   hostWithRsync("exit 23").run([] {
-    Started source;
+    Sending source;
     EXPECT_EQ(source.startServer().code, 0);
     EXPECT_EQ(source.request("waitRSyncServer").code, 0);
     // Nothing is stored any more.
@@ -125,7 +125,7 @@ TEST(SourceRsync, OtherEndsAreReportedWithTheRawStatus) {
   };
   for (const auto& row : rows) {
     hostWithRsync(row.script).run([&] {
-      Started source;
+      Sending source;
       EXPECT_EQ(source.startServer().code, 0);
       const Served served = source.request("waitRSyncServer");
       EXPECT_EQ(served.code, -1);
@@ -140,7 +140,7 @@ TEST(SourceRsync, OtherEndsAreReportedWithTheRawStatus) {
 
 TEST(SourceRsync, ServerThatCannotBeStartedIsAnError) {
   hostWithRsync("exit 0").run([] {
-    Started source;
+    Sending source;
     ASSERT_EQ(unlink(kRsync), 0);
     const Served served = source.startServer();
     EXPECT_EQ(served.code, -1);
@@ -155,7 +155,7 @@ TEST(SourceRsync, ServerThatCannotBeStartedIsAnError) {
 TEST(SourceRsync, FailedStartIsReplacedByTheNext) {
   ScratchHost host = hostWithRsync("exit 0");
   host.run([&] {
-    Started source;
+    Sending source;
     const std::string away = std::string(kRsync) + ".away";
     ASSERT_EQ(rename(kRsync, away.c_str()), 0);
     EXPECT_EQ(source.startServer().code, -1);
@@ -168,7 +168,7 @@ TEST(SourceRsync, FailedStartIsReplacedByTheNext) {
 
 TEST(SourceRsync, SecondStartReplacesTheFirstWithoutWaitingForIt) {
   hostWithRsync("if [ ! -e /tmp/pid ]; then " + std::string(kSleeper) + "; fi").run([] {
-    Started source;
+    Sending source;
     EXPECT_EQ(source.startServer().code, 0);
     waitForFile("/tmp/pid");
     const int first = pidIn("/tmp/pid");
@@ -183,7 +183,7 @@ TEST(SourceRsync, SecondStartReplacesTheFirstWithoutWaitingForIt) {
 
 TEST(SourceRsync, FinishEndsAServerThatStillRuns) {
   hostWithRsync(kSleeper).run([] {
-    Started source;
+    Sending source;
     EXPECT_EQ(source.startServer().code, 0);
     waitForFile("/tmp/pid");
     const int pid = pidIn("/tmp/pid");
@@ -196,7 +196,7 @@ TEST(SourceRsync, DestructionEndsAServerThatStillRuns) {
   hostWithRsync(kSleeper).run([] {
     int pid = 0;
     {
-      Started source;
+      Sending source;
       EXPECT_EQ(source.startServer().code, 0);
       waitForFile("/tmp/pid");
       pid = pidIn("/tmp/pid");
@@ -207,7 +207,7 @@ TEST(SourceRsync, DestructionEndsAServerThatStillRuns) {
 
 TEST(SourceFinish, WithoutAServerSucceeds) {
   serverHost().run([] {
-    Started source;
+    Sending source;
     EXPECT_EQ(source.request("finish").code, 0);
     EXPECT_EQ(Source().request("finish").code, 0);
   });

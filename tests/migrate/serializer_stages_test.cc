@@ -14,8 +14,8 @@ using testing::SizeIs;
 namespace {
 
 // Starts a source and forgets what that called.
-struct Started : Source {
-  Started(const ScratchHost& host, const ParamsPtr& params) {
+struct StartedSource : Source {
+  StartedSource(const ScratchHost& host, const ParamsPtr& params) {
     const Served served = start(params);
     EXPECT_EQ(served.code, 0) << served.text;
     host.clearCalls();
@@ -42,7 +42,7 @@ const char kExcludeCommand[] = "du -s -c  /proc/* /sys/* /var/log/lastlog /var/q
 TEST(StopServices, WithoutServicesSucceedsSilently) {
   ScratchHost host = serverHost();
   host.run([&] {
-    Started source(host, newParams());
+    StartedSource source(host, newParams());
     const Served served = source.request("stopServices");
     EXPECT_EQ(served.code, 0);
     EXPECT_THAT(served.lines, IsEmpty());
@@ -57,7 +57,7 @@ TEST(StopServices, RunsEachScriptInOrderWhateverComesOfIt) {
   host.tool("/etc/init.d/killed", {.script = "kill -KILL $$"});
   host.tool("/etc/init.d/a");
   host.run([&] {
-    Started source(host, withServices({{"b"}, {"gone"}, {"killed"}, {"a"}, {"b"}}));
+    StartedSource source(host, withServices({{"b"}, {"gone"}, {"killed"}, {"a"}, {"b"}}));
     ASSERT_EQ(unlink("/etc/init.d/gone"), 0);
     const Served served = source.request("stopServices");
     EXPECT_EQ(served.code, 0);
@@ -71,7 +71,7 @@ TEST(StopServices, RunsEachScriptInOrderWhateverComesOfIt) {
 TEST(ShutdownAndDestroy, SucceedWithoutTouchingTheSystem) {
   ScratchHost host = serverHost();
   host.run([&] {
-    Started source(host, newParams());
+    StartedSource source(host, newParams());
     for (const char* stage : {"shutdownSrcSrv", "destroySrcSrv"}) {
       const Served served = source.request(stage);
       EXPECT_EQ(served.code, 0);
@@ -87,7 +87,7 @@ TEST(DumpQuota, AnswersWithTheDumpOfTheRootFileSystem) {
   host.tool("/usr/sbin/repquota", {.script = "echo report $*"});
   host.tool("/usr/sbin/edquota", {.script = "echo table $*"});
   host.run([&] {
-    Started source(host, newParams());
+    StartedSource source(host, newParams());
     const Served served = source.request("dumpQuota");
     EXPECT_EQ(served.code, 0) << served.text;
     EXPECT_THAT(served.lines, ElementsAre("Dumping quota..."));
@@ -106,7 +106,7 @@ TEST(DumpQuota, WithoutQuotasTheSectionsAreEmpty) {
   ScratchHost host = serverHost();
   host.file("/etc/mtab", "/dev/gone / ext3 rw 0 0\n");
   host.run([&] {
-    Started source(host, newParams());
+    StartedSource source(host, newParams());
     EXPECT_EQ(source.request("dumpQuota").quota(), "limits 0 0\ngraces 0 0\n\n");
   });
 }
@@ -117,7 +117,7 @@ TEST(DumpQuota, QuotasOfUsersAloneFillBothSections) {
   host.tool("/usr/sbin/repquota", {.script = "echo report $*"});
   host.tool("/usr/sbin/edquota", {.script = "echo table $*"});
   host.run([&] {
-    Started source(host, newParams());
+    StartedSource source(host, newParams());
     EXPECT_EQ(source.request("dumpQuota").quota(),
               "limits 0 13\ngraces 13 13\n\nreport -un /\ntable -utf /\n");
   });
@@ -129,7 +129,7 @@ TEST(DumpQuota, SilentToolsGiveAHeaderAlone) {
   host.tool("/usr/sbin/repquota", {.script = ":"});
   host.tool("/usr/sbin/edquota", {.script = ":"});
   host.run([&] {
-    Started source(host, newParams());
+    StartedSource source(host, newParams());
     EXPECT_EQ(source.request("dumpQuota").quota(), "limits 0 0\ngraces 0 0\n\n");
     EXPECT_THAT(host.calls(), SizeIs(4));
   });
@@ -155,7 +155,7 @@ TEST(UsageDiskSpace, IsTheTotalLessTheExcludedPaths) {
   host.tool(kDu, du("1000\\t/\\n", "10\\t/proc\\n20\\t/sys\\n30\\ttotal\\n"));
   host.dir("/sys").file("/sys/a b", "").file("/sys/c", "");
   host.run([&] {
-    Started source(host, newParams());
+    StartedSource source(host, newParams());
     const Served served = source.request("getUsageDiskSpace");
     EXPECT_EQ(served.code, 0) << served.text;
     EXPECT_EQ(served.bytes(), 970 * 1024);
@@ -210,7 +210,7 @@ TEST(UsageDiskSpace, PositionOfTheFirstOutputServesTheSecond) {
   ScratchHost host = serverHost();
   host.tool(kDu, du("  1000\\t/\\n", "5 7 total\\n"));
   host.run([&] {
-    Started source(host, newParams());
+    StartedSource source(host, newParams());
     EXPECT_EQ(source.request("getUsageDiskSpace").bytes(), 993 * 1024);
   });
 }
@@ -222,7 +222,7 @@ TEST(UsageDiskSpace, WarningsOfDuAreNoFailure) {
   tool.err = "du: cannot read directory\n";
   host.tool(kDu, tool);
   host.run([&] {
-    Started source(host, newParams());
+    StartedSource source(host, newParams());
     EXPECT_EQ(source.request("getUsageDiskSpace").bytes(), 970 * 1024);
   });
 }
@@ -231,7 +231,7 @@ TEST(UsageDiskSpace, DuWithoutOutputIsAnError) {
   ScratchHost host = serverHost();
   host.tool(kDu, {.err = "du: broken\n"});
   host.run([&] {
-    Started source(host, newParams());
+    StartedSource source(host, newParams());
     const Served served = source.request("getUsageDiskSpace");
     EXPECT_EQ(served.code, -1);
     EXPECT_EQ(served.text, "Error get output 'du -s /':\ndu: broken\n");
@@ -243,7 +243,7 @@ TEST(UsageDiskSpace, DuThatGivesUpOnceIsAskedAgain) {
   ScratchHost host = serverHost();
   host.tool(kDu, {.script = "if [ -e /tmp/again ]; then echo 1; else touch /tmp/again; fi"});
   host.run([&] {
-    Started source(host, newParams());
+    StartedSource source(host, newParams());
     EXPECT_EQ(source.request("getUsageDiskSpace").code, 0);
   });
 }
@@ -252,7 +252,7 @@ TEST(UsageDiskSpace, SecondDuWithoutOutputIsAnErrorToo) {
   ScratchHost host = serverHost();
   host.tool(kDu, {.script = "if [ $# = 2 ]; then echo 1; else echo no >&2; fi"});
   host.run([&] {
-    Started source(host, newParams());
+    StartedSource source(host, newParams());
     EXPECT_EQ(source.request("getUsageDiskSpace").text,
               "Error get output '" + std::string(kExcludeCommand) + "':\nno\n");
   });
@@ -266,7 +266,7 @@ TEST(UsageDiskSpace, UnitsOfTheEnvironmentDoNotMislead) {
   host.run([&] {
     for (const char* name : {"DU_BLOCK_SIZE", "BLOCK_SIZE", "BLOCKSIZE", "POSIXLY_CORRECT"}) {
       setenv(name, "1", 1);
-      Started source(host, newParams());
+      StartedSource source(host, newParams());
       EXPECT_EQ(source.request("getUsageDiskSpace").bytes(), 3 * 1024) << name;
       EXPECT_STREQ(getenv(name), "1");
       unsetenv(name);
@@ -277,7 +277,7 @@ TEST(UsageDiskSpace, UnitsOfTheEnvironmentDoNotMislead) {
 TEST(UsageDiskSpace, RunnerThatCannotForkFailsTheStageAndNotTheAgent) {
   ScratchHost host = serverHost();
   host.run([&] {
-    Started source(host, newParams());
+    StartedSource source(host, newParams());
     failForks();
     const Served served = source.request("getUsageDiskSpace");
     EXPECT_EQ(served.code, -1);

@@ -15,6 +15,7 @@
 #include "host/state.h"
 #include "host/text.h"
 #include "node/private_area.h"
+#include "node_test/container_101.h"
 #include "support/scratch_host.h"
 
 namespace {
@@ -22,12 +23,11 @@ namespace {
 using host::Error;
 using host::ExitCode;
 using node::Outcome;
+using node_test::kArea;
+using node_test::kConf;
+using node_test::kRoot;
 using test_support::ScratchHost;
 using testing::HasSubstr;
-
-constexpr char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
-constexpr char kRoot[] = "/var/lib/qx/root/101";
-constexpr char kArea[] = "/var/lib/qx/private/101";
 
 ScratchHost hostWithContainer(const std::string& config = "") {
   ScratchHost host;

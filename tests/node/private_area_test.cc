@@ -22,7 +22,7 @@ using test_support::ScratchHost;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr char kArea[] = "/vz/private/101";
+constexpr char kElsewhere[] = "/vz/private/101";
 
 ExitCode codeOf(const std::function<void()>& action) {
   try {
@@ -44,25 +44,25 @@ mode_t modeOf(const std::string& path) {
 node::Container container() {
   node::Container made;
   made.id = 101;
-  made.privateArea = kArea;
+  made.privateArea = kElsewhere;
   return made;
 }
 
 TEST(MakePrivateArea, HasFixedModesWhateverTheUmask) {
   ScratchHost().run([] {
     umask(077);
-    node::makePrivateArea(kArea);
-    EXPECT_EQ(modeOf(kArea), 0700u);
-    EXPECT_EQ(modeOf(std::string(kArea) + "/fs"), 0755u);
+    node::makePrivateArea(kElsewhere);
+    EXPECT_EQ(modeOf(kElsewhere), 0700u);
+    EXPECT_EQ(modeOf(std::string(kElsewhere) + "/fs"), 0755u);
   });
 }
 
 TEST(MakePrivateArea, CompletesWhatAnInterruptedRunLeft) {
   for (const char* left : {"/vz/private/101", "/vz/private/101/fs"}) {
     ScratchHost().dir(left, 0711).run([] {
-      node::makePrivateArea(kArea);
-      EXPECT_EQ(modeOf(kArea), 0700u);
-      EXPECT_EQ(modeOf(std::string(kArea) + "/fs"), 0755u);
+      node::makePrivateArea(kElsewhere);
+      EXPECT_EQ(modeOf(kElsewhere), 0700u);
+      EXPECT_EQ(modeOf(std::string(kElsewhere) + "/fs"), 0755u);
     });
   }
 }
@@ -71,7 +71,7 @@ TEST(MakePrivateArea, RefusesWhatHoldsAnythingOrIsAFile) {
   for (const char* file : {"/vz/private/101/fs/etc/passwd", "/vz/private/101/other",
                            "/vz/private/101/fs", "/vz/private/101"}) {
     ScratchHost().file(file, "kept").run([file] {
-      EXPECT_EQ(codeOf([] { node::makePrivateArea(kArea); }), ExitCode::kExists);
+      EXPECT_EQ(codeOf([] { node::makePrivateArea(kElsewhere); }), ExitCode::kExists);
       EXPECT_EQ(test_support::readFile(file), "kept");
     });
   }
@@ -100,10 +100,10 @@ TEST(PrivateAreaFromTemplate, CopiesADirectoryWithModesAndLinks) {
       .symlink("/var/lib/qx/template/base/bin", "usr/bin")
       .run([] {
         node::makePrivateAreaFromTemplate(container(), ".base");
-        EXPECT_EQ(modeOf(std::string(kArea) + "/fs/usr/bin/tool"), 04755u);
-        EXPECT_EQ(test_support::readFile(std::string(kArea) + "/fs/bin/tool"), "text");
-        EXPECT_EQ(test_support::readFile(std::string(kArea) + "/.ostemplate"), ".base");
-        EXPECT_EQ(modeOf(kArea), 0700u);
+        EXPECT_EQ(modeOf(std::string(kElsewhere) + "/fs/usr/bin/tool"), 04755u);
+        EXPECT_EQ(test_support::readFile(std::string(kElsewhere) + "/fs/bin/tool"), "text");
+        EXPECT_EQ(test_support::readFile(std::string(kElsewhere) + "/.ostemplate"), ".base");
+        EXPECT_EQ(modeOf(kElsewhere), 0700u);
         EXPECT_THAT(node::listDirectory("/vz/private"), ElementsAre("101"));
       });
 }
@@ -115,8 +115,8 @@ TEST(PrivateAreaFromTemplate, UnpacksArchives) {
     ScratchHost().file("/in/etc/motd", "hello", 0640).dir("/var/lib/qx/template").run([command] {
       ASSERT_EQ(system(command), 0);
       node::makePrivateAreaFromTemplate(container(), "base");
-      EXPECT_EQ(test_support::readFile(std::string(kArea) + "/fs/etc/motd"), "hello");
-      EXPECT_EQ(modeOf(std::string(kArea) + "/fs/etc/motd"), 0640u);
+      EXPECT_EQ(test_support::readFile(std::string(kElsewhere) + "/fs/etc/motd"), "hello");
+      EXPECT_EQ(modeOf(std::string(kElsewhere) + "/fs/etc/motd"), 0640u);
     });
   }
 }
@@ -135,10 +135,10 @@ TEST(PrivateAreaFromTemplate, BrokenArchiveLeavesNoPrivateArea) {
 }
 
 TEST(PrivateAreaFromTemplate, ExistingPrivateAreaIsLeftAlone) {
-  ScratchHost().dir("/var/lib/qx/template/base").dir(kArea).run([] {
+  ScratchHost().dir("/var/lib/qx/template/base").dir(kElsewhere).run([] {
     EXPECT_EQ(codeOf([] { node::makePrivateAreaFromTemplate(container(), "base"); }),
               ExitCode::kExists);
-    EXPECT_TRUE(node::listDirectory(kArea).empty());
+    EXPECT_TRUE(node::listDirectory(kElsewhere).empty());
   });
 }
 
@@ -148,7 +148,7 @@ TEST(PrivateAreaFromTemplate, LeftoverOfAKilledRunIsReplaced) {
       .file("/vz/private/101.creating/fs/old", "")
       .run([] {
         node::makePrivateAreaFromTemplate(container(), "base");
-        EXPECT_THAT(node::listDirectory(std::string(kArea) + "/fs"), ElementsAre("new"));
+        EXPECT_THAT(node::listDirectory(std::string(kElsewhere) + "/fs"), ElementsAre("new"));
         EXPECT_THAT(node::listDirectory("/vz/private"), ElementsAre("101"));
       });
 }
@@ -159,14 +159,14 @@ TEST(RemovePrivateArea, RemovesAllThatBelongsThere) {
       .file("/vz/private/101/.ostemplate", "")
       .file("/vz/private/101/.qx-quota", "")
       .run([] {
-        node::removePrivateArea(kArea);
-        EXPECT_FALSE(node::exists(kArea));
+        node::removePrivateArea(kElsewhere);
+        EXPECT_FALSE(node::exists(kElsewhere));
       });
 }
 
 TEST(RemovePrivateArea, DirectoryThatIsNoPrivateAreaIsKeptWhole) {
   ScratchHost().file("/vz/private/101/fs/x", "").file("/vz/private/101/mail", "").run([] {
-    EXPECT_EQ(codeOf([] { node::removePrivateArea(kArea); }), ExitCode::kBadConfig);
+    EXPECT_EQ(codeOf([] { node::removePrivateArea(kElsewhere); }), ExitCode::kBadConfig);
     EXPECT_TRUE(node::exists("/vz/private/101/fs/x"));
   });
 }
@@ -174,7 +174,7 @@ TEST(RemovePrivateArea, DirectoryThatIsNoPrivateAreaIsKeptWhole) {
 TEST(RemovePrivateArea, MountInsideIsRefusedAndItsFilesStay) {
   ScratchHost().dir("/vz/private/101/fs/mnt").file("/data/precious", "").run([] {
     ASSERT_EQ(mount("/data", "/vz/private/101/fs/mnt", nullptr, MS_BIND, nullptr), 0);
-    EXPECT_EQ(codeOf([] { node::removePrivateArea(kArea); }), ExitCode::kBusy);
+    EXPECT_EQ(codeOf([] { node::removePrivateArea(kElsewhere); }), ExitCode::kBusy);
     EXPECT_TRUE(node::exists("/data/precious"));
   });
 }

@@ -8,6 +8,7 @@
 
 #include "host/error.h"
 #include "host/file.h"
+#include "node_test/container_101.h"
 #include "support/scratch_host.h"
 
 namespace {
@@ -16,12 +17,11 @@ using node::Error;
 using node::ExitCode;
 using node::QuotaExit;
 using node::QuotaKind;
+using node_test::kArea;
+using node_test::kConf;
 using test_support::ScratchHost;
 using testing::HasSubstr;
 using testing::Not;
-
-constexpr char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
-constexpr char kArea[] = "/var/lib/qx/private/101";
 
 QuotaExit quota(const std::vector<std::string>& arguments, std::string* output = nullptr) {
   std::string text;

@@ -16,6 +16,7 @@
 #include "host/file.h"
 #include "host/mounts.h"
 #include "host/text.h"
+#include "node_test/container_101.h"
 #include "node_test/system_tree.h"
 #include "support/scratch_host.h"
 
@@ -23,14 +24,14 @@ namespace {
 
 using node::Error;
 using node::ExitCode;
+using node_test::kConf;
+using node_test::kTree;
 using test_support::ScratchHost;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-constexpr char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
-constexpr char kTree[] = "/var/lib/qx/private/101/fs";
 constexpr char kScript[] = "/tmp/script";
 
 struct ScriptRun {

@@ -23,6 +23,7 @@
 #include "node/ext4_image.h"
 #include "node/private_area.h"
 #include "node/report.h"
+#include "node_test/container_101.h"
 #include "node_test/system_tree.h"
 #include "support/scratch_host.h"
 
@@ -31,6 +32,10 @@ namespace {
 using node::Error;
 using node::ExitCode;
 using node::Storage;
+using node_test::kArea;
+using node_test::kConf;
+using node_test::kRoot;
+using node_test::kTree;
 using node_test::runTool;
 using node_test::toolPath;
 using node_test::ToolResult;
@@ -40,10 +45,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-constexpr char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
-constexpr char kArea[] = "/var/lib/qx/private/101";
-constexpr char kTree[] = "/var/lib/qx/private/101/fs";
-constexpr char kRoot[] = "/var/lib/qx/root/101";
 constexpr char kImage[] = "/var/lib/qx/private/101/.qx-image";
 
 std::string errorOf(const std::function<void()>& action, ExitCode expected) {
@@ -259,6 +260,23 @@ TEST_F(ImageTest, InUseElsewhereForGoodIsNotMountedWithItsOldSize) {
     shell("umount /elsewhere");
     EXPECT_EQ(qxctl({"mount", "101"}).err, "");
     EXPECT_EQ(node::imageSize(kArea), 128ULL << 20);
+    qxctl({"umount", "101"});
+  });
+}
+
+TEST_F(ImageTest, ThatIsMountedGrowsWhenMountedAgain) {
+  host().run([] {
+    showDevices();
+    ASSERT_EQ(runTool({toolPath("mkqxfs"), kArea}).status, 0);
+    ASSERT_EQ(qxctl({"mount", "101"}).status, 0);
+    EXPECT_FALSE(node::growsWhenMounted(node::loadContainer(101)));
+    qxctl({"set", "101", "DISKSPACE=131072:131072"});
+    EXPECT_TRUE(node::growsWhenMounted(node::loadContainer(101)));
+    qxctl({"umount", "101"});
+    EXPECT_FALSE(node::growsWhenMounted(node::loadContainer(101)));
+    EXPECT_EQ(qxctl({"mount", "101"}).err, "");
+    EXPECT_EQ(node::imageSize(kArea), 128ULL << 20);
+    EXPECT_FALSE(node::growsWhenMounted(node::loadContainer(101)));
     qxctl({"umount", "101"});
   });
 }

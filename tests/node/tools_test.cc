@@ -14,11 +14,13 @@
 #include "host/migration_journal.h"
 #include "host/mounts.h"
 #include "host/text.h"
+#include "node_test/container_101.h"
 #include "node_test/system_tree.h"
 #include "support/scratch_host.h"
 
 namespace {
 
+using node_test::kConf;
 using node_test::runTool;
 using node_test::ToolResult;
 using test_support::ScratchHost;
@@ -26,8 +28,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-
-constexpr char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
 
 template <class... Arguments>
 ToolResult qxctl(const Arguments&... arguments) {

@@ -100,9 +100,9 @@ TEST(CommandLine, MessagesNameTheBadDescriptor) {
        "rsync: the value 'five' of --fdin is not a file descriptor number\n"},
       {{"--fdin", "0"}, "rsync: --fdin is given without --fdout\n"},
       {{"--fdin", "77", "--fdout", "1"},
-       "rsync: the value 77 of --fdin is not an open file descriptor\n"},
+       "rsync: the value '77' of --fdin is not an open file descriptor\n"},
       {{"--fdin", "0", "--fdout=78"},
-       "rsync: the value 78 of --fdout is not an open file descriptor\n"},
+       "rsync: the value '78' of --fdout is not an open file descriptor\n"},
   };
   for (const auto& wanted : cases) {
     std::vector<std::string> command = {builtRsync(), "-a", "0.0.0.0:/", "/nowhere"};
@@ -121,7 +121,7 @@ TEST(CommandLine, DescriptorOpenTheWrongWayIsRefused) {
   run.inherit(channel.client.out.get());
   run.start();
   EXPECT_EQ(run.exitStatus(10), 1);
-  EXPECT_EQ(run.err(), "rsync: the value " + in + " of --fdin is not open for reading\n");
+  EXPECT_EQ(run.err(), "rsync: the value '" + in + "' of --fdin is not open for reading\n");
 }
 
 TEST(CommandLine, StockBesideTheProgramIsPreferred) {
@@ -184,7 +184,7 @@ TEST(Peer, ThatIsNotThisProgramIsAProtocolError) {
   for (const std::vector<std::string>& command : {client, serverCommand}) {
     EXPECT_EQ(peerSays("SSH-2.0-OpenSSH_9.2\r\n", command, &status),
               "rsync: the other end of the data channel does not run this version of this program: "
-              "\"SSH-2.0-OpenSSH_9.2\\x0d\"\n");
+              "\"SSH-2.0-OpenSSH_9.2\\r\"\n");
     EXPECT_EQ(status, 12);
     EXPECT_EQ(peerSays("QXRSYNC 1 AX 0\n", command, &status),
               "rsync: the other end of the data channel does not run this version of this program: "

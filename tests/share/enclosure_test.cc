@@ -222,7 +222,7 @@ TEST_F(Enclosure, HoldsTheEngineToo) {
 
 TEST_F(Enclosure, DestinationThatCannotBeMadeIsNamed) {
   EXPECT_EQ(runWith(builtRsync(), tree_.path("no/such/place"), &said_), 3);
-  EXPECT_EQ(said_, "rsync: cannot make the directory '" + tree_.path("no/such/place") +
+  EXPECT_EQ(said_, "rsync: cannot create the directory '" + tree_.path("no/such/place") +
                        "': No such file or directory\n");
 }
 
@@ -235,15 +235,16 @@ TEST_F(Enclosure, TheReserveOfTheDiskStopsTheCopy) {
   ::unsetenv("QX_RSYNC_RESERVE");
   ::unsetenv("QX_RSYNC_RESERVE_OF");
   EXPECT_EQ(status, 11);
-  EXPECT_THAT(said_, testing::MatchesRegex(
-                         "rsync: the copy was stopped before the disk is full: [0-9]+ MiB are "
-                         "free at '" +
-                         to_ + "', and [0-9]+ MiB .100 %. are its reserve\n"));
+  EXPECT_THAT(said_,
+              testing::MatchesRegex(
+                  "rsync: the copy was stopped before the disk was full: only [0-9]+ MiB are "
+                  "free at '" +
+                  to_ + "', and [0-9]+ MiB .100 %. must stay free\n"));
 }
 
 TEST_F(Enclosure, AReserveThatIsNoneIsNamed) {
   ::setenv("QX_RSYNC_RESERVE", "lots", 1);
   EXPECT_EQ(runWith(builtRsync(), to_, &said_), 1);
   ::unsetenv("QX_RSYNC_RESERVE");
-  EXPECT_EQ(said_, "rsync: 'lots' in QX_RSYNC_RESERVE is not a number of percent\n");
+  EXPECT_EQ(said_, "rsync: 'lots' in QX_RSYNC_RESERVE is not a percentage from 0 to 100\n");
 }

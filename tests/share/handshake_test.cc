@@ -16,10 +16,10 @@ const Offer everything{.acls = true, .xattrs = true, .descriptors = true, .usedB
 
 // What the exchange makes of these bytes, after which the channel is closed.
 std::string afterHearing(const std::string& bytes) {
-  DescriptorPair in = makePipe();
-  const DescriptorPair out = makePipe();
+  host::FdPair in = makePipe();
+  const host::FdPair out = makePipe();
   EXPECT_EQ(::write(in.second.get(), bytes.data(), bytes.size()), bytes.size());
-  in.second.close();
+  in.second.reset();
   try {
     exchangeOffers(in.first.get(), out.second.get(), everything, Deadline(std::chrono::seconds(5)));
   } catch (const Failure& failure) {
@@ -73,8 +73,8 @@ TEST(Handshake, CapabilitiesArePlainWordsOnly) {
 }
 
 TEST(Handshake, OnlyWhatBothHaveIsAgreedAndNothingBeyondTheLineIsTaken) {
-  const DescriptorPair in = makePipe();
-  const DescriptorPair out = makePipe();
+  const host::FdPair in = makePipe();
+  const host::FdPair out = makePipe();
   const std::string heard = "QXRSYNC 2 X 77\nrest";
   ASSERT_EQ(::write(in.second.get(), heard.data(), heard.size()), heard.size());
   const Deadline deadline(std::chrono::seconds(5));
@@ -93,15 +93,15 @@ TEST(Handshake, StrangersAreQuotedInPrintableForm) {
   EXPECT_EQ(afterHearing("QXR"), "the other end of the data channel closed it after \"QXR\"");
   EXPECT_EQ(afterHearing(std::string("\x1f\0\xff\\\n", 5)),
             "the other end of the data channel does not run this version of this program: "
-            "\"\\x1f\\x00\\xff\\x5c\"");
+            "\"\\x1f\\x00\\xff\\\"");
   EXPECT_EQ(afterHearing(std::string(100000 / 2, 'x')),
             "the other end of the data channel does not run this program: \"" +
                 std::string(60, 'x') + "...\"");
 }
 
 TEST(Handshake, SilenceEndsAtTheDeadline) {
-  const DescriptorPair in = makePipe();
-  const DescriptorPair out = makePipe();
+  const host::FdPair in = makePipe();
+  const host::FdPair out = makePipe();
   try {
     exchangeOffers(in.first.get(), out.second.get(), everything,
                    Deadline(std::chrono::milliseconds(50)));
@@ -113,15 +113,15 @@ TEST(Handshake, SilenceEndsAtTheDeadline) {
 }
 
 TEST(Handshake, StreamsAreHandedOverOnASocket) {
-  const DescriptorPair sockets = makeSocketPair();
-  const DescriptorPair stream = makePipe();
+  const host::FdPair sockets = makeSocketPair();
+  const host::FdPair stream = makePipe();
   const int client = sockets.first.get();
   EXPECT_TRUE(carriesDescriptors(client, client));
   EXPECT_FALSE(carriesDescriptors(client, stream.second.get()));
   const Deadline deadline(std::chrono::seconds(5));
   bool taken = false;
   std::thread clientSide([&] {
-    const Channel channel{Descriptor(::dup(client)), Descriptor(::dup(client))};
+    const Channel channel{host::Fd(::dup(client)), host::Fd(::dup(client))};
     taken = handOverStreams(channel, stream.first.get(), stream.second.get(), deadline);
   });
   const std::optional<Channel> streams =
@@ -136,7 +136,7 @@ TEST(Handshake, StreamsAreHandedOverOnASocket) {
 }
 
 TEST(Handshake, AByteWithoutStreamsIsRefused) {
-  const DescriptorPair sockets = makeSocketPair();
+  const host::FdPair sockets = makeSocketPair();
   ASSERT_EQ(::write(sockets.first.get(), "", 1), 1);
   EXPECT_FALSE(
       takeStreams(sockets.second.get(), sockets.second.get(), Deadline(std::chrono::seconds(5))));

@@ -10,8 +10,8 @@
 
 #include "support/temp_tree.h"
 
-using qxrsync::Descriptor;
-using qxrsync::DescriptorPair;
+using host::Fd;
+using host::FdPair;
 using qxrsync::makePipe;
 using qxrsync::makeSocketPair;
 using qxrsync::Pump;
@@ -29,7 +29,7 @@ std::string sample(size_t size) {
 
 // Pushes bytes into the source and takes what comes out of the sink, polling as
 // the joiner does.
-std::string pumped(DescriptorPair source, DescriptorPair sink, const std::string& bytes) {
+std::string pumped(host::FdPair source, host::FdPair sink, const std::string& bytes) {
   setNonBlocking(source.second.get(), true);
   setNonBlocking(sink.first.get(), true);
   Pump pump(source.first.get(), sink.second.get());
@@ -37,17 +37,17 @@ std::string pumped(DescriptorPair source, DescriptorPair sink, const std::string
   size_t sent = 0;
   char buffer[10000];
   while (!pump.done()) {
-    if (source.second.open()) {
+    if (source.second) {
       const ssize_t count = ::write(source.second.get(), bytes.data() + sent,
                                     std::min<size_t>(bytes.size() - sent, 30000));
       if (count > 0) sent += static_cast<size_t>(count);
-      if (sent == bytes.size()) source.second.close();
+      if (sent == bytes.size()) source.second.reset();
     }
     pump.move();
     const ssize_t count = ::read(sink.first.get(), buffer, sizeof buffer);
     if (count > 0) arrived.append(buffer, static_cast<size_t>(count));
   }
-  sink.second.close();
+  sink.second.reset();
   ssize_t count = 0;
   while ((count = ::read(sink.first.get(), buffer, sizeof buffer)) > 0)
     arrived.append(buffer, static_cast<size_t>(count));
@@ -65,8 +65,8 @@ TEST(Pump, BetweenAllKindsOfStreamsBytesArriveInOrder) {
 }
 
 TEST(Pump, NothingToMoveWaitsForTheSource) {
-  const DescriptorPair source = makePipe();
-  const DescriptorPair sink = makeSocketPair();
+  const host::FdPair source = makePipe();
+  const host::FdPair sink = makeSocketPair();
   Pump pump(source.first.get(), sink.second.get());
   pump.move();
   EXPECT_FALSE(pump.done());
@@ -76,8 +76,8 @@ TEST(Pump, NothingToMoveWaitsForTheSource) {
 }
 
 TEST(Pump, FullSinkIsWaitedForAfterTheSourceDidNotHelp) {
-  const DescriptorPair source = makePipe();
-  const DescriptorPair sink = makePipe();
+  const host::FdPair source = makePipe();
+  const host::FdPair sink = makePipe();
   setNonBlocking(sink.second.get(), true);
   const std::string fill = sample(4096);
   while (::write(sink.second.get(), fill.data(), fill.size()) > 0) {
@@ -92,10 +92,10 @@ TEST(Pump, FullSinkIsWaitedForAfterTheSourceDidNotHelp) {
 }
 
 TEST(Pump, ClosedSinkEndsIt) {
-  const DescriptorPair source = makePipe();
-  DescriptorPair sink = makeSocketPair();
+  const host::FdPair source = makePipe();
+  host::FdPair sink = makeSocketPair();
   Pump pump(source.first.get(), sink.second.get());
-  sink.first.close();
+  sink.first.reset();
   ASSERT_EQ(::write(source.second.get(), "x", 1), 1);
   ::signal(SIGPIPE, SIG_IGN);
   pump.move();
@@ -108,11 +108,11 @@ TEST(Pump, WhatCannotBeSplicedIsCopied) {
   const std::string bytes = sample(3'000'000);
   // An appending file refuses to be spliced into.
   const std::string path = tree.path("sink");
-  const Descriptor sink(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
-  ASSERT_TRUE(sink.open());
+  const host::Fd sink(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+  ASSERT_TRUE(sink);
   for (const bool socket : {false, true}) {
     ASSERT_EQ(::ftruncate(sink.get(), 0), 0);
-    DescriptorPair source = socket ? makeSocketPair() : makePipe();
+    host::FdPair source = socket ? makeSocketPair() : makePipe();
     setNonBlocking(source.second.get(), true);
     Pump pump(source.first.get(), sink.get());
     for (size_t sent = 0; sent < bytes.size();) {
@@ -120,7 +120,7 @@ TEST(Pump, WhatCannotBeSplicedIsCopied) {
       if (count > 0) sent += static_cast<size_t>(count);
       pump.move();
     }
-    source.second.close();
+    source.second.reset();
     while (!pump.done()) pump.move();
     EXPECT_TRUE(test_support::readFile(path) == bytes);
   }

@@ -35,10 +35,12 @@ MAY_SEE["agent/verify"].append("share")
 FOLDERS = [*MAY_SEE, "framework"]
 
 
-def options_of(folder, commands, top):
+def options_of(folder, commands, places):
+    """The include options of a folder's sources, or of those that the build made of them."""
     for command in commands:
         path = pathlib.Path(command["file"])
-        if path.is_relative_to(top / folder) and not path.name.endswith("_main.cc"):
+        if any(path.is_relative_to(place / folder) for place in places) and \
+                not path.name.endswith("_main.cc"):
             words = shlex.split(command["command"])
             includes = []
             for i, word in enumerate(words):
@@ -63,11 +65,12 @@ def found_headers(headers, options):
 def main():
     commands = json.loads(pathlib.Path(sys.argv[1]).read_text())
     top = pathlib.Path(sys.argv[2]).resolve()
+    places = [top, pathlib.Path(sys.argv[1]).resolve().parent]
     bad = looked = 0
     for folder, seen in MAY_SEE.items():
         others = {str(next((top / other).rglob("*.h")).relative_to(top)): other
                   for other in FOLDERS if other != folder}
-        found = found_headers(others, options_of(folder, commands, top))
+        found = found_headers(others, options_of(folder, commands, places))
         for header, other in others.items():
             looked += 1
             if (header in found) != (other in seen):

@@ -22,10 +22,7 @@ silence_boot_hooks() {
 fix_network() {
     [ -n "$NETIF" ] || return 0
     if [ -L /etc/systemd/system/multi-user.target.wants/NetworkManager.service ]; then
-        mkdir -p /etc/NetworkManager/system-connections
-        set_others_aside /etc/NetworkManager/system-connections/*
-        each_interface network_manager_file
-        wait_for_network NetworkManager-wait-online.service
+        use_network_manager
         return 0
     fi
     # Programs that would give the interfaces other addresses.
@@ -34,10 +31,7 @@ fix_network() {
         /etc/systemd/system/multi-user.target.wants/dhcpcd@*.service; do
         [ ! -L "$link" ] || set_aside "$link"
     done
-    mkdir -p /etc/systemd/network
-    set_others_aside /etc/systemd/network/*
-    each_interface networkd_file
-    wait_for_network systemd-networkd-wait-online.service
+    use_networkd
     enable_unit systemd-networkd.service
 }
 

@@ -90,16 +90,11 @@ fix_network() {
         } | replace /etc/network/interfaces 0644
         ;;
     networkd)
-        mkdir -p /etc/systemd/network
-        set_others_aside /etc/systemd/network/*
-        each_interface networkd_file
-        wait_for_network systemd-networkd-wait-online.service
+        use_networkd
         enable_unit systemd-networkd.service
         ;;
     network_manager)
-        set_others_aside /etc/NetworkManager/system-connections/*
-        each_interface network_manager_file
-        wait_for_network NetworkManager-wait-online.service
+        use_network_manager
         ;;
     esac
 }

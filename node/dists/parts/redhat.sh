@@ -115,10 +115,7 @@ uses_ifcfg() {
 fix_network() {
     [ -n "$NETIF" ] || return 0
     if [ -L /etc/systemd/system/multi-user.target.wants/systemd-networkd.service ]; then
-        mkdir -p /etc/systemd/network
-        set_others_aside /etc/systemd/network/*
-        each_interface networkd_file
-        wait_for_network systemd-networkd-wait-online.service
+        use_networkd
     elif uses_ifcfg; then
         for file in /etc/sysconfig/network-scripts/ifcfg-* \
             /etc/sysconfig/network-scripts/route*-*; do
@@ -132,10 +129,7 @@ fix_network() {
             { print }'
         each_interface ifcfg_file
     else
-        mkdir -p /etc/NetworkManager/system-connections
-        set_others_aside /etc/NetworkManager/system-connections/*
-        each_interface network_manager_file
-        wait_for_network NetworkManager-wait-online.service
+        use_network_manager
         enable_unit NetworkManager.service
     fi
 }

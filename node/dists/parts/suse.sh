@@ -56,10 +56,7 @@ ifcfg_file() {
 fix_network() {
     [ -n "$NETIF" ] || return 0
     if [ -L /etc/systemd/system/multi-user.target.wants/NetworkManager.service ]; then
-        mkdir -p /etc/NetworkManager/system-connections
-        set_others_aside /etc/NetworkManager/system-connections/*
-        each_interface network_manager_file
-        wait_for_network NetworkManager-wait-online.service
+        use_network_manager
         return 0
     fi
     mkdir -p /etc/sysconfig/network

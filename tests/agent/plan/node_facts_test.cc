@@ -218,6 +218,9 @@ TEST(NodeFacts, AnUnprivilegedContainerHasFewerIds) {
     EXPECT_EQ(factsWith("UNPRIVILEGED=\"no\"\n").ids, 0);
     EXPECT_EQ(factsWith().storage, "ext4");
     EXPECT_EQ(factsWith("STORAGE=\"btrfs\"\n").storage, "btrfs");
+    EXPECT_FALSE(factsWith().quotasOff);
+    write("/etc/qx/qx.conf", "DISK_QUOTA=no\n");
+    EXPECT_TRUE(factsWith().quotasOff);
   });
 }
 

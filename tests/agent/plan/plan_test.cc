@@ -199,6 +199,11 @@ TEST(Plan, DiskQuotasThatDoNotArriveAreNamed) {
   expectFinding(facts, Severity::kWarning,
                 "Disk limits of users and groups are kept with the container and not enforced: "
                 "the node's STORAGE is 'directory', and only ext4 can.");
+  facts.node.quotasOff = true;
+  expectFinding(
+      facts, Severity::kBlock,
+      "The server's disk quotas are on, and the container takes none: DISK_QUOTA is 'no' "
+      "on the node. Take it out there, or turn the server's quotas off (quotaoff -ug /).");
 }
 
 TEST(Plan, LimitsOfOwnersOfNothingAreAdded) {

@@ -30,7 +30,7 @@ slow_source 1 20000
 migrate
 check_status 1
 check "the disk, what is free and the reserve are named" grep -Eq \
-  "^qxmigrate: stage 'rSync' failed: rsync failed \(code 2816\) : rsync: the copy was stopped before the disk is full: [0-9]+ MiB are free at '$private', and 2[0-9] MiB \(5 %\) are its reserve\$" \
+  "^qxmigrate: stage 'rSync' failed: rsync failed \(code 2816\) : rsync: the copy was stopped before the disk was full: only [0-9]+ MiB are free at '$private', and 2[0-9] MiB \(5 %\) must stay free\$" \
   "$out"
 check_no "nothing met a full disk" grep "No space left" "$out"
 check_rolled_back
@@ -55,7 +55,7 @@ migrate
 fast_source
 check_status 1
 check "the inodes are named" grep -Eq \
-  "rsync: the copy was stopped before the disk has no inodes left: [0-9]+ are free at '$private', and [0-9]+ \(20 %\) are its reserve\$" \
+  "rsync: the copy was stopped before the disk ran out of inodes: only [0-9]+ are free at '$private', and [0-9]+ \(20 %\) must stay free\$" \
   "$out"
 check_rolled_back
 check_services_run
@@ -66,7 +66,7 @@ step "A reserve that is none is refused before anything is touched"
 echo 'RESERVE="much"' >>/etc/qx/qx.conf
 migrate
 check_status 1
-check_says "qxmigrate: RESERVE: 'much' is not a number of percent from 0 to 50"
+check_says "qxmigrate: RESERVE: 'much' is not a percentage from 0 to 50"
 sed -i '/^RESERVE=/d' /etc/qx/qx.conf
 
 step "Nor does a node without rsync make anything"

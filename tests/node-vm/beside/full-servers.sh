@@ -19,7 +19,7 @@ for server in bullseye bookworm trixie forky; do
     echo UNPRIVILEGED=$unprivileged >>/etc/qx/qx.conf" </dev/null
   began=$SECONDS
   status=0
-  on_node qxmigrate root@$server --ctid $ctid --hostname $server --ip $address/24 \
+  on_node qxmigrate root@$server --ctid $ctid --hostname $server --ip $address/24 --ip 2001:db8:2::$ctid/64 \
     --nameserver 192.0.2.53 --duration 1 --stop-service nginx --stop-service ticker \
     </dev/null >"$work/out" 2>&1 || status=$?
   check_status 0
@@ -30,6 +30,7 @@ for server in bullseye bookworm trixie forky; do
   check_equal "systemd is content" running "$(inside systemctl is-system-running 2>/dev/null || true)"
   check_no "no unit failed" inside systemctl list-units --failed --plain --no-legend --no-pager
   check "nginx shows the server's page" until_so 60 has_title
+  check "it answers by IPv6" until_so 30 ping -qc 1 -W 10 "2001:db8:2::$ctid"
   check "stop" on_node qxctl stop $ctid </dev/null
   check "destroy" on_node qxctl destroy $ctid </dev/null
   on_node mv /etc/qx/qx.conf.kept /etc/qx/qx.conf </dev/null

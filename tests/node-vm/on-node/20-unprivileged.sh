@@ -13,6 +13,7 @@ step "Start"
 make 202 OSTEMPLATE=small UNPRIVILEGED=yes NUMPROC=200:200
 check "start" up 202
 check_equal "its root is nobody here" 1000000 "$(stat -c %u "/proc/$(init_pid 202)")"
+check "AppArmor confines it" grep -q '(enforce)' "/proc/$(init_pid 202)/attr/current"
 check_equal "and root inside" 0 "$(inside 202 id -u)"
 check_equal "owners on disk are the container's while it runs" "0 1000" "$(owners)"
 check_equal "and inside" "0 1000" "$(inside 202 stat -c %u /etc/passwd /home | paste -sd' ')"

@@ -46,4 +46,7 @@ check "no memory" eval \
 capabilities=$(awk '/^CapBnd/ { print "0x" $2 }' "/proc/$(init_pid 205)/status")
 check "nor what modules, ports and the clock need" \
   test $((capabilities & (1 << 16 | 1 << 17 | 1 << 25))) = 0
+check "it still runs" inside 205 true
+echo h >/proc/sysrq-trigger
+check "the host's own key would have been seen" until_so 10 host_saw_key
 remove 205

@@ -255,7 +255,7 @@ TEST_F(HostileSender, HardLinkToOutsideIsNotMade) {
   });
   expectEnd(23);
   EXPECT_FALSE(fs::exists(at("got")));
-  EXPECT_NE(client_.err().find("'/got': cannot make the hard link"), std::string::npos);
+  EXPECT_NE(client_.err().find("'/got': cannot create the hard link"), std::string::npos);
 }
 
 TEST_F(HostileSender, FrameBeyondTheLimitTakesNoMemory) {
@@ -268,7 +268,7 @@ TEST_F(HostileSender, CompressedFrameBeyondTheLimitTakesNoMemory) {
   const std::string bomb("\x28\xb5\x2f\xfd\xe0\0\0\0\0\0\1\0\0\1\0\0", 16);
   std::string frame("\x10\0\0\0\2\0\1\0", 8);
   say(frame + bomb);
-  expectRefused("a compressed frame does not say how long it is, or is too long");
+  expectRefused("a compressed frame does not state its length, or is too long");
 }
 
 TEST_F(HostileSender, LengthsBeyondTheFrameAreRefused) {
@@ -300,13 +300,13 @@ TEST_F(HostileSender, DataOutsideOfTheirFileAreRefused) {
     engine::putFixed32(to, 2);
     to.append("ab");
   });
-  expectRefused("data lie outside of their file");
+  expectRefused("data are beyond the end of their file");
   EXPECT_FALSE(fs::exists(at("x")));
 }
 
 TEST_F(HostileSender, RecordsOutOfTurnAreRefused) {
   records([](Buffer& to) { whole(to, "x", "x"); });
-  expectRefused("a record needs a directory that was not begun");
+  expectRefused("a record is outside of a directory");
 }
 
 TEST_F(HostileSender, DamagedFileIsAskedForAgainAndThenAProblem) {
@@ -324,7 +324,7 @@ TEST_F(HostileSender, DamagedFileIsAskedForAgainAndThenAProblem) {
   EXPECT_EQ(engine::takeName(from), "x");
   records(put);
   expectEnd(23);
-  EXPECT_NE(client_.err().find("'/d/x': arrived damaged, twice"), std::string::npos);
+  EXPECT_NE(client_.err().find("'/d/x': was damaged in transit twice"), std::string::npos);
   EXPECT_FALSE(fs::exists(at("d/x")));
 }
 
@@ -333,7 +333,7 @@ TEST_F(HostileSender, MessageCannotReachTheTerminalRaw) {
   engine::putText(frame, "evil \x1b[2J\n text");
   send(Kind::kMessage, frame);
   expectEnd(0);
-  EXPECT_NE(client_.err().find("evil \\x1b[2J\\x0a text"), std::string::npos) << client_.err();
+  EXPECT_NE(client_.err().find("evil \\x1b[2J\\n text"), std::string::npos) << client_.err();
 }
 
 TEST_F(HostileSender, StreamThatEndsEarlyIsAnError) {

@@ -226,6 +226,20 @@ network_manager_file() {
         replace "/etc/NetworkManager/system-connections/qx-$1.nmconnection" 0600
 }
 
+# The container's interfaces by what the system has to set them up.
+use_networkd() {
+    mkdir -p /etc/systemd/network
+    set_others_aside /etc/systemd/network/*
+    each_interface networkd_file
+    wait_for_network systemd-networkd-wait-online.service
+}
+use_network_manager() {
+    mkdir -p /etc/NetworkManager/system-connections
+    set_others_aside /etc/NetworkManager/system-connections/*
+    each_interface network_manager_file
+    wait_for_network NetworkManager-wait-online.service
+}
+
 # wait_for_network UNIT: what starts when the network is there finds the addresses,
 # too. By itself UNIT holds up those services only that ask for it by name, and a name
 # server, for instance, looks once for the addresses it is to answer on.

@@ -13,6 +13,10 @@ said_under() {
     begun { exit }' "$QX_README" | sed -e ':again' -e '/\\$/{N;s/\\\n *//;b again' -e '}'
 }
 
+# What the preparation of the tests has done is taken back: the README is to do it.
+on_node sh -c 'usermod --del-subuids 1000000-1065535 --del-subgids 1000000-1065535 root
+  systemctl disable --now --quiet qx-containers' </dev/null
+
 step "On the node, once it is installed"
 mapfile -t commands < <(said_under 'On the node (packages' | grep -v '^cmake ')
 check "the README has some: ${#commands[@]}" test "${#commands[@]}" -ge 2
@@ -45,4 +49,5 @@ check "nginx shows the server's page at its address" until_so 60 has_title
 check "its root is nobody on the node" on_node sh -c 'qxctl status 101 | grep -q unprivileged' </dev/null
 check_no "the node has no weakness to tell of but lxcfs" on_node sh -c \
   'qxctl status 101 | grep "host warning" | grep -v lxcfs' </dev/null
+check "containers are started with the host" on_node systemctl is-enabled --quiet qx-containers </dev/null
 on_node sh -c 'qxctl stop 101 && qxctl destroy 101' </dev/null >/dev/null
