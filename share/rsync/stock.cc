@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <climits>
-
 #include "host/file.h"
 #include "host/process.h"
 #include "share/rsync/failure.h"
