@@ -1,17 +1,10 @@
 #!/usr/bin/env bash
-# The matrix of faults, on the lab's node; see tests/faults/run.
+# Some cells of the matrix of faults, STAGE:FAULT each, on the lab's node; see tests/faults/run.
 # shellcheck source=tests/e2e/ssh-lib.sh
 . "$QX_E2E/ssh-lib.sh"
+# shellcheck source=tests/faults/cells.sh
+. "$QX_FAULTS/cells.sh"
 
-stages=(lockVPS createDstSrv getUsageDiskSpace getFreeDiskSpace dumpQuota startRSyncServer rSync
-  waitRSyncServer stopServices startRSyncServer2 rSync2 waitRSyncServer2 restoreQuota tuneDstSrv
-  finish)
-# What each one does is in the function fault_NAME; what it is called in the table:
-declare -A titles=([qxmigrate]="qxmigrate killed" [agent]="agent killed"
-  [starter]="agent and starter" [server_rsync]="rsync, server" [node_rsync]="rsync, node"
-  [link]="link cut 5 s" [node_dies]="node loses power" [disk]="node's disk full"
-  [inodes]="node's inodes full" [server_var]="server's /var full")
-faults=(qxmigrate agent starter server_rsync node_rsync link node_dies disk inodes server_var)
 journals=/var/lib/qx/migrations
 
 # --- The faults ---------------------------------------------------------------
@@ -88,16 +81,6 @@ undo_faults() {
   fast_source
 }
 
-# applies STAGE FAULT: whether there is anything to disturb.
-applies() {
-  case $2 in
-    server_rsync | node_rsync) [[ $1 = rSync || $1 = rSync2 ]] ;;
-    # Later nothing is written that could not be.
-    inodes | disk) [[ $1 != finish && $1 != getUsage* && $1 != dumpQuota ]] ;;
-    *) true ;;
-  esac
-}
-
 # --- One cell -----------------------------------------------------------------
 
 of_the_migration='qxagent|guard.sh|rsync.*--server'
@@ -171,42 +154,13 @@ run_cell() {
 # --- All of them --------------------------------------------------------------
 
 mount -t tmpfs -o size=1300m,nr_inodes=60000,mode=755 small /var/lib/qx
-cells=("$@")
-if [ $# = 0 ]; then
-  number=0
-  for stage in "${stages[@]}"; do
-    for fault in "${faults[@]}"; do
-      applies "$stage" "$fault" || continue
-      [ -z "${QX_FULL:-}" ] || cells+=("$stage:$fault")
-    done
-    if [ -z "${QX_FULL:-}" ]; then
-      # Another fault for each stage, by turns.
-      until applies "$stage" "${faults[number % ${#faults[@]}]}"; do number=$((number + 1)); done
-      cells+=("$stage:${faults[number % ${#faults[@]}]}")
-      number=$((number + 1))
-    fi
-  done
-  [ -n "${QX_FULL:-}" ] || cells+=(rSync:server_rsync rSync2:node_rsync rSync2:qxmigrate rSync2:starter)
-fi
-
 open_source
 note_server_files
-declare -A results
-for cell in "${cells[@]}"; do
+for cell; do
   stage=${cell%%:*}
   fault=${cell#*:}
-  declare -F "fault_$fault" >/dev/null || { echo "there is no fault '$fault'" >&2 && exit 64; }
   began=$SECONDS
   found=$(run_cell "$stage" "$fault")
-  results[$cell]=$([ -z "$found" ] && echo held || echo FAILS)
+  [ -z "$found" ] && echo held >"$QX_CELLS/$cell" || echo FAILS >"$QX_CELLS/$cell"
   check_no "$stage: ${titles[$fault]} ($((SECONDS - began)) s)" echo "$found"
 done
-
-printf '\n%-18s' ''
-for i in "${!faults[@]}"; do printf '%7d' $((i + 1)); done
-for stage in "${stages[@]}"; do
-  printf '\n%-18s' "$stage"
-  for fault in "${faults[@]}"; do printf '%7s' "${results[$stage:$fault]:--}"; done
-done
-printf '\n\n'
-for i in "${!faults[@]}"; do printf '%3d  %s\n' $((i + 1)) "${titles[${faults[i]}]}"; done
