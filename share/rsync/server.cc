@@ -64,13 +64,15 @@ int runServer(const Options& options) {
   const Offer agreed = exchangeOffers(STDIN_FILENO, STDOUT_FILENO, offer, deadline);
   if (agreed.engine) return serveByEngine(options.served, agreed);
   const std::string capabilities = receiveCapabilities(STDIN_FILENO, deadline);
-  std::optional<Channel> streams;
-  if (agreed.descriptors) streams = takeStreams(STDIN_FILENO, STDOUT_FILENO, deadline);
+  Channel streams;
+  if (agreed.descriptors) {
+    streams = takeStreams(STDIN_FILENO, STDOUT_FILENO, deadline).value_or(Channel());
+  }
 
   Child::Setup setup;
-  if (streams) {
-    setup.standardInput = streams->in.get();
-    setup.standardOutput = streams->out.get();
+  if (streams.in) {
+    setup.standardInput = streams.in.get();
+    setup.standardOutput = streams.out.get();
   }
   setup.deathSignal = SIGKILL;  // it only reads, so there is nothing to tidy up
   setup.arguments = {"--server", "--sender"};
@@ -83,8 +85,8 @@ int runServer(const Options& options) {
 
   const SignalsHeld signals;
   Child child(setup, signals);
-  if (streams) {
-    streams.reset();
+  if (streams.in) {
+    streams = Channel();
     return superviseBesideChannel(child, signals);
   }
   letGoOfChannel();
