@@ -31,7 +31,7 @@ std::vector<std::string_view> words(std::string_view line) {
 }
 
 // What a stranger said, fit for a message on a terminal.
-std::string quoted(const std::string& line) {
+std::string inQuotes(const std::string& line) {
   constexpr size_t kShown = 60;  // bytes
   return '"' + host::visibleLine(line, kShown) + '"';
 }
@@ -75,19 +75,19 @@ std::string readLine(int fd, const Deadline& deadline) {
       throw Failure(kExitProtocol,
                     line.empty()
                         ? "the other end of the data channel closed it before the transfer"
-                        : "the other end of the data channel closed it after " + quoted(line));
+                        : "the other end of the data channel closed it after " + inQuotes(line));
     } else if (errno != EAGAIN && errno != EINTR) {
       throw systemFailure(kExitProtocol, "cannot read from the data channel");
     }
   }
   throw Failure(kExitProtocol,
-                "the other end of the data channel does not run this program: " + quoted(line));
+                "the other end of the data channel does not run this program: " + inQuotes(line));
 }
 
 Failure notUnderstood(const std::string& line) {
   return {kExitProtocol,
           "the other end of the data channel does not run this version of this program: " +
-              quoted(line)};
+              inQuotes(line)};
 }
 
 }  // namespace

@@ -129,7 +129,7 @@ run_cell() {
     mkdir -p "$journals"
     case $fault in *rsync) slow_source "$([ "$stage" = rSync ] && echo 1 || echo 2)" 20000 ;; esac
     begin_migration
-    met=$(python3 "$QX_FAULTS/stop_in_stage.py" "$migration" "$journals" "$stage") && break
+    met=$(python3 "$QX_E2E/stop_in_stage.py" "$migration" "$journals" "$stage") && break
     end_migration >/dev/null
     reset
   done

@@ -61,8 +61,10 @@ remove_container
 step "What can be read the second time is no failure"
 break_files
 begin_migration
-until grep -q '^  It is made once more\.' "$out"; do kill -0 "$migration"; done
-kill -STOP "$migration"
+stopped_in() { python3 "$QX_E2E/stop_in_stage.py" "$migration" /var/lib/qx/migrations "$1" >/dev/null; }
+check "the second copy begins" stopped_in rSync2
+kill -CONT "$migration"
+check "and then the next" stopped_in startRSyncServer2
 mend_files
 kill -CONT "$migration"
 end_migration
