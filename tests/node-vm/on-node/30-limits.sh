@@ -65,7 +65,9 @@ for kind in no yes; do
   check "which can be had" hog 203 120
   check "fewer tasks than an init needs are refused" ends_with 2 NUMPROC qxctl set 203 NUMPROC=5
   check "it runs" inside 203 true
-  check "it has groups of its own to write to" inside 203 sh -c 'echo max >/sys/fs/cgroup/pids.max'
+  # An unprivileged one's root may not write there at all.
+  [ $kind = yes ] ||
+    check "it has groups of its own to write to" inside 203 sh -c 'echo max >/sys/fs/cgroup/pids.max'
   check "stop" quietly qxctl stop 203
   remove 203
 done
