@@ -5,18 +5,18 @@
 
 #include "host/error.h"
 #include "host/file.h"
+#include "support/container_101.h"
 #include "support/scratch_host.h"
 
 namespace {
 
 using host::Error;
 using host::ExitCode;
+using test_support::kConf;
 using test_support::ScratchHost;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-constexpr char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
 
 TEST(ParseCtid, AcceptsTheWholeRangeAndNothingElse) {
   EXPECT_EQ(host::parseCtid("1"), 1u);

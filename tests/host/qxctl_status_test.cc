@@ -8,14 +8,14 @@
 #include "host/state.h"
 #include "host/text.h"
 #include "node/engine.h"
+#include "support/container_101.h"
 #include "support/scratch_host.h"
 
 namespace {
 
+using test_support::kConf;
+using test_support::kTree;
 using test_support::ScratchHost;
-
-constexpr char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
-constexpr char kTree[] = "/var/lib/qx/private/101/fs";
 
 unsigned maskOf(unsigned ctid, int asked = 255) {
   qxctl_env_status_t status{99};

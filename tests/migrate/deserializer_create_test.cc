@@ -18,7 +18,6 @@ using testing::StartsWith;
 
 namespace {
 
-const char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
 const char kMarker[] = "/var/lib/qx/private/101/.ostemplate";
 const char kKept[] = "/var/lib/qx/private/101.migrated";
 

@@ -13,7 +13,6 @@ using testing::IsEmpty;
 
 namespace {
 
-const char kConfiguration[] = "/etc/sysconfig/qx-scripts/101.conf";
 const char kUmount[] = "/usr/sbin/qxctl --skiplock umount 101";
 const char kConvert[] = "/usr/sbin/qxctl --skiplock convert 101";
 const char kDestroy[] = "/usr/sbin/qxctl --skiplock destroy 101";
@@ -101,7 +100,7 @@ TEST(DestinationFinish, AfterTuningConvertsAndUnlocks) {
     EXPECT_THAT(host.calls(), ElementsAre(call(kUmount), call(kConvert)));
     EXPECT_FALSE(fs::exists(kLock));
     EXPECT_TRUE(fs::exists(kArea));
-    EXPECT_TRUE(fs::exists(kConfiguration));
+    EXPECT_TRUE(fs::exists(kConf));
     EXPECT_FALSE(ending.baseFinished());
   });
 }
@@ -180,13 +179,13 @@ TEST(DestinationFinish, KeepsTheAreaAsideWhenTheParametersSaySo) {
     Ending ending(host, keepingParams());
     ending.lock().create();
     makeEntry("/", fileAt(std::string(kArea) + "/data", "copied"));
-    EXPECT_TRUE(fs::exists(kConfiguration));
+    EXPECT_TRUE(fs::exists(kConf));
     EXPECT_EQ(ending.finish().code, 0);
     EXPECT_FALSE(ending.leftOpen);
     EXPECT_THAT(host.calls(), ElementsAre(call(kUmount)));
     EXPECT_FALSE(fs::exists(kArea));
     EXPECT_EQ(readFile(std::string(kArea) + ".migrated/data"), "copied");
-    EXPECT_FALSE(fs::exists(kConfiguration));
+    EXPECT_FALSE(fs::exists(kConf));
     EXPECT_FALSE(fs::exists(kLock));
     EXPECT_TRUE(ending.baseFinished());
   });
@@ -217,7 +216,7 @@ TEST(DestinationFinish, AreaThatCannotBeMovedAsideDoesNotFailIt) {
     makeEntry("/", fileAt(std::string(kArea) + ".migrated", "in the way"));
     EXPECT_EQ(ending.finish().code, 0);
     EXPECT_TRUE(fs::exists(kArea));
-    EXPECT_FALSE(fs::exists(kConfiguration));
+    EXPECT_FALSE(fs::exists(kConf));
   });
 }
 
@@ -231,7 +230,7 @@ TEST(DestinationFinish, KeepingWithoutAPrivateAreaRemovesNothing) {
       EXPECT_EQ(ending.finish().code, 0);
       EXPECT_THAT(host.calls(), ElementsAre(call(kUmount)));
       EXPECT_TRUE(fs::exists(kArea));
-      EXPECT_TRUE(fs::exists(kConfiguration));
+      EXPECT_TRUE(fs::exists(kConf));
       EXPECT_FALSE(fs::exists(kLock));
       EXPECT_TRUE(ending.baseFinished());
     });

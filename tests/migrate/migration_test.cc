@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
 #include "agent/programs/last_copy.h"
 #include "fixtures/local_ends.h"
@@ -119,55 +120,55 @@ ScratchHost reportingHosts() {
   return host;
 }
 
-void report(int run, const std::string& text) {
-  std::ofstream("/reports/" + std::to_string(run)) << text;
-}
-
-agent::MigrationResult migrateReporting(View& view, bool acceptPartial) {
-  const LoadedPlugin plugin;
-  const agent::CopyReportFile file;
-  return migrateHere(view, {file.path(), "101", acceptPartial});
-}
-
 const char kPartial[] = "2\n/a\tcannot be read on the server: Input/output error\n/b\twhy\n";
+
+// What comes of a migration whose copies have these reports: the first one, the second, and
+// that when it is made once more. One without a text has no report.
+struct Reported {
+  View view;
+  agent::MigrationResult result;
+};
+
+void migrateReporting(ScratchHost& host, const std::vector<const char*>& reports,
+                      bool acceptPartial, const std::function<void(const Reported&)>& examine) {
+  host.dir("/reports").run([&] {
+    for (std::size_t i = 0; i < reports.size(); ++i) {
+      if (reports[i]) std::ofstream("/reports/" + std::to_string(i + 1)) << reports[i];
+    }
+    const LoadedPlugin plugin;
+    const agent::CopyReportFile file;
+    Reported found;
+    found.result = migrateHere(found.view, {file.path(), "101", acceptPartial});
+    examine(found);
+  });
+}
 
 TEST(WholeMigration, IncompleteSecondCopyIsMadeOnceMore) {
   ScratchHost host = reportingHosts();
-  host.dir("/reports");
-  host.run([&] {
-    report(1, kPartial);  // which matters in the first copy to nobody
-    report(2, kPartial);
-    report(3, "0\n");
-    View view;
-    const agent::MigrationResult result = migrateReporting(view, false);
-    EXPECT_TRUE(result.succeeded) << result.stage << ": " << result.text;
-    EXPECT_TRUE(result.leftOut.isComplete());
-    ASSERT_EQ(view.reports.size(), 2u);
-    EXPECT_EQ(view.reports[0].files.size(), 2u);
-    EXPECT_TRUE(view.reports[1].isComplete());
+  // What is left out of the first copy matters to nobody.
+  migrateReporting(host, {kPartial, kPartial, "0\n"}, false, [](const Reported& found) {
+    EXPECT_TRUE(found.result.succeeded) << found.result.stage << ": " << found.result.text;
+    EXPECT_TRUE(found.result.leftOut.isComplete());
+    ASSERT_EQ(found.view.reports.size(), 2u);
+    EXPECT_EQ(found.view.reports[0].files.size(), 2u);
+    EXPECT_TRUE(found.view.reports[1].isComplete());
     EXPECT_EQ(readFile("/reports/runs"), "\n\n\n");
-    EXPECT_THAT(view.lines, testing::Contains("It is made once more."));
-    EXPECT_THAT(view.lines, testing::Contains("The second copy is complete now."));
+    EXPECT_THAT(found.view.lines, testing::Contains("It is made once more."));
+    EXPECT_THAT(found.view.lines, testing::Contains("The second copy is complete now."));
   });
 }
 
 TEST(WholeMigration, SecondCopyThatIsIncompleteTwiceFailsAndIsRolledBack) {
   ScratchHost host = reportingHosts();
-  host.dir("/reports");
-  host.run([&] {
-    report(1, "0\n");
-    report(2, kPartial);
-    report(3, kPartial);
-    View view;
-    const agent::MigrationResult result = migrateReporting(view, false);
-    EXPECT_FALSE(result.succeeded);
-    EXPECT_EQ(result.stage, "checkCopy");
-    EXPECT_EQ(result.text,
+  migrateReporting(host, {"0\n", kPartial, kPartial}, false, [&](const Reported& found) {
+    EXPECT_FALSE(found.result.succeeded);
+    EXPECT_EQ(found.result.stage, "checkCopy");
+    EXPECT_EQ(found.result.text,
               "2 files are not as they are on the server, although the second copy was made twice. "
               "The first: /a: cannot be read on the server: Input/output error. Mend that, leave "
               "it out with --exclude, or go on without it with --accept-partial; 'qxmigrate show "
               "101' lists what it is");
-    EXPECT_EQ(result.leftOut.count, 2u);
+    EXPECT_EQ(found.result.leftOut.count, 2u);
     EXPECT_EQ(readFile("/reports/runs"), "\n\n\n");
     const auto calls = outline(host);
     EXPECT_THAT(calls, testing::Contains("qxctl --skiplock destroy"));
@@ -178,30 +179,20 @@ TEST(WholeMigration, SecondCopyThatIsIncompleteTwiceFailsAndIsRolledBack) {
 
 TEST(WholeMigration, IncompleteCopyCanBeAccepted) {
   ScratchHost host = reportingHosts();
-  host.dir("/reports");
-  host.run([&] {
-    report(1, "0\n");
-    report(2, kPartial);
-    report(3, kPartial);
-    View view;
-    const agent::MigrationResult result = migrateReporting(view, true);
-    EXPECT_TRUE(result.succeeded) << result.stage << ": " << result.text;
-    EXPECT_EQ(result.leftOut.count, 2u);
+  migrateReporting(host, {"0\n", kPartial, kPartial}, true, [](const Reported& found) {
+    EXPECT_TRUE(found.result.succeeded) << found.result.stage << ": " << found.result.text;
+    EXPECT_EQ(found.result.leftOut.count, 2u);
   });
 }
 
 TEST(WholeMigration, CopyWithoutAReportIsNotTakenForComplete) {
   ScratchHost host = reportingHosts();
-  host.dir("/reports");
-  host.run([&] {
-    report(1, "0\n");
-    report(3, "nonsense");
-    View view;
-    const agent::MigrationResult result = migrateReporting(view, false);
-    EXPECT_EQ(result.stage, "checkCopy");
-    ASSERT_EQ(view.reports.size(), 2u);
-    EXPECT_THAT(view.reports[0].files.at(0).reason, testing::HasSubstr("No such file"));
-    EXPECT_THAT(view.reports[1].files.at(0).reason, testing::HasSubstr("not the report of a copy"));
+  migrateReporting(host, {"0\n", nullptr, "nonsense"}, false, [](const Reported& found) {
+    EXPECT_EQ(found.result.stage, "checkCopy");
+    ASSERT_EQ(found.view.reports.size(), 2u);
+    EXPECT_THAT(found.view.reports[0].files.at(0).reason, testing::HasSubstr("No such file"));
+    EXPECT_THAT(found.view.reports[1].files.at(0).reason,
+                testing::HasSubstr("not the report of a copy"));
   });
 }
 

@@ -21,6 +21,7 @@ constexpr char kQxctl[] = "/usr/sbin/qxctl";
 constexpr char kMkqxfs[] = "/usr/sbin/mkqxfs";
 constexpr char kQxpkg[] = "/usr/sbin/qxpkg";
 constexpr char kDist[] = "/etc/sysconfig/qx-scripts/dists/debian-12.conf";
+constexpr char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
 constexpr char kArea[] = "/var/lib/qx/private/101";
 constexpr char kVeRoot[] = "/var/lib/qx/root/101";
 constexpr char kLock[] = "/run/qx/lock/101.lck";

@@ -15,7 +15,7 @@
 #include "host/state.h"
 #include "host/text.h"
 #include "node/private_area.h"
-#include "node_test/container_101.h"
+#include "support/container_101.h"
 #include "support/scratch_host.h"
 
 namespace {
@@ -23,9 +23,9 @@ namespace {
 using host::Error;
 using host::ExitCode;
 using node::Outcome;
-using node_test::kArea;
-using node_test::kConf;
-using node_test::kRoot;
+using test_support::kArea;
+using test_support::kConf;
+using test_support::kRoot;
 using test_support::ScratchHost;
 using testing::HasSubstr;
 

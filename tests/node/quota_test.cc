@@ -8,7 +8,7 @@
 
 #include "host/error.h"
 #include "host/file.h"
-#include "node_test/container_101.h"
+#include "support/container_101.h"
 #include "support/scratch_host.h"
 
 namespace {
@@ -17,8 +17,8 @@ using node::Error;
 using node::ExitCode;
 using node::QuotaExit;
 using node::QuotaKind;
-using node_test::kArea;
-using node_test::kConf;
+using test_support::kArea;
+using test_support::kConf;
 using test_support::ScratchHost;
 using testing::HasSubstr;
 using testing::Not;

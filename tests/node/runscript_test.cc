@@ -16,16 +16,16 @@
 #include "host/file.h"
 #include "host/mounts.h"
 #include "host/text.h"
-#include "node_test/container_101.h"
 #include "node_test/system_tree.h"
+#include "support/container_101.h"
 #include "support/scratch_host.h"
 
 namespace {
 
 using node::Error;
 using node::ExitCode;
-using node_test::kConf;
-using node_test::kTree;
+using test_support::kConf;
+using test_support::kTree;
 using test_support::ScratchHost;
 using testing::ElementsAre;
 using testing::HasSubstr;

@@ -23,8 +23,8 @@
 #include "node/ext4_image.h"
 #include "node/private_area.h"
 #include "node/report.h"
-#include "node_test/container_101.h"
 #include "node_test/system_tree.h"
+#include "support/container_101.h"
 #include "support/scratch_host.h"
 
 namespace {
@@ -32,13 +32,13 @@ namespace {
 using node::Error;
 using node::ExitCode;
 using node::Storage;
-using node_test::kArea;
-using node_test::kConf;
-using node_test::kRoot;
-using node_test::kTree;
 using node_test::runTool;
 using node_test::toolPath;
 using node_test::ToolResult;
+using test_support::kArea;
+using test_support::kConf;
+using test_support::kRoot;
+using test_support::kTree;
 using test_support::ScratchHost;
 using testing::ElementsAre;
 using testing::HasSubstr;

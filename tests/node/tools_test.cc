@@ -14,15 +14,15 @@
 #include "host/migration_journal.h"
 #include "host/mounts.h"
 #include "host/text.h"
-#include "node_test/container_101.h"
 #include "node_test/system_tree.h"
+#include "support/container_101.h"
 #include "support/scratch_host.h"
 
 namespace {
 
-using node_test::kConf;
 using node_test::runTool;
 using node_test::ToolResult;
+using test_support::kConf;
 using test_support::ScratchHost;
 using testing::ElementsAre;
 using testing::HasSubstr;

@@ -19,6 +19,7 @@
 #include "host/process.h"
 #include "host/process_mark.h"
 #include "host/text.h"
+#include "support/container_101.h"
 #include "support/scratch_host.h"
 
 namespace {
@@ -26,13 +27,13 @@ namespace {
 using agent::Copy;
 using host::MigrationJournal;
 using host::MigrationState;
+using test_support::kArea;
+using test_support::kConf;
 using test_support::ScratchHost;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
 constexpr char kName[] = "101-20261121T222125Z";
-constexpr char kConf[] = "/etc/sysconfig/qx-scripts/101.conf";
-constexpr char kArea[] = "/var/lib/qx/private/101";
 constexpr char kKept[] = "/var/lib/qx/private/101.migrated";
 constexpr char kLock[] = "/run/qx/lock/101.lck";
 
