@@ -40,15 +40,19 @@ agent_add_rsync() {
 
 # agent_start SERVER [OPTION of qxagent serve...]
 agent_start() {
-  local server=$1 root
+  local server=$1 root name sanitizer=()
   shift
   root=$(server_root "$server")
   agent_install "$server"
+  # One that was built with a sanitizer, and what it starts, heeds the caller's options.
+  for name in ASAN_OPTIONS TSAN_OPTIONS; do
+    [ -z "${!name:-}" ] || sanitizer+=("$name=${!name}")
+  done
   # Of a dead agent: its successor would replace it, but that is waited for below.
   rm -f "$root$AGENT_PLACE/agent.sock"
   # In a session of its own: it outlives the command that starts it.
   # shellcheck disable=SC2016
-  server_exec "$server" /bin/sh -c '
+  server_exec "$server" env "${sanitizer[@]}" /bin/sh -c '
     place=$1 && shift
     cd /
     QXA_TMPDIR=$place setsid "$place/usr/local/bin/qxagent" serve \

@@ -74,6 +74,25 @@ server_set_frozen() {
   echo "$2" >"$group/cgroup.freeze"
 }
 
+# A server that loses its power: its link is dead, then its processes are; nobody is
+# told. Its files stay as they are.
+command_crash() {
+  server_check "${1:-}"
+  ! server_is_vm "$1" || die "crash: $1 is a virtual machine"
+  command_cut "$1"
+  lxc-stop -P "$LAB_HERE/lxc" -n "$1" --kill
+}
+
+# And boots again.
+command_boot() {
+  server_check "${1:-}"
+  ! server_is_vm "$1" || die "boot: $1 is a virtual machine"
+  server_boot "$1"
+  # It has a new card.
+  ip neigh flush to "$(server_address "$1")"
+  server_wait "$1"
+}
+
 # Name, kind, mode, owner, size and times of everything that does not change by
 # itself on an idle server.
 command_files() {
@@ -89,7 +108,7 @@ LAB_FILES=$(
   cat <<'EOF'
 -xdev \( -path ./proc -o -path ./sys -o -path ./run -o -path ./tmp -o -path ./dev \
     -o -path ./var/log -o -path ./var/tmp -o -path ./var/lib/ticker \
-    -o -path ./var/lib/systemd \) -prune \
+    -o -path ./var/lib/systemd -o -path ./var/lib/urandom \) -prune \
     -o -type d -printf '%p %y %m %U:%G\n' \
     -o -printf '%p %y %m %U:%G %s %T@ %l\n'
 EOF

@@ -15,6 +15,10 @@ LOADED_PACKAGES=(
   postgresql mariadb-server redis-server bind9 bind9-dnsutils postfix apache2 memcached
 )
 
+# Debian's stable release with an init of the time before systemd.
+SYSVINIT_RELEASE=bookworm
+sysvinit_packages() { printf '%s\n' "${LAB_PACKAGES[@]}" sysvinit-core init | grep -vx systemd-sysv; }
+
 # The file system of a root depends on these only.
 roots_digest() {
   {
@@ -31,11 +35,20 @@ loaded_digest() {
   } | sha256sum | cut -c1-12
 }
 
+sysvinit_digest() {
+  {
+    roots_digest
+    sysvinit_packages
+    cat "$LAB_DIR"/sysvinit/*
+  } | sha256sum | cut -c1-12
+}
+
 root_path() {
   local digest
   case $1 in
     vm | vm-*) digest=$(vm_digest "$(vm_release "$1")") ;;
     loaded) digest=$(loaded_digest) ;;
+    sysvinit) digest=$(sysvinit_digest) ;;
     node-*) digest=$(node_vm_digest "${1#node-}") ;;
     *) digest=$(roots_digest) ;;
   esac
@@ -66,6 +79,12 @@ loaded_root_tree() {
     --customize-hook="$LAB_DIR/loaded/customize \"\$1\""
 }
 
+sysvinit_root_tree() {
+  debian_root "$SYSVINIT_RELEASE" "$1" "$(sysvinit_packages | paste -sd,)" \
+    --customize-hook="$LAB_DIR/server/customize \"\$1\"" \
+    --customize-hook="$LAB_DIR/sysvinit/customize \"\$1\""
+}
+
 # Makes the root of a release unless it is there.
 make_root() {
   local release=$1 path new started=$SECONDS
@@ -84,6 +103,7 @@ make_root() {
       case $release in
         vm | vm-*) vm_root "$(vm_release "$release")" "$new" ;;
         loaded) loaded_root_tree "$new" ;;
+        sysvinit) sysvinit_root_tree "$new" ;;
         node-*) node_vm_root "${release#node-}" "$new" ;;
         *) server_root_tree "$release" "$new" ;;
       esac

@@ -130,8 +130,20 @@ server_exec() {
     -v LANG=C.UTF-8 -- "$@"
 }
 
+# What its init says. One without systemd is in its runlevel when the scripts that
+# make it have ended.
+server_state() {
+  # shellcheck disable=SC2016
+  server_exec "$1" sh -c '
+    if [ -d /run/systemd/system ]; then
+      exec systemctl is-system-running
+    elif [ "$(runlevel)" = "N 2" ] && ! pgrep -f "^[^ ]*sh /etc/init.d/rc " >/dev/null; then
+      echo running
+    fi' 2>/dev/null </dev/null
+}
+
 server_is_up() {
-  case $(server_exec "$1" systemctl is-system-running 2>/dev/null </dev/null) in
+  case $(server_state "$1") in
     running | degraded) (exec 3<>"/dev/tcp/$(server_address "$1")/22") 2>/dev/null ;;
     *) return 1 ;;
   esac
