@@ -51,7 +51,7 @@ class Recovery {
       restoreKept();
     } else if (isRunning(record_.ctid)) {
       say("Container " + id_ + " runs, so somebody has taken it over: it was left as it is.");
-    } else if (host::hasSucceeded(record_, "tuneDstSrv")) {
+    } else if (host::hasSucceeded(record_, "tuneDstSrv") && !isToBeGoneOnFrom()) {
       complete();
       return MigrationState::kSucceeded;
     } else if (wasRegisteredSince()) {
@@ -98,6 +98,10 @@ class Recovery {
     if (host::exists(kept)) noteKept(kept);
     say("Nothing of it was left.");
   }
+
+  // Whoever migrates the same server again wants what it has become since, as long as
+  // nobody can have taken over what was complete.
+  bool isToBeGoneOnFrom() const { return copy_ == Copy::kKept && !wasRegisteredSince(); }
 
   void complete() {
     unmount();

@@ -18,7 +18,8 @@ enum class Copy {
 
 /// Finishes an interrupted migration the way a failure would have: the container is
 /// unmounted and removed, or its copy kept; when it had been adapted already it is
-/// registered and stays. Programs of it that run on are stopped, its lock and its
+/// registered and stays, unless the next attempt goes on from it (kKept) and nobody has
+/// registered it. Programs of it that run on are stopped, its lock and its
 /// temporary folders go. Touches nothing but what this migration made: not a container
 /// that was there before, that has another's configuration, that runs, or that was
 /// registered since. Takes the container's lock. When it dies itself the next call goes

@@ -1,5 +1,7 @@
 #include "agent/journal/resumption.h"
 
+#include <stdexcept>
+
 #include "agent/journal/leftovers.h"
 #include "agent/journal/recovery.h"
 #include "host/container.h"
@@ -37,6 +39,11 @@ void finishInterrupted(const Attempt& attempt, const Say& say) {
     for (const std::string& text :
          recover(journal, against.empty() ? Copy::kKept : Copy::kRemoved)) {
       say(text);
+    }
+    if (host::readJournal(journal.name).record.state == host::MigrationState::kSucceeded) {
+      const std::string id = std::to_string(attempt.ctid);
+      throw std::runtime_error("container " + id + " is there, and complete: start it, or 'qxctl " +
+                               "destroy " + id + "' removes it and makes way for another");
     }
   }
 }

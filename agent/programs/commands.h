@@ -13,6 +13,7 @@ namespace agent {
 /// Exit statuses that several commands have.
 inline constexpr int kExitFailed = 1;
 inline constexpr int kExitBlocked = 2;
+inline constexpr int kExitUnconfirmed = 3;
 inline constexpr int kExitUsage = 64;
 inline constexpr int kExitCancelled = 130;
 

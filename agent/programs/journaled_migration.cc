@@ -153,7 +153,8 @@ MigrationResult migrateWithJournal(
   params->options.config->otherVariables[host::kMigrationVariable] = journal->name();
   JournalingView journaling(*journal, view);
   MigrationResult result = migrate(source, params, rules, journaling, cancel);
-  const host::MigrationState state = result.succeeded ? host::MigrationState::kSucceeded
+  const bool isThere = result.succeeded || result.unconfirmed;
+  const host::MigrationState state = isThere ? host::MigrationState::kSucceeded
                                      : cancel->code() == kCancelledByUser
                                          ? host::MigrationState::kCancelled
                                          : host::MigrationState::kFailed;

@@ -43,14 +43,21 @@ std::string placeText(const std::string& stage) {
 
 int tellEnd(const MigrateSettings& settings, const MigrationResult& result,
             const CancelToken& cancel) {
+  const std::string id = std::to_string(settings.options.ctid);
+  if ((result.succeeded || result.unconfirmed) && !result.leftOut.isComplete()) {
+    complain("warning: container " + id + " is not complete: " + countText(result.leftOut) +
+             " ('qxmigrate show " + id + "' lists what)");
+  }
   if (result.succeeded) {
-    if (!result.leftOut.isComplete()) {
-      const std::string id = std::to_string(settings.options.ctid);
-      complain("warning: container " + id + " is not complete: " + countText(result.leftOut) +
-               " ('qxmigrate show " + id + "' lists what)");
-    }
     if (!settings.quiet) printf("Container %lld is ready.\n", settings.options.ctid);
     return 0;
+  }
+  if (result.unconfirmed) {
+    complain("container " + id + " is there, but the server could not be told so: " + result.text);
+    complain("the server starts again what was stopped. Stop that there before container " + id +
+             " is started; what it changes until then is not in the container ('qxctl destroy " +
+             id + "', and the same migration again, bring all of it)");
+    return kExitUnconfirmed;
   }
   const bool cancelled = cancel.code() == kCancelledByUser;
   if (cancelled) {
@@ -129,10 +136,11 @@ int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationVi
                         settings.acceptPartial};
   const MigrationResult result =
       migrateWithJournal(settings.server.source, params, rules, facts, view, cancel);
-  if (!result.succeeded) return tellEnd(settings, result, *cancel);
+  if (!result.succeeded && !result.unconfirmed) return tellEnd(settings, result, *cancel);
   addUnreportedLimits(settings.options.ctid, unreported,
                       [&](const std::string& text) { view.line(text); });
-  if (settings.verify && !isVerified(settings, *planning, view, *cancel)) return kExitFailed;
+  if (settings.verify && result.succeeded && !isVerified(settings, *planning, view, *cancel))
+    return kExitFailed;
   return tellEnd(settings, result, *cancel);
 }
 
@@ -162,7 +170,9 @@ Run describeMigrate(CLI::App& app) {
   app.footer(
       "Exit status: 0 when the container is there, 1 when the migration failed and was\n"
       "undone or the container differs (--verify), 2 when the plan is blocked and nothing\n"
-      "was changed, 64 for a wrong command line, 130 when it was cancelled and undone.\n"
+      "was changed, 3 when the container is there but the server could not be told, and\n"
+      "starts its services again, 64 for a wrong command line, 130 when it was cancelled and "
+      "undone.\n"
       "\n"
       "Example:\n"
       "  qxmigrate root@oldserver --ctid 101 --stop-service nginx");

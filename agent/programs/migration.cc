@@ -1,6 +1,7 @@
 #include "agent/programs/migration.h"
 
 #include <chrono>
+#include <vector>
 
 #include "agent/framework/access.h"
 #include "agent/programs/last_copy.h"
@@ -13,6 +14,8 @@ namespace agent {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+constexpr char kLastStage[] = "tuneDstSrv";
 
 // The controller's context: what its requests report goes to the view, and the
 // stage that failed first is remembered.
@@ -39,14 +42,20 @@ class MigrationContext : public RequestContext, public QXL::QXLProgressHandlerPr
     view_.stageEnds(stage, result, took.count());
     // The server's end is the last to finish.
     if (stage == kMethodFinish) {
-      serverLeft_ = result != 0;
+      finished_.push_back(result);
       return;
     }
     lastStage_ = stage;
     if (result != 0 && failedStage_.empty()) failedStage_ = stage;
   }
 
-  bool serverLeft() const { return serverLeft_; }
+  bool serverLeft() const { return !finished_.empty() && finished_.back() != 0; }
+
+  // The node's end keeps what has been adapted, whatever becomes of the server's.
+  bool isUnconfirmed() const {
+    return failedStage_.empty() && lastStage_ == kLastStage && finished_.size() == 2 &&
+           finished_.front() == 0 && serverLeft();
+  }
 
   // Where it failed.
   std::string place() const {
@@ -59,7 +68,7 @@ class MigrationContext : public RequestContext, public QXL::QXLProgressHandlerPr
   Clock::time_point began_;
   std::string lastStage_;
   std::string failedStage_;
-  bool serverLeft_ = false;
+  std::vector<int> finished_;
 };
 
 }  // namespace
@@ -92,6 +101,7 @@ MigrationResult migrate(const QXL::QXLConnectionInfo& source,
   result.leftOut = lastCopy.leftOut();
   if (!result.succeeded) {
     result.serverLeft = context->serverLeft();
+    result.unconfirmed = context->isUnconfirmed();
     result.code = context->getLastErrorCode();
     result.stage = context->place();
     result.text = context->getLastErrorText();

@@ -72,6 +72,15 @@ void Explanations::meet(const TreeEntry* server, const TreeEntry* container) {
   if (container && S_ISDIR(container->mode) && container->changed >= moments_.finished) {
     containerChanged_.insert(container->path);
   }
+  // What was in a directory that has gone since, has gone with it.
+  if (!server && S_ISDIR(container->mode) &&
+      serverChanged_.count(std::string(directoryOf(container->path))) != 0) {
+    serverChanged_.insert(container->path);
+  }
+  if (!container && S_ISDIR(server->mode) &&
+      containerChanged_.count(std::string(directoryOf(server->path))) != 0) {
+    containerChanged_.insert(server->path);
+  }
 }
 
 std::string Explanations::reasonFor(const std::string& path, const std::string& aspect,

@@ -213,6 +213,32 @@ TEST(Recovery, AnAdaptedContainerIsRegisteredAndStays) {
   });
 }
 
+TEST(ClearTheWay, AnAdaptedCopyIsGoneOnFromUnlessItWasRegistered) {
+  const agent::Attempt attempt{
+      101, "root@old", {"0123456789abcdef0123456789abcdef", ""}, kArea, false};
+  const auto say = [](const std::string&) {};
+  node().run([&] {
+    interrupted({"createDstSrv", "rSync", "tuneDstSrv", "finish"});
+    makeContainer();
+    agent::clearTheWay(attempt, say);
+    EXPECT_TRUE(host::exists(kKept));
+    expectNothingLeft();
+  });
+  node().run([&] {
+    interrupted({"createDstSrv", "rSync", "tuneDstSrv", "finish"});
+    makeContainer();
+    host::runProgram({"/usr/sbin/qxctl", "convert", "101"});
+    try {
+      agent::clearTheWay(attempt, say);
+      ADD_FAILURE() << "nobody would know that the container is there";
+    } catch (const std::runtime_error& problem) {
+      EXPECT_THAT(problem.what(), HasSubstr("container 101 is there, and complete"));
+    }
+    EXPECT_EQ(stateNow(), MigrationState::kSucceeded);
+    EXPECT_TRUE(host::exists(std::string(kArea) + "/fs/bin/sh"));
+  });
+}
+
 TEST(Recovery, AContainerThatIsNotOfThisMigrationIsNotTouched) {
   node().run([] {
     const MigrationJournal journal = interrupted({"createDstSrv", "rSync"});

@@ -271,6 +271,13 @@ TEST_F(Verify, WhatIsGoneOnTheServerIsExcusedByItsFolder) {
               Contains("/a/b/c/d: added: a file (changed on the server since it was copied)"));
 }
 
+TEST_F(Verify, WhatWasInAFolderThatIsGoneIsExcusedLikeIt) {
+  const std::int64_t now = time(nullptr);
+  fs::remove_all(server_.at("a/b"));
+  EXPECT_EQ(compare(server_, container_, "", {now - 1000, agent::Moments::kNever}).unexpected, 0u);
+  EXPECT_GT(compare(server_, container_, "", {now + 1000, agent::Moments::kNever}).unexpected, 1u);
+}
+
 /// Bytes that a liar may send.
 class ListOfALiar : public testing::Test {
  protected:
