@@ -6,10 +6,24 @@ stages=(lockVPS createDstSrv getUsageDiskSpace getFreeDiskSpace dumpQuota startR
   finish)
 # What each one does is in the function fault_NAME; what it is called in the table:
 declare -A titles=([qxmigrate]="qxmigrate killed" [agent]="agent killed"
-  [starter]="agent and starter" [server_rsync]="rsync, server" [node_rsync]="rsync, node"
-  [link]="link cut 5 s" [node_dies]="node loses power" [disk]="node's disk full"
-  [inodes]="node's inodes full" [server_var]="server's /var full")
-faults=(qxmigrate agent starter server_rsync node_rsync link node_dies disk inodes server_var)
+  [starter]="agent and starter killed" [server_rsync]="rsync on the server killed"
+  [node_rsync]="rsync on the node killed" [link]="link cut for 5 s" [link_dead]="link cut for good"
+  [node_dies]="node loses power" [server_dies]="server loses power" [memory]="agent out of memory"
+  [disk]="node's disk full" [inodes]="node's inodes full" [server_var]="server's /var full")
+faults=(qxmigrate agent starter server_rsync node_rsync link link_dead node_dies server_dies memory
+  disk inodes server_var)
+
+# A cell is STAGE:FAULT, or STAGE:FAULT:sysvinit with a server that boots so. On the latter
+# other programs start services again, so it is tried where some are stopped.
+sysvinit_stages=(stopServices startRSyncServer2 rSync2 waitRSyncServer2 restoreQuota tuneDstSrv finish)
+sysvinit_faults=(qxmigrate agent starter link link_dead server_dies memory)
+
+# Every day: each stage once and each fault once, at least, on each kind of server.
+everyday=(lockVPS:memory createDstSrv:disk getUsageDiskSpace:agent getFreeDiskSpace:inodes
+  dumpQuota:starter startRSyncServer:server_var rSync:server_rsync waitRSyncServer:link
+  stopServices:server_dies startRSyncServer2:link_dead rSync2:node_rsync rSync2:qxmigrate
+  rSync2:starter rSync2:memory waitRSyncServer2:agent restoreQuota:node_dies tuneDstSrv:qxmigrate
+  finish:starter rSync2:starter:sysvinit tuneDstSrv:agent:sysvinit)
 
 # applies STAGE FAULT: whether there is anything to disturb.
 applies() {
@@ -21,35 +35,45 @@ applies() {
   esac
 }
 
-# cells_of full|some: each fault in every stage, or each stage once and each fault once, at
-# least.
+# cells_of full|some
 cells_of() {
-  local stage fault number=0
+  local stage fault
+  if [ "$1" = some ]; then
+    printf '%s\n' "${everyday[@]}"
+    return
+  fi
   for stage in "${stages[@]}"; do
-    if [ "$1" = full ]; then
-      for fault in "${faults[@]}"; do
-        ! applies "$stage" "$fault" || echo "$stage:$fault"
-      done
-    else
-      # Another fault for each stage, by turns.
-      until applies "$stage" "${faults[number % ${#faults[@]}]}"; do number=$((number + 1)); done
-      echo "$stage:${faults[number % ${#faults[@]}]}"
-      number=$((number + 1))
-    fi
+    for fault in "${faults[@]}"; do ! applies "$stage" "$fault" || echo "$stage:$fault"; done
   done
-  [ "$1" = full ] ||
-    printf '%s\n' rSync:server_rsync rSync2:node_rsync rSync2:qxmigrate rSync2:starter
+  for stage in "${sysvinit_stages[@]}"; do
+    for fault in "${sysvinit_faults[@]}"; do echo "$stage:$fault:sysvinit"; done
+  done
+}
+
+# missing_of_everyday: the stages and the faults that are tried on no day.
+missing_of_everyday() {
+  local name
+  for name in "${stages[@]}"; do [[ " ${everyday[*]}" == *" $name:"* ]] || echo "$name"; done
+  for name in "${faults[@]}"; do [[ "${everyday[*]}:" == *":$name"[\ :]* ]] || echo "$name"; done
 }
 
 # print_table DIRECTORY: of the files STAGE:FAULT there, which say "held" or "FAILS".
 print_table() {
   local i stage fault
-  printf '\n%-18s' ''
-  for i in "${!faults[@]}"; do printf '%7d' $((i + 1)); done
-  for stage in "${stages[@]}"; do
-    printf '\n%-18s' "$stage"
-    for fault in "${faults[@]}"; do printf '%7s' "$(cat "$1/$stage:$fault" 2>/dev/null || echo -)"; done
-  done
+  printf '\n%-27s' ''
+  for i in "${!faults[@]}"; do printf '%6d' $((i + 1)); done
+  for stage in "${stages[@]}"; do print_row "$1" "$stage" ""; done
+  for stage in "${sysvinit_stages[@]}"; do print_row "$1" "$stage" sysvinit; done
   printf '\n\n'
   for i in "${!faults[@]}"; do printf '%3d  %s\n' $((i + 1)) "${titles[${faults[i]}]}"; done
+}
+
+# print_row DIRECTORY STAGE KIND: nothing when none of its cells was tried.
+print_row() {
+  local fault
+  compgen -G "$1/$2:*${3:+:$3}" >/dev/null || return 0
+  printf '\n%-27s' "$2${3:+, $3}"
+  for fault in "${faults[@]}"; do
+    printf '%6s' "$(cat "$1/$2:$fault${3:+:$3}" 2>/dev/null || echo -)"
+  done
 }

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Some cells of the matrix of faults, STAGE:FAULT each, on the lab's node; see tests/faults/run.
+# Cells of the matrix of faults, as long as $QX_CELLS/queue has any, on the lab's node; see
+# tests/faults/run.
 # shellcheck source=tests/e2e/ssh-lib.sh
 . "$QX_E2E/ssh-lib.sh"
 # shellcheck source=tests/faults/cells.sh
@@ -40,6 +41,43 @@ fault_link() {
   lab join $server
 }
 
+# Both ends give up by themselves, and the server does what it has to before it can be reached
+# again.
+fault_link_dead() {
+  local began=$SECONDS
+  lab cut $server
+  kill -CONT "$migration"
+  end_migration >/dev/null
+  [ $((SECONDS - began)) -le 60 ] || echo "qxmigrate took $((SECONDS - began)) s to give up" >>"$odd"
+  server_complaints >>"$odd"
+  lab join $server
+}
+
+fault_server_dies() {
+  lab crash $server
+  kill -CONT "$migration"
+  lab boot $server
+}
+
+# The kernel refuses the agent, and what it starts from now on, any page that it does not
+# have yet, and ends it. The control group is one of the node's: the server need not have any.
+fault_memory() {
+  local pid limit=memory.limit_in_bytes
+  mkdir -p "$squeeze"
+  [ -e "$squeeze/$limit" ] || limit=memory.max
+  echo 0 >"$squeeze/$limit"
+  for pid in $(pgrep -f -- '^[^ ]*/ld-linux[^ ]* .*qxagent serve --stdio'); do
+    echo "$pid" >"$squeeze/cgroup.procs"
+  done
+  kill -CONT "$migration"
+}
+
+squeeze=/sys/fs/cgroup/memory/squeeze
+[ -d "${squeeze%/*}" ] || squeeze=/sys/fs/cgroup/squeeze
+
+# How often it was refused one.
+refusals() { cat "$squeeze/memory.failcnt" 2>/dev/null || awk '$1 == "max" { print $2 }' "$squeeze/memory.events"; }
+
 # All of its processes at once, and what was mounted.
 fault_node_dies() {
   local all
@@ -77,6 +115,7 @@ fault_server_var() {
 
 undo_faults() {
   rm -rf /var/lib/qx/ballast /var/lib/qx/many
+  [ ! -d "$squeeze" ] || until_so 20 rmdir "$squeeze" 2>/dev/null
   on_server rm -f /var/tmp/ballast
   fast_source
 }
@@ -85,16 +124,23 @@ undo_faults() {
 
 of_the_migration='qxagent|guard.sh|rsync.*--server'
 nothing_runs_there() { ! on_server pgrep -f "$of_the_migration" >/dev/null; }
+# In the way of whatever init it has.
+service_runs() { on_server "/etc/init.d/$1" status >/dev/null; }
 
 # In the cells' words: what is wrong is a line, nothing is all is well.
-complaints() {
+server_complaints() {
   local name
   for name in nginx ticker; do
     until_so 30 service_runs $name || echo "service $name does not run on the server"
   done
-  until_so 30 nothing_arrived || echo "the agent's folder is left on the server"
+  # After a loss of power nobody is there who could remove it but the next connection.
+  [ "$fault" = server_dies ] || until_so 30 nothing_arrived || echo "the agent's folder is left on the server"
   until_so 30 nothing_runs_there ||
     echo "on the server runs: $(on_server pgrep -af "$of_the_migration" | tr '\n' ';')"
+}
+
+complaints() {
+  server_complaints
   ! pgrep -f -- 'rsync.*--fdin' >/dev/null || echo "rsync runs on the node"
   if ! grep -q interrupted <(qxmigrate list); then
     [ ! -e $private ] || echo "a private area is left that no journal tells of"
@@ -104,8 +150,13 @@ complaints() {
   fi
 }
 
+# What was registered already is not taken away by it.
 second_attempt() {
   migrate >/dev/null
+  if [ "$status" = 1 ] && grep -q "^qxmigrate: .*container $ctid is there, and complete: " "$out"; then
+    try_container
+    migrate >/dev/null
+  fi
   if [ "$status" != 0 ]; then
     echo "the second attempt ends with $status: $(tail -n 1 "$out")"
     return
@@ -113,6 +164,12 @@ second_attempt() {
   qxmigrate verify $ctid >"$out" 2>&1 || {
     echo "the second attempt's container is not what the server is: $(tail -n 5 "$out")"
   }
+  until_so 10 nothing_arrived || echo "the agent's folder is left on the server by the second attempt"
+}
+
+# What the server's files are, compared with what they were.
+changed_files() {
+  lab files $server | diff "$work/$server.files" - | sed -n "s/^[<>]/changed on the server: &/p" | head -n 5 || true
 }
 
 # Everything as before the first attempt.
@@ -124,7 +181,8 @@ reset() {
 
 # A stage may be over before its beginning was noticed: then it is tried again.
 run_cell() {
-  local stage=$1 fault=$2 met='' try
+  local met='' try
+  : >"$odd"
   for try in 1 2 3 4 5 6; do
     mkdir -p "$journals"
     case $fault in *rsync) slow_source "$([ "$stage" = rSync ] && echo 1 || echo 2)" 20000 ;; esac
@@ -138,29 +196,65 @@ run_cell() {
     return
   fi
   "fault_$fault" >/dev/null 2>&1
-  end_migration >/dev/null
-  if [ "$status" = 0 ]; then
+  [ "$fault" = link_dead ] || end_migration >/dev/null
+  cat "$odd"
+  cp "$out" "$work/first.out"
+  echo "it ended with $status" >>"$work/first.out"
+  [ "$fault" != memory ] || [ "$(refusals)" -gt 0 ] || echo "the agent never asked for memory"
+  case $status in
     # It came too late, or did not matter.
-    qxmigrate verify $ctid >"$out" 2>&1 || echo "it succeeds, and verify says: $(tail -n 5 "$out")"
-    start_services
-    qxctl destroy $ctid >/dev/null
-  fi
+    0)
+      try_container
+      start_services
+      ;;
+    # The container was complete, and the server could not be told.
+    3)
+      grep -q "^qxmigrate: container $ctid is there, but" "$out" || echo "it does not say so"
+      server_complaints
+      try_container
+      ;;
+  esac
   undo_faults
   complaints
   second_attempt
   reset
+  changed_files
+}
+
+try_container() {
+  qxmigrate verify $ctid >"$out" 2>&1 || echo "it succeeds, and verify says: $(tail -n 5 "$out")"
+  qxctl destroy $ctid >/dev/null || echo "there is no container"
+}
+
+# use_server NAME: makes the shared functions speak of this one.
+use_server() {
+  server=$1
+  source=root@$server
+  [ -e "$work/$server.files" ] || lab files $server >"$work/$server.files"
+}
+
+# The next cell for one of the nodes.
+take_cell() {
+  (
+    flock 9
+    head -n 1 "$QX_CELLS/queue"
+    sed -i 1d "$QX_CELLS/queue"
+  ) 9>"$QX_CELLS/lock"
 }
 
 # --- All of them --------------------------------------------------------------
 
 mount -t tmpfs -o size=1300m,nr_inodes=60000,mode=755 small /var/lib/qx
-open_source
-note_server_files
-for cell; do
-  stage=${cell%%:*}
-  fault=${cell#*:}
+odd=$work/odd
+while cell=$(take_cell) && [ -n "$cell" ]; do
+  IFS=: read -r stage fault kind <<<"$cell"
+  case $kind in
+    sysvinit) use_server older ;;
+    *) use_server alpha ;;
+  esac
   began=$SECONDS
-  found=$(run_cell "$stage" "$fault")
+  found=$(run_cell)
   [ -z "$found" ] && echo held >"$QX_CELLS/$cell" || echo FAILS >"$QX_CELLS/$cell"
-  check_no "$stage: ${titles[$fault]} ($((SECONDS - began)) s)" echo "$found"
+  check_no "$stage${kind:+, $kind}: ${titles[$fault]} ($((SECONDS - began)) s)" echo "$found"
+  [ -z "$found" ] || sed 's/^/        | /' "$work/first.out"
 done
