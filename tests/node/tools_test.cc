@@ -105,6 +105,13 @@ TEST(Qxctl, SaysWhichFileSystemIsMissingInPlaceOfTheContainersState) {
         const ToolResult start = qxctl("start", "101");
         EXPECT_EQ(start.status, 14);
         EXPECT_THAT(start.err, HasSubstr("'mount /srv'"));
+        // Nothing is made where it would be hidden once that is mounted.
+        EXPECT_EQ(qxctl("set", "101", "OSTEMPLATE=any").status, 0);
+        for (const ToolResult& made : {qxctl("create", "101"), tool("mkqxfs", "/srv/qx/101")}) {
+          EXPECT_EQ(made.status, 14);
+          EXPECT_THAT(made.err, HasSubstr("is on /srv, which is not mounted: 'mount /srv'"));
+        }
+        EXPECT_FALSE(host::exists("/srv/qx"));
         EXPECT_THAT(qxctl("start", "102").err, HasSubstr("'qxctl create 102'"));
       });
 }
