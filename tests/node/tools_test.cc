@@ -28,6 +28,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 template <class... Arguments>
 ToolResult qxctl(const Arguments&... arguments) {
@@ -121,8 +122,15 @@ TEST(Qxctl, NamesAWordThatIsNoCommandAndWhatWasMeant) {
     const ToolResult result = qxctl("strat", "101");
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.err,
-              "qxctl: unknown command 'strat', did you mean 'start'? (see qxctl --help)\n");
-    EXPECT_THAT(qxctl("migrate", "101").err, HasSubstr("unknown command 'migrate' (see"));
+              "qxctl: there is no command 'strat', did you mean 'start'? (see qxctl --help)\n");
+    EXPECT_THAT(qxctl("migrate", "101").err, HasSubstr("no command 'migrate' (see"));
+    const ToolResult option = qxctl("stop", "--fsat", "101");
+    EXPECT_EQ(option.status, 2);
+    EXPECT_EQ(option.err,
+              "qxctl: 'stop' has no option '--fsat', did you mean '--fast'? (see qxctl --help)\n");
+    EXPECT_THAT(qxctl("start", "--skip-lock", "101").err, HasSubstr("mean '--skiplock'?"));
+    EXPECT_EQ(qxctl("--version").status, 0);
+    EXPECT_THAT(qxctl("--version").out, StartsWith("qxctl 1."));
   });
 }
 
