@@ -5,6 +5,7 @@
 #include <linux/openat2.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -12,6 +13,7 @@
 #include <memory>
 
 #include "host/error.h"
+#include "host/text.h"
 
 namespace host {
 
@@ -102,6 +104,23 @@ Fd openInRoot(int rootFd, const char* path, int flags) {
   how.flags = static_cast<uint64_t>(flags) | O_CLOEXEC;
   how.resolve = RESOLVE_IN_ROOT | RESOLVE_NO_MAGICLINKS;
   return Fd(static_cast<int>(syscall(SYS_openat2, rootFd, path, &how, sizeof how)));
+}
+
+std::string readFileInRoot(int rootFd, const char* path, size_t most) {
+  const Fd found = openInRoot(rootFd, path, O_PATH);
+  struct stat status {};
+  if (!found || fstat(found.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  const Fd file(open(textf("/proc/self/fd/%d", found.get()).c_str(), O_RDONLY | O_CLOEXEC));
+  std::string text(most, '\0');
+  size_t size = 0;
+  while (file && size < most) {
+    const ssize_t got = read(file.get(), text.data() + size, most - size);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    size += static_cast<size_t>(got);
+  }
+  text.resize(size);
+  return text;
 }
 
 }  // namespace host

@@ -43,6 +43,11 @@ void makeDirectories(const std::string& path);
 /// the container and never out of it. Invalid with errno set on failure.
 Fd openInRoot(int rootFd, const char* path, int flags);
 
+/// The first bytes, `most` at most, of a file found like that. Empty when there is none, or
+/// something else than a regular file has its name: that is not even opened, as what
+/// opening does to a device the container has chosen.
+std::string readFileInRoot(int rootFd, const char* path, size_t most);
+
 }  // namespace host
 
 #endif

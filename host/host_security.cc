@@ -32,7 +32,7 @@ std::vector<std::string> hostWarnings(const HostSecurity& security) {
   std::vector<std::string> warnings;
   if (!security.appArmor) {
     warnings.emplace_back(
-        "AppArmor is off: the root of a container without UNPRIVILEGED=yes can reach the host's "
+        "AppArmor is off: the root of a privileged container can reach the host's "
         "kernel; start the kernel with 'apparmor=1 security=apparmor'");
   } else if (!security.appArmorParser) {
     warnings.emplace_back(

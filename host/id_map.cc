@@ -209,6 +209,7 @@ Fd makeUserNamespace(const IdMap& map) {
 
 void mountMapped(const std::string& root, const Fd& userNamespace) {
   const Fd tree = mappedCopy(root, userNamespace);
+  detach(root);
   if (syscall(SYS_move_mount, tree.get(), "", AT_FDCWD, root.c_str(), MOVE_MOUNT_F_EMPTY_PATH) !=
       0) {
     failErrno("cannot mount %s with other owners", root.c_str());

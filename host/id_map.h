@@ -55,9 +55,11 @@ std::string missingIds(const ShellVars& settings);
 /// Error (kFailed).
 Fd makeUserNamespace(const IdMap& map);
 
-/// Mounts the mounted directory `root` on itself once more, with the owners as the user
+/// Mounts what is mounted on `root` anew in its own place, with the owners as the user
 /// namespace maps them and without its device files, which the kernel and the file system
-/// must be able to. Not left to LXC, which forgets it when the guest reboots. Throws Error
+/// must be able to. In its place and not on top: services of the host with mounts of their
+/// own that are started meanwhile get copies of both, and an unmounting takes from them only
+/// the lower one. Not left to LXC, which forgets it when the guest reboots. Throws Error
 /// (kFailed).
 void mountMapped(const std::string& root, const Fd& userNamespace);
 

@@ -95,6 +95,10 @@ void makePrivate(const std::string& path) {
   }
 }
 
+void detach(const std::string& path) {
+  if (umount2(path.c_str(), MNT_DETACH) != 0) failErrno("cannot unmount %s", path.c_str());
+}
+
 bool addMountFlags(const std::string& path, unsigned long flags) {
   struct statvfs now {};
   if (statvfs(path.c_str(), &now) != 0) return false;

@@ -45,6 +45,10 @@ std::vector<TableLine> parseMountTable(std::string_view text);
 /// directory that it shows. Throws Error.
 void makePrivate(const std::string& path);
 
+/// Unmounts what is mounted on `path`, here and where copies of it have come to; whoever still
+/// uses its files keeps them. Throws Error.
+void detach(const std::string& path);
+
 /// Adds mount(2)'s `flags` to those of what is mounted on `path`: repeated are the ones that
 /// somebody with more rights has set, which a remount must not lack. False with errno set
 /// on failure.

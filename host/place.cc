@@ -6,6 +6,7 @@
 
 #include "host/error.h"
 #include "host/file.h"
+#include "host/mounts.h"
 #include "host/paths.h"
 #include "host/text.h"
 
@@ -102,6 +103,17 @@ void requireOwnPlaces(const Container& container) {
       }
     }
   }
+}
+
+std::string unmountedPlace(const std::string& privateArea) {
+  return missingMount(readFile("/etc/fstab").value_or(""), mountPoints(), privateArea);
+}
+
+void requireMounted(const std::string& privateArea) {
+  const std::string missing = unmountedPlace(privateArea);
+  if (missing.empty()) return;
+  fail(ExitCode::kNotFound, "the private area %s is on %s, which is not mounted: 'mount %s'",
+       privateArea.c_str(), missing.c_str(), missing.c_str());
 }
 
 void makeStateDirectories() {

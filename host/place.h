@@ -25,6 +25,14 @@ void requireRootsArea(const std::string& privateArea);
 /// are passed over. A container that is none yet may lack a root.
 void requireOwnPlaces(const Container& container);
 
+/// Where on the way to a private area /etc/fstab has a file system that is not mounted;
+/// empty when nothing is missing. What were put there would lie on another file system, and
+/// disappear when that one is mounted.
+std::string unmountedPlace(const std::string& privateArea);
+
+/// Refuses (kNotFound) a private area to which the way is not mounted.
+void requireMounted(const std::string& privateArea);
+
 /// Makes the node's own directories of private areas, roots and templates, and takes from
 /// others whatever right they have there: set-id programs and passwords of whole systems
 /// lie in them. Throws Error.

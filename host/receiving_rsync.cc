@@ -11,6 +11,7 @@
 #include "host/file.h"
 #include "host/paths.h"
 #include "host/process.h"
+#include "host/product.h"
 #include "host/settings.h"
 
 namespace host {
@@ -103,7 +104,7 @@ RsyncProblem receivingRsyncProblem(const ShellVars& settings) {
   const bool allowed = oldOneIsAllowed(settings);
   std::string version;
   try {
-    version = outputOf({kRsyncProgram, "--version"});
+    version = outputOf({rsyncProgram(), "--version"});
   } catch (const Error& error) {
     std::string text = error.what();
     std::replace(text.begin(), text.end(), '\n', ' ');

@@ -93,7 +93,6 @@ class Reader {
 
   std::string readValue() {
     std::string value;
-    if (peek() == '~') refuse("'~' is not expanded here: quote it or write the path in full");
     while (!atEnd() && !isBlank(peek()) && peek() != '\n') {
       const char c = peek();
       switch (c) {
@@ -125,6 +124,12 @@ class Reader {
           refuse(std::string("'") + c + "' must be quoted");
         case '\0':
           refuse("null byte");
+        case '~':
+          // As in PATH=/bin:~/bin.
+          if (value.empty() || value.back() == ':') {
+            refuse("'~' is not expanded here: quote it or write the path in full");
+          }
+          [[fallthrough]];
         default:
           value += c;
           ++at_;
@@ -184,6 +189,10 @@ class Reader {
       refuse("only $NAME and ${NAME} are expanded here; write \\$ for a dollar sign");
     }
     if (braces) ++at_;
+    // A shell joins the lines first, and then reads a longer name.
+    if (!braces && peek() == '\\' && peek(1) == '\n') {
+      refuse("a name does not go on in the next line: write ${" + name + "}");
+    }
     const std::string* found = valueIn(vars_, name);
     if (found == nullptr) found = valueIn(known_, name);
     if (found == nullptr) refuse("variable " + name + " is not set");

@@ -53,8 +53,7 @@ void requireTree(const Container& container) {
        container.id, user.c_str());
 }
 
-/// More than one mount can lie there: one more with mapped owners (id_map.h), or
-/// one made by hand.
+/// More than one mount can lie there, such as one made by hand.
 void umountRoot(const Container& container) {
   while (isMounted(container)) {
     if (umount(container.root.c_str()) != 0) {
@@ -92,6 +91,7 @@ void createContainer(const Container& container) {
          "'mkqxfs %s'",
          configPath(container.id).c_str(), container.privateArea.c_str());
   }
+  requireMounted(container.privateArea);
   makePrivateAreaFromTemplate(container, name);
   const TreeAccess access(container);
   if (isSystemTree(container.tree())) registerContainer(container);

@@ -4,7 +4,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 
 #include "host/error.h"
@@ -20,15 +22,55 @@
 namespace node {
 namespace {
 
-int waitFor(pid_t pid) {
-  int status = 0;
-  while (waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) failErrno("cannot wait for the command");
+/// Holds back what a user presses, or sends to qxctl, to pass it on to the command.
+class HeldSignals {
+ public:
+  HeldSignals() {
+    sigemptyset(&signals_);
+    for (const int signal : {SIGINT, SIGTERM, SIGQUIT, SIGHUP, SIGCHLD}) {
+      sigaddset(&signals_, signal);
+    }
+    sigprocmask(SIG_BLOCK, &signals_, &before_);
   }
-  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+  ~HeldSignals() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  HeldSignals(const HeldSignals&) = delete;
+  HeldSignals& operator=(const HeldSignals&) = delete;
+
+  /// The next one, or nothing (0) after a second or the end of a child process.
+  int next() const {
+    const timespec second{1, 0};
+    const int signal = sigtimedwait(&signals_, nullptr, &second);
+    return signal == SIGCHLD ? 0 : std::max(signal, 0);
+  }
+
+ private:
+  sigset_t signals_, before_;
+};
+
+int waitFor(pid_t pid) {
+  const HeldSignals held;
+  for (;;) {
+    int status = 0;
+    const pid_t ended = waitpid(pid, &status, WNOHANG);
+    if (ended == pid) return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    if (ended < 0 && errno != EINTR) failErrno("cannot wait for the command");
+    if (const int signal = held.next()) kill(pid, signal);
+  }
 }
 
-int attach(const Container& container, const std::vector<std::string>& command, bool terminal) {
+/// A program in a container that has the terminal of who started it can type there, and so
+/// run what it likes outside. One that leads a session of its own has none, also not
+/// under the name /dev/tty.
+int runWithoutTerminal(void* command) {
+  if (setsid() < 0 && getsid(0) != getpid()) return 1;
+  return lxc_attach_run_command(command);
+}
+
+bool hasTerminal() {
+  return isatty(STDIN_FILENO) != 0 || isatty(STDOUT_FILENO) != 0 || isatty(STDERR_FILENO) != 0;
+}
+
+int attach(const Container& container, const std::vector<std::string>& command) {
   if (!runningInit(container.id)) {
     fail(ExitCode::kNotRunning, "container %u is not running", container.id);
   }
@@ -43,11 +85,15 @@ int attach(const Container& container, const std::vector<std::string>& command, 
   options.env_policy = LXC_ATTACH_CLEAR_ENV;
   options.extra_env_vars = pointers.data();
   options.initial_cwd = const_cast<char*>("/root");
+  // One of its own takes the place of ours, wherever that is its input or output.
+  const bool terminal = hasTerminal();
   if (terminal) options.attach_flags |= LXC_ATTACH_TERMINAL;
   lxc_attach_command_t call{argv[0], argv.data()};
   pid_t pid = -1;
   const LxcHandle lxc = openLxc(container.id);
-  if (lxc->attach(lxc.get(), lxc_attach_run_command, &call, &options, &pid) != 0 || pid < 0) {
+  if (lxc->attach(lxc.get(), terminal ? lxc_attach_run_command : runWithoutTerminal, &call,
+                  &options, &pid) != 0 ||
+      pid < 0) {
     fail(ExitCode::kFailed, "cannot run %s in container %u", argv[0], container.id);
   }
   return waitFor(pid);
@@ -62,13 +108,11 @@ LxcHandle openLxc(unsigned id) {
 }
 
 int execInContainer(const Container& container, const std::vector<std::string>& command) {
-  return attach(container, command, false);
+  return attach(container, command);
 }
 
 int enterContainer(const Container& container) {
-  const bool terminal = isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0;
-  return attach(container, {"/bin/sh", "-c", "exec \"$(command -v bash || command -v sh)\" -l"},
-                terminal);
+  return attach(container, {"/bin/sh", "-c", "exec \"$(command -v bash || command -v sh)\" -l"});
 }
 
 }  // namespace node

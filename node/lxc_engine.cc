@@ -60,13 +60,7 @@ std::string lastComplaints(unsigned id) {
 
 void requireArea(const Container& container) {
   if (hasPrivateArea(container)) return;
-  const std::string missing =
-      missingMount(readFile("/etc/fstab").value_or(""), mountPoints(), container.privateArea);
-  if (!missing.empty()) {
-    fail(ExitCode::kNotFound,
-         "the private area %s of container %u is on %s, which is not mounted: 'mount %s'",
-         container.privateArea.c_str(), container.id, missing.c_str(), missing.c_str());
-  }
+  requireMounted(container.privateArea);
   fail(ExitCode::kNotFound,
        "container %u has no private area: 'qxctl create %u' makes one from the OS template that "
        "OSTEMPLATE names; there is no directory %s",

@@ -28,9 +28,10 @@ Outcome startContainer(const Container& container);
 Outcome stopContainer(const Container& container, int timeoutSeconds);
 
 /// Runs a command in a running container, with this process's standard input
-/// and output and a small clean environment, and waits for its end. Returns its
-/// exit status, 128 plus the number of a signal that ended it, 127 when there
-/// is no such program. kNotRunning.
+/// and output and a small clean environment, and waits for its end. In the place of
+/// terminals it gets one of its own; without any it has none. SIGINT, SIGTERM, SIGQUIT and
+/// SIGHUP are passed on to it. Returns its exit status, 128 plus the
+/// number of a signal that ended it, 127 when there is no such program. kNotRunning.
 int execInContainer(const Container& container, const std::vector<std::string>& command);
 
 /// A login shell of root in a running container, on a terminal of its own.

@@ -55,6 +55,7 @@ int main(int argc, char** argv) {
     node::checkPlace("VE_PRIVATE", path);
     const node::Container owner = ownerOf(path);
     node::requireOwnPlaces(owner);
+    node::requireMounted(path);
     node::makePrivateArea(path, node::storagePlan(owner));
     return 0;
   });

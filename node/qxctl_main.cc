@@ -14,7 +14,9 @@
 #include "host/error.h"
 #include "host/lock.h"
 #include "host/place.h"
+#include "host/product.h"
 #include "host/state.h"
+#include "host/suggest.h"
 #include "node/adapt.h"
 #include "node/boot.h"
 #include "node/engine.h"
@@ -22,7 +24,6 @@
 #include "node/report.h"
 #include "node/runscript.h"
 #include "node/set_variables.h"
-#include "node/suggest.h"
 #include "node/tool_main.h"
 
 namespace {
@@ -375,28 +376,32 @@ void describeRunning(CLI::App& app, Options& options, Command& chosen) {
   called->callback([&chosen] { chosen = hook; });
 }
 
-/// Names the word that should be a command and is none.
-bool sayUnknown(const CLI::App& app, int argc, char** argv) {
+std::vector<std::string> optionsOf(const CLI::App& app) {
   std::vector<std::string> names;
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  }
+  return names;
+}
+
+/// Names the command or option that there is not.
+bool sayUnknown(const CLI::App& app, int argc, char** argv) {
+  host::CommandWords known;
+  known.sharedOptions = true;
+  known.options[""] = optionsOf(app);
   for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
-    if (!command->get_group().empty()) names.push_back(command->get_name());
+    if (!command->get_group().empty()) known.options[command->get_name()] = optionsOf(*command);
   }
-  for (int i = 1; i < argc; ++i) {
-    const std::string word = argv[i];
-    if (word.starts_with('-')) continue;
-    if (std::find(names.begin(), names.end(), word) != names.end() || word == "hook") return false;
-    const std::string meant = node::nearest(word, names);
-    const std::string hint = meant.empty() ? "" : ", did you mean '" + meant + "'?";
-    fprintf(stderr, "qxctl: unknown command '%s'%s (see qxctl --help)\n", word.c_str(),
-            hint.c_str());
-    return true;
-  }
-  return false;
+  const std::string text = host::misspelt({argv + 1, argv + argc}, known);
+  if (text.empty()) return false;
+  fprintf(stderr, "qxctl: %s (see qxctl --help)\n", text.c_str());
+  return true;
 }
 
 int runCommandLine(int argc, char** argv) {
   CLI::App app{kAbout, "qxctl"};
   app.footer(std::string(kExamples) + "\n" + node::exitCodeHelp());
+  app.set_version_flag("--version", "qxctl " + host::productVersion());
   app.require_subcommand(1);
   app.fallthrough();
   Options options;
@@ -425,8 +430,9 @@ int runCommandLine(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    if (sayUnknown(app, argc, argv)) return static_cast<int>(node::ExitCode::kUsage);
-    if (app.exit(error) == 0) return 0;  // --help is an "error" to the parser, too.
+    // --help is an "error" to the parser, too.
+    if (error.get_exit_code() == 0) return app.exit(error);
+    if (!sayUnknown(app, argc, argv)) app.exit(error);
     return static_cast<int>(node::ExitCode::kUsage);
   }
   const std::string warning = node::ensureConfigDirectory();

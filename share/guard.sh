@@ -30,12 +30,14 @@ is_stopped() {
 
 is_ours() { [ "$(head -n 1 "$1/pid" 2>/dev/null)" = "$starter" ]; }
 
-# The pids of what runs from the folder with such arguments.
+# The pids of what runs from the folder with such arguments. Anybody can give a process
+# such arguments, but only root can run what lies in the folder.
 programs() {
     for c in /proc/[0-9]*/cmdline; do
         tr "\000" " " <"$c" 2>/dev/null | grep -q "^$folder/.*$1" || continue
-        p=${c#/proc/}
-        echo "${p%/cmdline}"
+        p=${c%/cmdline}
+        e=$(ls -l "$p/exe" 2>/dev/null)
+        case ${e#* -> } in "$folder"/*) echo "${p#/proc/}" ;; esac
     done
 }
 

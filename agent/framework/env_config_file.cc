@@ -10,7 +10,6 @@
 //              "barrier:limit", or "limit" for those of one value
 
 #include <cctype>
-#include <sstream>
 
 #include "agent/system/last_error.h"
 #include "framework/env_manager.h"
@@ -20,17 +19,11 @@
 #include "host/interfaces.h"
 #include "host/resources.h"
 #include "host/shell_vars.h"
+#include "host/text.h"
 
 namespace {
 
 constexpr int kSearchDomainAttribute = 1558;
-
-std::vector<std::string> words(const std::string& text) {
-  std::istringstream stream(text);
-  std::vector<std::string> found;
-  for (std::string word; stream >> word;) found.push_back(word);
-  return found;
-}
 
 template <class Range>
 std::string joined(const Range& range) {
@@ -171,15 +164,16 @@ int QXAEnvConfigBashParser::parse(const std::string& text, QXAEnvConfig& config)
   if (const auto value = take("OSTEMPLATE")) config.setOsTemplate(QXAOsTemplate{*value});
   if (const auto value = take("IP_ADDRESS")) {
     std::vector<QXL::QXLIPAddress> addresses;
-    for (const std::string& word : words(*value)) addresses.emplace_back(word);
+    for (const std::string_view word : host::splitWords(*value))
+      addresses.emplace_back(std::string(word));
     config.setAddresses(addresses);
   }
   if (const auto value = take("NAMESERVER")) {
-    const std::vector<std::string> list = words(*value);
+    const std::vector<std::string_view> list = host::splitWords(*value);
     config.setNameservers(std::list<std::string>(list.begin(), list.end()));
   }
   if (const auto value = take(vocabulary_.getVariable(kSearchDomainAttribute))) {
-    const std::vector<std::string> list = words(*value);
+    const std::vector<std::string_view> list = host::splitWords(*value);
     config.setStringListAttr(std::set<std::string>(list.begin(), list.end()),
                              kSearchDomainAttribute);
   }

@@ -8,6 +8,7 @@
 
 #include "agent/wire/operator_registry.h"
 #include "host/process.h"
+#include "host/product.h"
 
 namespace agent {
 
@@ -72,8 +73,7 @@ std::string Plugin::defaultPath() {
   std::error_code error;
   const std::filesystem::path here = std::filesystem::path(host::ownProgram()).parent_path();
   for (const std::filesystem::path& folder :
-       {here, here / "../lib", std::filesystem::path("/usr/local/lib"),
-        std::filesystem::path("/usr/lib")}) {
+       {here, here / "../lib", std::filesystem::path(host::pluginFolder())}) {
     if (std::filesystem::exists(folder / kLibraryName, error)) {
       return (folder / kLibraryName).lexically_normal();
     }

@@ -19,8 +19,8 @@ class Plugin {
   Plugin& operator=(const Plugin&) = delete;
 
   /// Where the plug-in is looked for when nobody says: beside the program, in
-  /// "../lib" from there, in /usr/local/lib and in /usr/lib. The first that exists,
-  /// or the plain name.
+  /// "../lib" from there, or where the product was installed. The first that exists, or
+  /// the plain name.
   static std::string defaultPath();
 
   /// An exported symbol of the plug-in that this process has loaded; null when there

@@ -12,6 +12,7 @@
 #include "framework/request.h"
 #include "framework/runner.h"
 #include "host/file.h"
+#include "host/product.h"
 
 namespace agent {
 
@@ -19,8 +20,8 @@ namespace {
 constexpr int kStartSeconds = 120;
 
 std::string stoppedPath() {
-  const char* folder = getenv("QXA_TMPDIR");
-  return folder && *folder ? std::string(folder) + "/stopped-services" : "";
+  const std::string folder = host::agentFolder();
+  return folder.empty() ? folder : folder + "/stopped-services";
 }
 
 }  // namespace

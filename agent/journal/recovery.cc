@@ -14,6 +14,7 @@
 #include "host/lock.h"
 #include "host/mounts.h"
 #include "host/paths.h"
+#include "host/place.h"
 #include "host/process.h"
 #include "host/state.h"
 #include "host/text.h"
@@ -72,8 +73,7 @@ class Recovery {
 
   // Nobody can tell what is there, and without the configuration nobody would look again.
   void requireDisk() const {
-    const std::string missing = host::missingMount(host::readFile("/etc/fstab").value_or(""),
-                                                   host::mountPoints(), record_.privateArea);
+    const std::string missing = host::unmountedPlace(record_.privateArea);
     if (missing.empty()) return;
     host::fail(host::ExitCode::kNotMounted,
                "the private area %s is on %s, which is not mounted: 'mount %s', and clean again",

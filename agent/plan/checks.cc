@@ -204,10 +204,19 @@ class Checks {
            ".");
     }
     const auto& own = facts_.measurement.addresses;
+    bool isToldGateway = facts_.node.hasGateway || addresses.empty();
     for (const std::string& address : addresses) {
+      if (address == "dhcp") isToldGateway = true;
       if (std::find(own.begin(), own.end(), bare(address)) == own.end()) continue;
+      // With its address, the server's gateway is kept.
+      isToldGateway = true;
       note("The server has the address " + bare(address) +
            " as well: turn it off before the container is started.");
+    }
+    if (!isToldGateway) {
+      note(
+          "The container has no gateway and reaches only its own net: set GATEWAY in "
+          "/etc/qx/qx.conf, or in --config.");
     }
   }
 

@@ -1,22 +1,15 @@
 #include "agent/plan/make_plan.h"
 
 #include <algorithm>
-#include <sstream>
 
 #include "agent/plan/checks.h"
 #include "agent/plan/disk_limits.h"
 #include "host/interfaces.h"
+#include "host/text.h"
 
 namespace agent {
 
 namespace {
-
-std::vector<std::string> words(const std::string& text) {
-  std::istringstream stream(text);
-  std::vector<std::string> found;
-  for (std::string word; stream >> word;) found.push_back(word);
-  return found;
-}
 
 // The addresses of the interfaces, or those of the old variable without any.
 std::vector<std::string> addressesOf(const host::ShellVars& config) {
@@ -26,7 +19,10 @@ std::vector<std::string> addressesOf(const host::ShellVars& config) {
   for (const host::Interface& interface : host::interfacesOf(container)) {
     addresses.insert(addresses.end(), interface.addresses.begin(), interface.addresses.end());
   }
-  return addresses.empty() ? words(host::valueOf(config, "IP_ADDRESS")) : addresses;
+  if (!addresses.empty()) return addresses;
+  const std::string old = host::valueOf(config, "IP_ADDRESS");
+  for (const std::string_view address : host::splitWords(old)) addresses.emplace_back(address);
+  return addresses;
 }
 
 }  // namespace

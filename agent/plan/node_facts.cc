@@ -108,6 +108,7 @@ host::Container containerOf(const QXA::QXAMigrateP2VSerializerParams& params,
 std::string problemOf(const host::Container& container) {
   try {
     host::requireOwnPlaces(container);
+    host::requireMounted(container.privateArea);
   } catch (const host::Error& problem) {
     return problem.what();
   }
@@ -146,6 +147,7 @@ NodeFacts nodeFacts(const QXA::QXAMigrateP2VSerializerParams& params) {
   const std::string storage = container.var("STORAGE");
   if (!storage.empty()) facts.storage = storage;
   facts.quotasOff = container.hasNoDiskQuota();
+  facts.hasGateway = !container.var("GATEWAY").empty();
   facts.placeProblem = problemOf(container);
   const host::IdChoice ids = host::idChoiceOf(container);
   if (ids.map) facts.ids = ids.map->count;

@@ -33,6 +33,7 @@ struct NodeFacts {
   /// Why addresses of other containers could not be found out.
   std::vector<std::string> addressProblems;
   bool hasAddressPool = false;      ///< IP_POOL, for the address "auto"
+  bool hasGateway = false;          ///< GATEWAY, of the host or of the container
   std::string distributionFile;     ///< its path, or where it would be
   std::string distributionProblem;  ///< why that file cannot be used; empty when it can
   std::string distributionScript;   ///< path; empty when the table has none

@@ -30,6 +30,25 @@ constexpr const char* kLikelyPlaces[] = {"/etc",     "/root",     "/bin",  "/sbi
 struct CloseDir {
   void operator()(DIR* dir) const { closedir(dir); }
 };
+using Dir = std::unique_ptr<DIR, CloseDir>;
+
+// Whoever owns it may have put a link in its place since.
+Dir openDirectory(const std::string& path) {
+  host::Fd fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  return Dir(fd ? fdopendir(fd.release()) : nullptr);
+}
+
+// A file or directory, to ask for its attributes; not open when it is anything else. In a
+// folder of somebody's own a name is a file now and leads to a device then, and to open some
+// devices is to do something with them: so it is looked at before it is opened.
+host::Fd openRegular(int directory, const char* name) {
+  const host::Fd found(openat(directory, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  struct stat info;
+  if (!found || fstatat(found.get(), "", &info, AT_EMPTY_PATH) != 0) return host::Fd();
+  if (!S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode)) return host::Fd();
+  const std::string same = "/proc/self/fd/" + std::to_string(found.get());
+  return host::Fd(open(same.c_str(), O_RDONLY | O_CLOEXEC | O_NOATIME));
+}
 
 class Walk {
  public:
@@ -43,13 +62,13 @@ class Walk {
     if (lstat(start.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return true;
     std::string owner = ownerOf(start);
     if (owner.empty() || !firstVisit(info)) return true;
-    note(start, owner, info);
+    note(start, owner, info, AT_FDCWD, start.c_str());
     std::deque<std::pair<std::string, std::string>> waiting = {{start, owner}};
     while (!waiting.empty()) {
       std::string directory;
       std::tie(directory, owner) = std::move(waiting.front());
       waiting.pop_front();
-      const std::unique_ptr<DIR, CloseDir> dir(opendir(directory.c_str()));
+      const Dir dir = openDirectory(directory);
       if (!dir) continue;
       const std::string prefix = directory == "/" ? "/" : directory + "/";
       while (const dirent* entry = readdir(dir.get())) {
@@ -67,7 +86,7 @@ class Walk {
         const bool isDirectory = S_ISDIR(info.st_mode);
         if ((isDirectory || info.st_nlink > 1) && !firstVisit(info)) continue;
         const std::string& below = mount != mounts_.end() ? path : owner;
-        note(path, below, info);
+        note(path, below, info, dirfd(dir.get()), entry->d_name);
         if (isDirectory) waiting.push_back({path, below});
       }
     }
@@ -100,7 +119,9 @@ class Walk {
     return visited_.insert({info.st_dev, info.st_ino}).second;
   }
 
-  void note(const std::string& path, const std::string& owner, const struct stat& info) {
+  // `name` is the path as seen from the directory.
+  void note(const std::string& path, const std::string& owner, const struct stat& info,
+            int directory, const char* name) {
     FileCount& count = findings.perMount[owner];
     count.bytes += static_cast<long long>(info.st_blocks) * 512;
     ++count.files;
@@ -113,8 +134,7 @@ class Walk {
       findings.largestGidPath = path;
     }
     if (!S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode)) return;
-    const host::Fd fd(
-        open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOATIME));
+    const host::Fd fd = openRegular(directory, name);
     int flags = 0;
     if (!fd || ioctl(fd.get(), FS_IOC_GETFLAGS, &flags) != 0) return;
     if (!(flags & (FS_IMMUTABLE_FL | FS_APPEND_FL))) return;

@@ -151,6 +151,7 @@ Run describeMigrate(CLI::App& app) {
   describeServer(app, settings->server);
   describeContainer(app, settings->options);
   describeMeasuring(app, settings->measure);
+  const HelpHeading heading(app, "The migration");
   app.add_flag("--force", settings->force, "Migrate even if the plan is blocked");
   app.add_flag("--no-measure", settings->noMeasure,
                "Neither measure nor plan: --distribution is then required, limits come from\n"
@@ -174,8 +175,12 @@ Run describeMigrate(CLI::App& app) {
       "starts its services again, 64 for a wrong command line, 130 when it was cancelled and "
       "undone.\n"
       "\n"
-      "Example:\n"
-      "  qxmigrate root@oldserver --ctid 101 --stop-service nginx");
+      "Examples:\n"
+      "  qxmigrate plan root@oldserver --ctid 101\n"
+      "  qxmigrate root@oldserver --ctid 101 --stop-service nginx\n"
+      "  qxmigrate verify 101\n"
+      "\n"
+      "'qxmigrate COMMAND --help' tells the options of a command, qxmigrate(8) the rest.");
   return [settings]() {
     // What is wrong in the options is told before the server is bothered.
     if (!areUsable(settings->options, !settings->noMeasure)) return kExitUsage;

@@ -7,12 +7,12 @@
 
 #include "agent/framework/plugin.h"
 #include "agent/plan/survey_operator.h"
-#include "agent/programs/version.h"
 #include "agent/system/log_level.h"
 #include "agent/system/signals.h"
 #include "agent/verify/list_operator.h"
 #include "agent/wire/server.h"
 #include "agent/wire/stdio_server.h"
+#include "host/product.h"
 
 namespace {
 
@@ -40,8 +40,9 @@ int serve(const std::string& address, bool stdio, const std::string& library, in
 int main(int argc, char** argv) try {
   // What the plug-in's programs print is read, and is not to be translated.
   setenv("LC_ALL", "C", 1);
+  host::offerProductFiles();
   CLI::App app("The host agent: lets a container host migrate this server into a container.");
-  app.set_version_flag("--version", std::string("qxagent ") + agent::kVersion);
+  app.set_version_flag("--version", "qxagent " + host::productVersion());
   app.require_subcommand(1);
   app.footer(
       "Exit status: 0 when stopped by SIGTERM, SIGINT or SIGHUP, 1 when it cannot serve,\n"
@@ -57,7 +58,7 @@ int main(int argc, char** argv) try {
       ->excludes(listenOption);
   serveCommand->add_option("--library", library,
                            "The plug-in (default: libqxlinmigrate.so beside this program, in\n"
-                           "../lib, /usr/local/lib or /usr/lib)");
+                           "../lib or where it was installed)");
   serveCommand->add_flag("-v,--verbose", verbosity, "Log more to standard error; may be repeated");
   CLI::App* channelCommand = app.add_subcommand(
       "channel", "Give the standard streams to the agent that runs here, as a data channel");

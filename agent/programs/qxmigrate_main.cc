@@ -6,10 +6,14 @@
 #include <cstdlib>
 #include <exception>
 #include <map>
+#include <string>
 #include <vector>
 
 #include "agent/programs/commands.h"
-#include "agent/programs/version.h"
+#include "agent/programs/versions.h"
+#include "host/product.h"
+#include "host/suggest.h"
+#include "host/visible.h"
 
 namespace {
 
@@ -42,14 +46,34 @@ class Migration {
   std::vector<CLI::Option*> options_, required_;
 };
 
+std::vector<std::string> optionsOf(const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  }
+  return names;
+}
+
+host::CommandWords wordsOf(const CLI::App& app) {
+  host::CommandWords known;
+  known.commandNeeded = false;
+  known.options[""] = optionsOf(app);
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    known.options[command->get_name()] = optionsOf(*command);
+  }
+  return known;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) try {
   // What the plug-in's programs print is read, and is not to be translated.
   setenv("LC_ALL", "C", 1);
+  host::offerProductFiles();
   CLI::App app("Migrates a running server into a container on this host.", "qxmigrate");
   const Migration migration(app);
-  app.set_version_flag("--version", std::string("qxmigrate ") + agent::kVersion);
+  app.set_version_flag("--version", agent::versionsText,
+                       "Show the versions of this program and of what it loads and sends");
   app.require_subcommand(0, 1);
   std::map<const CLI::App*, agent::Run> commands;
   const auto add = [&](const char* name, agent::Run (*describe)(CLI::App&), const char* text) {
@@ -71,7 +95,17 @@ int main(int argc, char** argv) try {
     migration.refuseOptions();
     return commands.at(named.front())();
   } catch (const CLI::ParseError& problem) {
-    return app.exit(problem) == 0 ? 0 : agent::kExitUsage;
+    if (problem.get_exit_code() == 0) return app.exit(problem);
+    // A value that is wrong belongs to an option that there is.
+    const bool value = dynamic_cast<const CLI::ConversionError*>(&problem) != nullptr ||
+                       dynamic_cast<const CLI::ValidationError*>(&problem) != nullptr;
+    const std::string text = host::misspelt({argv + 1, argv + argc}, wordsOf(app));
+    if (value || text.empty()) {
+      app.exit(problem);
+    } else {
+      fprintf(stderr, "qxmigrate: %s (see qxmigrate --help)\n", host::visibleLine(text).c_str());
+    }
+    return agent::kExitUsage;
   }
 } catch (const std::exception& problem) {
   fprintf(stderr, "qxmigrate: %s\n", problem.what());

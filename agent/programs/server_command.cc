@@ -81,7 +81,16 @@ int run(const ServerOptions& options, bool quiet, int failed, const ServerWork& 
 
 }  // namespace
 
+HelpHeading::HelpHeading(CLI::App& app, const char* text)
+    : app_(app), text_(text), before_(app.get_options().size()) {}
+
+HelpHeading::~HelpHeading() {
+  const std::vector<CLI::Option*> options = app_.get_options();
+  for (size_t i = before_; i < options.size(); ++i) options[i]->group(text_);
+}
+
 void describeServer(CLI::App& app, ServerOptions& options) {
+  const HelpHeading heading(app, "The server");
   app.add_option("source", options.source.address,
                  "The server: [user@]host[:port] or ssh://[user@]host[:port], reached by ssh;\n"
                  "or unix:PATH of the socket of an agent that runs there already")
@@ -94,6 +103,7 @@ void describeServer(CLI::App& app, ServerOptions& options) {
 }
 
 void describeMeasuring(CLI::App& app, MeasureSettings& settings) {
+  const HelpHeading heading(app, "Measuring");
   app.add_option("--duration", settings.duration, "Seconds to measure for (5); 0 for one sample")
       ->check(CLI::Range(0, 86400));
   app.add_option("--interval", settings.interval, "Seconds between samples (1)")
@@ -106,6 +116,7 @@ void describeMeasuring(CLI::App& app, MeasureSettings& settings) {
 }
 
 void describeContainer(CLI::App& app, MigrateOptions& options) {
+  const HelpHeading heading(app, "The container");
   app.add_option("--ctid", options.ctid, "ID of the container to create")->required();
   app.add_option("--distribution", options.distribution,
                  "The server's distribution, NAME-VERSION such as debian-12 (default: detected)");

@@ -30,6 +30,20 @@ void describeServer(CLI::App& app, ServerOptions& options);
 void describeMeasuring(CLI::App& app, MeasureSettings& settings);
 void describeContainer(CLI::App& app, MigrateOptions& options);
 
+/// Shows the options that are added to `app` while it lives under a heading of the help.
+class HelpHeading {
+ public:
+  HelpHeading(CLI::App& app, const char* text);
+  ~HelpHeading();
+  HelpHeading(const HelpHeading&) = delete;
+  HelpHeading& operator=(const HelpHeading&) = delete;
+
+ private:
+  CLI::App& app_;
+  const char* text_;
+  size_t before_;
+};
+
 /// Whether parameters can be made of the options; says what is wrong on standard error if
 /// not. A missing distribution is not wrong where the server will be asked for it.
 bool areUsable(MigrateOptions options, bool serverIsAsked);

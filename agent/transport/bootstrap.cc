@@ -1,5 +1,7 @@
 #include "agent/transport/bootstrap.h"
 
+#include <sstream>
+
 namespace agent {
 
 namespace {
@@ -75,6 +77,22 @@ std::string bootstrapCommand(uint64_t bytes, const std::string& sha256) {
   replaceAll(program, "@AGENT@", kBundleAgent);
   replaceAll(program, "@GUARD@", kBundleGuard);
   return asRoot(program);
+}
+
+BootstrapLine readBootstrapLine(const std::string& line) {
+  std::istringstream words(line);
+  std::string tag, what;
+  words >> tag >> what;
+  BootstrapLine read;
+  if (tag != "QX") return read;
+  if (what == "send") read.kind = BootstrapLine::Kind::kSend;
+  if (what == "run") read.kind = BootstrapLine::Kind::kRun;
+  if (what == "error") {
+    read.kind = BootstrapLine::Kind::kError;
+    words >> read.word;
+    std::getline(words >> std::ws, read.detail);
+  }
+  return read;
 }
 
 std::string channelCommand(const std::string& token) {

@@ -27,6 +27,14 @@ inline constexpr const char* kBundleGuard = "/var/qxagent.tmp/bin/guard.sh";
 /// for, and removes the directory.
 std::string bootstrapCommand(uint64_t bytes, const std::string& sha256);
 
+/// A line of that program, or of what a login prints before it.
+struct BootstrapLine {
+  enum class Kind { kNoise, kSend, kRun, kError };
+  Kind kind = Kind::kNoise;
+  std::string word, detail;  ///< of an error
+};
+BootstrapLine readBootstrapLine(const std::string& line);
+
 /// The remote command that gives its standard streams to the agent as a data
 /// channel. Its bytes come after a line of this text: login scripts may print.
 inline constexpr const char* kChannelBegins = "QX channel";

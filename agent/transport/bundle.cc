@@ -9,6 +9,7 @@
 #include "agent/system/last_error.h"
 #include "host/file.h"
 #include "host/process.h"
+#include "host/product.h"
 
 namespace agent {
 
@@ -19,7 +20,7 @@ Bundle findBundle() {
   if (const char* named = getenv("QX_BUNDLE_DIR")) {
     folders = {named};
   } else {
-    folders = {here, here / "../share/qxlinmigrate", "/usr/local/share/qxlinmigrate"};
+    folders = {here, here / "../share/qxlinmigrate", host::productFolder()};
   }
   for (const std::filesystem::path& folder : folders) {
     const std::filesystem::path archive = (folder / "bundle.tar.gz").lexically_normal();

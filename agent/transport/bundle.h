@@ -14,8 +14,8 @@ struct Bundle {
 };
 
 /// Finds bundle.tar.gz with its bundle.sha256: in the directory that QX_BUNDLE_DIR
-/// names, beside this program, in "../share/qxlinmigrate" from there, or in
-/// /usr/local/share/qxlinmigrate. Throws std::runtime_error.
+/// names, beside this program, in "../share/qxlinmigrate" from there, or where
+/// the product was installed. Throws std::runtime_error.
 Bundle findBundle();
 
 }  // namespace agent

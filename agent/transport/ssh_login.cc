@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <sstream>
 #include <stdexcept>
 
 #include "agent/system/last_error.h"
@@ -59,22 +58,25 @@ void SshLogin::start(const std::vector<std::string>& command) {
 void SshLogin::bringOver(const Bundle& bundle, const std::string& target, const Tell& tell,
                          const CancelToken* cancel) {
   target_ = target;
+  giveUpAt_ = Clock::now() + patience_;
+  // A server that asks again and again for what it was sent is not listened to for ever.
+  bool sent = false;
   for (int noise = 0;;) {
-    std::istringstream words(readLine(cancel));
-    std::string tag, word, detail;
-    words >> tag >> word;
-    if (tag != "QX") {
-      if (++noise > kMaxNoiseLines) giveUp(cancel);
-    } else if (word == "send") {
-      tell("Sending the agent to " + target + " (" +
-           std::to_string((bundle.bytes + 1048575) / 1048576) + " MiB)...");
-      sendBundle(bundle, cancel);
-    } else if (word == "run") {
-      return;
-    } else if (word == "error") {
-      words >> word;
-      std::getline(words >> std::ws, detail);
-      throw std::runtime_error(explainBootstrapFailure(target, word, detail));
+    const BootstrapLine line = readBootstrapLine(readLine(cancel));
+    switch (line.kind) {
+      case BootstrapLine::Kind::kSend:
+        if (sent) throw std::runtime_error(target + " asks for the agent a second time");
+        sent = true;
+        tell("Sending the agent to " + target + " (" +
+             std::to_string((bundle.bytes + 1048575) / 1048576) + " MiB)...");
+        sendBundle(bundle, cancel);
+        break;
+      case BootstrapLine::Kind::kRun:
+        return;
+      case BootstrapLine::Kind::kError:
+        throw std::runtime_error(explainBootstrapFailure(target, line.word, line.detail));
+      case BootstrapLine::Kind::kNoise:
+        if (++noise > kMaxNoiseLines) giveUp(cancel);
     }
   }
 }
@@ -84,6 +86,7 @@ void SshLogin::bringOver(const Bundle& bundle, const std::string& target, const 
 std::string SshLogin::readLine(const CancelToken* cancel) {
   std::string line;
   for (;;) {
+    checkTime();
     char byte;
     const ssize_t count = read(output_.get(), &byte, 1);
     if (count == 1) {
@@ -112,11 +115,18 @@ void SshLogin::sendBundle(const Bundle& bundle, const CancelToken* cancel) {
       // A server's program that has given up says why; that is read next.
       if (count < 0 && !wouldBlock()) return;
       if (cancel && cancel->isCancelled()) giveUp(cancel);
+      checkTime();
       waitFor(input_.get(), POLLOUT, kStep, {errors_.get(), cancel ? cancel->fd() : -1});
       drainErrors();
     }
   }
   if (got < 0) throw std::runtime_error(bundle.path + ": " + errnoText(errno));
+}
+
+void SshLogin::checkTime() const {
+  if (Clock::now() < giveUpAt_) return;
+  throw std::runtime_error("the agent does not run on " + target_ + " after " +
+                           std::to_string(patience_.count()) + " seconds");
 }
 
 // The connection ended before the agent ran.

@@ -25,11 +25,17 @@ class SshLogin {
  public:
   using Tell = std::function<void(const std::string&)>;
 
+  /// `patience`: how long it may take until the agent runs, typing a password and sending
+  /// the agent included.
+  explicit SshLogin(std::chrono::seconds patience = std::chrono::minutes(30))
+      : patience_(patience) {}
+
   /// Starts the client. Throws std::runtime_error.
   void start(const std::vector<std::string>& command);
 
   /// Talks with the program of bootstrapCommand until the agent runs. Throws
-  /// std::runtime_error with a text for people that names `target`. cancel may be null.
+  /// std::runtime_error with a text for people that names `target`, also when that takes
+  /// too long. cancel may be null.
   void bringOver(const Bundle& bundle, const std::string& target, const Tell& tell,
                  const CancelToken* cancel);
 
@@ -52,6 +58,7 @@ class SshLogin {
  private:
   std::string readLine(const CancelToken* cancel);
   void sendBundle(const Bundle& bundle, const CancelToken* cancel);
+  void checkTime() const;
   [[noreturn]] void giveUp(const CancelToken* cancel);
   void drainErrors();
 
@@ -61,6 +68,8 @@ class SshLogin {
   bool errorsAreOurs_ = true;
   std::string errorText_;
   std::string target_;
+  const std::chrono::seconds patience_;
+  std::chrono::steady_clock::time_point giveUpAt_;
   std::chrono::seconds leaveTimeout_{60};
   Child child_;
 };

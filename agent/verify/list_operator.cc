@@ -103,13 +103,7 @@ class FirstProblem {
 
 Edits editsOf(const std::string& tree) {
   const host::Fd root(open(tree.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  const host::Fd file =
-      root ? host::openInRoot(root.get(), kEditsPath, O_RDONLY | O_NONBLOCK) : host::Fd();
-  if (!file) return Edits("");
-  std::string text(kLongestEdits, '\0');
-  const ssize_t got = read(file.get(), text.data(), text.size());
-  text.resize(static_cast<size_t>(got > 0 ? got : 0));
-  return Edits(text);
+  return Edits(root ? host::readFileInRoot(root.get(), kEditsPath, kLongestEdits) : "");
 }
 
 /// Asks for the list; it comes through the channel. Throws the server's reason.

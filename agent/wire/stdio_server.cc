@@ -20,6 +20,7 @@
 #include "agent/system/socket_address.h"
 #include "agent/wire/server.h"
 #include "host/pass_fds.h"
+#include "host/product.h"
 
 namespace agent {
 
@@ -49,12 +50,12 @@ void receiveChannel(host::Fd connection, ChannelTable& channels) {
 class HeardFile {
  public:
   void write(unsigned long timesHeard) {
-    const char* folder = getenv("QXA_TMPDIR");
-    if (!folder || timesHeard == written_) return;
+    const std::string folder = host::agentFolder();
+    if (folder.empty() || timesHeard == written_) return;
     written_ = timesHeard;
     std::string uptime;
     if (!std::getline(std::ifstream("/proc/uptime"), uptime)) return;
-    std::ofstream(std::string(folder) + "/heard") << uptime.substr(0, uptime.find('.')) << "\n";
+    std::ofstream(folder + "/heard") << uptime.substr(0, uptime.find('.')) << "\n";
   }
 
  private:
@@ -75,10 +76,7 @@ host::Fd listenForChannels() {
 
 }  // namespace
 
-std::string channelSocketPath() {
-  const char* folder = getenv("QXA_TMPDIR");
-  return std::string(folder ? folder : "") + "/channel.sock";
-}
+std::string channelSocketPath() { return host::agentFolder() + "/channel.sock"; }
 
 void serveStdio(int stopFd) {
   // The streams are the connection's; nothing else may write or read there.

@@ -47,5 +47,10 @@ find "$tree" -type f -exec chmod 0755 {} +
 mkdir -p "$output"
 tar -C "$tree" --sort=name --mtime=@0 --owner=0 --group=0 --numeric-owner --format=gnu -cf - bin lib usr |
     gzip -n -9 >"$output/bundle.tar.gz.new"
+# For people who ask what is sent.
+{
+    "$agent" --version
+    "$stock" --version | sed -n 's/^rsync  *version \([^ ]*\).*/rsync \1/p'
+} >"$output/bundle.versions"
 sha256sum <"$output/bundle.tar.gz.new" | cut -d' ' -f1 >"$output/bundle.sha256"
 mv "$output/bundle.tar.gz.new" "$output/bundle.tar.gz"

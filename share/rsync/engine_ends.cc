@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "host/file.h"
+#include "host/product.h"
 #include "host/text.h"
 #include "share/engine/problems.h"
 #include "share/engine/receiver.h"
@@ -35,8 +36,8 @@ constexpr mode_t kNewDestination = 0700;
 
 // Within the agent's own, which goes when the agent goes and is never copied.
 std::string senderFolder() {
-  const char* folder = std::getenv("QXA_TMPDIR");
-  return folder == nullptr || *folder == '\0' ? std::string() : std::string(folder) + "/engine";
+  const std::string folder = host::agentFolder();
+  return folder.empty() ? folder : folder + "/engine";
 }
 
 // QX_RSYNC_BWLIMIT is in units of 1024 bytes a second, as --bwlimit of stock rsync.

@@ -20,7 +20,8 @@ constexpr std::string_view kCapabilitiesTag = "CAPABILITIES";
 constexpr std::string_view kTakenLine = "TAKEN";
 constexpr std::string_view kRefusedLine = "REFUSED";
 
-std::vector<std::string_view> words(std::string_view line) {
+// Each blank separates, so that a line is written in one way only.
+std::vector<std::string_view> splitAtBlanks(std::string_view line) {
   std::vector<std::string_view> found;
   while (true) {
     const size_t blank = line.find(' ');
@@ -109,7 +110,7 @@ std::string formatOffer(const Offer& offer) {
 }
 
 std::optional<Offer> parseOffer(std::string_view line) {
-  const std::vector<std::string_view> parts = words(line);
+  const std::vector<std::string_view> parts = splitAtBlanks(line);
   if (parts.size() != 4 || parts[0] != kTag || host::parseDecimal(parts[1]) != kHandshakeVersion)
     return std::nullopt;
   const std::string_view features = parts[2];
@@ -122,7 +123,7 @@ std::optional<Offer> parseOffer(std::string_view line) {
   offer.usedBytes = *usedBytes;
   offer.engine = parts[3].size() > 1 && parts[3].front() == '0';
   const std::string again = formatOffer(offer);  // one way to write it
-  return words(again)[2] == features ? std::optional<Offer>(offer) : std::nullopt;
+  return splitAtBlanks(again)[2] == features ? std::optional<Offer>(offer) : std::nullopt;
 }
 
 std::string formatCapabilities(const std::string& capabilities) {
@@ -130,7 +131,7 @@ std::string formatCapabilities(const std::string& capabilities) {
 }
 
 std::optional<std::string> parseCapabilities(std::string_view line) {
-  const std::vector<std::string_view> parts = words(line);
+  const std::vector<std::string_view> parts = splitAtBlanks(line);
   if (parts.size() != 2 || parts[0] != kCapabilitiesTag) return std::nullopt;
   const std::string_view word = parts[1];
   if (word == "-") return std::string();

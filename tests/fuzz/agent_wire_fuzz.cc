@@ -3,6 +3,9 @@
 // mean two things. Run:
 //
 //   build/fuzz/tests/fuzz/agent_wire_fuzz tests/fuzz/corpus/agent_wire
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -17,15 +20,21 @@
 #include "agent/plan/measurement.h"
 #include "agent/plan/records_json.h"
 #include "agent/plan/survey_facts.h"
+#include "agent/transport/bootstrap.h"
 #include "agent/transport/caller.h"
 #include "agent/transport/ssh_address.h"
 #include "agent/transport/ssh_problem.h"
+#include "agent/verify/compare_lists.h"
+#include "agent/verify/list_reader.h"
+#include "agent/verify/tree_entry.h"
+#include "agent/verify/verify_text.h"
 #include "agent/wire/base64.h"
 #include "agent/wire/bounded_json.h"
 #include "agent/wire/dispatcher.h"
 #include "agent/wire/message.h"
 #include "agent/wire/protocol.h"
 #include "framework/env_manager.h"
+#include "host/fd.h"
 #include "host/mounts.h"
 #include "host/visible.h"
 
@@ -144,6 +153,53 @@ void address(const std::string& text) {
   require(!found.target().starts_with("-") && !found.host.empty());
 }
 
+host::Fd inMemory(std::string_view bytes) {
+  host::Fd file(memfd_create("list", MFD_CLOEXEC));
+  require(file && write(file.get(), bytes.data(), bytes.size()) >= 0 &&
+          lseek(file.get(), 0, SEEK_SET) == 0);
+  return file;
+}
+
+// What was read of a list of files is written as it was: no entry has two forms.
+void list(const std::string& text) {
+  const host::Fd file = inMemory(text);
+  agent::ListReader reader(file.get(), -1, nullptr, "the list");
+  reader.clock();
+  engine::Buffer again;
+  try {
+    while (const auto entry = reader.next()) {
+      again.clear();
+      agent::putTreeEntry(again, *entry);
+      agent::takeTreeEntry(again.view().substr(4));
+    }
+  } catch (const engine::ProtocolError&) {
+    abort();
+  }
+}
+
+// The lists of a server and of a container, the first as long as its first byte says.
+void twoLists(const std::string& text) {
+  const size_t first = text.empty() ? 0 : 1 + static_cast<unsigned char>(text[0]);
+  if (first > text.size() || text.empty()) return;
+  const host::Fd one = inMemory(std::string_view(text).substr(1, first - 1));
+  const host::Fd two = inMemory(std::string_view(text).substr(first));
+  agent::ListReader server(one.get(), -1, nullptr, "the server's list");
+  agent::ListReader container(two.get(), -1, nullptr, "the container's list");
+  const agent::Moments moments{server.clock(), container.clock()};
+  const agent::TreeComparison found =
+      agent::compareLists(server, container, {agent::Edits(text), moments});
+  agent::comparisonJson(found);
+  const std::string shown = agent::comparisonText(found, true);
+  for (const char c : shown) require(c == '\n' || static_cast<unsigned char>(c) >= 0x20);
+}
+
+// Who logs in by ssh reads lines of the server before an agent runs there.
+void bootstrapLine(const std::string& text) {
+  const agent::BootstrapLine line = agent::readBootstrapLine(text);
+  require(line.word.empty() || line.kind == agent::BootstrapLine::Kind::kError);
+  agent::explainBootstrapFailure("root@old", line.word, line.detail);
+}
+
 void parse(char which, const std::string& text) {
   switch (which) {
     case 'f':
@@ -168,9 +224,14 @@ void parse(char which, const std::string& text) {
       return visible(text);
     case 'a':
       return address(text);
+    case 'l':
+      return list(text);
+    case 'w':
+      return twoLists(text);
+    case 'o':
+      return bootstrapLine(text);
     default:
       agent::explainSshFailure("root@old", text, 255 << 8);
-      agent::explainBootstrapFailure("root@old", text.substr(0, text.find(' ')), text);
       host::parseMountTable(text);
       host::parseMountInfo(text);
   }

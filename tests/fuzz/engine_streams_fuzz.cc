@@ -1,16 +1,34 @@
-// Both directions of the copy engine's protocol: frames, and what is in them.
+// Both directions of the copy engine's protocol: frames, and what is in them. What begins
+// with 'a' are the records of a server that lies, which are applied to a tree: nothing
+// beside the tree may change. Run as root:
+//
+//   build/fuzz/tests/fuzz/engine_streams_fuzz tests/fuzz/corpus/engine_streams
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
 #include <string_view>
 
+#include "share/engine/applier.h"
 #include "share/engine/compression.h"
 #include "share/engine/frame.h"
 #include "share/engine/hello.h"
 #include "share/engine/records.h"
+#include "share/rsync/failure.h"
 
 namespace {
 
+namespace fs = std::filesystem;
 using engine::Decoder;
+
+void require(bool truth) {
+  if (!truth) abort();
+}
 
 void takeRecords(std::string_view payload) {
   Decoder from(payload);
@@ -41,6 +59,78 @@ void takeCompressed(std::string_view payload) {
   decompressor.decompress(compressed, plain);
 }
 
+// A folder with a tree to fill and, beside it, what a way out of the tree would lead to.
+class Place {
+ public:
+  Place() {
+    require(::mkdtemp(path_.data()) != nullptr);
+    fs::create_directories(tree());
+    fs::create_directories(path_ + "/out");
+    write(path_ + "/out/file");
+    fs::create_symlink("../out", tree() + "/l");
+    fs::create_directory(tree() + "/d");
+    write(tree() + "/f");
+    fs::create_hard_link(tree() + "/f", tree() + "/d/g");
+    before_ = outside();
+  }
+  ~Place() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+
+  std::string tree() const { return path_ + "/tree"; }
+  bool isUntouched() const { return outside() == before_; }
+
+ private:
+  static void write(const std::string& path) {
+    const engine::Fd file(::open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
+    require(file && ::write(file.get(), "canary", 6) == 6);
+  }
+  // Everything of what lies outside that a change would show in.
+  std::string outside() const {
+    std::string seen;
+    for (const std::string& path : {path_, path_ + "/out", path_ + "/out/file"}) {
+      struct stat status {};
+      require(::lstat(path.c_str(), &status) == 0);
+      for (const auto number :
+           {static_cast<long long>(status.st_mode), static_cast<long long>(status.st_uid),
+            static_cast<long long>(status.st_nlink), static_cast<long long>(status.st_size),
+            static_cast<long long>(status.st_ctim.tv_sec),
+            static_cast<long long>(status.st_ctim.tv_nsec)})
+        seen += std::to_string(number) + " ";
+    }
+    return seen;
+  }
+
+  // In memory, and as good as any other file system for this.
+  std::string path_ = "/dev/shm/qx-engine-fuzz.XXXXXX";
+  std::string before_;
+};
+
+// Frames are as long as the byte in front of each says.
+void applyRecords(std::string_view input) {
+  const Place place;
+  const engine::Tree tree(place.tree());
+  const engine::Rules rules({"/kept", "*.old"});
+  engine::Problems problems;
+  engine::Copy copy(tree, rules, {true, true}, problems);
+  copy.want = [](const std::string&, const std::vector<std::string>&) {};
+  try {
+    engine::Applier applier(copy);
+    while (!input.empty()) {
+      const size_t length = static_cast<unsigned char>(input[0]);
+      // In memory of its own, so that what outlives its frame is found out.
+      const std::string frame(input.substr(1, length));
+      input.remove_prefix(std::min(input.size(), 1 + length));
+      applier.apply(frame);
+    }
+    applier.abandon();
+  } catch (const engine::ProtocolError&) {
+  } catch (const qxrsync::Failure&) {
+  }
+  require(place.isUntouched());
+}
+
 template <typename Take>
 void attempt(const Take& take) {
   try {
@@ -51,8 +141,14 @@ void attempt(const Take& take) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view input(reinterpret_cast<const char*>(data), size);
+  if (input.starts_with('a')) {
+    applyRecords(input.substr(1));
+    return 0;
+  }
   attempt([&] { engine::decodeHeader(input); });
   attempt([&] { engine::takeReceiverHello(input); });
   attempt([&] { engine::takeSenderHello(input); });

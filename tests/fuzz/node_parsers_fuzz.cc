@@ -1,14 +1,21 @@
 // Feeds any bytes to the parsers of the container host's library; the first byte
 // picks the parser. They must neither crash nor throw anything but their error,
-// and what they write must read back. Run:
+// and what they write must read back. A share of what the reader of shell variables
+// accepts is read by /bin/sh as well, as nobody and with no program to run. Run as root:
 //
 //   build/fuzz/tests/fuzz/node_parsers_fuzz tests/fuzz/corpus/node_parsers
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 
 #include "host/error.h"
+#include "host/fd.h"
 #include "host/leases.h"
 #include "host/lock.h"
 #include "host/migration_record.h"
@@ -21,10 +28,65 @@
 
 namespace {
 
+// What /bin/sh makes of the text: the variables' values, each with a zero byte behind it.
+std::string readByShell(const std::string& text, const host::ShellVars& vars) {
+  std::string script = text + "\nprintf '%s\\0' x";
+  for (const auto& [name, value] : vars) script += " \"$" + name + "\"";
+  script += "\n";
+  const host::Fd input(memfd_create("script", MFD_CLOEXEC));
+  const host::Fd output(memfd_create("values", MFD_CLOEXEC));
+  if (write(input.get(), script.data(), script.size()) < 0) abort();
+  lseek(input.get(), 0, SEEK_SET);
+  const pid_t shell = fork();
+  if (shell == 0) {
+    dup2(input.get(), 0);
+    dup2(output.get(), 1);
+    const rlimit none{1 << 20, 1 << 20};
+    const rlimit seconds{2, 2};
+    setrlimit(RLIMIT_FSIZE, &none);
+    setrlimit(RLIMIT_CPU, &seconds);
+    if (chdir("/proc/self") != 0 || setgid(65534) != 0 || setuid(65534) != 0) _exit(99);
+    const char* const arguments[] = {"sh", nullptr};
+    const char* const environment[] = {"PATH=/nonexistent", "HOME=/h", "VEID=101", nullptr};
+    execve("/bin/sh", const_cast<char**>(arguments), const_cast<char**>(environment));
+    _exit(99);
+  }
+  int status = 0;
+  if (shell < 0 || waitpid(shell, &status, 0) != shell) abort();
+  if (status != 0) return "the shell ended with status " + std::to_string(status);
+  std::string values(static_cast<size_t>(lseek(output.get(), 0, SEEK_END)), '\0');
+  if (pread(output.get(), values.data(), values.size(), 0) < 0) abort();
+  return values;
+}
+
+// What means something else to a shell by its name, or nothing at all as a carriage
+// return does to us.
+bool isForUsAlone(const std::string& text, const host::ShellVars& vars) {
+  for (const char* name : {"IFS", "OPTIND", "LINENO", "PPID", "PWD", "OLDPWD", "PATH"})
+    if (vars.contains(name)) return true;
+  return text.find_first_of(std::string_view("\r\0", 2)) != text.npos;
+}
+
+void compareWithShell(const std::string& text) {
+  const host::ShellVars vars = host::parseOwnShellVars(text, {{"VEID", "101"}});
+  static unsigned accepted = 0;
+  const bool wanted = accepted < 50 || accepted % 100 == 0;
+  ++accepted;
+  if (!wanted || geteuid() != 0 || isForUsAlone(text, vars)) return;
+  std::string expected("x\0", 2);
+  for (const auto& [name, value] : vars) expected += value + '\0';
+  if (readByShell(text, vars) != expected) abort();
+}
+
 void shellVars(const std::string& text) {
   host::parseShellVars(text, {{"VEID", "101"}});
   const host::ShellVars vars = host::parseOwnShellVars(text, host::idAsWritten());
-  if (host::parseOwnShellVars(host::formatShellVars(vars), host::idAsWritten()) != vars) abort();
+  const std::string written = host::formatShellVars(vars);
+  if (host::parseOwnShellVars(written, host::idAsWritten()) != vars) abort();
+  if (host::formatShellVars(host::parseOwnShellVars(written, host::idAsWritten())) != written)
+    abort();
+  compareWithShell(text);
+  compareWithShell(written);
 }
 
 void quotaTable(const std::string& text) {

@@ -3,7 +3,11 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
 
 #include "host/error.h"
 #include "host/text.h"
@@ -44,6 +48,32 @@ TEST(OpenInRoot, AbsoluteAndClimbingLinksStayInside) {
     const ssize_t length = read(fd.get(), text, sizeof text);
     EXPECT_EQ(std::string(text, static_cast<size_t>(length)), "inside") << path;
   }
+}
+
+TEST(ReadFileInRoot, GivesTheStartOfARegularFile) {
+  TempTree tree({fileAt("root/etc/name", "inside"), fileAt("etc/name", "outside"),
+                 linkAt("root/link", "/etc/name")});
+  const host::Fd root(open(tree.path("root").c_str(), O_PATH | O_DIRECTORY));
+  EXPECT_EQ(host::readFileInRoot(root.get(), "link", 100), "inside");
+  EXPECT_EQ(host::readFileInRoot(root.get(), "link", 2), "in");
+  EXPECT_EQ(host::readFileInRoot(root.get(), "none", 100), "");
+  EXPECT_EQ(host::readFileInRoot(root.get(), "etc", 100), "");
+}
+
+// To open some devices is to do something with them.
+TEST(ReadFileInRoot, WhatIsNoRegularFileIsNotOpened) {
+  TempTree tree({linkAt("link", "fifo")});
+  const std::string fifo = tree.path("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const host::Fd watch(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  ASSERT_GE(inotify_add_watch(watch.get(), fifo.c_str(), IN_OPEN), 0);
+  const host::Fd root(open(tree.root().c_str(), O_PATH | O_DIRECTORY));
+  EXPECT_EQ(host::readFileInRoot(root.get(), "link", 100), "");
+  char event[sizeof(inotify_event) + NAME_MAX + 1];
+  EXPECT_LT(read(watch.get(), event, sizeof event), 0);
+  // As it would be seen.
+  const host::Fd opened(open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  EXPECT_GT(read(watch.get(), event, sizeof event), 0);
 }
 
 TEST(MakeDirectories, MakesWhatIsMissingAndRefusesFilesOnTheWay) {

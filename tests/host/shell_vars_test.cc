@@ -72,6 +72,17 @@ TEST(ShellVars, WhatAShellWouldRunIsRefused) {
   }
 }
 
+// It would be another value there.
+TEST(ShellVars, WhatAShellWouldExpandIsRefused) {
+  for (const char* text : {"A=~", "A=/bin:~/bin", "A=\\\n~/x", "export A=x:~"}) {
+    EXPECT_THAT(refusal(text), HasSubstr("'~' is not expanded here")) << text;
+  }
+  EXPECT_EQ(refusal("AB=\nA=1\nC=$A\\\nB\n"),
+            "line 3: a name does not go on in the next line: write ${A}");
+  EXPECT_THAT(refusal("A=1\nC=\"$A\\\nB\"\n"), HasSubstr("does not go on"));
+  EXPECT_EQ(parseShellVars("A=a~b\nB=\"x:~\"\nC=\\~\n").at("B"), "x:~");
+}
+
 TEST(ShellVars, UnclosedQuoteIsReportedWhereItOpens) {
   EXPECT_EQ(refusal("A=1\nB=\"x\nC=2\n"), "line 2: the closing \" is missing");
   EXPECT_EQ(refusal("A='x\nC=2\n"), "line 1: the closing ' is missing");

@@ -98,8 +98,9 @@ def lie_about(line):
         run = Run({"measure": measured(HONEST_CONFIG + line)}, command="")
         name = line.split("=")[0]
         planned = Run({"measure": measured(HONEST_CONFIG + line)})
+        # Nothing was asked for that comes after the plan.
         return (refused_untouched(run, before, name, "decided on this node")
-                and planned.status == 3), run.output
+                and "getUsageDiskSpace" not in run.methods and planned.status == 3), run.output
     return tried
 
 
@@ -121,6 +122,55 @@ def written_to_a_file():
     run = Run({"measure": measured(HONEST_CONFIG + 'VE_ROOT="/run/udev/rules.d"\n')},
               "--output", path, command="measure")
     return run.status == 1 and not os.path.exists(path), run.output
+
+
+@attack
+def hidden_places():
+    """places stand behind line ends, quotes and comments of what may be measured"""
+    place, area = "/run/udev/rules.d", f"{PRIVATE}/180/fs"
+    configs = [HONEST_CONFIG + line for line in (
+        f'HOSTNAME="alpha\nVE_ROOT={place}"\n',
+        f'HOSTNAME="alpha"\nVE_ROOT="{place}"',
+        f"DISTRIBUTION='debian-12\nVE_PRIVATE={area}'\n",
+        f'SEARCHDOMAIN="a\" VE_ROOT=\"{place}"\n',
+        f'# a comment \\\nVE_ROOT={place}\n',
+        f'HOSTNAME=alpha VE_ROOT={place}\n',
+        f'HOSTNAME=alpha;VE_ROOT={place}\n',
+        f'HOSTNAME=alpha\rVE_ROOT={place}\n',
+        f'HOSTNAME=alpha\0\nVE_ROOT={place}\n',
+        f'export VE_PRIVATE={area}\n',
+        f'VE_\\\nROOT={place}\n',
+        f'\ufeffVE_ROOT={place}\n',
+        f've_root={place}\nVe_Root={place}\n')]
+    claims = [measured(config) for config in configs]
+    for value in (f'alpha"\nVE_ROOT="{place}', f"alpha\nVE_PRIVATE={area}", f"$VE_ROOT{place}"):
+        claims += [measured(hostname=value), measured(distribution=value),
+                   measured(addresses=[value]), measured(nameservers=[value])]
+    outputs = b""
+    begun = 0
+    for claim in claims:
+        before = node_files()
+        used = []  # of these places, when the container has been made
+
+        def look(*_):
+            nonlocal begun
+            begun += 1
+            with open(f"/etc/sysconfig/qx-scripts/{CTID}.conf") as config:
+                used.extend(line for line in config if place in line or area in line)
+            with open("/proc/mounts") as mounts:
+                used.extend(line for line in mounts if line.split()[1] == place)
+            return error(-1, "no further")
+        run = Run({"measure": claim, "getUsageDiskSpace": look}, "--distribution", "debian-12",
+                  command="")
+        outputs += run.output
+        # In quotes, as another setting's value, it is only that.
+        used = [line for line in used if not line.startswith(("HOSTNAME=", "SEARCHDOMAIN="))]
+        untouched = [one for one in node_files() if place in one[0] or area in one[0]] == \
+            [one for one in before if place in one[0] or area in one[0]]
+        if not run.ended or run.status == 0 or used or not untouched:
+            return False, run.output + repr(used).encode()
+    # Else nothing was seen of what a container is made with.
+    return begun > 0, outputs
 
 
 @attack

@@ -3,11 +3,14 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include "host/descriptors.h"
 #include "host/error.h"
 #include "host/file.h"
 #include "host/id_map.h"
@@ -144,6 +147,35 @@ TEST(Mount, OfMappedOwnersLeavesTheTreesOwnersAlone) {
     }
     node::umountContainer(container);
     EXPECT_FALSE(host::isMounted(container));
+  });
+}
+
+// As systemd starts a service while the container runs: it gets a copy of every mount, and the
+// container's files stay in use until it has none.
+TEST(Umount, TakesMappedOwnersFromServicesThatWereStartedMeanwhile) {
+  hostWithContainer().run([] {
+    shareEveryMount();
+    const host::Container container = host::loadContainer(101);
+    node::mountContainer(container);
+    host::mountMapped(container.root, host::makeUserNamespace({}));
+    host::FdPair begun = host::makePipe(), unmounted = host::makePipe();
+    const pid_t service = fork();
+    if (service == 0) {
+      char byte = 0;
+      const bool apart = unshare(CLONE_NEWNS) == 0 &&
+                         mount(nullptr, "/", nullptr, MS_SLAVE | MS_REC, nullptr) == 0 &&
+                         host::isMounted(container) && write(begun.second.get(), "b", 1) == 1 &&
+                         read(unmounted.first.get(), &byte, 1) == 1;
+      _exit(!apart ? 2 : host::isMounted(container) ? 1 : 0);
+    }
+    char byte = 0;
+    begun.second.reset();
+    ASSERT_EQ(read(begun.first.get(), &byte, 1), 1);
+    node::umountContainer(container);
+    ASSERT_EQ(write(unmounted.second.get(), "u", 1), 1);
+    int status = 0;
+    ASSERT_EQ(waitpid(service, &status, 0), service);
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "1: still mounted there, 2: could not try";
   });
 }
 

@@ -28,6 +28,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 template <class... Arguments>
 ToolResult qxctl(const Arguments&... arguments) {
@@ -105,6 +106,13 @@ TEST(Qxctl, SaysWhichFileSystemIsMissingInPlaceOfTheContainersState) {
         const ToolResult start = qxctl("start", "101");
         EXPECT_EQ(start.status, 14);
         EXPECT_THAT(start.err, HasSubstr("'mount /srv'"));
+        // Nothing is made where it would be hidden once that is mounted.
+        EXPECT_EQ(qxctl("set", "101", "OSTEMPLATE=any").status, 0);
+        for (const ToolResult& made : {qxctl("create", "101"), tool("mkqxfs", "/srv/qx/101")}) {
+          EXPECT_EQ(made.status, 14);
+          EXPECT_THAT(made.err, HasSubstr("is on /srv, which is not mounted: 'mount /srv'"));
+        }
+        EXPECT_FALSE(host::exists("/srv/qx"));
         EXPECT_THAT(qxctl("start", "102").err, HasSubstr("'qxctl create 102'"));
       });
 }
@@ -114,8 +122,15 @@ TEST(Qxctl, NamesAWordThatIsNoCommandAndWhatWasMeant) {
     const ToolResult result = qxctl("strat", "101");
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.err,
-              "qxctl: unknown command 'strat', did you mean 'start'? (see qxctl --help)\n");
-    EXPECT_THAT(qxctl("migrate", "101").err, HasSubstr("unknown command 'migrate' (see"));
+              "qxctl: there is no command 'strat', did you mean 'start'? (see qxctl --help)\n");
+    EXPECT_THAT(qxctl("migrate", "101").err, HasSubstr("no command 'migrate' (see"));
+    const ToolResult option = qxctl("stop", "--fsat", "101");
+    EXPECT_EQ(option.status, 2);
+    EXPECT_EQ(option.err,
+              "qxctl: 'stop' has no option '--fsat', did you mean '--fast'? (see qxctl --help)\n");
+    EXPECT_THAT(qxctl("start", "--skip-lock", "101").err, HasSubstr("mean '--skiplock'?"));
+    EXPECT_EQ(qxctl("--version").status, 0);
+    EXPECT_THAT(qxctl("--version").out, StartsWith("qxctl 1."));
   });
 }
 

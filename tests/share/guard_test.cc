@@ -68,10 +68,11 @@ std::string guardOf(const Process& starter) {
   return std::string("exec /bin/sh ") + QX_GUARD + " " + kFolder + " " + starter.pid();
 }
 
-// With the command line of an agent.
-std::string agentCommand() {
-  return "cp /bin/bash /tmp/shell; exec -a /var/qxagent.tmp/lib/ld.so /tmp/shell -c "
-         "'while :; do sleep 1; done' qxagent serve --stdio";
+// With the command line of an agent; the program is this copy of a shell.
+std::string agentCommand(const std::string& program = "/var/qxagent.tmp/lib/ld.so") {
+  return "mkdir -p \"$(dirname '" + program + "')\"; cp /bin/bash '" + program +
+         "'; exec -a /var/qxagent.tmp/lib/ld.so '" + program +
+         "' -c 'while :; do sleep 1; done' qxagent serve --stdio";
 }
 
 TEST(Guard, StartsWhatWasStoppedAndRemovesTheFolderWhenNobodyIsLeft) {
@@ -106,6 +107,24 @@ TEST(Guard, WaitsForAnAgentThatHearsOfItsHost) {
     EXPECT_TRUE(guard.ends(60));
     EXPECT_EQ(host.calls().size(), 2u);
   });
+}
+
+// Any account can run a program under that name, and must not keep services stopped.
+TEST(Guard, DoesNotWaitForAnImitation) {
+  for (const char* program : {"/tmp/shell", "/tmp/x -> /var/qxagent.tmp/shell"}) {
+    const ScratchHost host = server();
+    host.run([&] {
+      Process starter("sleep 1000");
+      writeFile("pid", starter.pid() + "\n");
+      Process imitation(agentCommand(program));
+      usleep(500000);
+      Process guard(guardOf(starter));
+      starter.stop();
+      EXPECT_TRUE(guard.ends(60)) << program;
+      EXPECT_EQ(host.calls().size(), 2u);
+      EXPECT_FALSE(imitation.ends(0));
+    });
+  }
 }
 
 TEST(Guard, EndsAnAgentThatHasNotHeardOfItsHostForMinutes) {

@@ -113,6 +113,17 @@ TEST(NodeFacts, AContainerIsItsConfigurationAndItsArea) {
   });
 }
 
+TEST(NodeFacts, AnAreaOnWhatIsNotMountedIsAProblem) {
+  ScratchHost().file("/etc/fstab", "LABEL=qx /var/lib/qx ext4 defaults 0 2\n").run([] {
+    EXPECT_EQ(factsWith().placeProblem,
+              "the private area /var/lib/qx/private/101 is on /var/lib/qx, which is not mounted: "
+              "'mount /var/lib/qx'");
+  });
+  ScratchHost().file("/etc/fstab", "LABEL=home /home ext4 defaults 0 2\n").run([] {
+    EXPECT_EQ(factsWith().placeProblem, "");
+  });
+}
+
 TEST(NodeFacts, ALockCountsWhileItsProcessLives) {
   ScratchHost().file("/etc/qx/qx.conf", "LOCKDIR=/locks\n").run([] {
     write("/locks/101.lck", std::to_string(getpid()) + "\nmigrating\n");
@@ -219,7 +230,10 @@ TEST(NodeFacts, AnUnprivilegedContainerHasFewerIds) {
     EXPECT_EQ(factsWith().storage, "ext4");
     EXPECT_EQ(factsWith("STORAGE=\"btrfs\"\n").storage, "btrfs");
     EXPECT_FALSE(factsWith().quotasOff);
-    write("/etc/qx/qx.conf", "DISK_QUOTA=no\n");
+    EXPECT_FALSE(factsWith().hasGateway);
+    EXPECT_TRUE(factsWith("GATEWAY=\"192.0.2.254\"\n").hasGateway);
+    write("/etc/qx/qx.conf", "DISK_QUOTA=no\nGATEWAY=192.0.2.254\n");
+    EXPECT_TRUE(factsWith().hasGateway);
     EXPECT_TRUE(factsWith().quotasOff);
   });
 }

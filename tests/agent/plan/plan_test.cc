@@ -50,6 +50,7 @@ agent::PlanFacts goodFacts() {
   facts.node.distributionScriptExists = true;
   facts.node.distributions = {"debian", "ubuntu"};
   facts.node.cgroupV2 = true;
+  facts.node.hasGateway = true;
   facts.config = {{"HOSTNAME", "old"},
                   {"NETIF", "ifname=eth0,ip=192.0.2.50/24"},
                   {"DISTRIBUTION", "debian-12"},
@@ -400,6 +401,22 @@ TEST(Plan, AddressesInUseBlockAndTheServersOwnIsNoted) {
                 "is started.");
   facts.config.erase("NETIF");
   expectFinding(facts, Severity::kWarning, "The container gets no address: give --ip.");
+}
+
+TEST(Plan, AContainerWithoutAGatewayIsToldOf) {
+  const char told[] =
+      "The container has no gateway and reaches only its own net: set GATEWAY in /etc/qx/qx.conf, "
+      "or in --config.";
+  agent::PlanFacts facts = goodFacts();
+  facts.node.hasGateway = false;
+  expectFinding(facts, Severity::kNote, told);
+  // With the server's address it has the server's gateway, and a DHCP server tells one.
+  for (const char* address : {"192.0.2.11/24", "dhcp"}) {
+    facts.config["NETIF"] = std::string("ifname=eth0,ip=192.0.2.50/24,ip=") + address;
+    for (const agent::Finding& finding : agent::makePlan(facts).findings) {
+      EXPECT_NE(finding.text, told) << address;
+    }
+  }
 }
 
 TEST(Plan, ADistributionWithoutScriptBlocks) {

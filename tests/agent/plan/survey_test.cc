@@ -6,13 +6,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/fs.h>
+#include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "agent/framework/access.h"
 #include "agent/plan/survey_files.h"
@@ -23,6 +27,7 @@
 #include "agent/wire/message.h"
 #include "agent/wire/operator_registry.h"
 #include "framework/errors.h"
+#include "host/fd.h"
 #include "support/scratch_host.h"
 #include "support/temp_tree.h"
 
@@ -130,6 +135,35 @@ TEST_F(FilesTest, TimeThatRunsOutIsTold) {
 TEST_F(FilesTest, AFifoIsNotWaitedFor) {
   ASSERT_EQ(mkfifo(tree_.path("fifo").c_str(), 0600), 0);
   EXPECT_EQ(look({{root_, true}}).perMount.at(root_).files, 2);
+}
+
+// The owner of a folder swaps it for a link while the files in it are looked at.
+TEST_F(FilesTest, NothingButFilesIsOpenedWhoeverSwapsTheirFolder) {
+  constexpr int kFiles = 200;
+  test_support::TempTree elsewhere;
+  for (int i = 0; i < kFiles; ++i) {
+    const std::string name = std::to_string(i);
+    write("home/own/" + name, 1);
+    ASSERT_EQ(mkfifo(elsewhere.path(name).c_str(), 0600), 0);
+  }
+  const std::string own = tree_.path("home/own"), link = tree_.path("link");
+  ASSERT_EQ(symlink(elsewhere.root().c_str(), link.c_str()), 0);
+  const host::Fd watch(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  ASSERT_GE(inotify_add_watch(watch.get(), elsewhere.root().c_str(), IN_OPEN), 0);
+  std::atomic<bool> over{false};
+  std::thread owner([&] {
+    while (!over) renameat2(AT_FDCWD, own.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE);
+  });
+  for (int i = 0; i < 50; ++i) look({{root_, true}});
+  over = true;
+  owner.join();
+  alignas(inotify_event) char events[65536];
+  const ssize_t length = read(watch.get(), events, sizeof events);
+  for (ssize_t at = 0; at < length;) {
+    const auto* event = reinterpret_cast<const inotify_event*>(events + at);
+    EXPECT_TRUE(event->mask & IN_ISDIR) << event->name;
+    at += static_cast<ssize_t>(sizeof *event + event->len);
+  }
 }
 
 // Looks at no files: a scratch host has the machine's /usr.

@@ -222,6 +222,30 @@ TEST(Programs, AMigrationThatIsBlockedTouchesNothing) {
   });
 }
 
+TEST(Programs, TheVersionsOfAllThatWorksTogetherAreTold) {
+  ScratchHost().run([] {
+    const std::string line = std::string(QX_MIGRATE) + " --version >/tmp/out 2>/tmp/err";
+    EXPECT_EQ(system(line.c_str()), 0);
+    // As they are built, the plug-in and the bundle are not where they are installed.
+    EXPECT_THAT(contentsOf("/tmp/out"), StartsWith("qxmigrate  1."));
+    EXPECT_THAT(contentsOf("/tmp/out"), HasSubstr("\nplug-in    missing: "));
+    EXPECT_THAT(contentsOf("/tmp/out"), HasSubstr("\nqxagent    missing: "));
+    const std::filesystem::path lib = "/usr/local/lib";
+    std::filesystem::create_directories(lib);
+    std::filesystem::copy_file(QX_LIBRARY, lib / "libqxlinmigrate.so");
+    const std::filesystem::path share = "/usr/local/share/qxlinmigrate";
+    std::filesystem::create_directories(share);
+    std::ofstream(share / "bundle.tar.gz") << "archive";
+    std::ofstream(share / "bundle.sha256") << std::string(64, 'a') << "\n";
+    std::ofstream(share / "bundle.versions") << "qxagent 1.0.7\nrsync 3.2.7\n";
+    EXPECT_EQ(system(line.c_str()), 0);
+    EXPECT_THAT(contentsOf("/tmp/out"), HasSubstr("/usr/local/lib/libqxlinmigrate.so\n"));
+    EXPECT_THAT(contentsOf("/tmp/out"), Not(HasSubstr("missing")));
+    EXPECT_THAT(contentsOf("/tmp/out"), HasSubstr("\nqxagent    1.0.7     /usr/local/share/"));
+    EXPECT_THAT(contentsOf("/tmp/out"), HasSubstr("\nrsync      3.2.7     /usr/local/share/"));
+  });
+}
+
 TEST(Programs, WithoutAServerThereIsNoPlan) {
   bothHosts().run([] {
     EXPECT_EQ(plan("").status, 3);
@@ -234,6 +258,13 @@ TEST(Programs, WithoutAServerThereIsNoPlan) {
     EXPECT_EQ(mixed.status, 64);
     EXPECT_THAT(mixed.err, HasSubstr("--force"));
     EXPECT_EQ(qxmigrate("plan", "--ctid 101 --force").status, 64);
+    const Answer misspelt = qxmigrate("paln", "--ctid 101");
+    EXPECT_EQ(misspelt.status, 64);
+    EXPECT_EQ(misspelt.err,
+              "qxmigrate: there is no command 'paln', did you mean 'plan'? (see qxmigrate "
+              "--help)\n");
+    EXPECT_THAT(qxmigrate("plan", "--ctid 101 --durations 3").err,
+                HasSubstr("'plan' has no option '--durations', did you mean '--duration'?"));
     const Answer bare = qxmigrate("", "");
     EXPECT_EQ(bare.status, 64);
     EXPECT_THAT(bare.err, HasSubstr("--ctid is required"));

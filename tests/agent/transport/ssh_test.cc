@@ -14,9 +14,11 @@
 #include "agent/transport/bootstrap.h"
 #include "agent/transport/bundle.h"
 #include "agent/transport/ssh_address.h"
+#include "agent/transport/ssh_login.h"
 #include "agent/transport/ssh_problem.h"
 #include "framework/errors.h"
 #include "support/scratch_host.h"
+#include "support/temp_tree.h"
 
 namespace {
 
@@ -299,6 +301,51 @@ TEST(Bootstrap, TheCommandSurvivesEveryLoginShell) {
     EXPECT_EQ(std::count(command.begin(), command.end(), '\''), 4);
     EXPECT_EQ(command.find('!'), std::string::npos);
   }
+}
+
+TEST(BootstrapLine, OnlyWhatTheProgramSaysIsMoreThanNoise) {
+  using Kind = agent::BootstrapLine::Kind;
+  EXPECT_EQ(agent::readBootstrapLine("QX send").kind, Kind::kSend);
+  EXPECT_EQ(agent::readBootstrapLine("QX run").kind, Kind::kRun);
+  for (const char* noise : {"", "Welcome", "QX", "QX sends", "QX  ", "QXrun", "x QX run"}) {
+    EXPECT_EQ(agent::readBootstrapLine(noise).kind, Kind::kNoise) << noise;
+  }
+  const agent::BootstrapLine error = agent::readBootstrapLine("QX error directory  no such  one");
+  EXPECT_EQ(error.kind, Kind::kError);
+  EXPECT_EQ(error.word, "directory");
+  EXPECT_EQ(error.detail, "no such  one");
+}
+
+// How a login ends whose server runs this program of the shell.
+std::string loginInto(const std::string& program, std::chrono::seconds patience) {
+  const test_support::TempTree tree({test_support::fileAt("bundle", "12345")});
+  agent::Bundle bundle;
+  bundle.path = tree.path("bundle");
+  bundle.bytes = 5;
+  agent::SshLogin login(patience);
+  login.start({"/bin/sh", "-c", program});
+  int told = 0;
+  try {
+    login.bringOver(
+        bundle, "root@web", [&](const std::string&) { ++told; }, nullptr);
+    return "runs";
+  } catch (const std::runtime_error& problem) {
+    EXPECT_LE(told, 1);
+    return problem.what();
+  }
+}
+
+TEST(SshLogin, NobodyMakesItSendTheAgentOrListenForEver) {
+  const std::chrono::seconds minute(60);
+  EXPECT_EQ(loginInto("echo hello; echo QX send; head -c 5; echo; echo QX run", minute), "runs");
+  EXPECT_EQ(loginInto("while echo QX send; do :; done", minute),
+            "root@web asks for the agent a second time");
+  EXPECT_THAT(loginInto("while echo QX more; do :; done", minute),
+              HasSubstr("cannot work on root@web"));
+  EXPECT_EQ(loginInto("exec sleep 60", std::chrono::seconds(2)),
+            "the agent does not run on root@web after 2 seconds");
+  EXPECT_EQ(loginInto("while printf x; do :; done", std::chrono::seconds(2)),
+            "the agent does not run on root@web after 2 seconds");
 }
 
 TEST(Bundle, IsFoundWithItsDigest) {

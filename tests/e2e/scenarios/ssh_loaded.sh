@@ -27,6 +27,13 @@ found=$(memory)
 check "more than 2 GiB of memory are private: $found MiB" test "$found" -gt 2048
 open_source
 
+step "Its memory is measured for what it is"
+status=0
+qxmigrate measure root@$server --duration 1 --output "$work/measured.conf" >"$out" 2>&1 </dev/null || status=$?
+check_status 0
+limit=$(sed -n 's/^SLMMEMORYLIMIT="*[^:]*:\([0-9]*\).*/\1/p' "$work/measured.conf")
+check "the limit is more than 2 GiB: $limit" test "${limit:-0}" -gt 2147483648
+
 step "Migrate"
 printf 'NUMPROC="1000:1000"\nSLMMEMORYLIMIT="8589934592:8589934592"\n' >"$work/limits.conf"
 services=(--stop-service ticker)

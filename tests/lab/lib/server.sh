@@ -153,7 +153,10 @@ server_wait() {
   local timeout=60
   ! server_is_vm "$1" || timeout=600
   wait_for $timeout server_is_up "$1" || {
-    tail -n 40 "$LAB_HERE/servers/$1/console.log" >&2 || true
+    local log
+    for log in lxc.log console.log; do
+      [ ! -e "$LAB_HERE/servers/$1/$log" ] || tail -n 40 "$LAB_HERE/servers/$1/$log" >&2
+    done
     server_exec "$1" systemctl --no-pager list-jobs >&2 </dev/null || true
     die "server $1 did not come up in $timeout seconds"
   }

@@ -8,7 +8,7 @@ on_node bash -s <<'END'
 . /root/node-vm/lib.sh
 small_template
 remove 241 242 243 244
-make 241 OSTEMPLATE=small ONBOOT=yes BOOTORDER=2
+make 241 OSTEMPLATE=small ONBOOT=yes BOOTORDER=2 UNPRIVILEGED=no IP_ADDRESS=192.0.2.141/24
 make 242 OSTEMPLATE=small ONBOOT=yes BOOTORDER=1 UNPRIVILEGED=yes
 make 243 OSTEMPLATE=small
 mkdir -p /srv/btrfs/private

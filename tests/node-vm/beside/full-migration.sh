@@ -57,6 +57,8 @@ check_equal "grace periods of users" "5400 259200" "$(graces user)"
 
 step "It runs"
 check "start" on_node qxctl start $ctid
+free=$(inside df -k / | awk 'NR == 2 { print 100 * $4 / $2 }' || true)
+check "a fifth of its image is free: ${free%.*} %" test "${free%.*}" -ge 20
 is_up() { [[ $(inside systemctl is-system-running 2>/dev/null) =~ ^(running|degraded)$ ]]; }
 check "the boot ends" until_so 300 is_up
 check_equal "systemd is content" running "$(inside systemctl is-system-running 2>/dev/null || true)"

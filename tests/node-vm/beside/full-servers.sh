@@ -29,6 +29,8 @@ for server in bullseye bookworm trixie forky; do
   check "the boot ends" until_so 300 is_up
   check_equal "systemd is content" running "$(inside systemctl is-system-running 2>/dev/null || true)"
   check_no "no unit failed" inside systemctl list-units --failed --plain --no-legend --no-pager
+  check "its root is what was asked for" on_node sh -c \
+    "qxctl status $ctid | grep -q 'unprivileged  $unprivileged'" </dev/null
   check "nginx shows the server's page" until_so 60 has_title
   check "it answers by IPv6" until_so 30 ping -qc 1 -W 10 "2001:db8:2::$ctid"
   check "stop" on_node qxctl stop $ctid </dev/null

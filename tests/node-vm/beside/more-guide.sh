@@ -9,7 +9,11 @@ typed_under() {
     found && /^    [a-z]/ { sub(/^    /, ""); sub(/ +# .*/, ""); print }' "$QX_GUIDE"
 }
 typed() { on_node sh -c "$1" </dev/null >"$work/said" 2>&1 || { cat "$work/said" && return 1; }; }
-warnings() { on_node qxctl status 251 </dev/null 2>&1 | grep 'host warning' || true; }
+warnings() {
+  on_node qxctl status 251 </dev/null >"$work/status" 2>&1 || true
+  grep -q '^container 251:' "$work/status" || echo "no status: $(cat "$work/status")"
+  grep 'host warning' "$work/status" || true
+}
 
 step "As the installer leaves it"
 on_node sh -c 'sed -i /^root:1000000:/d /etc/subuid /etc/subgid
@@ -32,5 +36,8 @@ on_node systemctl restart lxcfs </dev/null
 sleep 10
 check "it runs" on_node systemctl is-active --quiet lxcfs </dev/null
 check_equal "still nothing is warned of" "" "$(warnings)"
+on_node systemctl reload lxcfs </dev/null
+sleep 10
+check_equal "nor when it has loaded its parts again" "" "$(warnings)"
 on_node sh -c 'rm -r /etc/systemd/system/lxcfs.service.d /etc/sysconfig/qx-scripts/251.conf
   systemctl daemon-reload && systemctl restart lxcfs' </dev/null

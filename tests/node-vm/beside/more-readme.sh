@@ -46,7 +46,8 @@ check_equal "systemd is content" running "$(inside systemctl is-system-running 2
 check_equal "its name" web "$(inside hostname)"
 has_title() { curl -sm 10 http://192.0.2.10/ | grep -q '<title>A server</title>'; }
 check "nginx shows the server's page at its address" until_so 60 has_title
-check "its root is nobody on the node" on_node sh -c 'qxctl status 101 | grep -q unprivileged' </dev/null
+check "its root is nobody on the node" on_node sh -c 'qxctl status 101 | grep -q "unprivileged  yes"' </dev/null
+check "status tells of it" on_node sh -c 'qxctl status 101 | grep -q "^container 101:"' </dev/null
 check_no "the node has no weakness to tell of but lxcfs" on_node sh -c \
   'qxctl status 101 | grep "host warning" | grep -v lxcfs' </dev/null
 check "containers are started with the host" on_node systemctl is-enabled --quiet qx-containers </dev/null

@@ -7,6 +7,25 @@ small_template
 remove 201
 private=/var/lib/qx/private/201
 
+# is_gone PID: the init has ended; LXC may still be putting the container away.
+is_gone() { [ ! -e "/proc/$1" ]; }
+
+# reboots_inside: its init is another one afterwards.
+reboots_inside() {
+  local before
+  before=$(cat /run/qx/201.init)
+  another_init() {
+    local now
+    now=$(cat /run/qx/201.init 2>/dev/null) && [ -n "$now" ] && [ "$now" != "$before" ]
+  }
+  inside 201 rm /booted
+  inside 201 reboot
+  # Its profile of AppArmor is loaded anew, which takes an emulated processor a while.
+  check "another init runs" until_so 240 another_init
+  check "and has booted" until_so 60 inside 201 test -e /booted
+  check "it runs" status_says 201 ', running,'
+}
+
 step "The host is one as Debian installs it"
 check_equal "control groups of the second generation" cgroup2fs "$(stat -f -c %T /sys/fs/cgroup)"
 check "AppArmor is on" aa-enabled --quiet
@@ -31,6 +50,9 @@ check "its init is confined by AppArmor" \
 conf=/run/qx/lxc/qx-201/config
 check "the derived configuration is there" test -s $conf
 check "and root's alone" eval "! setpriv --reuid 65534 --clear-groups cat $conf >/dev/null 2>&1"
+check "setpriv can be had" setpriv --reuid 65534 --clear-groups true
+check "LXC's monitor has the name that is looked for" pgrep -f 'lxc monitor.* qx-201' >/dev/null
+check_no "no mount of it is handed on" awk '/\/201[ \/]/ && /shared:/' /proc/self/mountinfo
 status=0
 inside 201 sh -c 'exit 7' || status=$?
 check_status 7
@@ -43,13 +65,7 @@ check "destroy" ends_with 17 running qxctl destroy 201
 check "umount" ends_with 17 running qxctl umount 201
 
 step "Reboot inside"
-before=$(cat /run/qx/201.init)
-inside 201 rm /booted
-inside 201 reboot
-another_init() { [ -s /run/qx/201.init ] && [ "$(cat /run/qx/201.init)" != "$before" ]; }
-check "another init runs" until_so 60 another_init
-check "and has booted" until_so 30 inside 201 test -e /booted
-check "it runs" status_says 201 ', running,'
+reboots_inside
 
 step "Stop"
 check "stop" quietly qxctl stop 201
@@ -60,13 +76,18 @@ check "a second stop changes nothing" quietly qxctl stop 201
 check "exec says so" ends_with 19 running qxctl exec 201 true
 
 step "It powers itself off; what comes next comes at once"
-ended_itself() { ! grep -qs . /run/qx/201.init; }
-for what in start stop umount destroy; do
+for what in status start stop umount destroy; do
   check "started for '$what'" up 201
+  init=$(init_pid 201)
   inside 201 poweroff
-  check "it ends" until_so 30 ended_itself
-  check "$what" quietly qxctl $what 201
+  check "it ends" until_so 30 is_gone "$init"
+  [ $what = status ] || check "$what" quietly qxctl $what 201
   case $what in
+    status)
+      # It runs for as long as its monitor does.
+      says_stopped() { grep -q ', stopped,' <(qxctl status 201); }
+      check "status says that it is stopped" until_so 30 says_stopped
+      ;;
     start) check "it runs again" until_so 30 inside 201 true && qxctl stop 201 >/dev/null ;;
     stop | umount) check_nothing_mounted 201 ;;
   esac
@@ -74,3 +95,16 @@ done
 check_nothing_mounted 201
 check "nothing is left" test ! -e $private -a ! -e $configs/201.conf
 check_no "no monitor of LXC's is left" pgrep -fa 'lxc monitor.* qx-201'
+
+step "A privileged one"
+check "make" make 201 OSTEMPLATE=small UNPRIVILEGED=no
+check "start" up 201
+check_equal "its root is root of the host" 0 "$(stat -c %u "/proc/$(init_pid 201)")"
+reboots_inside
+init=$(init_pid 201)
+inside 201 poweroff
+check "it powers itself off" until_so 30 is_gone "$init"
+check "start" up 201
+check "stop" quietly qxctl stop 201
+check_nothing_mounted 201
+check "destroy" quietly qxctl destroy 201

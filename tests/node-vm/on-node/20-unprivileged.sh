@@ -29,8 +29,15 @@ check "it ends" until_so 30 ended_itself
 check "start" up 202
 check_equal "owners on disk are the container's" "0 1000" "$(owners)"
 
+step "A service of the host is started meanwhile"
+systemd-run --quiet --unit=qx-meanwhile -p PrivateTmp=yes sleep 600
+meanwhile() { systemctl show -p MainPID --value qx-meanwhile; }
+check "it has a copy of every mount" until_so 20 eval 'grep -q " /var/lib/qx/root/202 " /proc/$(meanwhile)/mountinfo'
+
 step "Stop"
 check "stop" quietly qxctl stop 202
 check_nothing_mounted 202
+check_no "nor for the service" grep " /var/lib/qx/root/202 " "/proc/$(meanwhile)/mountinfo"
+systemctl stop qx-meanwhile
 check_equal "owners on disk are the container's" "0 1000" "$(owners)"
 check "destroy" quietly qxctl destroy 202

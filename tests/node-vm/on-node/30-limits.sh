@@ -23,6 +23,10 @@ end_bomb() {
 # hog ID MIB: true when a process inside can have so much memory.
 hog() { inside "$1" sh -c "dd if=/dev/zero of=/dev/null bs=${2}M count=1 2>/dev/null"; }
 
+# With it, the kernel itself would keep a container's root from lifting limits.
+check "lxcfs has taken the host's delegation off" eval \
+  '! findmnt -no OPTIONS /sys/fs/cgroup | grep -q nsdelegate'
+
 for kind in no yes; do
   step "Tasks and memory (unprivileged: $kind)"
   make 203 OSTEMPLATE=small UNPRIVILEGED=$kind NUMPROC=60:60 SLMMEMORYLIMIT=67108864
@@ -50,7 +54,7 @@ for kind in no yes; do
     done
     echo 1 >/tmp/groups/cgroup.procs' >/dev/null 2>&1 || true
   found=$(fork_bomb 203)
-  check "tasks are limited as before: $found" test "$found" -le 60
+  check "tasks are limited as before: $found" test "$found" -gt 40 -a "$found" -le 60
   end_bomb 203
   check "memory is limited as before" eval '! hog 203 120'
   check "status shows the limit of tasks" status_says 203 'NUMPROC: .*= 60$'

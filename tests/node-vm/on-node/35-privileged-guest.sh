@@ -9,7 +9,7 @@ make 205 OSTEMPLATE=small UNPRIVILEGED=no
 check "start" up 205
 
 # A key that only prints a line into the kernel's log, where the host has it.
-host_saw_key() { dmesg | grep -q 'sysrq: HELP'; }
+host_saw_key() { grep -q 'sysrq: HELP' <(dmesg); }
 host_saw_key && dmesg --clear
 
 step "The magic keys"
@@ -22,6 +22,12 @@ inside 205 sh -c 'mount -o remount,rw /proc; mount -o remount,rw /proc/sysrq-tri
   umount /proc/sysrq-trigger; echo h >/proc/sysrq-trigger' 2>/dev/null || true
 check "not after /proc is mounted anew" eval '! host_saw_key'
 
+inside 205 sh -c 'mkdir -p /tmp/bound /tmp/all
+  mount --bind /proc /tmp/bound && echo h >/tmp/bound/sysrq-trigger
+  mount --rbind / /tmp/all && echo h >/tmp/all/proc/sysrq-trigger
+  mount --move /proc /tmp/bound && echo h >/tmp/bound/sysrq-trigger' 2>/dev/null || true
+check "not by what is bound or moved elsewhere" eval '! host_saw_key'
+
 step "What is set below /sys and /proc/sys"
 value=$(cat /sys/kernel/mm/ksm/sleep_millisecs)
 inside 205 sh -c 'mount -o remount,rw /sys; echo 21 >/sys/kernel/mm/ksm/sleep_millisecs
@@ -31,6 +37,8 @@ check_equal "a setting of the host's memory" "$value" "$(cat /sys/kernel/mm/ksm/
 value=$(cat /proc/sys/vm/swappiness)
 inside 205 sh -c 'mount -o remount,rw /proc/sys; echo 17 >/proc/sys/vm/swappiness
   echo 17 >/tmp/proc/sys/vm/swappiness' 2>/dev/null || true
+inside 205 sh -c 'umount /proc/sys; echo 17 >/proc/sys/vm/swappiness
+  echo 17 >/tmp/bound/sys/vm/swappiness; echo 17 >/tmp/all/proc/sys/vm/swappiness' 2>/dev/null || true
 check_equal "how the host swaps" "$value" "$(cat /proc/sys/vm/swappiness)"
 value=$(cat /proc/sys/kernel/core_pattern)
 inside 205 sh -c 'echo "|/tmp/mine" >/proc/sys/kernel/core_pattern

@@ -59,3 +59,24 @@ for try in 1 2 3 4; do
     test "$(inside 216 df -k / | awk 'NR == 2 { print $2 }')" -gt $((size - 16384))
 done
 remove 216
+
+step "A directory on a file system whose quotas are the host's own"
+remove 217
+mkdir -p /srv/quota/private
+setquota -u 1000 0 40960 0 0 /srv/quota
+limits() { repquota -un /srv/quota | awk '$1 == "#1000" { print $4, $5 }'; }
+check "make" make 217 OSTEMPLATE=small STORAGE=directory UNPRIVILEGED=no \
+  VE_PRIVATE=/srv/quota/private/217 QUOTAUGIDLIMIT=100
+quietly qxquota setlimit2 217 -u 1000 0 4096 0 0
+check "start" up 217
+inside 217 sh -c 'mkdir /srv && chown 1000 /srv'
+as_user() { inside 217 su -s /bin/sh -c "dd if=/dev/zero of=/srv/fill bs=1M count=$1 2>/dev/null" user; }
+check_equal "the container's limits are kept, not enforced" 10 \
+  "$(qxquota stat 217 >/dev/null 2>&1 && echo 0 || echo $?)"
+check "so that its user can write more" as_user 8
+check "but not more than the host lets that id" eval '! as_user 60'
+check_equal "the host's limits are as before" "0 40960" "$(limits)"
+check "stop" quietly qxctl stop 217
+check "destroy" quietly qxctl destroy 217
+check_equal "still" "0 40960" "$(repquota -unv /srv/quota | awk '$1 == "#1000" { print $4, $5 }')"
+setquota -u 1000 0 0 0 0 /srv/quota

@@ -1,0 +1,17 @@
+# What is packed needs no symbols but those that it shares, and no word of its compiler.
+file(GLOB_RECURSE files ${CPACK_TEMPORARY_DIRECTORY}/*)
+foreach(file IN LISTS files)
+  if(IS_SYMLINK ${file})
+    continue()
+  endif()
+  file(READ ${file} magic LIMIT 4 HEX)
+  if(NOT magic STREQUAL "7f454c46")
+    continue()
+  endif()
+  set(symbols --strip-all)
+  if(file MATCHES "\\.so$")
+    set(symbols --strip-unneeded)
+  endif()
+  execute_process(COMMAND ${CPACK_QX_STRIP} ${symbols} --remove-section=.comment
+    --remove-section=.note ${file} COMMAND_ERROR_IS_FATAL ANY)
+endforeach()
