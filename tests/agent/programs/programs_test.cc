@@ -224,9 +224,11 @@ TEST(Programs, AMigrationThatIsBlockedTouchesNothing) {
 
 TEST(Programs, TheVersionsOfAllThatWorksTogetherAreTold) {
   ScratchHost().run([] {
-    const std::string line = std::string(QX_MIGRATE) + " --version >/tmp/out 2>/tmp/err";
+    // Not where it was built, since it finds there what was built with it.
+    std::filesystem::create_directories("/usr/local/sbin");
+    std::filesystem::copy_file(QX_MIGRATE, "/usr/local/sbin/qxmigrate");
+    const std::string line = "/usr/local/sbin/qxmigrate --version >/tmp/out 2>/tmp/err";
     EXPECT_EQ(system(line.c_str()), 0);
-    // As they are built, the plug-in and the bundle are not where they are installed.
     EXPECT_THAT(contentsOf("/tmp/out"), StartsWith("qxmigrate  1."));
     EXPECT_THAT(contentsOf("/tmp/out"), HasSubstr("\nplug-in    missing: "));
     EXPECT_THAT(contentsOf("/tmp/out"), HasSubstr("\nqxagent    missing: "));
