@@ -24,7 +24,7 @@ run_bundled() { inside $place/lib/ld-linux-x86-64.so.2 --library-path $place/lib
 
 step "Unpacked by busybox, run as on a server"
 inside /bin/sh -c "gzip -dc </tmp/bundle.tar.gz | tar xf - -C $place"
-check_equal "qxagent" "$(qxmigrate --version | sed 's/^qxmigrate/qxagent/')" \
+check_equal "qxagent" "$(qxmigrate --version | awk 'NR == 1 { print "qxagent", $2 }')" \
   "$(run_bundled $place/bin/qxagent --version 2>&1)"
 mount --bind /proc "$root/proc"
 rsync=$place/usr/local/share/qxlinmigrate/rsync
