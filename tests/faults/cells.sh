@@ -18,12 +18,11 @@ faults=(qxmigrate agent starter server_rsync node_rsync link link_dead node_dies
 sysvinit_stages=(stopServices startRSyncServer2 rSync2 waitRSyncServer2 restoreQuota tuneDstSrv finish)
 sysvinit_faults=(qxmigrate agent starter link link_dead server_dies memory)
 
-# Every day: each stage once and each fault once, at least, on each kind of server.
+# Every day: each stage once and each fault once, at least.
 everyday=(lockVPS:memory createDstSrv:disk getUsageDiskSpace:agent getFreeDiskSpace:inodes
   dumpQuota:starter startRSyncServer:server_var rSync:server_rsync waitRSyncServer:link
   stopServices:server_dies startRSyncServer2:link_dead rSync2:node_rsync rSync2:qxmigrate
-  rSync2:starter rSync2:memory waitRSyncServer2:agent restoreQuota:node_dies tuneDstSrv:qxmigrate
-  finish:starter rSync2:starter:sysvinit tuneDstSrv:agent:sysvinit)
+  waitRSyncServer2:agent restoreQuota:node_dies tuneDstSrv:qxmigrate finish:starter)
 
 # applies STAGE FAULT: whether there is anything to disturb.
 applies() {
