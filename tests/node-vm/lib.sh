@@ -51,6 +51,25 @@ inside() {
 
 init_pid() { cut -d' ' -f1 "/run/qx/$1.init"; }
 
+# is_gone PID: the init has ended; LXC may still be putting the container away.
+is_gone() { [ ! -e "/proc/$1" ]; }
+
+# reboots_inside ID: its init is another one afterwards.
+reboots_inside() {
+  local id=$1 before
+  before=$(cat "/run/qx/$id.init")
+  another_init() {
+    local now
+    now=$(cat "/run/qx/$id.init" 2>/dev/null) && [ -n "$now" ] && [ "$now" != "$before" ]
+  }
+  inside "$id" rm /booted
+  inside "$id" reboot
+  # Its profile of AppArmor is loaded anew, which takes an emulated processor a while.
+  check "another init runs" until_so 240 another_init
+  check "and has booted" until_so 60 inside "$id" test -e /booted
+  check "it runs" status_says "$id" ', running,'
+}
+
 status_says() { qxctl status "$1" | grep -Eq -- "$2" || { qxctl status "$1" && return 1; }; }
 
 private_of() { sed -n 's/^VE_PRIVATE=//p' "$configs/$1.conf" | grep . || echo "/var/lib/qx/private/$1"; }

@@ -7,25 +7,6 @@ small_template
 remove 201
 private=/var/lib/qx/private/201
 
-# is_gone PID: the init has ended; LXC may still be putting the container away.
-is_gone() { [ ! -e "/proc/$1" ]; }
-
-# reboots_inside: its init is another one afterwards.
-reboots_inside() {
-  local before
-  before=$(cat /run/qx/201.init)
-  another_init() {
-    local now
-    now=$(cat /run/qx/201.init 2>/dev/null) && [ -n "$now" ] && [ "$now" != "$before" ]
-  }
-  inside 201 rm /booted
-  inside 201 reboot
-  # Its profile of AppArmor is loaded anew, which takes an emulated processor a while.
-  check "another init runs" until_so 240 another_init
-  check "and has booted" until_so 60 inside 201 test -e /booted
-  check "it runs" status_says 201 ', running,'
-}
-
 step "The host is one as Debian installs it"
 check_equal "control groups of the second generation" cgroup2fs "$(stat -f -c %T /sys/fs/cgroup)"
 check "AppArmor is on" aa-enabled --quiet
@@ -65,7 +46,7 @@ check "destroy" ends_with 17 running qxctl destroy 201
 check "umount" ends_with 17 running qxctl umount 201
 
 step "Reboot inside"
-reboots_inside
+reboots_inside 201
 
 step "Stop"
 check "stop" quietly qxctl stop 201
@@ -95,16 +76,3 @@ done
 check_nothing_mounted 201
 check "nothing is left" test ! -e $private -a ! -e $configs/201.conf
 check_no "no monitor of LXC's is left" pgrep -fa 'lxc monitor.* qx-201'
-
-step "A privileged one"
-check "make" make 201 OSTEMPLATE=small UNPRIVILEGED=no
-check "start" up 201
-check_equal "its root is root of the host" 0 "$(stat -c %u "/proc/$(init_pid 201)")"
-reboots_inside
-init=$(init_pid 201)
-inside 201 poweroff
-check "it powers itself off" until_so 30 is_gone "$init"
-check "start" up 201
-check "stop" quietly qxctl stop 201
-check_nothing_mounted 201
-check "destroy" quietly qxctl destroy 201

@@ -57,4 +57,13 @@ check "nor what modules, ports and the clock need" \
 check "it still runs" inside 205 true
 echo h >/proc/sysrq-trigger
 check "the host's own key would have been seen" until_so 10 host_saw_key
-remove 205
+
+step "It reboots and powers itself off like any other"
+reboots_inside 205
+init=$(init_pid 205)
+inside 205 poweroff
+check "it ends" until_so 30 is_gone "$init"
+check "start" up 205
+check "stop" quietly qxctl stop 205
+check_nothing_mounted 205
+check "destroy" quietly qxctl destroy 205
