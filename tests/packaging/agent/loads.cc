@@ -20,7 +20,7 @@ int main() {
   }
   for (const char* name : {"initLibrary", "finiLibrary", QXHWCalculateName, "qxLinMigrateVersion",
                            "factoryQXLinMigrateP2VSerializeOperator", VERSION}) {
-    if (text.find(std::string(1, '\0') + name + '\0') != std::string::npos) continue;
+    if (text.find(name + std::string(1, '\0')) != std::string::npos) continue;
     fprintf(stderr, "%s has no '%s'\n", PLUGIN, name);
     return 1;
   }
