@@ -106,11 +106,15 @@ Fd openInRoot(int rootFd, const char* path, int flags) {
   return Fd(static_cast<int>(syscall(SYS_openat2, rootFd, path, &how, sizeof how)));
 }
 
-std::string readFileInRoot(int rootFd, const char* path, size_t most) {
-  const Fd found = openInRoot(rootFd, path, O_PATH);
+Fd openFound(const Fd& found, int flags) {
   struct stat status {};
-  if (!found || fstat(found.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
-  const Fd file(open(textf("/proc/self/fd/%d", found.get()).c_str(), O_RDONLY | O_CLOEXEC));
+  if (!found || fstat(found.get(), &status) != 0) return Fd();
+  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return Fd();
+  return Fd(open(textf("/proc/self/fd/%d", found.get()).c_str(), O_RDONLY | O_CLOEXEC | flags));
+}
+
+std::string readFileInRoot(int rootFd, const char* path, size_t most) {
+  const Fd file = openFound(openInRoot(rootFd, path, O_PATH), 0);
   std::string text(most, '\0');
   size_t size = 0;
   while (file && size < most) {

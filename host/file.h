@@ -43,9 +43,13 @@ void makeDirectories(const std::string& path);
 /// the container and never out of it. Invalid with errno set on failure.
 Fd openInRoot(int rootFd, const char* path, int flags);
 
+/// Opens a regular file or a directory for reading that O_PATH has found, with more of
+/// open(2)'s `flags`. Anything else is not opened: what that does to a device, whoever put it
+/// there has chosen. Invalid then, or on failure.
+Fd openFound(const Fd& found, int flags);
+
 /// The first bytes, `most` at most, of a file found like that. Empty when there is none, or
-/// something else than a regular file has its name: that is not even opened, as what
-/// opening does to a device the container has chosen.
+/// something else than a regular file has its name (openFound).
 std::string readFileInRoot(int rootFd, const char* path, size_t most);
 
 }  // namespace host

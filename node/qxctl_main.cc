@@ -10,13 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "host/cli_words.h"
 #include "host/container.h"
 #include "host/error.h"
 #include "host/lock.h"
 #include "host/place.h"
 #include "host/product.h"
 #include "host/state.h"
-#include "host/suggest.h"
 #include "node/adapt.h"
 #include "node/boot.h"
 #include "node/engine.h"
@@ -376,22 +376,10 @@ void describeRunning(CLI::App& app, Options& options, Command& chosen) {
   called->callback([&chosen] { chosen = hook; });
 }
 
-std::vector<std::string> optionsOf(const CLI::App& app) {
-  std::vector<std::string> names;
-  for (const CLI::Option* option : app.get_options()) {
-    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
-  }
-  return names;
-}
-
 /// Names the command or option that there is not.
 bool sayUnknown(const CLI::App& app, int argc, char** argv) {
-  host::CommandWords known;
+  host::CommandWords known = host::wordsOf(app);
   known.sharedOptions = true;
-  known.options[""] = optionsOf(app);
-  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
-    if (!command->get_group().empty()) known.options[command->get_name()] = optionsOf(*command);
-  }
   const std::string text = host::misspelt({argv + 1, argv + argc}, known);
   if (text.empty()) return false;
   fprintf(stderr, "qxctl: %s (see qxctl --help)\n", text.c_str());

@@ -14,6 +14,7 @@
 #include <tuple>
 
 #include "host/fd.h"
+#include "host/file.h"
 
 namespace agent {
 
@@ -36,18 +37,6 @@ using Dir = std::unique_ptr<DIR, CloseDir>;
 Dir openDirectory(const std::string& path) {
   host::Fd fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   return Dir(fd ? fdopendir(fd.release()) : nullptr);
-}
-
-// A file or directory, to ask for its attributes; not open when it is anything else. In a
-// folder of somebody's own a name is a file now and leads to a device then, and to open some
-// devices is to do something with them: so it is looked at before it is opened.
-host::Fd openRegular(int directory, const char* name) {
-  const host::Fd found(openat(directory, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
-  struct stat info;
-  if (!found || fstatat(found.get(), "", &info, AT_EMPTY_PATH) != 0) return host::Fd();
-  if (!S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode)) return host::Fd();
-  const std::string same = "/proc/self/fd/" + std::to_string(found.get());
-  return host::Fd(open(same.c_str(), O_RDONLY | O_CLOEXEC | O_NOATIME));
 }
 
 class Walk {
@@ -134,7 +123,9 @@ class Walk {
       findings.largestGidPath = path;
     }
     if (!S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode)) return;
-    const host::Fd fd = openRegular(directory, name);
+    // In a folder of somebody's own a name is a file now and leads to a device then.
+    const host::Fd found(openat(directory, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    const host::Fd fd = host::openFound(found, O_NOATIME);
     int flags = 0;
     if (!fd || ioctl(fd.get(), FS_IOC_GETFLAGS, &flags) != 0) return;
     if (!(flags & (FS_IMMUTABLE_FL | FS_APPEND_FL))) return;

@@ -153,8 +153,7 @@ MigrationResult migrateWithJournal(
   params->options.config->otherVariables[host::kMigrationVariable] = journal->name();
   JournalingView journaling(*journal, view);
   MigrationResult result = migrate(source, params, rules, journaling, cancel);
-  const bool isThere = result.succeeded || result.unconfirmed;
-  const host::MigrationState state = isThere ? host::MigrationState::kSucceeded
+  const host::MigrationState state = result.containerIsThere() ? host::MigrationState::kSucceeded
                                      : cancel->code() == kCancelledByUser
                                          ? host::MigrationState::kCancelled
                                          : host::MigrationState::kFailed;

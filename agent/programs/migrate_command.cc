@@ -44,7 +44,7 @@ std::string placeText(const std::string& stage) {
 int tellEnd(const MigrateSettings& settings, const MigrationResult& result,
             const CancelToken& cancel) {
   const std::string id = std::to_string(settings.options.ctid);
-  if ((result.succeeded || result.unconfirmed) && !result.leftOut.isComplete()) {
+  if (result.containerIsThere() && !result.leftOut.isComplete()) {
     complain("warning: container " + id + " is not complete: " + countText(result.leftOut) +
              " ('qxmigrate show " + id + "' lists what)");
   }
@@ -136,7 +136,7 @@ int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationVi
                         settings.acceptPartial};
   const MigrationResult result =
       migrateWithJournal(settings.server.source, params, rules, facts, view, cancel);
-  if (!result.succeeded && !result.unconfirmed) return tellEnd(settings, result, *cancel);
+  if (!result.containerIsThere()) return tellEnd(settings, result, *cancel);
   addUnreportedLimits(settings.options.ctid, unreported,
                       [&](const std::string& text) { view.line(text); });
   if (settings.verify && result.succeeded && !isVerified(settings, *planning, view, *cancel))

@@ -19,6 +19,7 @@ struct MigrationResult {
   /// The container is complete all the same, and stays: only the server's end could not be
   /// told so. It starts its services again, as after a failure.
   bool unconfirmed = false;
+  bool containerIsThere() const { return succeeded || unconfirmed; }
   /// Error code and text of the failure. The stage is the one that failed; when the
   /// controller itself stopped between two stages, it is "after STAGE".
   int code = 0;

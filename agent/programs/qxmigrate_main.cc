@@ -11,8 +11,8 @@
 
 #include "agent/programs/commands.h"
 #include "agent/programs/versions.h"
+#include "host/cli_words.h"
 #include "host/product.h"
-#include "host/suggest.h"
 #include "host/visible.h"
 
 namespace {
@@ -45,24 +45,6 @@ class Migration {
   agent::Run run_;
   std::vector<CLI::Option*> options_, required_;
 };
-
-std::vector<std::string> optionsOf(const CLI::App& app) {
-  std::vector<std::string> names;
-  for (const CLI::Option* option : app.get_options()) {
-    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
-  }
-  return names;
-}
-
-host::CommandWords wordsOf(const CLI::App& app) {
-  host::CommandWords known;
-  known.commandNeeded = false;
-  known.options[""] = optionsOf(app);
-  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
-    known.options[command->get_name()] = optionsOf(*command);
-  }
-  return known;
-}
 
 }  // namespace
 
@@ -99,7 +81,9 @@ int main(int argc, char** argv) try {
     // A value that is wrong belongs to an option that there is.
     const bool value = dynamic_cast<const CLI::ConversionError*>(&problem) != nullptr ||
                        dynamic_cast<const CLI::ValidationError*>(&problem) != nullptr;
-    const std::string text = host::misspelt({argv + 1, argv + argc}, wordsOf(app));
+    host::CommandWords known = host::wordsOf(app);
+    known.commandNeeded = false;
+    const std::string text = host::misspelt({argv + 1, argv + argc}, known);
     if (value || text.empty()) {
       app.exit(problem);
     } else {

@@ -1,5 +1,7 @@
 # Several tests at a time. Each writes its verdict, "passed" or "FAILED", into the file
 # $work/results/NAME; what one prints appears in one piece when it has come to its end.
+# Those that failed beside others are tried once more by themselves, as much of what they
+# see is a matter of time; the file that QX_REMARKS names is told of each, either way.
 # shellcheck shell=bash
 
 work=$(mktemp -d)
@@ -25,13 +27,32 @@ side_by_side() {
     fi
   done
   wait
+  [ $# = 1 ] || [ "$jobs" = 1 ] || try_again "$run"
+}
+
+failed_names() { (cd "$work/results" && grep -lx FAILED -- *) || true; }
+
+try_again() {
+  local name names verdict
+  mapfile -t names < <(failed_names)
+  for name in "${names[@]}"; do
+    cp "$work/$name.log" "$work/$name.beside.log"
+    printf 'Again, by itself: %s\n' "$name"
+    show_in_one_piece "$1" "$name"
+    verdict=$(cat "$work/results/$name")
+    {
+      printf '%s failed beside others; by itself: %s. The end of what it said first:\n' "$name" "$verdict"
+      tail -n 30 "$work/$name.beside.log"
+      [ "$verdict" = passed ] || { echo "And by itself:" && tail -n 30 "$work/$name.log"; }
+    } >>"${QX_REMARKS:-/dev/null}"
+  done
 }
 
 # conclude_all TITLE: how many passed; false when one has failed.
 conclude_all() {
   local passed failed
   passed=$(grep -lx passed "$work"/results/* | wc -l || true)
-  failed=$(cd "$work/results" && grep -lx FAILED -- * | paste -sd' ' || true)
+  failed=$(failed_names | paste -sd' ')
   [ -z "$failed" ] || printf 'Failed: %s\n' "$failed"
   printf '%s: %d passed, %d failed\n' "$1" "$passed" "$(wc -w <<<"$failed")"
   [ -z "$failed" ]
