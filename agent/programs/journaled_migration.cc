@@ -158,6 +158,7 @@ MigrationResult migrateWithJournal(
                                          ? host::MigrationState::kCancelled
                                          : host::MigrationState::kFailed;
   journal->end(state, result.stage, result.text);
+  result.record = journal->record();
   if (!journal->problem().empty()) view.line("The journal is incomplete: " + journal->problem());
   return result;
 }

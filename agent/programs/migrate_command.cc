@@ -15,6 +15,7 @@
 #include "agent/programs/last_copy.h"
 #include "agent/programs/planning.h"
 #include "agent/programs/server_command.h"
+#include "agent/programs/summary.h"
 #include "agent/programs/verify_command.h"
 #include "agent/verify/verify_text.h"
 
@@ -49,7 +50,7 @@ int tellEnd(const MigrateSettings& settings, const MigrationResult& result,
              " ('qxmigrate show " + id + "' lists what)");
   }
   if (result.succeeded) {
-    if (!settings.quiet) printf("Container %lld is ready.\n", settings.options.ctid);
+    if (!settings.quiet) fputs(summaryText(result.record).c_str(), stdout);
     return 0;
   }
   if (result.unconfirmed) {

@@ -10,6 +10,7 @@
 #include "agent/wire/request_context.h"
 #include "framework/migrate_params.h"
 #include "host/copy_report.h"
+#include "host/migration_record.h"
 
 namespace agent {
 
@@ -29,6 +30,8 @@ struct MigrationResult {
   bool serverLeft = false;
   /// What the last copy has left out.
   host::CopyReport leftOut;
+  /// What its journal says of it, when it has one.
+  host::MigrationRecord record;
 };
 
 /// Migrates the server behind the agent at `source` (see connect.h)
