@@ -34,6 +34,7 @@ class JournalingView : public MigrationView {
     journal_.text(text);
     view_.line(text);
   }
+  void expect(const Outlook& outlook) override { view_.expect(outlook); }
   void percent(const std::string& description, int percent) override {
     view_.percent(description, percent);
   }

@@ -132,6 +132,7 @@ int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationVi
       return kExitBlocked;
     }
   }
+  view.expect({facts.bytes, !settings.options.services.empty()});
   const auto params = makeParams(settings.options);
   const CopyRules rules{report.path(), std::to_string(settings.options.ctid),
                         settings.acceptPartial};

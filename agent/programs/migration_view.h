@@ -8,6 +8,12 @@
 
 namespace agent {
 
+/// What a migration is about to do.
+struct Outlook {
+  long long bytes = 0;  ///< to copy; 0: not known
+  bool outage = false;  ///< services of the server will be stopped
+};
+
 /// What a person who watches a migration is shown.
 class MigrationView {
  public:
@@ -15,6 +21,8 @@ class MigrationView {
   virtual void stageBegins(const std::string& stage) = 0;
   virtual void stageEnds(const std::string& stage, int result, double seconds) = 0;
   virtual void line(const std::string& text) = 0;
+  /// What is known before the first stage.
+  virtual void expect(const Outlook& outlook) = 0;
   virtual void percent(const std::string& description, int percent) = 0;
   /// What the last copy has left out, each time that it has ended; nothing, when it is
   /// complete.

@@ -42,13 +42,13 @@ constexpr Step kSteps[] = {
      .longest = hours(2),
      .frameBytes = kLarge},
     {.name = "startRSyncServer", .text = "serve the files, first copy", .longest = minutes(5)},
-    {.name = "rSync", .text = "copy the files, services running"},
+    {.name = "rSync", .text = "copy the files, services running", .copiesFiles = true},
     // The copy has ended at this end by then.
     {.name = "waitRSyncServer", .text = "end the first copy", .longest = minutes(10)},
     // A database may write for long before it stops.
     {.name = "stopServices", .text = "stop the services", .stopsServices = true},
     {.name = "startRSyncServer2", .text = "serve the files, second copy", .longest = minutes(5)},
-    {.name = "rSync2", .text = "copy what has changed"},
+    {.name = "rSync2", .text = "copy what has changed", .copiesFiles = true},
     {.name = "waitRSyncServer2", .text = "end the second copy", .longest = minutes(10)},
     {.name = "checkCopy", .text = "see what the second copy left out"},
     {.name = "restoreQuota", .text = "set the container's disk quotas"},

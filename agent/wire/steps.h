@@ -27,6 +27,8 @@ struct Step {
   /// It stops the services that the parameters name, which a migration that fails starts
   /// again.
   bool stopsServices = false;
+  /// Files are copied in it, by programs that the node's end starts.
+  bool copiesFiles = false;
 };
 
 /// The row of that name; for an unknown name, one without a text.

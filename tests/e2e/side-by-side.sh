@@ -1,7 +1,5 @@
 # Several tests at a time. Each writes its verdict, "passed" or "FAILED", into the file
 # $work/results/NAME; what one prints appears in one piece when it has come to its end.
-# Those that failed beside others are tried once more by themselves, as much of what they
-# see is a matter of time; the file that QX_REMARKS names is told of each, either way.
 # shellcheck shell=bash
 
 work=$(mktemp -d)
@@ -27,12 +25,14 @@ side_by_side() {
     fi
   done
   wait
-  [ $# = 1 ] || [ "$jobs" = 1 ] || try_again "$run"
 }
 
 failed_names() { (cd "$work/results" && grep -lx FAILED -- *) || true; }
 
-try_again() {
+# again_by_itself FUNCTION: calls it once more with each name that has failed beside others,
+# as much of what tests see is a matter of time. The file that QX_REMARKS names is told of
+# each, however it ends.
+again_by_itself() {
   local name names verdict
   mapfile -t names < <(failed_names)
   for name in "${names[@]}"; do

@@ -61,7 +61,7 @@ node_vm_root() {
 node_vm_first_boot() {
   local place=$1 disks
   mapfile -t disks < <(vm_disk_options "$place" root.disk quota.disk btrfs.disk)
-  timeout 1800 qemu-system-x86_64 -machine "q35,accel=$(vm_acceleration)" -cpu max -smp 2 -m 1024 \
+  timeout 1800 qemu-system-x86_64 -machine "q35,accel=$(vm_acceleration)" -cpu "$(vm_processor)" -smp 2 -m 1024 \
     -nodefaults -no-user-config -display none -no-reboot -serial "file:$place/first-boot.log" \
     -device virtio-rng-pci "${disks[@]}" -kernel "$place/vmlinuz" -initrd "$place/initrd" \
     -append "$NODE_VM_APPEND lab.first" || true

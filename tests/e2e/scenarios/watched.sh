@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# on a terminal one sees how far the copy is, and for how long services have been down
+# shellcheck source=tests/e2e/lib.sh
+. "$QX_E2E/lib.sh"
+
+open_source
+add_service_with_large_dump
+
+step "Migrate on a terminal of 80 columns"
+slow_source 1 30720
+status=0
+script -qefc "stty cols 80 && exec qxmigrate '$source' --ctid $ctid --duration 1 --hostname $server \
+  --stop-service nginx --stop-service ticker --stop-service dumper" "$work/typescript" \
+  </dev/null >/dev/null || status=$?
+fast_source
+check_status 0
+
+step "What was shown in place"
+# Each piece ends where it is erased.
+awk -v RS='\r\033\\[K' '{ sub(/.*\n/, ""); if (RT != "") print }' "$work/typescript" >"$work/pieces"
+shown() { grep -qE "$1" "$work/pieces"; }
+check "there is much of it" test "$(wc -l <"$work/pieces")" -gt 20
+check_equal "all of it has room on the line" 0 "$(awk 'length > 79' "$work/pieces" | wc -l)"
+check "how far the first copy is, how fast, and how long it will take" \
+  shown '^rSync  +[0-9.]+ MiB of [0-9.]+ [MG]iB, [0-9.]+ MiB/s, [0-9]+:[0-9]{2} left$'
+check "it grows" test "$(grep -oE '^rSync  +[0-9.]+ MiB' "$work/pieces" | sort -u | wc -l)" -gt 3
+check "what the second one copies, and the outage" \
+  shown '^rSync2  +[0-9.]+ [KM]?i?B.*  services down 0:[0-9]{2}$'
+check "the outage in other stages, too" shown '^tuneDstSrv .*  services down 0:[0-9]{2}$'
+check_no "there is none before services are stopped" shown '^(lockVPS|rSync) .* services down'
+
+step "What stays"
+tr -d '\r' <"$work/typescript" | sed 's/.*\x1b\[K//' >"$out"
+for stage in rSync stopServices rSync2 finish; do
+  check "stage $stage was shown" stage_is_done "$stage"
+done
+check_says "Container $ctid is ready."
+check "it tells what was copied" grep -qE '^  copied    [0-9.]+ [MG]iB in [0-9,]+ files' "$out"
+check "and the outage" grep -qE '^  outage    .* so far; stopped on the server: nginx ticker dumper$' "$out"
+check_says "  qxctl start $ctid         start it; before that, shut the server down if"
+[ "$failures" = 0 ] || tail -n 30 "$work/pieces" "$out"
+
+check_nothing_runs
+on_server /etc/init.d/ticker start >/dev/null
+on_server /etc/init.d/nginx start >/dev/null
+remove_service_with_large_dump
+close_source
