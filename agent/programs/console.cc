@@ -117,7 +117,7 @@ void Console::show(const std::string& text) {
 }
 
 void Console::redraw() {
-  if (quiet_ || !terminal_ || !running_) return;
+  if (quiet_ || !terminal_ || !running_ || stepOf(stage_).asks) return;
   Progress progress;
   progress.stage = stage_;
   progress.text = text_;

@@ -14,7 +14,7 @@ using std::chrono::minutes;
 constexpr size_t kLarge = kMaxFrameBytes;
 
 constexpr Step kSteps[] = {
-    {.name = "connect", .text = "reach the server"},
+    {.name = "connect", .text = "reach the server", .asks = true},
     {.name = "identify", .text = "ask which server it is", .longest = minutes(1)},
     // The longest measurement, and time to sum it up.
     {.name = "measure", .text = "measure the server", .longest = hours(25), .frameBytes = kLarge},

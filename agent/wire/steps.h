@@ -29,6 +29,8 @@ struct Step {
   bool stopsServices = false;
   /// Files are copied in it, by programs that the node's end starts.
   bool copiesFiles = false;
+  /// ssh may ask for a password meanwhile, on the same terminal.
+  bool asks = false;
 };
 
 /// The row of that name; for an unknown name, one without a text.

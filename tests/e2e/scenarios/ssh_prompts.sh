@@ -28,6 +28,8 @@ migrate_on_terminal() {
   check_status 0
   check_equal "it asked once" 1 "$(grep -cF "$prompt" "$out")"
   check_no "the answer was not shown" grep -F "$answer" "$out"
+  # What a terminal does with it: nothing else is written there until it is answered.
+  check "the question stays" grep -qP "(^|\r)\Q$prompt\E:?\s*$" "$out"
   check "the container is there" test -e "$(container_root)/etc/debian_version"
   qxctl destroy $ctid >/dev/null
   start_services

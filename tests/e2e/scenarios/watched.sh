@@ -27,6 +27,7 @@ check "it grows" test "$(grep -oE '^rSync  +[0-9.]+ MiB' "$work/pieces" | sort -
 check "what the second one copies, and the outage" \
   shown '^rSync2  +[0-9.]+ [KM]?i?B.*  services down 0:[0-9]{2}$'
 check "the outage in other stages, too" shown '^tuneDstSrv .*  services down 0:[0-9]{2}$'
+check_no "nothing where a password may be asked for" shown '^connect'
 check_no "there is none before services are stopped" shown '^(lockVPS|rSync) .* services down'
 
 step "What stays"
