@@ -2,16 +2,13 @@
 #ifndef QX_AGENT_PROGRAMS_CONSOLE_H
 #define QX_AGENT_PROGRAMS_CONSOLE_H
 
-#include <chrono>
-#include <condition_variable>
-#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 
-#include "agent/programs/copy_meter.h"
 #include "agent/programs/migration_view.h"
+#include "agent/programs/stage_watch.h"
+#include "agent/programs/ticker.h"
 
 namespace agent {
 
@@ -21,9 +18,6 @@ namespace agent {
 class Console : public MigrationView {
  public:
   explicit Console(bool quiet);
-  ~Console() override;
-  Console(const Console&) = delete;
-  Console& operator=(const Console&) = delete;
 
   void stageBegins(const std::string& stage) override;
   void stageEnds(const std::string& stage, int result, double seconds) override;
@@ -33,8 +27,6 @@ class Console : public MigrationView {
   void leftOut(const host::CopyReport& report) override;
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   // With the mutex held.
   void show(const std::string& text);
   void redraw();
@@ -42,21 +34,10 @@ class Console : public MigrationView {
 
   const bool quiet_;
   const bool terminal_;
-
   std::mutex mutex_;
+  StageWatch watch_;
   bool shown_ = false;
-  bool running_ = false;  ///< a stage is
-  std::string stage_;
-  std::string text_;     ///< what the stage does
-  std::string percent_;  ///< what it says of itself
-  std::map<std::string, int> begun_;
-  std::optional<CopyMeter> meter_;
-  Outlook outlook_;
-  std::optional<Clock::time_point> outage_;  ///< since when
-
-  std::condition_variable ended_;
-  bool end_ = false;
-  std::thread drawing_;
+  std::optional<Ticker> drawing_;  // the last: it uses the others
 };
 
 }  // namespace agent

@@ -76,7 +76,7 @@ Run describeMeasure(CLI::App& app) {
       return kExitUsage;
     }
     return withServer(
-        settings->server, true, kExitFailed,
+        settings->server, Shown::kNothing, kExitFailed,
         [&](MigrationView& view, const auto& cancel) { return measure(*settings, view, cancel); });
   };
 }

@@ -12,6 +12,7 @@
 #include "agent/programs/commands.h"
 #include "agent/programs/complaint.h"
 #include "agent/programs/journaled_migration.h"
+#include "agent/programs/json_lines.h"
 #include "agent/programs/last_copy.h"
 #include "agent/programs/planning.h"
 #include "agent/programs/server_command.h"
@@ -33,6 +34,13 @@ struct MigrateSettings {
   bool verify = false;
   bool acceptPartial = false;
   bool quiet = false;
+  bool json = false;
+  std::optional<MigrationResult> ended;  ///< how it has, once it has begun
+
+  Shown shown() const {
+    if (json) return Shown::kJson;
+    return quiet ? Shown::kNothing : Shown::kText;
+  }
 };
 
 // "stage 'rSync' failed"; between two stages, "failed after stage 'getFreeDiskSpace'".
@@ -50,7 +58,7 @@ int tellEnd(const MigrateSettings& settings, const MigrationResult& result,
              " ('qxmigrate show " + id + "' lists what)");
   }
   if (result.succeeded) {
-    if (!settings.quiet) fputs(summaryText(result.record).c_str(), stdout);
+    if (settings.shown() == Shown::kText) fputs(summaryText(result.record).c_str(), stdout);
     return 0;
   }
   if (result.unconfirmed) {
@@ -86,7 +94,9 @@ bool isVerified(const MigrateSettings& settings, Planning& planning, MigrationVi
              " is there, but was not verified: " + problem.what());
     return false;
   }
-  if (found.unexpected != 0 || !settings.quiet) {
+  if (settings.json) {
+    tellJsonVerified(found);
+  } else if (found.unexpected != 0 || !settings.quiet) {
     fputs(comparisonText(found, false).c_str(), found.unexpected != 0 ? stderr : stdout);
   }
   if (found.unexpected == 0) return true;
@@ -101,7 +111,7 @@ int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationVi
   try {
     planning = std::make_unique<Planning>(settings.server.source, view, cancel);
   } catch (const std::runtime_error& problem) {
-    MigrationResult result;
+    MigrationResult& result = settings.ended.emplace();
     result.stage = "connect";
     result.text = problem.what();
     return tellEnd(settings, result, *cancel);
@@ -124,7 +134,9 @@ int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationVi
       if (finding.severity != Severity::kNote) facts.warnings.push_back(finding.text);
     }
     const bool blocked = made.verdict == Verdict::kBlocked;
-    if (blocked || !settings.quiet) {
+    if (settings.json) {
+      tellJsonPlan(found, made);
+    } else if (blocked || !settings.quiet) {
       fputs(verdictText(made).c_str(), blocked && !settings.force ? stderr : stdout);
     }
     if (blocked && !settings.force) {
@@ -136,8 +148,8 @@ int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationVi
   const auto params = makeParams(settings.options);
   const CopyRules rules{report.path(), std::to_string(settings.options.ctid),
                         settings.acceptPartial};
-  const MigrationResult result =
-      migrateWithJournal(settings.server.source, params, rules, facts, view, cancel);
+  const MigrationResult& result = settings.ended.emplace(
+      migrateWithJournal(settings.server.source, params, rules, facts, view, cancel));
   if (!result.containerIsThere()) return tellEnd(settings, result, *cancel);
   addUnreportedLimits(settings.options.ctid, unreported,
                       [&](const std::string& text) { view.line(text); });
@@ -169,7 +181,9 @@ Run describeMigrate(CLI::App& app) {
                "copy is made once more, and the migration fails if it is incomplete again)");
   app.add_flag("--verify", settings->verify,
                "Compare the container with the server once the migration is complete");
-  app.add_flag("-q,--quiet", settings->quiet, "Show errors only");
+  auto* const quiet = app.add_flag("-q,--quiet", settings->quiet, "Show errors only");
+  app.add_flag("--json", settings->json, "Print JSON, one object per line, as it goes")
+      ->excludes(quiet);
   app.footer(
       "Exit status: 0 when the container is there, 1 when the migration failed and was\n"
       "undone or the container differs (--verify), 2 when the plan is blocked and nothing\n"
@@ -198,10 +212,14 @@ Run describeMigrate(CLI::App& app) {
       complain(problem.what());
       return kExitFailed;
     }
-    return withServer(settings->server, settings->quiet, kExitFailed,
-                      [&](MigrationView& view, const auto& cancel) {
-                        return migrate(*settings, *report, view, cancel);
-                      });
+    const int status = withServer(settings->server, settings->shown(), kExitFailed,
+                                  [&](MigrationView& view, const auto& cancel) {
+                                    return migrate(*settings, *report, view, cancel);
+                                  });
+    if (settings->json) {
+      tellJsonEnd(settings->options.ctid, status, settings->ended ? &*settings->ended : nullptr);
+    }
+    return status;
   };
 }
 

@@ -48,7 +48,7 @@ Run describePlan(CLI::App& app) {
     // What is wrong in the options is told before the server is bothered.
     if (!areUsable(settings->options, true)) return kExitUsage;
     return withServer(
-        settings->server, true, kExitNoPlan,
+        settings->server, Shown::kNothing, kExitNoPlan,
         [&](MigrationView& view, const auto& cancel) { return plan(*settings, view, cancel); });
   };
 }

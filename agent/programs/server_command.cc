@@ -12,6 +12,7 @@
 #include "agent/programs/commands.h"
 #include "agent/programs/complaint.h"
 #include "agent/programs/console.h"
+#include "agent/programs/json_lines.h"
 #include "agent/system/event.h"
 #include "agent/system/log_level.h"
 #include "agent/system/signals.h"
@@ -57,7 +58,12 @@ class CancelOnSignal {
   std::thread thread_;
 };
 
-int run(const ServerOptions& options, bool quiet, int failed, const ServerWork& work) {
+std::unique_ptr<MigrationView> viewOf(Shown shown) {
+  if (shown == Shown::kJson) return std::make_unique<JsonLines>();
+  return std::make_unique<Console>(shown == Shown::kNothing);
+}
+
+int run(const ServerOptions& options, Shown shown, int failed, const ServerWork& work) {
   host::markPrograms();
   setLogLevel(1 + options.verbosity);
   const int stopFd = catchStopSignals();
@@ -65,10 +71,10 @@ int run(const ServerOptions& options, bool quiet, int failed, const ServerWork& 
   const Plugin plugin(options.library.empty() ? Plugin::defaultPath() : options.library);
   registerSurveyOperator();
   registerListOperator();
-  Console console(quiet);
+  const std::unique_ptr<MigrationView> view = viewOf(shown);
   const CancelOnSignal watcher(stopFd, cancel);
   try {
-    return work(console, cancel);
+    return work(*view, cancel);
   } catch (const std::exception& problem) {
     if (cancel->code() == kCancelledByUser) {
       complain("cancelled");
@@ -156,9 +162,9 @@ bool areUsable(MigrateOptions options, bool serverIsAsked) {
   }
 }
 
-int withServer(const ServerOptions& options, bool quiet, int failed, const ServerWork& work) {
+int withServer(const ServerOptions& options, Shown shown, int failed, const ServerWork& work) {
   try {
-    return run(options, quiet, failed, work);
+    return run(options, shown, failed, work);
   } catch (const std::exception& problem) {
     complain(problem.what());
     return failed;

@@ -50,10 +50,13 @@ bool areUsable(MigrateOptions options, bool serverIsAsked);
 
 using ServerWork = std::function<int(MigrationView& view, const std::shared_ptr<CancelToken>&)>;
 
+/// What is shown meanwhile: nothing, text for people, or lines of JSON.
+enum class Shown { kNothing, kText, kJson };
+
 /// Runs `work` with the plug-in loaded and stop signals cancelling it, and returns what it
 /// returns; kExitCancelled when it throws because of that, `failed` when it throws for
-/// another reason, which is printed. quiet: the view shows nothing.
-int withServer(const ServerOptions& options, bool quiet, int failed, const ServerWork& work);
+/// another reason, which is printed.
+int withServer(const ServerOptions& options, Shown shown, int failed, const ServerWork& work);
 
 }  // namespace agent
 

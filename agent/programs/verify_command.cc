@@ -147,7 +147,7 @@ Run describeVerify(CLI::App& app) {
       "line, 130 when it was cancelled.");
   return [settings]() {
     return withServer(
-        settings->server, true, kExitImpossible,
+        settings->server, Shown::kNothing, kExitImpossible,
         [&](MigrationView& view, const auto& cancel) { return verify(*settings, view, cancel); });
   };
 }

@@ -40,9 +40,35 @@ check "it tells what was copied" grep -qE '^  copied    [0-9.]+ [MG]iB in [0-9,]
 check "and the outage" grep -qE '^  outage    .* so far; stopped on the server: nginx ticker dumper$' "$out"
 check_says "  qxctl start $ctid         start it; before that, shut the server down if"
 [ "$failures" = 0 ] || tail -n 30 "$work/pieces" "$out"
-
 check_nothing_runs
-on_server /etc/init.d/ticker start >/dev/null
-on_server /etc/init.d/nginx start >/dev/null
+start_again() { for name in nginx ticker dumper; do on_server /etc/init.d/$name start >/dev/null; done; }
+start_again
+qxctl destroy $ctid >/dev/null
+
+step "For programs"
+slow_source 1 81920
+status=0
+qxmigrate "$source" --ctid $ctid --duration 1 --hostname $server --json --verify \
+  --stop-service nginx --stop-service ticker --stop-service dumper >"$out" 2>&1 || status=$?
+fast_source
+check_status 0
+check "each line is an object; the first, the last and what is between are there" python3 - "$out" <<'END'
+import json, sys
+events = [json.loads(line) for line in open(sys.argv[1])]
+names = [event["event"] for event in events]
+assert names[0] == "hello" and events[0]["format"] == 1, events[0]
+assert names[-1] == "end" and events[-1]["status"] == 0, events[-1]
+assert 0 < events[-1]["outageSeconds"] < 300, events[-1]
+assert events[names.index("plan")]["plan"]["verdict"] != "blocked"
+assert events[names.index("verified")]["comparison"]["unexpected"] == 0
+ended = [e["stage"] for e in events if e["event"] == "stageEnds" and e["result"] == 0]
+assert ended.index("rSync") < ended.index("stopServices") < ended.index("rSync2"), ended
+first = [e for e in events if e["event"] == "progress" and e["stage"] == "rSync"]
+assert any(0 < e["copied"] < e["toCopy"] and e["perSecond"] > 0 for e in first), first
+assert any("outageSeconds" in e for e in events if e["event"] == "progress"), names
+END
+[ "$failures" = 0 ] || tail -n 20 "$out"
+check_nothing_runs
+start_again
 remove_service_with_large_dump
 close_source
