@@ -276,6 +276,14 @@ class Checks {
             " cannot run on a node that has control groups v1 only; 255 can. Boot the node with "
             "systemd.unified_cgroup_hierarchy=1.");
     }
+    // Privileged containers are without the mount calls of Linux 5.2, which no AppArmor rule
+    // of Debian's kernels confines. Since 258, which asks for Linux 5.4, systemd cannot do
+    // without (seen with 262: journald, networkd and most others end with 243/CREDENTIALS).
+    if (node.ids == 0 && version > 257) {
+      block("The server's systemd " + std::to_string(version) +
+            " cannot run in a privileged container, where the mount calls that it needs are "
+            "forbidden; 257 can. The container must be unprivileged.");
+    }
   }
 
   void mounts() {

@@ -482,6 +482,20 @@ TEST(Plan, SystemdThatCannotRunOnTheNodeBlocks) {
   EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kReady);
 }
 
+TEST(Plan, SystemdThatNeedsNewMountCallsBlocksInAPrivilegedContainer) {
+  agent::PlanFacts facts = goodFacts();
+  facts.node.ids = 0;
+  facts.survey.systemdVersion = 258;
+  expectFinding(facts, Severity::kBlock,
+                "The server's systemd 258 cannot run in a privileged container, where the mount "
+                "calls that it needs are forbidden; 257 can. The container must be unprivileged.");
+  facts.survey.systemdVersion = 257;
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kReady);
+  facts.node.ids = 65536;
+  facts.survey.systemdVersion = 262;
+  EXPECT_EQ(agent::makePlan(facts).verdict, Verdict::kReady);
+}
+
 TEST(Plan, WeaknessesOfTheNodeAreToldAndBlockNothing) {
   agent::PlanFacts facts = goodFacts();
   facts.node.weaknesses = {"AppArmor is off; start the kernel with it"};
