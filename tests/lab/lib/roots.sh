@@ -66,9 +66,9 @@ debian_root() {
     "$release" "$target" "deb $LAB_MIRROR $release main"
 }
 
-# What makes accounts is in each of the older releases without being asked for.
+# What makes accounts and what mounts is in each of the older releases without being asked for.
 server_root_tree() {
-  debian_root "$1" "$2" "$(IFS=, && printf '%s' "${LAB_PACKAGES[*]}"),passwd" \
+  debian_root "$1" "$2" "$(IFS=, && printf '%s' "${LAB_PACKAGES[*]}"),passwd,mount" \
     --customize-hook="$LAB_DIR/server/customize \"\$1\""
 }
 
