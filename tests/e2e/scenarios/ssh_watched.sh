@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # on a terminal one sees how far the copy is, and for how long services have been down
-# shellcheck source=tests/e2e/lib.sh
-. "$QX_E2E/lib.sh"
+# shellcheck source=tests/e2e/ssh-lib.sh
+. "$QX_E2E/ssh-lib.sh"
 
 open_source
 add_service_with_large_dump
@@ -41,8 +41,7 @@ check "and the outage" grep -qE '^  outage    .* so far; stopped on the server: 
 check_says "  qxctl start $ctid         start it; before that, shut the server down if"
 [ "$failures" = 0 ] || tail -n 30 "$work/pieces" "$out"
 check_nothing_runs
-start_again() { for name in nginx ticker dumper; do on_server /etc/init.d/$name start >/dev/null; done; }
-start_again
+start_services
 qxctl destroy $ctid >/dev/null
 
 step "For programs"
@@ -69,6 +68,6 @@ assert any("outageSeconds" in e for e in events if e["event"] == "progress"), na
 END
 [ "$failures" = 0 ] || tail -n 20 "$out"
 check_nothing_runs
-start_again
+start_services
 remove_service_with_large_dump
 close_source
