@@ -21,9 +21,10 @@ CopiedFigures copiedFigures(const Survey& survey);
 
 /// Room that a container's disk has beyond what is copied, in percent of that: where
 /// the limit is a number in a file, and where it is the size of a file system of the
-/// container's own, which a server that goes on growing must not fill.
+/// container's own, which a server that goes on growing must not fill: so much that a fifth
+/// of it is free when what its first boot writes is there, too.
 inline constexpr int kLimitRoomPercent = 10;
-inline constexpr int kFileSystemRoomPercent = 25;
+inline constexpr int kFileSystemRoomPercent = 30;
 
 /// Raises the measured limits "diskspace" (1024-byte blocks) and "diskinodes" where
 /// they leave less room than that. They come from the disk with "/" alone, which on a

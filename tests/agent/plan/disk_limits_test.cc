@@ -43,12 +43,12 @@ TEST(DiskLimits, BelowWhatIsCopiedBecomeATenthMore) {
   EXPECT_EQ(agent::limitOf(config, "diskinodes"), 5500);
 }
 
-TEST(DiskLimits, OfAFileSystemLeaveAQuarter) {
+TEST(DiskLimits, OfAFileSystemLeaveMoreThanAFifthFree) {
   // Nine tenths full: enough for a limit, too little for a disk.
   QXA::QXAEnvConfig config = measured(1000, 100000);
   const auto raised = agent::raiseDiskLimits(config, {1000 * 1024, 10}, true);
   ASSERT_THAT(raised, SizeIs(1));
-  EXPECT_EQ(raised[0].limit, 1250);
+  EXPECT_EQ(raised[0].limit, 1300);
   // One that has that much stays.
   QXA::QXAEnvConfig roomy = measured(1200, 100000);
   EXPECT_THAT(agent::raiseDiskLimits(roomy, {1000 * 1024, 10}, true), IsEmpty());

@@ -275,7 +275,7 @@ TEST(Plan, AnImageThatIsNearlyFullFromTheStartWarns) {
   facts.config["DISKSPACE"] = "2356296:2356296";  // 89 % full
   expectFinding(facts, Severity::kWarning,
                 "The container's disk is more than 80 % full from the start, 2.0 GiB of 2.2 GiB: "
-                "give --diskspace, such as 2621375:2621375.");
+                "give --diskspace, such as 2726230:2726230.");
   facts.config["DISKSPACE"] = "2621500:2621500";
   EXPECT_THAT(agent::makePlan(facts).findings, IsEmpty());
   // A limit that is merely a number is used up or not.

@@ -68,7 +68,7 @@ check "status names its address of the pool: $address" test -n "$address"
 has_title() { curl -sm 10 "http://$address/" | grep -q '<title>A server</title>'; }
 check "nginx shows the server's page there" until_so 60 has_title
 check "sshd answers there" until_so 30 eval "(exec 3<>/dev/tcp/$address/22) 2>/dev/null"
-write_as() { inside setpriv --reuid "$1" --regid "$1" --clear-groups dd if=/dev/zero "of=/tmp/$1" bs=1K "count=$2" status=none; }
+write_as() { inside setpriv --reuid "$1" --regid "$1" --clear-groups dd if=/dev/zero "of=/var/tmp/$1" bs=1K "count=$2" status=none; }
 check "a user's limit holds" eval '! write_as 2001 2500 2>/dev/null'
 check "others have none" write_as 2009 2500
 check "the limits are enforced" on_node qxquota stat $ctid >/dev/null
