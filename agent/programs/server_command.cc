@@ -105,7 +105,11 @@ void describeServer(CLI::App& app, ServerOptions& options) {
                  "Option for ssh, in the form that its -o takes; may be repeated")
       ->allow_extra_args(false);
   app.add_option("--library", options.library, "The plug-in to load");
-  app.add_flag("-v,--verbose", options.verbosity, "Log more; may be repeated");
+  // As a function: where a number is bound to a flag, CLI11 2.4 gives it a value that nobody
+  // gave, and counts it.
+  app.add_flag_function(
+      "-v,--verbose", [&](std::int64_t times) { options.verbosity = static_cast<int>(times); },
+      "Log more; may be repeated");
 }
 
 void describeMeasuring(CLI::App& app, MeasureSettings& settings) {
