@@ -1,4 +1,4 @@
-// printf into a string.
+// Texts: printf into a string, numbers, words and lines.
 #ifndef QX_HOST_TEXT_H
 #define QX_HOST_TEXT_H
 
@@ -21,6 +21,17 @@ std::optional<uint64_t> parseDecimal(std::string_view text);
 
 /// The words of `text`, which blanks, tabs and line ends separate.
 std::vector<std::string_view> splitWords(std::string_view text);
+
+/// The words with `between` between them.
+template <class Range>
+std::string joined(const Range& words, std::string_view between = " ") {
+  std::string text;
+  for (const auto& word : words) {
+    if (!text.empty()) text += between;
+    text += word;
+  }
+  return text;
+}
 
 /// The lines of `text` without their line ends. A last line may lack one.
 std::vector<std::string_view> splitLines(std::string_view text);

@@ -25,13 +25,6 @@ namespace {
 
 constexpr int kSearchDomainAttribute = 1558;
 
-template <class Range>
-std::string joined(const Range& range) {
-  std::string text;
-  for (const auto& item : range) text += (text.empty() ? "" : " ") + std::string(item);
-  return text;
-}
-
 int parseQoS(const host::Resource& resource, const std::string& text, QXL::QXLQoS& qos) {
   const std::optional<host::ResourceValue> value = host::parseResource(text);
   if (!value) {
@@ -112,15 +105,15 @@ std::string QXAEnvConfigBashParser::format(const QXAEnvConfig& config) const {
   if (addresses) {
     std::vector<std::string> texts;
     for (const QXL::QXLIPAddress& address : *addresses) texts.push_back(address.text);
-    variables["IP_ADDRESS"] = joined(texts);
+    variables["IP_ADDRESS"] = host::joined(texts);
   }
   std::optional<std::list<std::string>> servers;
   config.getNameservers(servers);
-  if (servers) variables["NAMESERVER"] = joined(*servers);
+  if (servers) variables["NAMESERVER"] = host::joined(*servers);
   std::set<std::string> domains;
   config.getStringListAttr(domains, kSearchDomainAttribute);
   if (!domains.empty())
-    variables[vocabulary_.getVariable(kSearchDomainAttribute)] = joined(domains);
+    variables[vocabulary_.getVariable(kSearchDomainAttribute)] = host::joined(domains);
 
   std::optional<std::vector<QXANetVEth>> interfaces;
   config.getNetVEths(interfaces);

@@ -16,12 +16,6 @@ std::string row(const char* name, const std::string& value) {
   return value.empty() ? "" : textf("  %-13s %s\n", name, visibleLine(value).c_str());
 }
 
-std::string joined(const std::vector<std::string>& words) {
-  std::string text;
-  for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
-  return text;
-}
-
 std::string stageLine(const host::MigrationStage& stage) {
   if (!stage.result) {
     return textf("    %-18s %s  not ended\n", visibleLine(stage.name).c_str(),
@@ -70,8 +64,8 @@ std::string journalText(const host::MigrationJournal& journal) {
   text += row("host key", record.server.hostKey);
   text += row("distribution", record.distribution);
   text += row("template", record.osTemplate);
-  text += row("services", joined(record.services));
-  text += row("excludes", joined(record.excludes));
+  text += row("services", host::joined(record.services));
+  text += row("excludes", host::joined(record.excludes));
   text += row("private area", record.privateArea);
   text += row("begun", record.begun);
   text += row("last written", record.updated);

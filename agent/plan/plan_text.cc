@@ -6,6 +6,7 @@
 
 #include "agent/plan/amounts.h"
 #include "agent/plan/quota_checks.h"
+#include "host/text.h"
 #include "host/visible.h"
 
 namespace agent {
@@ -14,10 +15,8 @@ namespace {
 
 std::string heading(const std::string& text) { return "\n" + text + "\n"; }
 
-std::string joined(const std::vector<std::string>& list) {
-  std::string text;
-  for (const std::string& item : list) text += (text.empty() ? "" : ", ") + item;
-  return text.empty() ? "none" : text;
+std::string listOf(const std::vector<std::string>& words) {
+  return words.empty() ? "none" : host::joined(words, ", ");
 }
 
 // "  label       text", wrapped.
@@ -115,9 +114,9 @@ std::string measurementText(const std::string& source, const Measurement& m,
   std::string text = wrapped("", "", "Measurement of " + source);
   text += row("host name", m.hostname);
   text += row("distribution", m.distribution.empty() ? "not known" : m.distribution);
-  text += row("addresses", joined(m.addresses));
-  text += row("name servers", joined(m.nameservers));
-  text += row("search domains", joined(m.searchDomains));
+  text += row("addresses", listOf(m.addresses));
+  text += row("name servers", listOf(m.nameservers));
+  text += row("search domains", listOf(m.searchDomains));
   text += heading("Computed configuration");
   text += limitsText(plannedLimits(m, config), true);
   if (!m.excludes.empty()) {
@@ -208,7 +207,7 @@ std::string planText(const PlanFacts& facts, const Plan& plan) {
   if (facts.node.storage != "directory") text += row("storage", facts.node.storage);
   if (facts.node.ids > 0) text += row("privileges", "none: its root is a user of the node");
   text += row("host name", host::valueOf(facts.config, "HOSTNAME", "none"));
-  text += row("addresses", joined(plan.addresses));
+  text += row("addresses", listOf(plan.addresses));
   text += row("name servers", host::valueOf(facts.config, "NAMESERVER", "none"));
   text += row("distribution", plan.distribution.empty() ? "not known" : plan.distribution);
   text += row("its script",
@@ -220,8 +219,8 @@ std::string planText(const PlanFacts& facts, const Plan& plan) {
   for (const auto& [label, amount] : quotas) text += row(label, amount);
 
   text += heading("Services");
-  text += row("will be stopped", joined(facts.services));
-  text += row("can be stopped", joined(facts.survey.runningServices));
+  text += row("will be stopped", listOf(facts.services));
+  text += row("can be stopped", listOf(facts.survey.runningServices));
   return text + "\n" + verdictText(plan) + wrapped("", "", adviceFor(plan.verdict));
 }
 

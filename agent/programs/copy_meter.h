@@ -10,7 +10,7 @@
 namespace agent {
 
 struct CopyAmount {
-  long long bytes = 0;   ///< written since the meter was made
+  long long bytes = 0;   ///< written so far
   double perSecond = 0;  ///< bytes, over the last seconds
 };
 

@@ -7,16 +7,11 @@
 #include "framework/errors.h"
 #include "host/error.h"
 #include "host/settings.h"
+#include "host/text.h"
 
 namespace agent {
 
 namespace {
-
-std::string joined(const std::vector<std::string>& words) {
-  std::string text;
-  for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
-  return text;
-}
 
 // What the file assigns. Like a container's own file it may refer to the settings of the
 // host.
@@ -71,12 +66,12 @@ boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams> makeParams(const MigrateOp
   put("DISTRIBUTION", options.distribution);
   put("HOSTNAME", options.hostname);
   put("OSTEMPLATE", options.osTemplate);
-  put("NAMESERVER", joined(options.nameservers));
-  put("SEARCHDOMAIN", joined(options.searchDomains));
+  put("NAMESERVER", host::joined(options.nameservers));
+  put("SEARCHDOMAIN", host::joined(options.searchDomains));
   put("DISKSPACE", options.diskSpace);
   put("DISKINODES", options.diskInodes);
   if (!options.addresses.empty()) {
-    variables["IP_ADDRESS"] = joined(options.addresses);
+    variables["IP_ADDRESS"] = host::joined(options.addresses);
     variables["NETIF"] = "ifname=eth0";
     for (const std::string& address : options.addresses) variables["NETIF"] += ",ip=" + address;
   }

@@ -26,14 +26,6 @@ std::string next(const std::string& command, const char* text) {
 // Nothing takes no time at all.
 std::string timeText(double seconds) { return periodText(std::max(1LL, std::llround(seconds))); }
 
-std::string namesOf(const std::vector<std::string>& services) {
-  std::string names;
-  for (const std::string& service : services) {
-    names += (names.empty() ? "" : " ") + visibleLine(service);
-  }
-  return names;
-}
-
 }  // namespace
 
 std::optional<double> outageSeconds(const host::MigrationRecord& record) {
@@ -49,6 +41,7 @@ std::optional<double> outageSeconds(const host::MigrationRecord& record) {
 std::string summaryText(const host::MigrationRecord& record) {
   const std::string id = std::to_string(record.ctid);
   const std::string source = visibleLine(record.source);
+  const std::string services = visibleLine(host::joined(record.services));
   std::string text = "Container " + id + " is ready.\n";
   // The plan counts before the copy: afterwards it may be some more or less.
   if (record.files > 0) {
@@ -60,8 +53,7 @@ std::string summaryText(const host::MigrationRecord& record) {
   text += row("took", timeText(seconds));
   const std::optional<double> outage = outageSeconds(record);
   if (outage) {
-    text += row("outage",
-                timeText(*outage) + " so far; stopped on the server: " + namesOf(record.services));
+    text += row("outage", timeText(*outage) + " so far; stopped on the server: " + services);
   }
   if (!record.warnings.empty()) {
     text += row("warnings", countText(static_cast<long long>(record.warnings.size())) +
@@ -73,7 +65,7 @@ std::string summaryText(const host::MigrationRecord& record) {
   text += next("", "the container has its address");
   text += next("qxctl exec " + id + " bash", "look around in it");
   text += "To go back to " + source + ": qxctl stop " + id;
-  text += outage ? ", and start there " + namesOf(record.services) + "\n" : "\n";
+  text += outage ? ", and start there " + services + "\n" : "\n";
   return text;
 }
 

@@ -19,6 +19,7 @@ class View : public agent::MigrationView {
  public:
   void stageBegins(const std::string&) override {}
   void stageEnds(const std::string&, int, double) override {}
+  void expect(const agent::Outlook&) override {}
   void line(const std::string& text) override { lines.push_back(text); }
   void percent(const std::string&, int) override {}
   void leftOut(const host::CopyReport&) override {}

@@ -25,6 +25,7 @@ class View : public agent::MigrationView {
   void stageBegins(const std::string&) override {}
   void stageEnds(const std::string&, int, double) override {}
   void line(const std::string& text) override { lines.push_back(text); }
+  void expect(const agent::Outlook&) override {}
   void percent(const std::string&, int percent) override { percents.push_back(percent); }
   void leftOut(const host::CopyReport& report) override { reports.push_back(report); }
   std::vector<std::string> lines;

@@ -12,9 +12,9 @@ ctid=160
 for server in bullseye bookworm trixie forky; do
   ctid=$((ctid + 1))
   address=192.0.2.$ctid
-  # One is not, and not forky: its systemd cannot run so.
-  unprivileged=no
-  [ $server = bookworm ] || unprivileged=yes
+  # One is privileged; forky's systemd could not run so.
+  unprivileged=yes
+  [ $server != bookworm ] || unprivileged=no
   step "$server becomes container $ctid (unprivileged: $unprivileged)"
   on_node sh -c "cp /etc/qx/qx.conf /etc/qx/qx.conf.kept
     echo UNPRIVILEGED=$unprivileged >>/etc/qx/qx.conf" </dev/null
