@@ -1,6 +1,8 @@
 // Commands inside running containers.
 #include <lxc/attach_options.h>
 #include <lxc/lxccontainer.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -8,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <new>
 
 #include "host/error.h"
 #include "host/paths.h"
@@ -58,12 +61,23 @@ int waitFor(pid_t pid) {
   }
 }
 
-/// A program in a container that has the terminal of who started it can type there, and so
-/// run what it likes outside. One that leads a session of its own has none, also not
-/// under the name /dev/tty.
-int runWithoutTerminal(void* command) {
-  if (setsid() < 0 && getsid(0) != getpid()) return 1;
-  return lxc_attach_run_command(command);
+/// A command on its way into a container, seen by all processes that LXC makes of this one.
+struct Journey {
+  lxc_attach_command_t command;
+  bool hasTerminal;
+  pid_t pid;     ///< as LXC gives it, 0 until then
+  bool arrived;  ///< that the rest is the command's own doing
+};
+
+/// What LXC calls in the process that has come into the container.
+int enter(void* given) {
+  Journey& journey = *static_cast<Journey*>(given);
+  // A program in a container that has the terminal of who started it can type there, and so
+  // run what it likes outside. One that leads a session of its own has none, also not
+  // under the name /dev/tty.
+  if (!journey.hasTerminal && setsid() < 0 && getsid(0) != getpid()) return 1;
+  journey.arrived = true;
+  return lxc_attach_run_command(&journey.command);
 }
 
 bool hasTerminal() {
@@ -88,15 +102,32 @@ int attach(const Container& container, const std::vector<std::string>& command) 
   // One of its own takes the place of ours, wherever that is its input or output.
   const bool terminal = hasTerminal();
   if (terminal) options.attach_flags |= LXC_ATTACH_TERMINAL;
-  lxc_attach_command_t call{argv[0], argv.data()};
-  pid_t pid = -1;
+  void* shared =
+      mmap(nullptr, sizeof(Journey), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (shared == MAP_FAILED) failErrno("cannot get memory");
+  Journey& journey = *new (shared) Journey{{argv[0], argv.data()}, terminal, 0, false};
+  // When the container ends meanwhile, LXC 5 ends the process that called it, without a word.
+  // So another one does, which leaves the command to this one.
+  if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) failErrno("cannot adopt processes");
   const LxcHandle lxc = openLxc(container.id);
-  if (lxc->attach(lxc.get(), terminal ? lxc_attach_run_command : runWithoutTerminal, &call,
-                  &options, &pid) != 0 ||
-      pid < 0) {
-    fail(ExitCode::kFailed, "cannot run %s in container %u", argv[0], container.id);
+  const pid_t self = getpid();
+  const pid_t helper = fork();
+  if (helper < 0) failErrno("cannot start a process");
+  if (helper == 0) {
+    if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || getppid() != self) _exit(1);
+    pid_t attached = 0;
+    if (lxc->attach(lxc.get(), enter, &journey, &options, &attached) == 0) journey.pid = attached;
+    _exit(0);
   }
-  return waitFor(pid);
+  while (waitpid(helper, nullptr, 0) < 0 && errno == EINTR) continue;
+  // Once: what has arrived may write there, and no child of this process is anybody else.
+  const pid_t pid = journey.pid;
+  const int status = pid > 0 ? waitFor(pid) : 0;
+  if (!journey.arrived) {
+    fail(ExitCode::kFailed, "cannot run %s in container %u: LXC does not get it there, see %s",
+         argv[0], container.id, lxcPlace(container.id, "log").c_str());
+  }
+  return status;
 }
 
 }  // namespace

@@ -98,6 +98,14 @@ for round in 1 2 3; do
 done
 check "no lock is left" test ! -e /run/qx/lock/$ctid.lck
 
+step "A command that dies on its way into the container"
+# The last that is done for it is to give it a session of its own.
+ended=0
+strace -f -o "$work/trace" -e trace=setsid -e inject=setsid:signal=KILL qxctl exec $ctid true \
+  >"$work/dead.out" 2>&1 </dev/null || ended=$?
+check_equal "that is a failure" 1 $ended
+check "and said" grep -q "cannot run true in container $ctid: LXC does not get it there, see /" "$work/dead.out"
+
 step "Groups that its last run left are in nobody's way"
 check "stop" qxctl stop $ctid
 check "no group of it is left" test -z "$(find /sys/fs/cgroup -name "lxc.*.qx-$ctid*")"

@@ -36,6 +36,8 @@ again_by_itself() {
   local name names verdict
   mapfile -t names < <(failed_names)
   for name in "${names[@]}"; do
+    # What has no log was by itself.
+    [ -e "$work/$name.log" ] || continue
     cp "$work/$name.log" "$work/$name.beside.log"
     printf 'Again, by itself: %s\n' "$name"
     show_in_one_piece "$1" "$name"
