@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "agent/programs/last_copy.h"
+#include "agent/programs/paint.h"
 #include "agent/programs/progress_line.h"
 #include "agent/programs/terminal.h"
 #include "agent/wire/steps.h"
@@ -39,8 +40,10 @@ void Console::stageBegins(const std::string& stage) {
 
 void Console::stageEnds(const std::string& stage, int result, double seconds) {
   const std::lock_guard lock(mutex_);
+  const std::string verdict = result == 0 ? painted("done", Tone::kGood, STDOUT_FILENO)
+                                          : painted("FAILED", Tone::kBad, STDOUT_FILENO);
   show(textf("%-18s %-34s %8.1f s  %s", stage.c_str(), watch_.ends(stage).c_str(), seconds,
-             result == 0 ? "done" : "FAILED"));
+             verdict.c_str()));
 }
 
 void Console::line(const std::string& text) {

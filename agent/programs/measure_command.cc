@@ -8,6 +8,7 @@
 #include "agent/plan/plan_json.h"
 #include "agent/plan/plan_text.h"
 #include "agent/programs/commands.h"
+#include "agent/programs/paint.h"
 #include "agent/programs/planning.h"
 #include "agent/programs/server_command.h"
 #include "agent/system/last_error.h"
@@ -52,8 +53,12 @@ int measure(const CommandSettings& settings, MigrationView& view,
           0) {
     throw std::runtime_error("--output: " + QXL::getErrorMessage());
   }
-  const auto format = settings.json ? measurementJson : measurementText;
-  fputs(format(settings.server.source.address, measurement, config).c_str(), stdout);
+  const std::string& source = settings.server.source.address;
+  if (settings.json) {
+    fputs(measurementJson(source, measurement, config).c_str(), stdout);
+  } else {
+    present(measurementText(source, measurement, config), stdout);
+  }
   return 0;
 }
 
@@ -63,7 +68,8 @@ Run describeMeasure(CLI::App& app) {
   const auto settings = std::make_shared<CommandSettings>();
   describeServer(app, settings->server);
   describeMeasuring(app, settings->measure);
-  app.add_flag("--json", settings->json, "Print JSON");
+  describeOutput(app, settings->server);
+  app.add_flag("--json", settings->json, "Print JSON")->group(kOutputHeading);
   app.add_option("--output", settings->output,
                  "Write the computed configuration to this file, for --config");
   app.footer(

@@ -14,6 +14,7 @@
 #include "agent/programs/journaled_migration.h"
 #include "agent/programs/json_lines.h"
 #include "agent/programs/last_copy.h"
+#include "agent/programs/paint.h"
 #include "agent/programs/planning.h"
 #include "agent/programs/server_command.h"
 #include "agent/programs/summary.h"
@@ -58,7 +59,7 @@ int tellEnd(const MigrateSettings& settings, const MigrationResult& result,
              " ('qxmigrate show " + id + "' lists what)");
   }
   if (result.succeeded) {
-    if (settings.shown() == Shown::kText) fputs(summaryText(result.record).c_str(), stdout);
+    if (settings.shown() == Shown::kText) present(summaryText(result.record), stdout);
     return 0;
   }
   if (result.unconfirmed) {
@@ -97,7 +98,7 @@ bool isVerified(const MigrateSettings& settings, Planning& planning, MigrationVi
   if (settings.json) {
     tellJsonVerified(found);
   } else if (found.unexpected != 0 || !settings.quiet) {
-    fputs(comparisonText(found, false).c_str(), found.unexpected != 0 ? stderr : stdout);
+    present(comparisonText(found, false), found.unexpected != 0 ? stderr : stdout);
   }
   if (found.unexpected == 0) return true;
   complain("container " + std::to_string(ctid) + " is there, but it is not what the server is");
@@ -137,7 +138,7 @@ int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationVi
     if (settings.json) {
       tellJsonPlan(found, made);
     } else if (blocked || !settings.quiet) {
-      fputs(verdictText(made).c_str(), blocked && !settings.force ? stderr : stdout);
+      present(verdictText(made), blocked && !settings.force ? stderr : stdout);
     }
     if (blocked && !settings.force) {
       complain("the plan is blocked, and nothing was changed; --force migrates all the same");
@@ -158,6 +159,25 @@ int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationVi
   return tellEnd(settings, result, *cancel);
 }
 
+void describeMigration(CLI::App& app, MigrateSettings& settings) {
+  const HelpHeading heading(app, "The migration");
+  app.add_flag("--force", settings.force, "Migrate even if the plan is blocked");
+  app.add_flag("--no-measure", settings.noMeasure,
+               "Neither measure nor plan: --distribution is then required, limits come from\n"
+               "--config and the options only, and the disk is unlimited without them; disk\n"
+               "limits of users and groups that own nothing are not copied");
+  app.add_flag("--keep-on-failure", settings.options.keepOnFailure,
+               "When the migration fails, keep what was copied for a later attempt");
+  app.add_flag("--fresh", settings.fresh,
+               "Start from scratch: remove what an earlier attempt has copied (default: continue\n"
+               "from it if it is of the same server)");
+  app.add_flag("--accept-partial", settings.acceptPartial,
+               "Go on without files that cannot be copied, and say which (default: the second\n"
+               "copy is made once more, and the migration fails if it is incomplete again)");
+  app.add_flag("--verify", settings.verify,
+               "Compare the container with the server once the migration is complete");
+}
+
 }  // namespace
 
 Run describeMigrate(CLI::App& app) {
@@ -165,38 +185,19 @@ Run describeMigrate(CLI::App& app) {
   describeServer(app, settings->server);
   describeContainer(app, settings->options);
   describeMeasuring(app, settings->measure);
-  const HelpHeading heading(app, "The migration");
-  app.add_flag("--force", settings->force, "Migrate even if the plan is blocked");
-  app.add_flag("--no-measure", settings->noMeasure,
-               "Neither measure nor plan: --distribution is then required, limits come from\n"
-               "--config and the options only, and the disk is unlimited without them; disk\n"
-               "limits of users and groups that own nothing are not copied");
-  app.add_flag("--keep-on-failure", settings->options.keepOnFailure,
-               "When the migration fails, keep what was copied for a later attempt");
-  app.add_flag("--fresh", settings->fresh,
-               "Start from scratch: remove what an earlier attempt has copied (default: continue\n"
-               "from it if it is of the same server)");
-  app.add_flag("--accept-partial", settings->acceptPartial,
-               "Go on without files that cannot be copied, and say which (default: the second\n"
-               "copy is made once more, and the migration fails if it is incomplete again)");
-  app.add_flag("--verify", settings->verify,
-               "Compare the container with the server once the migration is complete");
-  auto* const quiet = app.add_flag("-q,--quiet", settings->quiet, "Show errors only");
+  describeMigration(app, *settings);
+  describeOutput(app, settings->server);
+  auto* const quiet =
+      app.add_flag("-q,--quiet", settings->quiet, "Show errors only")->group(kOutputHeading);
   app.add_flag("--json", settings->json, "Print JSON, one object per line, as it goes")
+      ->group(kOutputHeading)
       ->excludes(quiet);
   app.footer(
       "Exit status: 0 when the container is there, 1 when the migration failed and was\n"
       "undone or the container differs (--verify), 2 when the plan is blocked and nothing\n"
       "was changed, 3 when the container is there but the server could not be told, and\n"
       "starts its services again, 64 for a wrong command line, 130 when it was cancelled and "
-      "undone.\n"
-      "\n"
-      "Examples:\n"
-      "  qxmigrate plan root@oldserver --ctid 101\n"
-      "  qxmigrate root@oldserver --ctid 101 --stop-service nginx\n"
-      "  qxmigrate verify 101\n"
-      "\n"
-      "'qxmigrate COMMAND --help' tells the options of a command, qxmigrate(8) the rest.");
+      "undone.");
   return [settings]() {
     // What is wrong in the options is told before the server is bothered.
     if (!areUsable(settings->options, !settings->noMeasure)) return kExitUsage;

@@ -6,6 +6,7 @@
 #include "agent/plan/plan_json.h"
 #include "agent/plan/plan_text.h"
 #include "agent/programs/commands.h"
+#include "agent/programs/paint.h"
 #include "agent/programs/planning.h"
 #include "agent/programs/server_command.h"
 
@@ -27,7 +28,11 @@ int plan(PlanSettings& settings, MigrationView& view, const std::shared_ptr<Canc
   Planning planning(settings.server.source, view, cancel);
   const PlanFacts facts = planning.gather(settings.options, settings.measure);
   const Plan made = makePlan(facts);
-  fputs((settings.json ? planJson : planText)(facts, made).c_str(), stdout);
+  if (settings.json) {
+    fputs(planJson(facts, made).c_str(), stdout);
+  } else {
+    present(planText(facts, made), stdout);
+  }
   if (made.verdict == Verdict::kBlocked) return kExitBlocked;
   return made.verdict == Verdict::kReady ? 0 : kExitWarnings;
 }
@@ -39,7 +44,8 @@ Run describePlan(CLI::App& app) {
   describeServer(app, settings->server);
   describeContainer(app, settings->options);
   describeMeasuring(app, settings->measure);
-  app.add_flag("--json", settings->json, "Print JSON");
+  describeOutput(app, settings->server);
+  app.add_flag("--json", settings->json, "Print JSON")->group(kOutputHeading);
   app.footer(
       "Nothing is changed on either side. Exit status: 0 ready, 1 ready with warnings,\n"
       "2 blocked, 3 when no plan could be made, 64 for a wrong command line, 130 when\n"

@@ -10,12 +10,27 @@
 #include <vector>
 
 #include "agent/programs/commands.h"
+#include "agent/programs/short_help.h"
 #include "agent/programs/versions.h"
 #include "host/cli_words.h"
 #include "host/product.h"
 #include "host/visible.h"
 
 namespace {
+
+constexpr char kExamples[] =
+    "\n"
+    "  qxmigrate plan root@oldserver --ctid 101\n"
+    "  qxmigrate root@oldserver --ctid 101 --stop-service nginx\n"
+    "  qxmigrate verify 101\n";
+
+// Of this program a screen, with --help-all every option; of its commands every option.
+std::string helpOf(const CLI::App* app, std::string name, CLI::AppFormatMode mode) {
+  if (mode == CLI::AppFormatMode::Normal && app->get_parent() == nullptr) {
+    return agent::shortHelp(*app, kExamples);
+  }
+  return CLI::Formatter().make_help(app, std::move(name), CLI::AppFormatMode::Normal);
+}
 
 // A migration needs no word of its own: what it requires is missing only where no command
 // is named, and what it is told has no meaning where one is.
@@ -53,6 +68,8 @@ int main(int argc, char** argv) try {
   setenv("LC_ALL", "C", 1);
   host::offerProductFiles();
   CLI::App app("Migrates a running server into a container on this host.", "qxmigrate");
+  app.formatter_fn(helpOf);
+  app.set_help_all_flag("--help-all", "Explain every option and exit");
   const Migration migration(app);
   app.set_version_flag("--version", agent::versionsText,
                        "Show the versions of this program and of what it loads and sends");
@@ -60,6 +77,7 @@ int main(int argc, char** argv) try {
   std::map<const CLI::App*, agent::Run> commands;
   const auto add = [&](const char* name, agent::Run (*describe)(CLI::App&), const char* text) {
     CLI::App* const command = app.add_subcommand(name, text);
+    command->set_help_all_flag();
     commands[command] = describe(*command);
   };
   add("plan", agent::describePlan, "Show what a migration would do, and what would prevent it");
@@ -67,8 +85,7 @@ int main(int argc, char** argv) try {
   add("list", agent::describeList, "List the migrations that this host has seen, oldest first");
   add("show", agent::describeShow, "Show the journal of a migration");
   add("clean", agent::describeClean,
-      "Finish migrations that were interrupted: remove what they left on this host, or\n"
-      "register the container when it was complete");
+      "Finish migrations that were interrupted, or remove what they left");
   add("verify", agent::describeVerify, "Compare a container with the server it was made from");
   try {
     app.parse(argc, argv);

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <map>
 #include <thread>
 
 #include "agent/framework/plugin.h"
@@ -13,11 +14,14 @@
 #include "agent/programs/complaint.h"
 #include "agent/programs/console.h"
 #include "agent/programs/json_lines.h"
+#include "agent/programs/logged_view.h"
 #include "agent/system/event.h"
+#include "agent/system/log_file.h"
 #include "agent/system/log_level.h"
 #include "agent/system/signals.h"
 #include "agent/verify/list_operator.h"
 #include "host/process_mark.h"
+#include "host/visible.h"
 
 namespace agent {
 
@@ -64,6 +68,11 @@ std::unique_ptr<MigrationView> viewOf(Shown shown) {
 }
 
 int run(const ServerOptions& options, Shown shown, int failed, const ServerWork& work) {
+  choosePainting(options.painting);
+  if (!options.logFile.empty()) {
+    openLogFile(options.logFile);
+    writeLog("qxmigrate begins: " + host::visibleLine(options.source.address));
+  }
   host::markPrograms();
   setLogLevel(1 + options.verbosity);
   const int stopFd = catchStopSignals();
@@ -71,10 +80,10 @@ int run(const ServerOptions& options, Shown shown, int failed, const ServerWork&
   const Plugin plugin(options.library.empty() ? Plugin::defaultPath() : options.library);
   registerSurveyOperator();
   registerListOperator();
-  const std::unique_ptr<MigrationView> view = viewOf(shown);
+  LoggedView view(viewOf(shown));
   const CancelOnSignal watcher(stopFd, cancel);
   try {
-    return work(*view, cancel);
+    return work(view, cancel);
   } catch (const std::exception& problem) {
     if (cancel->code() == kCancelledByUser) {
       complain("cancelled");
@@ -105,11 +114,23 @@ void describeServer(CLI::App& app, ServerOptions& options) {
                  "Option for ssh, in the form that its -o takes; may be repeated")
       ->allow_extra_args(false);
   app.add_option("--library", options.library, "The plug-in to load");
+}
+
+void describeOutput(CLI::App& app, ServerOptions& options) {
+  const HelpHeading heading(app, kOutputHeading);
   // As a function: where a number is bound to a flag, CLI11 2.4 gives it a value that nobody
   // gave, and counts it.
   app.add_flag_function(
       "-v,--verbose", [&](std::int64_t times) { options.verbosity = static_cast<int>(times); },
       "Log more; may be repeated");
+  const std::map<std::string, Painting> paintings{
+      {"auto", Painting::kAuto}, {"always", Painting::kAlways}, {"never", Painting::kNever}};
+  app.add_option("--color", options.painting,
+                 "auto, always or never; auto (default): on terminals, without NO_COLOR")
+      ->transform(CLI::CheckedTransformer(paintings).description(""))
+      ->type_name("WHEN");
+  app.add_option("--log-file", options.logFile,
+                 "Append all that happens to this file, with the times");
 }
 
 void describeMeasuring(CLI::App& app, MeasureSettings& settings) {
@@ -168,7 +189,9 @@ bool areUsable(MigrateOptions options, bool serverIsAsked) {
 
 int withServer(const ServerOptions& options, Shown shown, int failed, const ServerWork& work) {
   try {
-    return run(options, shown, failed, work);
+    const int status = run(options, shown, failed, work);
+    writeLog("qxmigrate ends with " + std::to_string(status));
+    return status;
   } catch (const std::exception& problem) {
     complain(problem.what());
     return failed;

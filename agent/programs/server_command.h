@@ -9,6 +9,7 @@
 #include "agent/plan/measurement.h"
 #include "agent/programs/migrate_options.h"
 #include "agent/programs/migration.h"
+#include "agent/programs/paint.h"
 #include "agent/system/cancel.h"
 #include "framework/haul_control.h"
 
@@ -23,12 +24,18 @@ struct ServerOptions {
   QXL::QXLConnectionInfo source;
   std::string library;
   int verbosity = 0;
+  Painting painting = Painting::kAuto;
+  std::string logFile;  ///< empty: none
 };
 
 /// Each adds its options to a command. Those must live as long as `app`.
 void describeServer(CLI::App& app, ServerOptions& options);
+void describeOutput(CLI::App& app, ServerOptions& options);
 void describeMeasuring(CLI::App& app, MeasureSettings& settings);
 void describeContainer(CLI::App& app, MigrateOptions& options);
+
+/// Under which the options of describeOutput stand.
+inline constexpr char kOutputHeading[] = "What is shown";
 
 /// Shows the options that are added to `app` while it lives under a heading of the help.
 class HelpHeading {

@@ -7,6 +7,7 @@
 
 #include "agent/journal/journal_text.h"
 #include "agent/programs/commands.h"
+#include "agent/programs/paint.h"
 #include "agent/programs/server_command.h"
 #include "agent/programs/shown_step.h"
 #include "agent/verify/list_operator.h"
@@ -117,8 +118,11 @@ int verify(const VerifySettings& options, MigrationView& view,
               source.address.c_str(), container.id));
   }
   const TreeComparison found = compare(container, record, planning, view, *cancel);
-  fputs((options.json ? comparisonJson(found) : comparisonText(found, options.all)).c_str(),
-        stdout);
+  if (options.json) {
+    fputs(comparisonJson(found).c_str(), stdout);
+  } else {
+    present(comparisonText(found, options.all), stdout);
+  }
   return found.unexpected == 0 ? 0 : kExitDiffers;
 }
 
@@ -138,7 +142,8 @@ Run describeVerify(CLI::App& app) {
   app.get_option("source")->required(false)->description(
       "The server, if it is reached otherwise than when it was migrated");
   app.add_flag("--all", settings->all, "List also the differences that are as they should be");
-  app.add_flag("--json", settings->json, "Print JSON");
+  describeOutput(app, settings->server);
+  app.add_flag("--json", settings->json, "Print JSON")->group(kOutputHeading);
   app.footer(
       "Types, modes, owners, times, sizes, links, holes, extended attributes, access lists\n"
       "and contents are compared. What the migration left out or adapted, and what changed\n"

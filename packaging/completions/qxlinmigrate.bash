@@ -4,7 +4,8 @@
 
 # _qx_options PROGRAM [COMMAND]
 _qx_options() {
-    "$@" --help 2>/dev/null | sed -nE 's/^ +(-[a-zA-Z],)?(--[a-z][a-z-]*).*/\2/p'
+    # The help of qxmigrate itself is a short one.
+    { "$@" --help-all || "$@" --help; } 2>/dev/null | sed -nE 's/^ +(-[a-zA-Z],)?(--[a-z][a-z-]*).*/\2/p'
 }
 
 # _qx_commands PROGRAM
@@ -58,7 +59,7 @@ _qx_look_back() {
             --ssh-option | --library | --ctid | --distribution | --hostname | --ip | --nameserver | \
                 --searchdomain | --ostemplate | --diskspace | --diskinodes | --config | --exclude | \
                 --stop-service | --duration | --interval | --proc-scale | --disk-scale | --output | \
-                --timeout)
+                --timeout | --color | --log-file)
                 ((i += 1))
                 ;;
             -*) ;;
@@ -95,7 +96,8 @@ _qxmigrate() {
             return
             ;;
         --ostemplate) _qx_reply "$(_qx_templates)" && return ;;
-        --config | --output | --library) _filedir && return ;;
+        --config | --output | --library | --log-file) _filedir && return ;;
+        --color) _qx_reply auto always never && return ;;
         --ip) _qx_reply auto dhcp && return ;;
         --ssh-option | --hostname | --nameserver | --searchdomain | --diskspace | --diskinodes | \
             --exclude | --stop-service | --duration | --interval | --proc-scale | --disk-scale)

@@ -206,6 +206,65 @@ TEST(Programs, APlanEndsWithItsVerdict) {
   });
 }
 
+TEST(Programs, WhatHappensIsAppendedToALogFile) {
+  bothHosts().run([] {
+    const Agent agent;
+    std::ofstream("/tmp/log") << "before\n";
+    const Answer shown = plan("--stop-service no-such --color always --log-file /tmp/log");
+    EXPECT_THAT(shown.out, HasSubstr("\n\033[1;31mBLOCKED\033[0m  Service no-such has no"));
+    EXPECT_THAT(shown.out, HasSubstr("\n\033[1;31mVerdict: blocked\033[0m\n"));
+    const std::string log = contentsOf("/tmp/log");
+    const std::string time = "\n20..-..-..T..:..:..Z ";
+    EXPECT_THAT(log,
+                testing::ContainsRegex("^before" + time + "qxmigrate begins: unix:/run/agent"));
+    EXPECT_THAT(log, testing::ContainsRegex(time + "measure begins"));
+    EXPECT_THAT(log, testing::ContainsRegex(time + "measure done, "));
+    EXPECT_THAT(log, testing::ContainsRegex(time + "BLOCKED  Service no-such has no script"));
+    EXPECT_THAT(log, testing::ContainsRegex(time + "qxmigrate ends with 2\n$"));
+
+    const Answer quiet = qxmigrate(
+        "", "--duration 0 --ctid 101 --distribution fancix-3 --force -q --log-file /tmp/new");
+    EXPECT_EQ(quiet.status, 1);
+    EXPECT_THAT(quiet.out, Not(HasSubstr("connect")));
+    EXPECT_THAT(contentsOf("/tmp/new"), HasSubstr("Z connect begins\n"));
+    const std::string complaint = quiet.err.substr(0, quiet.err.find('\n'));
+    EXPECT_THAT(contentsOf("/tmp/new"), HasSubstr("Z " + complaint + "\n"));
+    using std::filesystem::perms;
+    EXPECT_EQ(std::filesystem::status("/tmp/new").permissions(),
+              perms::owner_read | perms::owner_write);
+
+    const Answer nowhere = plan("--log-file /no/such/log");
+    EXPECT_EQ(nowhere.status, 3);
+    EXPECT_EQ(nowhere.err,
+              "qxmigrate: cannot write the log '/no/such/log': No such file or directory\n");
+    EXPECT_EQ(plan("--color purple").status, 64);
+  });
+}
+
+TEST(Programs, TheFirstHelpIsAScreenAndNamesEveryOption) {
+  ScratchHost().run([] {
+    const auto help = [](const std::string& option) {
+      EXPECT_EQ(system((std::string(QX_MIGRATE) + " " + option + " >/tmp/out").c_str()), 0);
+      return contentsOf("/tmp/out");
+    };
+    const std::string screen = help("--help");
+    size_t lines = 0;
+    std::istringstream stream(screen);
+    for (std::string line; std::getline(stream, line); ++lines) EXPECT_LE(line.size(), 80) << line;
+    EXPECT_LE(lines, 24);
+    size_t options = 0;
+    std::istringstream all(help("--help-all"));
+    for (std::string line; std::getline(all, line);) {
+      const size_t name = line.find("--");
+      if (!line.starts_with("  -") || name == line.npos) continue;
+      ++options;
+      EXPECT_THAT(screen, HasSubstr(line.substr(name, line.find(' ', name) - name)));
+    }
+    EXPECT_GT(options, 30);
+    EXPECT_THAT(help("plan --help"), HasSubstr("  --stop-service TEXT ..."));
+  });
+}
+
 TEST(Programs, AMigrationThatIsBlockedTouchesNothing) {
   bothHosts().run([] {
     const Agent agent;
