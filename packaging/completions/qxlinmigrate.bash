@@ -57,7 +57,7 @@ _qx_look_back() {
         case $word in
             --ssh-option | --library | --ctid | --distribution | --hostname | --ip | --nameserver | \
                 --searchdomain | --ostemplate | --diskspace | --diskinodes | --config | --exclude | \
-                --stop-service | --duration | --interval | --proc-scale | --disk-scale | --output | \
+                --stop-service | --duration | --interval | --proc-scale | --disk-scale | --output | --html | \
                 --timeout)
                 ((i += 1))
                 ;;
@@ -95,7 +95,7 @@ _qxmigrate() {
             return
             ;;
         --ostemplate) _qx_reply "$(_qx_templates)" && return ;;
-        --config | --output | --library) _filedir && return ;;
+        --config | --html | --output | --library) _filedir && return ;;
         --ip) _qx_reply auto dhcp && return ;;
         --ssh-option | --hostname | --nameserver | --searchdomain | --diskspace | --diskinodes | \
             --exclude | --stop-service | --duration | --interval | --proc-scale | --disk-scale)
