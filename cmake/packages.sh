@@ -3,13 +3,13 @@
 
 # install_packages GROUP...: what is missing of these groups.
 install_packages() {
-    local list=$1/packages.txt group name missing=()
+    local list=$1/packages.txt group name program missing=()
     shift
-    while read -r group name; do
+    while read -r group name program; do
         case $group in '' | '#'*) continue ;; esac
         [[ " $* " == *" $group "* ]] || continue
         dpkg-query -W -f '${Status}' "$name" 2>/dev/null | grep -q '^install ok installed$' ||
-            missing+=("$name")
+            { [ -n "$program" ] && command -v "$program" >/dev/null; } || missing+=("$name")
     done <"$list"
     if [ ${#missing[@]} = 0 ]; then
         echo "all packages are there"

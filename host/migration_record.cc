@@ -16,6 +16,7 @@ using Json = nlohmann::ordered_json;
 constexpr int kVersion = 1;
 constexpr int kMaxDepth = 6;
 constexpr size_t kMaxStages = 500;
+constexpr size_t kMaxResources = 100;
 
 constexpr std::array kStates{"running", "succeeded", "failed", "cancelled", "cleaned"};
 
@@ -114,6 +115,14 @@ CopyReport leftOutIn(const Members& members) {
   return report;
 }
 
+ResourceFigures figuresIn(const Json& json) {
+  const Members members(json, "resources");
+  ResourceFigures figures{members.text("name"), std::nullopt, {}};
+  if (!members.at("measured").is_null()) figures.measured = members.number("measured");
+  figures.assigned = {members.number("soft"), members.number("hard"), true};
+  return figures;
+}
+
 std::vector<std::string> bounded(const std::vector<std::string>& texts) {
   const size_t first = texts.size() > kMaxRecordTexts ? texts.size() - kMaxRecordTexts : 0;
   std::vector<std::string> result(texts.begin() + static_cast<ptrdiff_t>(first), texts.end());
@@ -132,6 +141,13 @@ std::string jsonOf(const MigrationRecord& record) {
   Json leftOut = Json::array();
   for (const NotCopied& file : record.leftOut.files) {
     leftOut.push_back({{"path", file.path}, {"reason", file.reason}});
+  }
+  Json resources = Json::array();
+  for (const ResourceFigures& figures : record.resources) {
+    resources.push_back({{"name", figures.name},
+                         {"measured", figures.measured ? Json(*figures.measured) : Json(nullptr)},
+                         {"soft", figures.assigned.barrier},
+                         {"hard", figures.assigned.limit}});
   }
   const Json json{
       {"version", kVersion},
@@ -167,6 +183,7 @@ std::string jsonOf(const MigrationRecord& record) {
       {"figures",
        {{"bytes", static_cast<uint64_t>(std::max(0LL, record.bytes))},
         {"files", static_cast<uint64_t>(std::max(0LL, record.files))}}},
+      {"resources", resources},
       {"left_out", {{"count", record.leftOut.count}, {"files", leftOut}}},
       {"warnings", bounded(record.warnings)},
       {"texts", bounded(record.texts)}};
@@ -284,6 +301,11 @@ MigrationRecord parseRecord(std::string_view text) {
   const Members figures = all.object("figures");
   record.bytes = static_cast<long long>(figures.number("bytes"));
   record.files = static_cast<long long>(figures.number("files"));
+  if (all.has("resources")) {
+    for (const Json& one : all.list("resources", kMaxResources)) {
+      record.resources.push_back(figuresIn(one));
+    }
+  }
   if (all.has("left_out")) record.leftOut = leftOutIn(all.object("left_out"));
   record.warnings = all.texts("warnings", kMaxRecordTexts);
   record.texts = all.texts("texts", kMaxRecordTexts);

@@ -10,6 +10,7 @@
 
 #include "host/copy_report.h"
 #include "host/process_identity.h"
+#include "host/resources.h"
 
 namespace host {
 
@@ -38,6 +39,13 @@ struct MigrationStage {
   std::optional<int> result;  ///< 0 when it succeeded; nothing while it runs
 };
 
+/// What a server was measured to use of a resource, and what the container got of it.
+struct ResourceFigures {
+  std::string name;                  ///< see host/resources.h, which has the unit, too
+  std::optional<uint64_t> measured;  ///< nothing where the limit is computed from others
+  ResourceValue assigned;
+};
+
 struct MigrationRecord {
   unsigned ctid = 0;
   std::string source;  ///< as the administrator calls the server
@@ -64,7 +72,8 @@ struct MigrationRecord {
   std::vector<std::string> texts;  ///< what was said meanwhile, for people
   std::string keptArea;            ///< where what it copied is kept; empty: nowhere
   uint64_t keptAreaInode = 0;
-  long long bytes = 0, files = 0;  ///< to be copied, by the plan; 0: not counted
+  long long bytes = 0, files = 0;          ///< to be copied, by the plan; 0: not counted
+  std::vector<ResourceFigures> resources;  ///< by the plan
   std::vector<std::string> warnings;
   CopyReport leftOut;  ///< by the last copy
 };

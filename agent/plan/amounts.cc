@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <iterator>
 
+#include "host/resources.h"
+
 namespace agent {
 
 std::string bytesText(long long bytes) {
@@ -27,6 +29,14 @@ std::string countText(long long count) {
     text.insert(at, 1, ',');
   }
   return text;
+}
+
+std::string amountText(uint64_t amount, std::string_view unit) {
+  if (amount >= host::kUnlimited) return "unlimited";
+  const auto number = static_cast<long long>(amount);
+  if (unit == "bytes") return bytesText(number);
+  if (unit == "KiB") return bytesText(number > (1LL << 52) ? number : number * 1024);
+  return countText(number);
 }
 
 std::string periodText(long long seconds) {

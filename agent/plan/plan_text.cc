@@ -6,6 +6,7 @@
 
 #include "agent/plan/amounts.h"
 #include "agent/plan/quota_checks.h"
+#include "host/resources.h"
 #include "host/text.h"
 #include "host/visible.h"
 
@@ -33,12 +34,8 @@ std::string padded(std::string text, size_t width, bool right = false) {
 }
 
 std::string numberOf(const std::string& limit, const std::string& unit) {
-  if (limit.empty()) return "";
-  if (limit == "unlimited" || limit == "9223372036854775807") return "unlimited";
-  const long long number = strtoll(limit.c_str(), nullptr, 10);
-  if (unit == "bytes") return bytesText(number);
-  if (unit == "KiB") return bytesText(number > (1LL << 52) ? number : number * 1024);
-  return countText(number);
+  const auto value = host::parseResource(limit);
+  return value ? amountText(value->limit, unit) : "";
 }
 
 // What to do after a plan.

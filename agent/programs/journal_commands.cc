@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <functional>
@@ -7,9 +9,12 @@
 #include "agent/journal/journal_text.h"
 #include "agent/journal/leftovers.h"
 #include "agent/journal/recovery.h"
+#include "agent/page/migration_page.h"
 #include "agent/programs/commands.h"
+#include "agent/programs/output_file.h"
 #include "host/container.h"
 #include "host/error.h"
+#include "host/file.h"
 #include "host/migration_journal.h"
 #include "host/visible.h"
 
@@ -29,10 +34,32 @@ int list() {
   return tellDamaged(folder);
 }
 
-// A migration's name, or a container's id for its newest one.
-int show(const std::string& word) {
+struct ShowSettings {
+  std::string id;    // a migration's name, or a container's id for its newest one
+  std::string html;  // where a page of it goes; "-" for standard output
+};
+
+// As other programs write files: whoever runs it decides by the umask who may read it.
+mode_t usualMode() {
+  const mode_t mask = umask(0);
+  umask(mask);
+  return 0666 & ~mask;
+}
+
+void write(const ShowSettings& settings, const host::MigrationJournal& journal) {
+  const bool page = !settings.html.empty();
+  const std::string text = page ? migrationPage(journal) : journalText(journal);
+  if (page && settings.html != "-") {
+    host::replaceFileDurably(settings.html, text, usualMode());
+  } else if (fputs(text.c_str(), stdout) < 0 || fflush(stdout) != 0) {
+    host::failErrno("cannot write to standard output");
+  }
+}
+
+int show(const ShowSettings& settings) {
+  const std::string& word = settings.id;
   if (word.find('-') != std::string::npos) {
-    fputs(journalText(host::readJournal(word)).c_str(), stdout);
+    write(settings, host::readJournal(word));
     return 0;
   }
   const unsigned ctid = host::parseCtid(word);
@@ -42,7 +69,7 @@ int show(const std::string& word) {
     fprintf(stderr, "qxmigrate: there is no journal of a migration into container %u\n", ctid);
     return kExitFailed;
   }
-  fputs(journalText(folder.journals.back()).c_str(), stdout);
+  write(settings, folder.journals.back());
   return result;
 }
 
@@ -98,11 +125,20 @@ Run describeList(CLI::App& app) {
 }
 
 Run describeShow(CLI::App& app) {
-  const auto id = std::make_shared<std::string>();
-  app.add_option("ID", *id, "A container's id, for its newest migration, or a name of the list")
+  const auto settings = std::make_shared<ShowSettings>();
+  app.add_option("ID", settings->id,
+                 "A container's id, for its newest migration, or a name of the list")
       ->required();
-  app.footer("Exit status: 0, 1 when there is no such journal, 64 for a wrong command line.");
-  return [id]() { return told([&]() { return show(*id); }); };
+  app.add_option("--html", settings->html,
+                 "Write a page for a browser to this file (-: standard output)");
+  app.footer(
+      "Exit status: 0, 1 when there is no such journal or the page cannot be written, 64 for a\n"
+      "wrong command line.");
+  return [settings]() {
+    const bool file = !settings->html.empty() && settings->html != "-";
+    if (file && !canReplace("--html", settings->html)) return kExitUsage;
+    return told([&]() { return show(*settings); });
+  };
 }
 
 Run describeClean(CLI::App& app) {

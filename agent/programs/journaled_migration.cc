@@ -100,6 +100,7 @@ host::MigrationRecord recordOf(const std::string& source,
       host::settingOf(settingsFor(params), "LOCKDIR") + "/" + std::to_string(record.ctid) + ".lck";
   record.bytes = facts.bytes;
   record.files = facts.files;
+  record.resources = facts.resources;
   record.warnings = facts.warnings;
   return record;
 }

@@ -15,6 +15,7 @@ namespace agent {
 struct JournalFacts {
   host::ServerIdentity server;
   long long bytes = 0, files = 0;  ///< to be copied; 0: not counted
+  std::vector<host::ResourceFigures> resources;
   std::vector<std::string> warnings;
 };
 

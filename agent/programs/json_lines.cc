@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "agent/page/outage.h"
 #include "agent/plan/plan_json.h"
-#include "agent/programs/summary.h"
 #include "agent/verify/verify_text.h"
 #include "host/clock.h"
 #include "host/product.h"

@@ -1,5 +1,3 @@
-#include <sys/stat.h>
-
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
@@ -8,6 +6,7 @@
 #include "agent/plan/plan_json.h"
 #include "agent/plan/plan_text.h"
 #include "agent/programs/commands.h"
+#include "agent/programs/output_file.h"
 #include "agent/programs/paint.h"
 #include "agent/programs/planning.h"
 #include "agent/programs/server_command.h"
@@ -15,7 +14,6 @@
 #include "framework/errors.h"
 #include "host/file.h"
 #include "host/shell_vars.h"
-#include "host/visible.h"
 
 namespace agent {
 
@@ -34,13 +32,6 @@ host::ShellVars variablesOf(const std::string& config) {
   } catch (const std::exception& problem) {
     throw std::runtime_error("the measurement: " + std::string(problem.what()));
   }
-}
-
-// What is there is replaced, which a device would not survive. Told before the server is
-// bothered.
-bool canReplace(const std::string& path) {
-  struct stat found;
-  return path.empty() || lstat(path.c_str(), &found) != 0 || S_ISREG(found.st_mode);
 }
 
 int measure(const CommandSettings& settings, MigrationView& view,
@@ -76,11 +67,8 @@ Run describeMeasure(CLI::App& app) {
       "Exit status: 0 when measured, 1 when that failed, 64 for a wrong command line,\n"
       "130 when it was cancelled.");
   return [settings]() {
-    if (!canReplace(settings->output)) {
-      fprintf(stderr, "qxmigrate: --output '%s' is not a file\n",
-              host::visibleLine(settings->output).c_str());
-      return kExitUsage;
-    }
+    // Told before the server is bothered.
+    if (!settings->output.empty() && !canReplace("--output", settings->output)) return kExitUsage;
     return withServer(
         settings->server, Shown::kNothing, kExitFailed,
         [&](MigrationView& view, const auto& cancel) { return measure(*settings, view, cancel); });

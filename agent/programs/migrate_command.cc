@@ -131,6 +131,7 @@ int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationVi
     const Plan made = makePlan(found);
     facts.bytes = made.bytes;
     facts.files = made.files;
+    facts.resources = figuresOf(made.limits);
     for (const Finding& finding : made.findings) {
       if (finding.severity != Severity::kNote) facts.warnings.push_back(finding.text);
     }

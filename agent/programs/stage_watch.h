@@ -3,13 +3,13 @@
 #define QX_AGENT_PROGRAMS_STAGE_WATCH_H
 
 #include <chrono>
-#include <map>
 #include <optional>
 #include <string>
 
 #include "agent/programs/copy_meter.h"
 #include "agent/programs/migration_view.h"
 #include "agent/programs/progress_line.h"
+#include "agent/wire/steps.h"
 
 namespace agent {
 
@@ -32,9 +32,9 @@ class StageWatch {
   Outlook outlook_;
   bool running_ = false;
   std::string stage_;
+  StepTexts texts_;
   std::string text_;  ///< what it does
   std::string percent_;
-  std::map<std::string, int> begun_;  ///< how often each has
   std::optional<CopyMeter> meter_;
   std::optional<Clock::time_point> outage_;  ///< since when
 };

@@ -1,10 +1,7 @@
 #include "agent/programs/summary.h"
 
-#include <algorithm>
-#include <cmath>
-
+#include "agent/page/outage.h"
 #include "agent/plan/amounts.h"
-#include "agent/wire/steps.h"
 #include "host/text.h"
 #include "host/visible.h"
 
@@ -23,20 +20,7 @@ std::string next(const std::string& command, const char* text) {
   return textf("  %-23s %s\n", command.c_str(), text);
 }
 
-// Nothing takes no time at all.
-std::string timeText(double seconds) { return periodText(std::max(1LL, std::llround(seconds))); }
-
 }  // namespace
-
-std::optional<double> outageSeconds(const host::MigrationRecord& record) {
-  if (record.services.empty()) return std::nullopt;
-  std::optional<double> seconds;
-  for (const host::MigrationStage& stage : record.stages) {
-    if (stepOf(stage.name).stopsServices && stage.result == 0) seconds = 0;
-    if (seconds) *seconds += stage.seconds;
-  }
-  return seconds;
-}
 
 std::string summaryText(const host::MigrationRecord& record) {
   const std::string id = std::to_string(record.ctid);
@@ -48,9 +32,7 @@ std::string summaryText(const host::MigrationRecord& record) {
     text += row("copied", bytesText(record.bytes) + " in " + countText(record.files) +
                               " files, as the plan counted them");
   }
-  double seconds = 0;
-  for (const host::MigrationStage& stage : record.stages) seconds += stage.seconds;
-  text += row("took", timeText(seconds));
+  text += row("took", timeText(tookSeconds(record)));
   const std::optional<double> outage = outageSeconds(record);
   if (outage) {
     text += row("outage", timeText(*outage) + " so far; stopped on the server: " + services);

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "agent/wire/message_fields.h"
+
 namespace agent {
 
 namespace {
@@ -74,6 +76,16 @@ const Step& stepOf(const std::string& name) {
   const auto* const found = std::find_if(std::begin(kSteps), std::end(kSteps),
                                          [&](const Step& step) { return name == step.name; });
   return found == std::end(kSteps) ? kUnknown : *found;
+}
+
+std::string StepTexts::next(const std::string& name) {
+  int& times = begun_[name];
+  // The end here is not finished when it was never begun.
+  if (name == kMethodFinish && begun_[kMethodCreate] < 2) times = 1;
+  ++times;
+  const Step& step = stepOf(name);
+  const char* where = times < 2 ? step.firstWhere : step.secondWhere;
+  return where ? std::string(step.text) + " " + where : step.text;
 }
 
 }  // namespace agent

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <map>
 #include <string>
 
 #include "agent/wire/frames.h"
@@ -35,6 +36,16 @@ struct Step {
 
 /// The row of that name; for an unknown name, one without a text.
 const Step& stepOf(const std::string& name);
+
+/// What the steps of one migration are called for people, as they come.
+class StepTexts {
+ public:
+  /// Of a step that begins. Where both ends have it, it says at which this is.
+  std::string next(const std::string& name);
+
+ private:
+  std::map<std::string, int> begun_;  ///< how often each has
+};
 
 }  // namespace agent
 

@@ -58,7 +58,7 @@ _qx_look_back() {
         case $word in
             --ssh-option | --library | --ctid | --distribution | --hostname | --ip | --nameserver | \
                 --searchdomain | --ostemplate | --diskspace | --diskinodes | --config | --exclude | \
-                --stop-service | --duration | --interval | --proc-scale | --disk-scale | --output | \
+                --stop-service | --duration | --interval | --proc-scale | --disk-scale | --output | --html | \
                 --timeout | --color | --log-file)
                 ((i += 1))
                 ;;
@@ -96,7 +96,7 @@ _qxmigrate() {
             return
             ;;
         --ostemplate) _qx_reply "$(_qx_templates)" && return ;;
-        --config | --output | --library | --log-file) _filedir && return ;;
+        --config | --html | --output | --library | --log-file) _filedir && return ;;
         --color) _qx_reply auto always never && return ;;
         --ip) _qx_reply auto dhcp && return ;;
         --ssh-option | --hostname | --nameserver | --searchdomain | --diskspace | --diskinodes | \

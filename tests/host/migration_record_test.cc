@@ -39,6 +39,8 @@ MigrationRecord sample() {
   record.keptAreaInode = 9;
   record.bytes = 5000000000;
   record.files = 3;
+  record.resources = {{"numproc", 143, {258, 286, true}},
+                      {"slmmemorylimit", std::nullopt, {host::kUnlimited, host::kUnlimited, true}}};
   record.warnings = {"a warning"};
   record.leftOut.add("/srv/\xff", "cannot be read on the server: Input/output error");
   return record;
@@ -74,6 +76,12 @@ TEST(MigrationRecord, IsReadAsItWasWritten) {
   EXPECT_FALSE(host::hasSucceeded(read, "rSync"));
   EXPECT_TRUE(host::hasBegun(read, "rSync"));
   EXPECT_FALSE(host::hasBegun(read, "rSync2"));
+  ASSERT_EQ(read.resources.size(), 2u);
+  EXPECT_EQ(read.resources[0].name, "numproc");
+  EXPECT_EQ(read.resources[0].measured, 143u);
+  EXPECT_EQ(read.resources[0].assigned.limit, 286u);
+  EXPECT_EQ(read.resources[1].measured, std::nullopt);
+  EXPECT_EQ(read.resources[1].assigned.barrier, host::kUnlimited);
   EXPECT_EQ(read.leftOut.count, 1u);
   EXPECT_EQ(read.leftOut.files.at(0).path, "/srv/\\xff");
 }
@@ -82,6 +90,10 @@ TEST(MigrationRecord, IsReadAsItWasWritten) {
 TEST(MigrationRecord, OneFromBeforeCopiesWereLookedAtIsRead) {
   const std::string text = with("\"left_out\"", "\"something_else\"");
   EXPECT_TRUE(host::parseRecord(text).leftOut.isComplete());
+}
+
+TEST(MigrationRecord, OneFromBeforeResourcesWereWrittenDownIsRead) {
+  EXPECT_TRUE(host::parseRecord(with("\"resources\"", "\"something_else\"")).resources.empty());
 }
 
 TEST(MigrationRecord, AThousandLongPathsFitIntoARecord) {
@@ -160,6 +172,8 @@ TEST(MigrationRecord, WhatItWouldNotHaveWrittenIsRefusedByName) {
   EXPECT_EQ(recordRefusal(with("\"nginx\"", "{}")), "'parameters.services' is not a text");
   EXPECT_EQ(recordRefusal(with("\"result\": 0", "\"result\": \"0\"")),
             "'stages.result' is not a number");
+  EXPECT_EQ(recordRefusal(with("\"measured\": 143", "\"measured\": -1")),
+            "'resources.measured' is not a number from 0 to 9223372036854775807");
   EXPECT_THAT(recordRefusal(std::string(host::kMaxRecordBytes + 1, ' ')), HasSubstr("larger"));
   EXPECT_EQ(recordRefusal(std::string(1000, '[') + std::string(1000, ']')),
             "it is nested too deep");

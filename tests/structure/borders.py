@@ -25,6 +25,9 @@ MAY_SEE = {
     "host": ["framework"],
     "node": ["host", "framework"],
     "share": ["host", "framework"],
+    "agent/journal": ["host", "framework"],
+    # A page is made of a journal.
+    "agent/page": ["agent/journal", "agent/plan", "agent/wire", "host", "framework"],
     **{room: [*AGENT[:i], "framework", "host"] for i, room in enumerate(AGENT)},
 }
 # The calculator's entry is an interface for agents.
@@ -32,6 +35,7 @@ MAY_SEE["agent/plan"].append("hwcalc")
 # A comparison needs no plan. Listing and comparing trees is what the copy engine does, too.
 MAY_SEE["agent/verify"].remove("agent/plan")
 MAY_SEE["agent/verify"].append("share")
+MAY_SEE["agent/programs"] += ["agent/journal", "agent/page"]
 FOLDERS = [*MAY_SEE, "framework"]
 
 

@@ -45,6 +45,21 @@ TEST_P(EveryResource, HasARowInThePlanAndInTheMeasurement) {
   EXPECT_NE(agent::measurementText("server", {}, config_).find(GetParam().name), std::string::npos);
 }
 
+TEST_P(EveryResource, IsInTheJournalUnlessItIsFixed) {
+  agent::Measurement measurement;
+  measurement.numproc = 143;
+  const auto figures = agent::figuresOf(agent::plannedLimits(measurement, config_));
+  const auto limits = agent::plannedLimits(measurement, config_);
+  ASSERT_EQ(figures.size(), limits[0].measured.empty() ? 0u : 1u);
+  if (figures.empty()) return;
+  EXPECT_EQ(figures[0].name, GetParam().name);
+  EXPECT_EQ(figures[0].assigned.barrier, 1000u);
+  EXPECT_EQ(figures[0].assigned.limit, 2000u);
+  if (record_ == "NUMPROC") EXPECT_EQ(figures[0].measured, 143u);
+  // What is computed from others was not measured.
+  EXPECT_EQ(figures[0].measured.has_value(), GetParam().computed == std::string());
+}
+
 TEST_P(EveryResource, IsALimitOrNotEnforcedInTheStatus) {
   node::StatusReport report;
   report.container.id = 101;

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -85,14 +86,18 @@ std::string contentsOf(const std::string& path) {
   return text.str();
 }
 
-// Runs "qxmigrate COMMAND SOURCE OPTIONS".
-Answer qxmigrate(const std::string& command, const std::string& options) {
-  const std::string line = std::string(QX_MIGRATE) + " " + command + " unix:" + SOCKET +
-                           " --library " + QX_LIBRARY + " " + options +
-                           " >/tmp/out 2>/tmp/err </dev/null";
+// Runs "qxmigrate WORDS".
+Answer qxmigrate(const std::string& words) {
+  const std::string line =
+      std::string(QX_MIGRATE) + " " + words + " >/tmp/out 2>/tmp/err </dev/null";
   const int status = system(line.c_str());
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentsOf("/tmp/out"),
           contentsOf("/tmp/err")};
+}
+
+// Runs "qxmigrate COMMAND SOURCE OPTIONS".
+Answer qxmigrate(const std::string& command, const std::string& options) {
+  return qxmigrate(command + " unix:" + SOCKET + " --library " + QX_LIBRARY + " " + options);
 }
 
 Answer plan(const std::string& options) {
@@ -304,6 +309,41 @@ TEST(Programs, TheVersionsOfAllThatWorksTogetherAreTold) {
     EXPECT_THAT(contentsOf("/tmp/out"), Not(HasSubstr("missing")));
     EXPECT_THAT(contentsOf("/tmp/out"), HasSubstr("\nqxagent    1.0.7     /usr/local/share/"));
     EXPECT_THAT(contentsOf("/tmp/out"), HasSubstr("\nrsync      3.2.7     /usr/local/share/"));
+  });
+}
+
+TEST(Programs, AMigrationIsShownAsAPage) {
+  ScratchHost host;
+  host.dir("/var/lib/qx/migrations", 0700).dir("/pages");
+  host.file("/var/lib/qx/migrations/101-20261121T222125Z.json", contentsOf(QX_JOURNAL), 0600);
+  host.file("/pages/old.html", "old").symlink("/pages/link.html", "old.html");
+  host.run([] {
+    umask(027);
+    const Answer page = qxmigrate("show 101 --html -");
+    EXPECT_EQ(page.status, 0) << page.err;
+    EXPECT_THAT(page.out, StartsWith("<!DOCTYPE html>"));
+    EXPECT_THAT(page.out, EndsWith("</html>\n"));
+    // By its name, too; what is there is replaced, and the umask decides who may read it.
+    const Answer file = qxmigrate("show 101-20261121T222125Z --html /pages/old.html");
+    EXPECT_EQ(file.status, 0) << file.err;
+    EXPECT_EQ(file.out, "");
+    EXPECT_EQ(contentsOf("/pages/old.html"), page.out);
+    EXPECT_EQ(std::filesystem::status("/pages/old.html").permissions(),
+              std::filesystem::perms(0640));
+    for (const char* place : {"/pages/link.html", "/pages", "/dev/null"}) {
+      const Answer refused = qxmigrate(std::string("show 101 --html ") + place);
+      EXPECT_EQ(refused.status, 64);
+      EXPECT_EQ(refused.err, std::string("qxmigrate: --html '") + place + "' is not a file\n");
+    }
+    const Answer nowhere = qxmigrate("show 101 --html /none/page.html");
+    EXPECT_EQ(nowhere.status, 1);
+    EXPECT_THAT(nowhere.err, StartsWith("qxmigrate: cannot write /none/page.html: "));
+    EXPECT_EQ(qxmigrate("show 102 --html /pages/none.html").status, 1);
+    EXPECT_FALSE(std::filesystem::exists("/pages/none.html"));
+    EXPECT_EQ(
+        system((std::string(QX_MIGRATE) + " show 101 --html - >/dev/full 2>/tmp/err").c_str()),
+        1 << 8);
+    EXPECT_THAT(contentsOf("/tmp/err"), HasSubstr("cannot write to standard output"));
   });
 }
 

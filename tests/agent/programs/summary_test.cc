@@ -3,12 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-using agent::outageSeconds;
 using agent::summaryText;
-using testing::DoubleEq;
 using testing::HasSubstr;
 using testing::Not;
-using testing::Optional;
 
 namespace {
 
@@ -41,22 +38,11 @@ TEST(Summary, TellsWhatItCameToAndWhatComesNext) {
             "To go back to root@old: qxctl stop 101, and start there nginx ticker\n");
 }
 
-TEST(Summary, TheOutageBeginsWithTheStageThatStopsServices) {
-  EXPECT_THAT(outageSeconds(sample()), Optional(DoubleEq(12)));
-}
-
 TEST(Summary, ThereIsNoOutageWhenNothingWasStopped) {
   host::MigrationRecord record = sample();
   record.services.clear();
-  EXPECT_EQ(outageSeconds(record), std::nullopt);
   EXPECT_THAT(summaryText(record), Not(HasSubstr("outage")));
   EXPECT_THAT(summaryText(record), HasSubstr("To go back to root@old: qxctl stop 101\n"));
-}
-
-TEST(Summary, ServicesThatCouldNotBeStoppedRunOn) {
-  host::MigrationRecord record = sample();
-  record.stages[2].result = 1;
-  EXPECT_EQ(outageSeconds(record), std::nullopt);
 }
 
 TEST(Summary, WithoutAPlanItDoesNotKnowHowMuchWasCopied) {
