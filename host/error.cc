@@ -15,7 +15,7 @@ std::span<const ExitCodeMeaning> exitCodes() {
       {ExitCode::kUsage, "wrong command line"},
       {ExitCode::kBadConfig, "a configuration file is malformed or names a dangerous path"},
       {ExitCode::kLocked, "another process holds the container's lock"},
-      {ExitCode::kNotFound, "no such container, private area, template or script"},
+      {ExitCode::kNotFound, "no such container, private area, template, script or log"},
       {ExitCode::kExists, "what is to be created exists already"},
       {ExitCode::kNotMounted, "the container is not mounted"},
       {ExitCode::kBusy, "the container is running, or something uses its files"},

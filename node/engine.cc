@@ -165,6 +165,7 @@ void destroyContainer(const Container& container) {
     failErrno("cannot remove %s", container.root.c_str());
   }
   forgetRun(container.id);
+  forgetLogs(container.id);
   const std::string config = configPath(container.id);
   if (unlink(config.c_str()) != 0 && errno != ENOENT) {
     failErrno("cannot remove %s", config.c_str());

@@ -85,9 +85,7 @@ bool hasTerminal() {
 }
 
 int attach(const Container& container, const std::vector<std::string>& command) {
-  if (!runningInit(container.id)) {
-    fail(ExitCode::kNotRunning, "container %u is not running", container.id);
-  }
+  requireRunning(container.id);
   std::vector<char*> argv = pointersTo(command);
   const char* term = getenv("TERM");
   const std::vector<std::string> environment{
@@ -125,12 +123,16 @@ int attach(const Container& container, const std::vector<std::string>& command) 
   const int status = pid > 0 ? waitFor(pid) : 0;
   if (!journey.arrived) {
     fail(ExitCode::kFailed, "cannot run %s in container %u: LXC does not get it there, see %s",
-         argv[0], container.id, lxcPlace(container.id, "log").c_str());
+         argv[0], container.id, lxcPlace(container.id, kLxcLog).c_str());
   }
   return status;
 }
 
 }  // namespace
+
+void requireRunning(unsigned id) {
+  if (!runningInit(id)) fail(ExitCode::kNotRunning, "container %u is not running", id);
+}
 
 LxcHandle openLxc(unsigned id) {
   LxcHandle lxc(lxc_container_new(lxcName(id).c_str(), lxcDirectory().c_str()));

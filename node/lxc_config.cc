@@ -53,6 +53,13 @@ void addNetwork(LxcItems& items, const Container& container) {
   }
 }
 
+/// What is written to the console is kept, and no more of it than this twice.
+void addConsole(LxcItems& items, unsigned id) {
+  items.emplace_back("lxc.console.logfile", lxcPlace(id, kConsoleLog));
+  items.emplace_back("lxc.console.size", "256KB");
+  items.emplace_back("lxc.console.rotate", "1");
+}
+
 void addSecurity(LxcItems& items, const Container& container, const HostFacts& facts) {
   items.emplace_back("lxc.include", kLxcCommonConfig);
   const std::optional<IdMap> map = idMapOf(container);
@@ -82,6 +89,7 @@ void addSecurity(LxcItems& items, const Container& container, const HostFacts& f
   items.emplace_back("lxc.mount.auto", "proc:mixed sys:mixed");
   // A console, and no other terminal.
   items.emplace_back("lxc.tty.max", "0");
+  addConsole(items, container.id);
   items.emplace_back("lxc.autodev", "1");
 }
 
@@ -104,6 +112,8 @@ HostFacts readHostFacts(const Container& container) {
   facts.device = mountSource(currentMounts(), container.tree());
   return facts;
 }
+
+bool hasSystemd(const Container& container) { return initProgram(container) == "systemd"; }
 
 std::string haltSignal(const Container& container) {
   const std::string init = initProgram(container);

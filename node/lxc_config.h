@@ -34,6 +34,9 @@ HostFacts readHostFacts(const Container& container);
 /// empty when a program inside must be asked (see stopContainer).
 std::string haltSignal(const Container& container);
 
+/// What runs in it is systemd's, with a journal.
+bool hasSystemd(const Container& container);
+
 /// Keys and values in the order in which LXC must read them. The interfaces get
 /// no addresses here: the guest's own network files set them, as on the server.
 /// Throws Error (kBadConfig).

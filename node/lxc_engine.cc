@@ -37,7 +37,7 @@ constexpr int kKillSeconds = 30;
 constexpr int kAskAgainSeconds = 2;
 constexpr int kLeaveSeconds = 10;
 
-std::string logPath(unsigned id) { return lxcPlace(id, "log"); }
+std::string logPath(unsigned id) { return lxcPlace(id, kLxcLog); }
 
 /// The last complaints in LXC's log of this start, its only place for them.
 std::string lastComplaints(unsigned id) {
@@ -86,7 +86,10 @@ void configure(const LxcHandle& lxc, const Container& container) {
   makeDirectories(lxcDirectory() + "/" + lxcName(container.id));
   replaceFile(lxcPlace(container.id, kSeccompFile),
               withoutMountCalls(readFile(kLxcSeccomp).value_or("")), 0600);
-  unlink(logPath(container.id).c_str());
+  const std::string console = lxcPlace(container.id, kConsoleLog);
+  for (const std::string& earlier : {logPath(container.id), console, console + kOlder}) {
+    unlink(earlier.c_str());
+  }
   // The log comes first, to have what LXC says of the rest.
   LxcItems items{{"lxc.log.file", logPath(container.id)}, {"lxc.log.level", "ERROR"}};
   const LxcItems rest = lxcItems(container, readHostFacts(container));

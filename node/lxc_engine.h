@@ -38,6 +38,11 @@ int execInContainer(const Container& container, const std::vector<std::string>& 
 /// Returns its exit status. kNotRunning.
 int enterContainer(const Container& container);
 
+/// Joins this process's terminal to the container's console until the user leaves it or the
+/// container stops. The guest has a terminal of its own there, as always. kNotRunning; kUsage
+/// without a terminal; kFailed when somebody else has it.
+void openConsole(const Container& container);
+
 /// Sets the limits of a running container to what its records say. Returns
 /// the keys that the kernel refused.
 std::vector<std::string> applyLimits(const Container& container);

@@ -14,6 +14,9 @@ struct PutLxc {
 };
 using LxcHandle = std::unique_ptr<lxc_container, PutLxc>;
 
+/// Throws Error (kNotRunning).
+void requireRunning(unsigned id);
+
 /// A handle of the container, which need not run. Throws Error.
 LxcHandle openLxc(unsigned id);
 

@@ -20,6 +20,8 @@
 #include "node/adapt.h"
 #include "node/boot.h"
 #include "node/engine.h"
+#include "node/logs.h"
+#include "node/lxc_config.h"
 #include "node/lxc_engine.h"
 #include "node/report.h"
 #include "node/runscript.h"
@@ -38,6 +40,8 @@ struct Options {
   std::vector<std::string> words;
   int timeout = 120;
   bool fast = false;
+  size_t lines = 100;
+  bool follow = false;
 };
 
 constexpr char kAbout[] =
@@ -237,13 +241,28 @@ int restart(const Options& options) {
   });
 }
 
-// These two leave the lock alone: a shell may stay open for days.
+// These leave the lock alone: a shell may stay open for days.
 int exec(const Options& options) {
   return node::execInContainer(node::loadContainer(node::parseCtid(options.ctid)), options.words);
 }
 
 int enter(const Options& options) {
   return node::enterContainer(node::loadContainer(node::parseCtid(options.ctid)));
+}
+
+int console(const Options& options) {
+  node::openConsole(node::loadContainer(node::parseCtid(options.ctid)));
+  return 0;
+}
+
+int logs(const Options& options) {
+  const node::Container container = node::loadContainer(node::parseCtid(options.ctid));
+  if (node::isRunning(container.id) && node::hasSystemd(container)) {
+    fprintf(stderr, "qxctl: what its services say is in the journal: qxctl exec %u journalctl\n",
+            container.id);
+  }
+  node::showLogs(container.id, options.lines, options.follow);
+  return 0;
 }
 
 int set(const Options& options) {
@@ -322,6 +341,7 @@ constexpr Row kContainerCommands[] = {
     {"umount", umountIt, "Unmount the container's root"},
     {"convert", convert, "Register a private area that was filled by hand or by a migration"},
     {"enter", enter, "Open a shell in the running container"},
+    {"console", console, "Join the running container's console; Ctrl+a and then q leave it"},
     {"destroy", destroy, "Remove the container: private area, root and configuration"},
 };
 
@@ -363,6 +383,14 @@ void describeRunning(CLI::App& app, Options& options, Command& chosen) {
     if (options.words.empty()) throw CLI::RequiredError("COMMAND");
     chosen = exec;
   });
+  CLI::App* read = app.add_subcommand(
+      "logs", "Show LXC's log of the last start and what has been on the console since");
+  read->add_option("ID", options.ctid, "Container ID")->required();
+  read->add_option("-n,--lines", options.lines, "Lines of each to begin with")
+      ->check(CLI::Range(0, 1000000))
+      ->capture_default_str();
+  read->add_flag("-f,--follow", options.follow, "Go on with what comes, until interrupted");
+  read->callback([&chosen] { chosen = logs; });
   CLI::App* change = app.add_subcommand("set", "Change variables of the configuration");
   change->add_option("ID", options.ctid, "Container ID")->required();
   change

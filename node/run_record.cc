@@ -50,9 +50,18 @@ void forgetInit(unsigned id) { unlink(runRecordPath(id, kInitRecord).c_str()); }
 void forgetRun(unsigned id) {
   forgetInit(id);
   unlink(runRecordPath(id, kMonitorRecord).c_str());
-  // What stays there is in nobody's way.
   std::error_code ignored;
-  std::filesystem::remove_all(lxcDirectory() + "/" + lxcName(id), ignored);
+  for (const auto& entry : std::filesystem::directory_iterator(lxcPlace(id, ""), ignored)) {
+    const std::string name = entry.path().filename();
+    if (name == kLxcLog || name.starts_with(kConsoleLog)) continue;
+    // What stays there is in nobody's way.
+    std::filesystem::remove_all(entry.path(), ignored);
+  }
+}
+
+void forgetLogs(unsigned id) {
+  std::error_code ignored;
+  std::filesystem::remove_all(lxcPlace(id, ""), ignored);
 }
 
 }  // namespace node

@@ -20,6 +20,11 @@ std::string lxcDirectory();
 std::string lxcPlace(unsigned id, const char* name);
 /// System calls that a container whose root is the host's must not use.
 inline constexpr char kSeccompFile[] = "seccomp";
+/// Logs of the last start: LXC's own, what was written to the console, and how LXC calls
+/// one of these that has become too large.
+inline constexpr char kLxcLog[] = "log";
+inline constexpr char kConsoleLog[] = "console";
+inline constexpr char kOlder[] = ".1";
 
 /// Notes the container's init and LXC's monitor, which is the parent of the init.
 /// Throws Error.
@@ -28,8 +33,11 @@ void recordRun(unsigned id, pid_t init);
 /// The init has ended.
 void forgetInit(unsigned id);
 
-/// The container is stopped: nothing is kept of its run.
+/// The container is stopped: nothing is kept of its run but the logs.
 void forgetRun(unsigned id);
+
+/// The logs go, too.
+void forgetLogs(unsigned id);
 
 }  // namespace node
 

@@ -56,10 +56,39 @@ check_limits
 check_storage
 check_cron
 
+step "Console and logs"
+console=/run/qx/lxc/qx-$ctid/console
+# at_console: what a user sees who presses Enter there and leaves.
+at_console() {
+  { sleep 2 && printf '\r' && sleep 3 && printf '\001q'; } |
+    timeout 20 script -qec "qxctl console $ctid; echo left with \$?" /dev/null
+}
+at_console >"$work/seen"
+check "the console has a login prompt" grep -q 'login:' "$work/seen"
+check "and is left by Ctrl+a and q" grep -q 'left with 0' "$work/seen"
+check "what was on it is kept" grep -q 'login:' <(qxctl logs $ctid 2>/dev/null)
+check_equal "for root" 600 "$(stat -c %a $console)"
+ended=0
+qxctl console $ctid </dev/null 2>"$work/refused" || ended=$?
+check_equal "without a terminal there is none" 2 $ended
+check "and that is said" grep -q "needs a terminal: 'qxctl logs $ctid'" "$work/refused"
+timeout 5 qxctl logs --follow --lines 0 $ctid >"$work/followed" 2>/dev/null &
+sleep 2
+in_container sh -c 'printf "\033]0;title\007and more\n" >/dev/console'
+wait $! || true
+check "what comes can be followed, and drives no terminal" grep -qF '\x1b]0;title\x07and more' "$work/followed"
+in_container sh -c 'yes 0123456789 | head -c 2000000 >/dev/console'
+check "a guest cannot fill the host with it" test $(($(cat $console $console.1 | wc -c))) -le $((2 * 256 * 1024))
+
 step "Stop"
+script -qec "qxctl console $ctid; echo \$? >'$work/left'" /dev/null < <(sleep 100) >/dev/null &
+joined=$!
 began=$SECONDS
 check "stop" qxctl stop --timeout 40 $ctid
 check "without being killed" test $((SECONDS - began)) -lt 40
+check "a console ends with its container" until_so 10 grep -q '^0$' "$work/left"
+kill $joined
+check "what was on it can still be read" grep -q '^0123456789$' <(qxctl logs --lines 100000 $ctid)
 check "its services were stopped" test -e "$root/var/lib/was-stopped"
 check "not mounted, stopped" grep -q ', not mounted, stopped,' <(qxctl status $ctid)
 
@@ -132,5 +161,5 @@ check "in less than 30 s" test $((SECONDS - began)) -lt 30
 step "Remove"
 check "destroy" qxctl destroy $ctid
 check_nothing_mounted
-check "nothing is left" test ! -e "$private" -a ! -e /etc/sysconfig/qx-scripts/$ctid.conf
+check "nothing is left" test ! -e "$private" -a ! -e "${console%/*}" -a ! -e /etc/sysconfig/qx-scripts/$ctid.conf
 check_no "no process of the container is left" pgrep -af 'qx-101'

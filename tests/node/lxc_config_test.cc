@@ -132,6 +132,15 @@ TEST_F(LxcConfig, OnlyRootOfAUserNamespaceMayNestContainers) {
   EXPECT_THAT(items(facts), Not(Contains(Pair("lxc.apparmor.raw", testing::_))));
 }
 
+TEST_F(LxcConfig, WhatIsWrittenToTheConsoleIsKeptAndLimited) {
+  for (const auto& [key, value] :
+       node::LxcItems{{"lxc.console.logfile", "/run/qx/lxc/qx-101/console"},
+                      {"lxc.console.size", "256KB"},
+                      {"lxc.console.rotate", "1"}}) {
+    EXPECT_THAT(items(), Contains(Pair(key, value)));
+  }
+}
+
 TEST_F(LxcConfig, WithoutAddressesTheNetworkIsEmptyButItsOwn) {
   EXPECT_THAT(items(), Contains(Pair("lxc.net.0.type", "empty")));
 }

@@ -212,6 +212,14 @@ TEST(Qxctl, OneOfManyDestroysAndTheOthersFindNothing) {
   });
 }
 
+TEST(Qxctl, HasNoConsoleOfAContainerThatDoesNotRun) {
+  ScratchHost().file(kConf, "").run([] {
+    const ToolResult result = qxctl("console", "101");
+    EXPECT_EQ(result.status, 19);
+    EXPECT_EQ(result.err, "qxctl: container 101 is not running\n");
+  });
+}
+
 TEST(Qxctl, WrongCommandLinesExitWithTwo) {
   ScratchHost().run([] {
     EXPECT_EQ(qxctl().status, 2);
