@@ -83,10 +83,11 @@ Html timelineChart(const host::MigrationRecord& record) {
   Html back, front;
   const double step = stepOfScale(total);
   const std::vector<std::string> names = page_text::stages(record);
-  for (double at = 0; at <= total; at += step) {
-    back += line("grid", at / total, kTop, bottom);
-    if (at / total > 0.9) continue;
-    back += label("scale", at == 0 ? "start" : "middle", at / total, bottom + 16, scaleText(at));
+  for (int i = 0; i * step <= total; ++i) {
+    const double at = i * step / total;
+    back += line("grid", at, kTop, bottom);
+    if (at > 0.9) continue;
+    back += label("scale", i == 0 ? "start" : "middle", at, bottom + 16, scaleText(i * step));
   }
   double begin = 0;
   int top = kTop;

@@ -22,9 +22,11 @@ std::vector<PlannedLimit> plannedLimits(const Measurement& measurement,
                : figure->get<uint64_t>();
   };
   const auto textOf = [&](const host::Resource& resource, uint64_t figure) {
-    const std::string text = amountText(figure, resource.unit);
-    if (resource.unit != std::string_view("pages")) return text;
-    return text + " pages, " + bytesText(static_cast<long long>(figure * measurement.pageSize));
+    std::string text = amountText(figure, resource.unit);
+    if (resource.unit == std::string_view("pages")) {
+      text += " pages, " + amountText(figure * measurement.pageSize, "bytes");
+    }
+    return text;
   };
   std::vector<PlannedLimit> limits;
   for (const host::Resource& resource : host::resources()) {
