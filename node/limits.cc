@@ -23,6 +23,8 @@ std::optional<std::string> fileOf(const CgroupLayout& layout, unsigned id, pid_t
 
 }  // namespace
 
+bool isInGroups(const Limit& limit) { return limit.key.starts_with("lxc.cgroup"); }
+
 std::optional<std::string> heldLimit(const CgroupLayout& layout, unsigned id, pid_t init,
                                      const Limit& limit) {
   const std::optional<std::string> path = fileOf(layout, id, init, limit);
@@ -44,7 +46,7 @@ bool isHeld(const Limit& limit, const std::string& held) {
 }
 
 bool setLimit(const CgroupLayout& layout, unsigned id, pid_t init, const Limit& limit) {
-  if (!limit.key.starts_with("lxc.cgroup")) return true;
+  if (!isInGroups(limit)) return true;
   const std::optional<std::string> path = fileOf(layout, id, init, limit);
   if (!path) return false;
   const Fd file(open(path->c_str(), O_WRONLY | O_CLOEXEC));

@@ -21,6 +21,9 @@ std::optional<std::string> heldLimit(const CgroupLayout& layout, unsigned id, pi
 /// and its first generation has a number for "unlimited".
 bool isHeld(const Limit& limit, const std::string& held);
 
+/// Held by a control group, and not from the start on by LXC.
+bool isInGroups(const Limit& limit);
+
 /// Sets it anew. False when the kernel refuses. What is no limit of a control group
 /// counts at start only, and is left alone.
 bool setLimit(const CgroupLayout& layout, unsigned id, pid_t init, const Limit& limit);

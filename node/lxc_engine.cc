@@ -212,15 +212,13 @@ Outcome stopContainer(const Container& container, int timeoutSeconds) {
   return outcome;
 }
 
-std::vector<std::string> applyLimits(const Container& container) {
-  std::vector<std::string> refused;
+std::vector<Limit> applyLimits(const Container& container) {
+  std::vector<Limit> refused;
   const std::optional<pid_t> init = runningInit(container.id);
   if (!init) return refused;
   const CgroupLayout layout = readCgroupLayout();
   for (const Limit& limit : planResources(container, layout).limits) {
-    if (!setLimit(layout, container.id, *init, limit)) {
-      refused.push_back(limit.key + " = " + limit.value);
-    }
+    if (!setLimit(layout, container.id, *init, limit)) refused.push_back(limit);
   }
   return refused;
 }

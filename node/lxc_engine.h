@@ -11,6 +11,7 @@
 #include "host/container.h"
 #include "node/engine.h"
 #include "node/host.h"
+#include "node/resources.h"
 
 namespace node {
 
@@ -44,8 +45,8 @@ int enterContainer(const Container& container);
 void openConsole(const Container& container);
 
 /// Sets the limits of a running container to what its records say. Returns
-/// the keys that the kernel refused.
-std::vector<std::string> applyLimits(const Container& container);
+/// those that the kernel refused.
+std::vector<Limit> applyLimits(const Container& container);
 
 /// What LXC calls at certain points of a container's life: `name` and `type`
 /// are the first and third argument that it gives to a hook.

@@ -17,6 +17,7 @@
 #include "host/place.h"
 #include "host/product.h"
 #include "host/state.h"
+#include "host/text.h"
 #include "node/adapt.h"
 #include "node/boot.h"
 #include "node/engine.h"
@@ -265,31 +266,36 @@ int logs(const Options& options) {
   return 0;
 }
 
+void sayWhen(const std::vector<std::string>& names, const char* when) {
+  if (!names.empty()) printf("%s: %s\n", when, host::joined(names).c_str());
+}
+
 int set(const Options& options) {
   return locked(options, "setting variables", [&](const node::Container& container) {
     requireConfig(container);
     const node::Assignments assignments = node::parseAssignments(options.words);
     const node::Container changed = node::setVariables(container, assignments);
-    bool guest = false;
-    bool limits = false;
+    std::vector<std::string> names;
     for (const auto& [name, value] : assignments) {
-      if (container.var(name.c_str()) == value) continue;
-      guest = guest || node::isGuestVariable(name);
-      limits = limits || host::findResource(name) != nullptr;
+      if (container.var(name.c_str()) != value) names.push_back(name);
     }
-    const bool running = node::runningInit(changed.id).has_value();
+    const bool guest = std::any_of(names.begin(), names.end(), node::isGuestVariable);
     if (guest && node::hasPrivateArea(changed)) node::markForAdaptation(changed);
-    if (guest && running) {
-      printf("the host name and the network will change when container %u is next started\n",
-             changed.id);
-    }
+    if (!node::runningInit(changed.id)) return 0;
+
     int result = 0;
-    if (limits && running) {
-      for (const std::string& refused : node::applyLimits(changed)) {
-        fprintf(stderr, "qxctl: the kernel refuses %s for now\n", refused.c_str());
+    node::Effects effects = node::effectsOf(changed, names, node::readCgroupLayout());
+    if (!effects.now.empty()) {
+      for (const node::Limit& refused : node::applyLimits(changed)) {
+        fprintf(stderr, "qxctl: the kernel refuses %s = %s for now\n", refused.key.c_str(),
+                refused.value.c_str());
+        std::erase(effects.now, refused.record);
         result = static_cast<int>(node::ExitCode::kFailed);
       }
     }
+    sayWhen(effects.now, "in force now");
+    sayWhen(effects.nextStart, "at the next start");
+    sayWhen(effects.never, "limits nothing on this host");
     return result;
   });
 }

@@ -10,7 +10,10 @@
 #include "host/host_name.h"
 #include "host/interfaces.h"
 #include "host/text.h"
+#include "node/adapt.h"
+#include "node/limits.h"
 #include "node/resources.h"
+#include "node/storage.h"
 
 namespace node {
 namespace {
@@ -143,6 +146,31 @@ std::string withAssignments(std::string_view text, const Assignments& assignment
     result += name + "=" + shellQuoted(expected[name]) + "\n";
   }
   return result;
+}
+
+Effects effectsOf(const Container& container, const std::vector<std::string>& changed,
+                  const CgroupLayout& layout) {
+  const ResourcePlan plan = planResources(container, layout);
+  Effects effects;
+  for (const std::string& name : changed) {
+    const Resource* resource = findResource(name);
+    const auto limit = std::find_if(plan.limits.begin(), plan.limits.end(),
+                                    [&](const Limit& one) { return one.record == name; });
+    if (limit != plan.limits.end()) {
+      (isInGroups(*limit) ? effects.now : effects.nextStart).push_back(name);
+    } else if (name == "DISKSPACE" && storageOf(container.privateArea) != Storage::kDirectory) {
+      effects.nextStart.push_back(name);
+    } else if (std::find(plan.unenforced.begin(), plan.unenforced.end(), name) !=
+               plan.unenforced.end()) {
+      effects.never.push_back(name);
+    } else if (isGuestVariable(name) || name == "BRIDGE" || name == "UNPRIVILEGED" ||
+               name == "UNPRIVILEGED_IDS" ||
+               // A record that is no longer there.
+               (resource != nullptr && resource->holder == Holder::kKernel)) {
+      effects.nextStart.push_back(name);
+    }
+  }
+  return effects;
 }
 
 Container setVariables(const Container& container, const Assignments& assignments) {

@@ -9,6 +9,7 @@
 
 #include "host/container.h"
 #include "host/shell_vars.h"
+#include "node/cgroups.h"
 #include "node/host.h"
 
 namespace node {
@@ -30,6 +31,17 @@ std::string withAssignments(std::string_view text, const Assignments& assignment
 /// already, and only variables of `assignments` are looked at. Throws Error
 /// (kUsage) that names the value.
 void checkSettings(const Container& container, const Assignments& assignments);
+
+/// When variables count that were changed while the container runs; some, such as a note
+/// or ONBOOT, mean nothing to what runs.
+struct Effects {
+  std::vector<std::string> now;
+  std::vector<std::string> nextStart;
+  std::vector<std::string> never;  ///< resource records that limit nothing on this host
+};
+/// `container` has the new values.
+Effects effectsOf(const Container& container, const std::vector<std::string>& changed,
+                  const CgroupLayout& layout);
 
 /// Does this to the container's configuration file, unless what comes out could
 /// not be started from. Returns the container as it is then. Throws Error.

@@ -59,7 +59,7 @@ _qx_look_back() {
             --ssh-option | --library | --ctid | --distribution | --hostname | --ip | --nameserver | \
                 --searchdomain | --ostemplate | --diskspace | --diskinodes | --config | --exclude | \
                 --stop-service | --duration | --interval | --proc-scale | --disk-scale | --output | --html | \
-                --timeout | --color | --log-file | --lines)
+                --timeout | --color | --log-file | --lines | -n)
                 ((i += 1))
                 ;;
             -*) ;;
@@ -125,7 +125,7 @@ _qxmigrate() {
 _qxctl() {
     local cur prev words cword command count commands
     _init_completion || return
-    [[ $prev != --timeout && $prev != --lines ]] || return 0
+    [[ $prev != --timeout && $prev != --lines && $prev != -n ]] || return 0
     commands=$(_qx_commands "$1" | tr '\n' ' ')
     _qx_look_back "$commands"
     if [[ $command = exec && $count -ge 1 ]]; then

@@ -56,6 +56,14 @@ check_limits
 check_storage
 check_cron
 
+step "Variables that are changed while it runs"
+qxctl set $ctid NUMPROC=301:301 NUMPTY=40:40 GATEWAY=192.0.2.1 NAMESERVER=192.0.2.53 KMEMSIZE=9000:9000 \
+  ONBOOT=no >"$work/said"
+check_equal "set says from when each counts" \
+  "in force now: NUMPROC;at the next start: NUMPTY NAMESERVER;limits nothing on this host: KMEMSIZE" \
+  "$(paste -sd';' "$work/said")"
+check_equal "and that is so" 301 "$(limit_in_force)"
+
 step "Console and logs"
 console=/run/qx/lxc/qx-$ctid/console
 # at_console: what a user sees who presses Enter there and leaves.

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "host/error.h"
+#include "host/file.h"
+#include "support/temp_tree.h"
 
 namespace {
 
@@ -63,6 +65,29 @@ TEST(SetVariables, ValuesThatNoContainerCanLiveWithAreRefused) {
   EXPECT_EQ(refused("NAMESERVER", "192.0.2.53 foo"), "NAMESERVER: 'foo' is not a valid address");
   EXPECT_EQ(refused("SLMMEMORYLIMIT", "512"),
             "SLMMEMORYLIMIT is 512 bytes: a container needs 16777216 at least");
+}
+
+TEST(SetVariables, CountAtOnceOrAtTheNextStartOrNever) {
+  const test_support::TempTree area;
+  node::Container container;
+  container.privateArea = area.path("");
+  container.vars = {{"NUMPROC", "300:300"},    {"NUMPTY", "20:20"},
+                    {"KMEMSIZE", "9000:9000"}, {"DISKSPACE", "900:900"},
+                    {"HOSTNAME", "web"},       {"CPUUNITS", ""},
+                    {"SLMMEMORYLIMIT", "1:1"}, {"QUOTAUGIDLIMIT", "30:30"}};
+  node::CgroupLayout layout;
+  layout.v1 = {{"pids", ""}};
+  const node::Effects effects =
+      node::effectsOf(container,
+                      {"NUMPROC", "NUMPTY", "KMEMSIZE", "DISKSPACE", "HOSTNAME", "CPUUNITS",
+                       "SLMMEMORYLIMIT", "QUOTAUGIDLIMIT", "ONBOOT", "BRIDGE"},
+                      layout);
+  EXPECT_THAT(effects.now, ElementsAre("NUMPROC"));
+  EXPECT_THAT(effects.nextStart, ElementsAre("NUMPTY", "HOSTNAME", "CPUUNITS", "BRIDGE"));
+  EXPECT_THAT(effects.never, ElementsAre("KMEMSIZE", "DISKSPACE", "SLMMEMORYLIMIT"));
+  host::replaceFile(area.path(".qx-image"), "", 0600);
+  EXPECT_THAT(node::effectsOf(container, {"DISKSPACE"}, layout).nextStart,
+              ElementsAre("DISKSPACE"));
 }
 
 TEST(SetVariables, LinesAreReplacedInPlaceAndTheRestStays) {
