@@ -1,12 +1,15 @@
 #include "host/netlink.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
+#include <sched.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 
@@ -126,6 +129,33 @@ bool dumpOnce(int type, std::string& messages) {
   }
 }
 
+/// While it lives, this thread is in the network namespace of another process.
+class NetworkOf {
+ public:
+  explicit NetworkOf(pid_t process) : own_(openNetwork("self")) {
+    const Fd there = openNetwork(std::to_string(process));
+    if (setns(there.get(), CLONE_NEWNET) != 0) {
+      failErrno("cannot look at the network of process %d", process);
+    }
+  }
+  // Nothing that comes later may be done in another's network.
+  ~NetworkOf() {
+    if (setns(own_.get(), CLONE_NEWNET) != 0) abort();
+  }
+  NetworkOf(const NetworkOf&) = delete;
+  NetworkOf& operator=(const NetworkOf&) = delete;
+
+ private:
+  static Fd openNetwork(const std::string& process) {
+    const std::string path = "/proc/" + process + "/ns/net";
+    Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd) failErrno("cannot open %s", path.c_str());
+    return fd;
+  }
+
+  const Fd own_;
+};
+
 std::string dump(int type) {
   std::string messages;
   for (int attempt = 0; attempt < kDumpAttempts; ++attempt) {
@@ -186,5 +216,10 @@ std::vector<NetAddress> parseAddresses(std::string_view messages) {
 std::vector<NetLink> readLinks() { return parseLinks(dump(RTM_GETLINK)); }
 
 std::vector<NetAddress> readAddresses() { return parseAddresses(dump(RTM_GETADDR)); }
+
+std::vector<NetAddress> readAddressesOf(pid_t process) {
+  const NetworkOf there(process);
+  return readAddresses();
+}
 
 }  // namespace host

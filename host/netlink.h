@@ -2,6 +2,8 @@
 #ifndef QX_HOST_NETLINK_H
 #define QX_HOST_NETLINK_H
 
+#include <sys/types.h>
+
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,6 +37,10 @@ std::vector<NetAddress> parseAddresses(std::string_view messages);
 /// Error.
 std::vector<NetLink> readLinks();
 std::vector<NetAddress> readAddresses();
+
+/// The addresses in the network namespace of another process. For root, in a program with
+/// one thread. Throws Error.
+std::vector<NetAddress> readAddressesOf(pid_t process);
 
 }  // namespace host
 

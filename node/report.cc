@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -13,6 +14,7 @@
 #include "host/interfaces.h"
 #include "host/migration_journal.h"
 #include "host/mounts.h"
+#include "host/netlink.h"
 #include "host/settings.h"
 #include "host/state.h"
 #include "host/text.h"
@@ -51,6 +53,36 @@ std::string addressesOf(const Container& container) {
   return addresses;
 }
 
+/// Those that others reach it by. None while it has not come as far, and where this user
+/// may not look.
+std::vector<std::string> addressesInside(unsigned id) {
+  constexpr size_t kMost = 16;  // a guest may have given itself any number
+  std::vector<std::string> addresses;
+  const std::optional<pid_t> init = runningInit(id);
+  if (!init) return addresses;
+  try {
+    for (const NetAddress& address : readAddressesOf(*init)) {
+      if (address.linkLocal || address.text == "::1" || address.text.starts_with("127.")) continue;
+      if (addresses.size() == kMost) return addresses;
+      addresses.push_back(textf("%s/%u", address.text.c_str(), address.prefix));
+    }
+  } catch (const Error&) {
+    return {};
+  }
+  return addresses;
+}
+
+void findAddresses(StatusReport& report) {
+  const std::string configured = addressesOf(report.container);
+  std::vector<std::string> inside = addressesInside(report.container.id);
+  report.addresses = inside.empty() ? configured : joined(inside);
+  const std::vector<std::string_view> words = splitWords(configured);
+  std::vector<std::string> expected(words.begin(), words.end());
+  std::sort(inside.begin(), inside.end());
+  std::sort(expected.begin(), expected.end());
+  if (!inside.empty() && inside != expected) report.configuredAddresses = configured;
+}
+
 /// The limits that someone has changed behind the configuration.
 void findHeldOtherwise(StatusReport& report, const CgroupLayout& layout) {
   const std::optional<pid_t> init = runningInit(report.container.id);
@@ -87,6 +119,9 @@ Json toJson(const StatusReport& report) {
     const std::string value = shownValue(report, variable);
     if (!value.empty()) json[key] = value;
   }
+  if (!report.configuredAddresses.empty()) {
+    json["configured_addresses"] = report.configuredAddresses;
+  }
   if (!report.missingMount.empty()) json["missing_mount"] = report.missingMount;
   json["limits"] = Json::object();
   for (const Limit& limit : report.resources.limits) {
@@ -122,7 +157,7 @@ StatusReport reportOn(const Container& container, const HostState& host) {
   if (!report.exists) {
     report.missingMount = missingMount(host.fstab, host.mountPoints, container.privateArea);
   }
-  report.addresses = addressesOf(container);
+  findAddresses(report);
   report.registered = registration(container);
   report.storage = storageOf(container.privateArea);
   report.imageBytes = imageSize(container.privateArea);
@@ -177,6 +212,9 @@ std::string statusText(const StatusReport& report, const std::vector<std::string
   for (const auto& [variable, key] : kShownVariables) {
     const std::string value = shownValue(report, variable);
     if (!value.empty()) text += textf("  %-13s %s\n", key, value.c_str());
+  }
+  if (!report.configuredAddresses.empty()) {
+    text += textf("  configured    %s\n", report.configuredAddresses.c_str());
   }
   const char* title = "limits";
   for (const Limit& limit : report.resources.limits) {

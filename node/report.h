@@ -27,8 +27,10 @@ struct StatusReport {
   Storage storage = Storage::kDirectory;  ///< what the tree lies on
   std::optional<uint64_t> imageBytes;
   bool unprivileged = false;
-  std::string whyIds;     ///< why it is, or is not
-  std::string addresses;  ///< of all its interfaces
+  std::string whyIds;  ///< why it is, or is not
+  /// Of all its interfaces: those that they have while it runs, or are to have.
+  std::string addresses;
+  std::string configuredAddresses;  ///< where these are others
   ResourcePlan resources;
   /// By record: what the kernel holds in place of what the record says.
   std::map<std::string, std::string> heldOtherwise;

@@ -63,6 +63,10 @@ check_equal "set says from when each counts" \
   "in force now: NUMPROC;at the next start: NUMPTY NAMESERVER;limits nothing on this host: KMEMSIZE" \
   "$(paste -sd';' "$work/said")"
 check_equal "and that is so" 301 "$(limit_in_force)"
+in_container ip address add 192.0.2.111/24 dev eth0
+check "an address that it has given itself is shown" grep -q "$address/24 192.0.2.111/24" <(qxctl list)
+check "beside those that it should have" grep -qx "  configured    $address/24" <(qxctl status $ctid)
+in_container ip address delete 192.0.2.111/24 dev eth0
 
 step "Console and logs"
 console=/run/qx/lxc/qx-$ctid/console

@@ -4,13 +4,17 @@
 #include <gtest/gtest.h>
 #include <net/if.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <set>
 
 #include "framework/qxnet.h"
+#include "host/error.h"
 #include "host/file.h"
 #include "host/leases.h"
 #include "support/scratch_host.h"
@@ -28,6 +32,31 @@ void runOnNetwork(ScratchHost host, const std::function<void()>& body) {
                      "ip link set lo up && ip link set left up"),
               0);
     body();
+  });
+}
+
+TEST(Netlink, AddressesOfAnotherProcessAreItsOwn) {
+  runOnNetwork(ScratchHost(), [] {
+    const pid_t other = fork();
+    if (other == 0) {
+      if (unshare(CLONE_NEWNET) != 0) _exit(1);
+      if (system("ip link set lo up && ip address add 192.0.2.9/24 dev lo") != 0) _exit(1);
+      kill(getpid(), SIGSTOP);
+      _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(other, &status, WUNTRACED), other);
+    ASSERT_TRUE(WIFSTOPPED(status));
+    const auto textsOf = [](const std::vector<host::NetAddress>& addresses) {
+      std::set<std::string> texts;
+      for (const host::NetAddress& address : addresses) texts.insert(address.text);
+      return texts;
+    };
+    EXPECT_THAT(textsOf(host::readAddressesOf(other)), testing::Contains("192.0.2.9"));
+    EXPECT_THAT(textsOf(host::readAddresses()), testing::Not(testing::Contains("192.0.2.9")));
+    EXPECT_THROW(host::readAddressesOf(0), host::Error);
+    kill(other, SIGKILL);
+    waitpid(other, &status, 0);
   });
 }
 
