@@ -31,7 +31,9 @@ check_no "nothing where a password may be asked for" shown '^connect'
 check_no "there is none before services are stopped" shown '^(lockVPS|rSync) .* services down'
 
 step "What stays"
-tr -d '\r' <"$work/typescript" | sed 's/.*\x1b\[K//' >"$out"
+tr -d '\r' <"$work/typescript" | sed 's/.*\x1b\[K//' >"$work/stays"
+check "what is done is green" grep -qF $'s  \e[32mdone\e[0m' "$work/stays"
+sed 's/\x1b\[[0-9;]*m//g' "$work/stays" >"$out"
 for stage in rSync stopServices rSync2 finish; do
   check "stage $stage was shown" stage_is_done "$stage"
 done
