@@ -16,7 +16,8 @@ if [ "$QX_RELEASE" = openrc ]; then
   # BusyBox starts OpenRC, as on Alpine.
   ln -sf /bin/busybox "$root/sbin/init"
   printf '%s\n' '::sysinit:/sbin/openrc sysinit' '::sysinit:/sbin/openrc boot' \
-    '::wait:/sbin/openrc default' '::shutdown:/sbin/openrc off' >"$root/etc/inittab"
+    '::wait:/sbin/openrc default' '::shutdown:/sbin/openrc off' \
+    '::respawn:/sbin/agetty --noclear console 38400 linux' >"$root/etc/inittab"
 fi
 printf '/dev/sda1 / ext4 errors=remount-ro 0 1\n' >"$root/etc/fstab"
 printf 'auto eth0\niface eth0 inet static\n  address 192.0.2.11/24\n' >"$root/etc/network/interfaces"
@@ -75,8 +76,8 @@ at_console() {
   { sleep 2 && printf '\r' && sleep 3 && printf '\001q'; } |
     timeout 20 script -qec "qxctl console $ctid; echo left with \$?" /dev/null
 }
-at_console >"$work/seen"
-check "the console has a login prompt" grep -q 'login:' "$work/seen"
+sees_prompt() { at_console >"$work/seen" && grep -q 'login:' "$work/seen"; }
+check "the console has a login prompt" until_so 60 sees_prompt
 check "and is left by Ctrl+a and q" grep -q 'left with 0' "$work/seen"
 check "what was on it is kept" grep -q 'login:' <(qxctl logs $ctid 2>/dev/null)
 check_equal "for root" 600 "$(stat -c %a $console)"
@@ -93,7 +94,7 @@ in_container sh -c 'yes 0123456789 | head -c 2000000 >/dev/console'
 check "a guest cannot fill the host with it" test $(($(cat $console $console.1 | wc -c))) -le $((2 * 256 * 1024))
 
 step "Stop"
-script -qec "qxctl console $ctid; echo \$? >'$work/left'" /dev/null < <(sleep 100) >/dev/null &
+script -qec "qxctl console $ctid; echo \$? >'$work/left'" /dev/null < <(sleep 30) >/dev/null &
 joined=$!
 began=$SECONDS
 check "stop" qxctl stop --timeout 40 $ctid
