@@ -15,6 +15,7 @@ namespace agent {
 namespace {
 
 constexpr QXL::QXLCopyStages kLastCopy = {"startRSyncServer2", "rSync2", "waitRSyncServer2"};
+constexpr char kFirstCopyEnds[] = "rSync";
 constexpr char kCheck[] = "checkCopy";
 
 // Of the copy that has just ended.
@@ -58,6 +59,7 @@ LastCopy::LastCopy(QXL::QXLHaulControl& control, QXL::QXLProgressHandlerPrototyp
     : control_(control), handler_(handler), view_(view), rules_(rules) {}
 
 int LastCopy::stageEnded(const std::string& stage) {
+  if (stage == kFirstCopyEnds) tellNotes(takeReport(rules_.report));
   if (stage != kLastCopy.end) {
     // What an earlier copy has left out does not matter, and is not to be taken for the last's.
     std::error_code error;
@@ -74,8 +76,13 @@ int LastCopy::stageEnded(const std::string& stage) {
   return 0;
 }
 
+void LastCopy::tellNotes(const host::CopyReport& report) {
+  for (const std::string& note : report.notes) view_.line(note);
+}
+
 void LastCopy::look() {
   leftOut_ = takeReport(rules_.report);
+  tellNotes(leftOut_);
   view_.leftOut(leftOut_);
 }
 

@@ -44,6 +44,7 @@ class LastCopy {
 
  private:
   void look();
+  void tellNotes(const host::CopyReport& report);
   int conclude();
 
   QXL::QXLHaulControl& control_;

@@ -108,6 +108,7 @@ int fillInside(const EngineTask& task, Channel& channel, const Offer& agreed, bo
                                          std::vector<std::string>{kReceiverFolder});
   setup.task = [&] { return fillByEngine(task, channel, agreed, progressBar); };
   setup.standardError = errors.childEnd();
+  errors.acceptNotes();
   const SignalsHeld signals;
   Child child(setup, signals);
   channel = {};
@@ -146,6 +147,8 @@ int runClient(const Options& options) {
         exchangeOffers(channel.in.get(), channel.out.get(), offer, Deadline(kHandshakeTimeout));
     if (agreed.engine)
       return fillInside(*task, channel, agreed, options.progressBar, reserve, errors);
+    errors.addNote(std::string("copied by stock rsync, as ") +
+                   (task ? "the other end asks for it" : "this end asks for it"));
     usedBytes = agreed.usedBytes;
     handover = makeSocketPair();
     sendDescriptors(handover.first.get(), channel.in.get(), channel.out.get());

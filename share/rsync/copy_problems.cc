@@ -96,7 +96,11 @@ void CopyProblems::feed(std::string_view bytes) {
 host::CopyReport CopyProblems::report(int status) {
   if (!partial_.empty()) takeLine(partial_);
   partial_.clear();
-  if (status != kExitPartial) return {};
+  if (status != kExitPartial) {
+    host::CopyReport complete;
+    complete.notes = report_.notes;
+    return complete;
+  }
   if (!report_.isComplete()) return report_;
   if (keptDeleted_) {
     report_.add("",
@@ -114,6 +118,7 @@ void CopyProblems::takeLine(std::string_view line) {
   while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) line.remove_suffix(1);
   // What is gone is no problem, what is tried again is none yet, and the last line tells a
   // status in words.
+  if (acceptsNotes_ && takePrefix(line, kNotePrefix)) return report_.addNote(std::string(line));
   const std::string_view behindFirstWord = line.substr(std::min(line.find(' '), line.size()));
   if (line.empty() || behindFirstWord.starts_with(" has vanished: ") ||
       line.starts_with("WARNING: ") || line.starts_with("rsync warning: ") ||

@@ -19,6 +19,12 @@ class CopyProblems {
   /// Paths of the destination are told as they are below it.
   explicit CopyProblems(std::string destination);
 
+  /// Lines on how the copy is made count from now on: what writes is the engine, all of
+  /// whose lines that the server had a say in begin otherwise.
+  void acceptNotes() { acceptsNotes_ = true; }
+  /// One of this process's own.
+  void addNote(const std::string& text) { report_.addNote(text); }
+
   /// Takes what was written, in pieces of any size.
   void feed(std::string_view bytes);
 
@@ -34,8 +40,9 @@ class CopyProblems {
 
   std::string destination_;
   std::string partial_;        ///< a line that is not whole
-  host::CopyReport report_;    ///< what was left out
+  host::CopyReport report_;    ///< what was left out, and the notes
   std::string unknown_;        ///< the first line that is not understood
+  bool acceptsNotes_ = false;
   bool lateVanished_ = false;  ///< files that vanished so late that stock rsync says 23
   bool keptDeleted_ = false;   ///< what is gone on the server may still be here
 };

@@ -6,6 +6,7 @@
 
 #include "share/engine/hello.h"
 #include "share/engine/rules.h"
+#include "share/rsync/failure.h"
 
 namespace qxrsync {
 
@@ -15,7 +16,10 @@ constexpr std::string_view kExclude = "--exclude=";
 
 bool wanted() {
   const char* value = std::getenv("QX_RSYNC_ENGINE");
-  return value != nullptr && std::string_view(value) == "own";
+  if (value == nullptr || *value == '\0' || std::string_view(value) == "own") return true;
+  if (std::string_view(value) == "stock") return false;
+  throw Failure(kExitSyntax,
+                std::string("'") + value + "' in QX_RSYNC_ENGINE is neither 'own' nor 'stock'");
 }
 
 // -a, -H, -S and -E in one word, in any order.

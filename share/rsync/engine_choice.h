@@ -10,8 +10,9 @@
 namespace qxrsync {
 
 // The engine knows one way of copying: the one that a migration asks for. Every
-// other command line is stock rsync's, and so is every one unless QX_RSYNC_ENGINE
-// in the environment says "own".
+// other command line is stock rsync's, and so is every one if QX_RSYNC_ENGINE in the
+// environment says "stock". Both functions throw Failure (status 1) if it says anything
+// else than that or "own".
 
 /// What the engine needs of a client's command line.
 struct EngineTask {

@@ -18,6 +18,10 @@ class ErrorOutput {
   /// Asked for by nobody.
   ErrorOutput() : problems_("") {}
 
+  /// See CopyProblems.
+  void acceptNotes() { problems_.acceptNotes(); }
+  void addNote(const std::string& text) { problems_.addNote(text); }
+
   /// For the child; -1 for this process's own.
   int childEnd() const { return pipe_.second.get(); }
   /// Once the child has it.

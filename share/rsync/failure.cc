@@ -7,11 +7,19 @@
 
 namespace qxrsync {
 
-void complain(const std::string& text) {
-  const std::string line = "rsync: " + text + "\n";
+namespace {
+
+void say(std::string_view prefix, const std::string& text) {
+  const std::string line = std::string(prefix) + text + "\n";
   // Nobody can be told that nobody can be told.
   if (::write(STDERR_FILENO, line.data(), line.size()) < 0) return;
 }
+
+}  // namespace
+
+void complain(const std::string& text) { say("rsync: ", text); }
+
+void inform(const std::string& text) { say(kNotePrefix, text); }
 
 Failure systemFailure(int status, const std::string& what) {
   const int error = errno;

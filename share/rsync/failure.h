@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace qxrsync {
 
@@ -30,6 +31,11 @@ class Failure : public std::runtime_error {
 
 /// Writes a line to standard error, with the program's name.
 void complain(const std::string& text);
+
+/// Writes a line on how the copy is made to standard error, where a report of the copy
+/// (host/copy_report.h) finds it.
+void inform(const std::string& text);
+inline constexpr std::string_view kNotePrefix = "rsync note: ";
 
 /// A Failure that ends with the text of errno, taken at the time of the call.
 Failure systemFailure(int status, const std::string& what);

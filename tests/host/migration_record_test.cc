@@ -120,10 +120,12 @@ TEST(CopyReport, IsReadAsItWasWritten) {
   host::CopyReport report;
   report.add("/a\tb\nc", "why\x1b[2J");
   report.add("", "rsync does not say");
+  report.addNote("copied\tso\x1b[2J");
   const host::CopyReport read = host::parseCopyReport(host::formatCopyReport(report));
   EXPECT_EQ(read.count, 2u);
   EXPECT_EQ(host::textOf(read.files.at(0)), "/a b\\nc: why\\x1b[2J");
   EXPECT_EQ(host::textOf(read.files.at(1)), "rsync does not say");
+  EXPECT_THAT(read.notes, testing::ElementsAre("copied so\\x1b[2J"));
   EXPECT_TRUE(host::parseCopyReport("0\n").isComplete());
 }
 

@@ -120,6 +120,23 @@ TEST(CopyProblems, WithoutAPartialStatusThereIsNothingToTell) {
               IsEmpty());
 }
 
+// A server that speaks to stock rsync could say the same.
+TEST(CopyProblems, NotesAreTheEnginesOnly) {
+  for (const int status : {0, 23}) {
+    CopyProblems engine("/");
+    engine.acceptNotes();
+    engine.feed("rsync note: so\n");
+    const host::CopyReport report = engine.report(status);
+    EXPECT_THAT(report.notes, ElementsAre("so"));
+    EXPECT_EQ(report.count, status == 0 ? 0u : 1u);
+  }
+  CopyProblems stock("/");
+  stock.feed("rsync note: so\n");
+  const host::CopyReport report = stock.report(23);
+  EXPECT_THAT(report.notes, IsEmpty());
+  EXPECT_EQ(report.count, 1u);
+}
+
 TEST(CopyProblems, LinesComeInPiecesOfAnySize) {
   const std::string text =
       "rsync: [sender] opendir \"/a\" failed: Input/output error (5)\r\n"

@@ -204,7 +204,7 @@ TEST_F(Enclosure, HoldsTheEngineToo) {
   run.inherit(channel.client.in.get());
   run.inherit(channel.client.out.get());
   run.start();
-  ::unsetenv("QX_RSYNC_ENGINE");
+  ::setenv("QX_RSYNC_ENGINE", "stock", 1);
   const std::string engine = "/proc/" + std::to_string(awaitChild(run.pid(), "rsync"));
   // The filter is the last wall that it builds around itself.
   for (int i = 0;

@@ -13,6 +13,7 @@
 #include "share/engine/mapped_files.h"
 #include "share/engine/records.h"
 #include "share/rsync/engine_choice.h"
+#include "share/rsync/failure.h"
 
 using engine::Buffer;
 using engine::CompressionControl;
@@ -160,7 +161,8 @@ namespace {
 
 class EngineChoice : public testing::Test {
  protected:
-  EngineChoice() { ::setenv("QX_RSYNC_ENGINE", "own", 1); }
+  EngineChoice() { ::unsetenv("QX_RSYNC_ENGINE"); }
+  ~EngineChoice() override { ::unsetenv("QX_RSYNC_ENGINE"); }
   std::vector<std::string> arguments_ = {
       "-ESHa", "--numeric-ids", "--delete", "--progress-bar",   "--fdin", "5", "--fdout",
       "6",     "0.0.0.0:/",     "/to",      "--exclude=/proc/*"};
@@ -191,7 +193,20 @@ TEST_F(EngineChoice, AnyOtherIsStocks) {
         << served;
 }
 
-TEST_F(EngineChoice, StockIsWhatTheEnvironmentSays) {
+TEST_F(EngineChoice, IsWhatTheEnvironmentSays) {
+  const qxrsync::Options options = qxrsync::parseOptions(arguments_);
+  for (const char* value : {"", "own"}) {
+    ::setenv("QX_RSYNC_ENGINE", value, 1);
+    EXPECT_TRUE(qxrsync::engineTask(options)) << value;
+  }
   ::setenv("QX_RSYNC_ENGINE", "stock", 1);
-  EXPECT_FALSE(qxrsync::engineTask(qxrsync::parseOptions(arguments_)));
+  EXPECT_FALSE(qxrsync::engineTask(options));
+  ::setenv("QX_RSYNC_ENGINE", "fast", 1);
+  try {
+    qxrsync::engineTask(options);
+    ADD_FAILURE() << "it is taken";
+  } catch (const qxrsync::Failure& failure) {
+    EXPECT_EQ(failure.status(), 1);
+    EXPECT_STREQ(failure.what(), "'fast' in QX_RSYNC_ENGINE is neither 'own' nor 'stock'");
+  }
 }
