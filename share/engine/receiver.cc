@@ -112,7 +112,7 @@ void Receiver::Work::greet() {
   copy_.wasEmpty = isEmpty(tree_);
   Buffer frame = emptyFrame();
   // From here on what is there is not what a manifest tells, until the end.
-  putHello(frame, ReceiverHello{copy_.wasEmpty, marker_.take(), setup_.patterns});
+  putHello(frame, ReceiverHello{copy_.wasEmpty, marker_.take(), setup_.patterns, setup_.pace});
   if (frame.size() - kFrameHeader > kLargestFrame)
     throw qxrsync::Failure(qxrsync::kExitSyntax, "there are too many exclusions");
   writer_.write(Kind::kHello, 0, 0, frame);
