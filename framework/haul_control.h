@@ -3,6 +3,7 @@
 #define QX_FRAMEWORK_HAUL_CONTROL_H
 
 #include <boost/smart_ptr/shared_ptr.hpp>
+#include <functional>
 #include <string>
 
 #include "framework/channel.h"
@@ -38,6 +39,10 @@ class QXL_API QXLHaulControl : public virtual QXLRequest {
 
   /// To be set before execute: hears of the sending end's stages.
   void setWatch(const QXLStageWatch& watch) { watch_ = watch; }
+  /// To be set before execute: asked when a migration has succeeded so far and the receiving
+  /// end has finished, before the sending end is told so. Non-zero, with the reason in the
+  /// context: that end is told that it has failed, and so is the caller.
+  void setConclusion(const std::function<int()>& conclusion) { conclusion_ = conclusion; }
   /// For the watch: makes a copy once more, over a new channel. Returns 0, or non-zero with the
   /// reason in the context. The watch does not hear of these stages.
   int copyAgain(const QXLCopyStages& stages);
@@ -54,6 +59,7 @@ class QXL_API QXLHaulControl : public virtual QXLRequest {
   int finishEnds(bool succeeded);
 
   QXLStageWatch watch_;
+  std::function<int()> conclusion_;
 };
 
 }  // namespace QXL

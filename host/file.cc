@@ -66,6 +66,14 @@ void replaceFileDurably(const std::string& path, std::string_view content, mode_
   replace(path, content, mode, true);
 }
 
+void syncFileSystem(const std::string& path) {
+  const Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd) failErrno("cannot open %s", path.c_str());
+  if (syncfs(fd.get()) != 0) {
+    failErrno("what is on the file system of %s cannot be written", path.c_str());
+  }
+}
+
 bool isDirectory(const std::string& path) {
   struct stat st;
   return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);

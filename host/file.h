@@ -27,6 +27,11 @@ void replaceFile(const std::string& path, std::string_view content, mode_t mode)
 /// The same, and the data is on the disk when it returns.
 void replaceFileDurably(const std::string& path, std::string_view content, mode_t mode);
 
+/// Has everything of the file system that `path` is on written to the disk, and waits for
+/// it. Throws Error, also when something could not be written since it was last asked
+/// (syncfs(2), Linux 5.8).
+void syncFileSystem(const std::string& path);
+
 /// Whether there is a directory (symbolic links followed) at `path`.
 bool isDirectory(const std::string& path);
 /// Whether there is anything at `path`, a dangling symbolic link included.

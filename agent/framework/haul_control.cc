@@ -94,8 +94,8 @@ int QXLHaulControl::copyAgain(const QXLCopyStages& stages) {
 
 // The receiving end goes first: it rolls back while the source still is quiet.
 int QXLHaulControl::finishEnds(bool succeeded) {
-  const int code = getContext()->getLastErrorCode();
-  const std::string text = getContext()->getLastErrorText();
+  int code = getContext()->getLastErrorCode();
+  std::string text = getContext()->getLastErrorText();
   int result = 0;
   const auto finishEnd = [&](QXLHaulSerializerBasePrototype* end) {
     if (!end) return;
@@ -106,6 +106,12 @@ int QXLHaulControl::finishEnds(bool succeeded) {
     if (end->finish() != 0) result = -1;
   };
   finishEnd(deserializer_.get());
+  if (succeeded && result == 0 && conclusion_ && conclusion_() != 0) {
+    succeeded = false;
+    result = -1;
+    code = getContext()->getLastErrorCode();
+    text = getContext()->getLastErrorText();
+  }
   finishEnd(serializer_.get());
   // The reason of the failure stands, whatever ending brought up.
   if (!succeeded) getContext()->setLastError(code, text);

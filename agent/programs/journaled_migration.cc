@@ -4,11 +4,15 @@
 #include <stdexcept>
 
 #include "agent/journal/journal.h"
+#include "agent/journal/only_migration.h"
 #include "agent/journal/pruning.h"
 #include "agent/journal/resumption.h"
 #include "agent/plan/node_facts.h"
 #include "framework/errors.h"
 #include "host/error.h"
+#include "host/file.h"
+#include "host/lock.h"
+#include "host/process.h"
 #include "host/receiving_rsync.h"
 #include "host/reserve.h"
 #include "host/settings.h"
@@ -105,6 +109,39 @@ host::MigrationRecord recordOf(const std::string& source,
   return record;
 }
 
+// As the node's end does it when a migration fails before its end.
+void removeUnsettled(const QXA::QXAMigrateP2VSerializerParams& params, MigrationView& view) {
+  const std::string id = std::to_string(params.ctid);
+  if (params.options.keepOnFailure) {
+    view.line("What there is of container " + id + " stays: 'qxctl destroy " + id +
+              "' removes it.");
+    return;
+  }
+  try {
+    host::runProgram({"/usr/sbin/qxctl", "destroy", id});
+  } catch (const host::Error& problem) {
+    view.line("What there is of container " + id + " could not be removed: " + problem.what());
+  }
+}
+
+// Nobody else works on the container: or else this end would unmount it under their hands
+// when it finishes, as it does whether it got the lock or not.
+std::string lockProblem(const host::MigrationRecord& record) {
+  const std::string lockDir = record.lock.substr(0, record.lock.rfind('/'));
+  if (!host::lockHolder(lockDir, record.ctid)) return "";
+  const auto holder = host::parseLockHolder(host::readFile(record.lock).value_or(""));
+  return "Unable to lock CT " + std::to_string(record.ctid) + " already locked by process #" +
+         std::to_string(holder.value_or(0));
+}
+
+MigrationResult failureOf(const std::string& stage, const std::string& text) {
+  MigrationResult result;
+  result.code = -1;
+  result.stage = stage;
+  result.text = text;
+  return result;
+}
+
 }  // namespace
 
 std::string prepareNode(const QXA::QXAMigrateP2VSerializerParams& params) {
@@ -136,14 +173,16 @@ MigrationResult migrateWithJournal(
     const boost::shared_ptr<QXA::QXAMigrateP2VSerializerParams>& params, const CopyRules& rules,
     const JournalFacts& facts, MigrationView& view, const std::shared_ptr<CancelToken>& cancel) {
   std::unique_ptr<Journal> journal;
+  std::unique_ptr<OnlyMigration> alone;
   try {
-    journal = std::make_unique<Journal>(recordOf(source.address, *params, facts));
+    const host::MigrationRecord record = recordOf(source.address, *params, facts);
+    alone = std::make_unique<OnlyMigration>(record.ctid);
+    const std::string locked = lockProblem(record);
+    if (!locked.empty()) return failureOf("lockVPS", locked);
+    journal = std::make_unique<Journal>(record);
   } catch (const host::Error& problem) {
-    MigrationResult result;
-    result.code = -1;
-    result.stage = "journal";
-    result.text = problem.what();
-    return result;
+    const bool busy = problem.code() == host::ExitCode::kLocked;
+    return failureOf(busy ? "lockVPS" : "journal", problem.what());
   }
   try {
     pruneJournals();
@@ -154,7 +193,10 @@ MigrationResult migrateWithJournal(
   // and removed after everything else.
   params->options.config->otherVariables[host::kMigrationVariable] = journal->name();
   JournalingView journaling(*journal, view);
-  MigrationResult result = migrate(source, params, rules, journaling, cancel);
+  CopyRules known = rules;
+  known.place = {journal->record().root, journal->record().privateArea};
+  MigrationResult result = migrate(source, params, known, journaling, cancel);
+  if (result.isUnsettled()) removeUnsettled(*params, journaling);
   const host::MigrationState state = result.containerIsThere() ? host::MigrationState::kSucceeded
                                      : cancel->code() == kCancelledByUser
                                          ? host::MigrationState::kCancelled

@@ -59,7 +59,10 @@ LastCopy::LastCopy(QXL::QXLHaulControl& control, QXL::QXLProgressHandlerPrototyp
     : control_(control), handler_(handler), view_(view), rules_(rules) {}
 
 int LastCopy::stageEnded(const std::string& stage) {
-  if (stage == kFirstCopyEnds) tellNotes(takeReport(rules_.report));
+  if (stage == kFirstCopyEnds) {
+    tellNotes(takeReport(rules_.report));
+    writeEarly(rules_.place);
+  }
   if (stage != kLastCopy.end) {
     // What an earlier copy has left out does not matter, and is not to be taken for the last's.
     std::error_code error;

@@ -16,6 +16,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr char kLastStage[] = "tuneDstSrv";
+constexpr char kSettling[] = "checkContainer";
 
 // The controller's context: what its requests report goes to the view, and the
 // stage that failed first is remembered.
@@ -53,8 +54,8 @@ class MigrationContext : public RequestContext, public QXL::QXLProgressHandlerPr
 
   // The node's end keeps what has been adapted, whatever becomes of the server's.
   bool isUnconfirmed() const {
-    return failedStage_.empty() && lastStage_ == kLastStage && finished_.size() == 2 &&
-           finished_.front() == 0 && serverLeft();
+    return failedStage_.empty() && (lastStage_ == kLastStage || lastStage_ == kSettling) &&
+           finished_.size() == 2 && finished_.front() == 0 && serverLeft();
   }
 
   // Where it failed.
@@ -97,11 +98,20 @@ MigrationResult migrate(const QXL::QXLConnectionInfo& source,
   LastCopy lastCopy(*control, *context, view, rules);
   if (!rules.report.empty())
     control->setWatch([&](const std::string& stage) { return lastCopy.stageEnded(stage); });
+  control->setConclusion([&]() {
+    if (rules.place.privateArea.empty()) return 0;
+    context->stageBegins(kSettling);
+    const std::string problem = settledProblem(rules.place);
+    if (!problem.empty()) context->error(-1, problem);
+    context->stageEnds(kSettling, problem.empty() ? 0 : -1);
+    return problem.empty() ? 0 : -1;
+  });
   result.succeeded = control->execute(connection, params) == 0;
   result.leftOut = lastCopy.leftOut();
   if (!result.succeeded) {
     result.serverLeft = context->serverLeft();
     result.unconfirmed = context->isUnconfirmed();
+    result.unsettled = context->place() == kSettling;
     result.code = context->getLastErrorCode();
     result.stage = context->place();
     result.text = context->getLastErrorText();

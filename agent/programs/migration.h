@@ -21,6 +21,10 @@ struct MigrationResult {
   /// told so. It starts its services again, as after a failure.
   bool unconfirmed = false;
   bool containerIsThere() const { return succeeded || unconfirmed; }
+  /// The node's end had finished when it turned out that the container is not there for good
+  /// (see settled.h): its remains are nobody's.
+  bool isUnsettled() const { return !containerIsThere() && unsettled; }
+  bool unsettled = false;
   /// Error code and text of the failure. The stage is the one that failed; when the
   /// controller itself stopped between two stages, it is "after STAGE".
   int code = 0;

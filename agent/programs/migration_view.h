@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "agent/programs/settled.h"
 #include "host/copy_report.h"
 
 namespace agent {
@@ -29,11 +30,12 @@ class MigrationView {
   virtual void leftOut(const host::CopyReport& report) = 0;
 };
 
-/// What is asked of the last copy (see last_copy.h).
+/// What is asked of the copies (see last_copy.h) and of the container that they make.
 struct CopyRules {
   std::string report;          ///< path of what rsync reports; empty: it is not looked at
   std::string ctid;            ///< the container's id, for people
   bool acceptPartial = false;  ///< go on without what could not be copied
+  ContainerPlace place = {};   ///< of the container
 };
 
 }  // namespace agent

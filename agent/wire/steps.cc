@@ -55,6 +55,7 @@ constexpr Step kSteps[] = {
     {.name = "checkCopy", .text = "see what the second copy left out"},
     {.name = "restoreQuota", .text = "set the container's disk quotas"},
     {.name = "tuneDstSrv", .text = "adapt the copy to a container"},
+    {.name = "checkContainer", .text = "see that the container is on the disk"},
     {.name = "verify", .text = "compare the container with the server"},
     {.name = "list", .text = "list the server's files"},
     // Stages that no migration calls, but whoever asks for them.

@@ -109,6 +109,32 @@ TEST(WholeMigration, CallsEveryProgramInOrder) {
   });
 }
 
+// The node's end says nothing of it.
+TEST(WholeMigration, ContainerThatIsNotRegisteredIsNoSuccess) {
+  constexpr char kArea[] = "/var/lib/qx/private/101";
+  for (const bool registered : {false, true}) {
+    ScratchHost host = bothHosts();
+    host.dir(kArea);
+    if (registered) host.file(std::string(kArea) + "/.qx-registered", "");
+    host.run([&] {
+      const LoadedPlugin plugin;
+      View view;
+      const agent::MigrationResult result =
+          migrateHere(view, {.ctid = "101", .place = {kVeRoot, kArea}});
+      EXPECT_EQ(result.succeeded, registered) << result.text;
+      EXPECT_EQ(result.isUnsettled(), !registered);
+      EXPECT_EQ(result.stage, registered ? "" : "checkContainer");
+      const auto calls = outline(host);
+      const bool startedAgain = std::find(calls.begin(), calls.end(), "mysql start") != calls.end();
+      EXPECT_EQ(startedAgain, !registered);
+      if (registered) return;
+      EXPECT_EQ(result.text,
+                "the container could not be registered: there is no "
+                "/var/lib/qx/private/101/.qx-registered; the node's disk may be full");
+    });
+  }
+}
+
 // As bothHosts(); the client reports what the file /reports/N holds of its Nth run.
 ScratchHost reportingHosts() {
   ScratchHost host = bothHosts();

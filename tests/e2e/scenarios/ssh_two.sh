@@ -19,12 +19,26 @@ choose() {
   mkdir -p "$work"
 }
 
+# Alpha is being copied to 101.
+migrate_to_the_same() {
+  choose alpha
+  check "the first is being copied" until_copying 1
+  choose beta
+  ctid=101
+  migrate --no-measure
+  check_status 1
+  check_begins "qxmigrate: stage 'lockVPS' failed: container 101 is being migrated already, by process "
+  check "the first one's container is mounted still" grep -qF /var/lib/qx/root/101 /proc/mounts
+  choose beta
+}
+
 step "Start both"
 for name in alpha beta; do
   choose $name
   bash "$QX_E2E/curiosities.sh" "$(lab root $name)"
   open_source
   slow_source 1 40000
+  [ $name = alpha ] || migrate_to_the_same
   begin_migration
   runs[$name]=$migration
 done
