@@ -111,7 +111,6 @@ TEST(WholeMigration, CallsEveryProgramInOrder) {
 
 // The node's end says nothing of it.
 TEST(WholeMigration, ContainerThatIsNotRegisteredIsNoSuccess) {
-  constexpr char kArea[] = "/var/lib/qx/private/101";
   for (const bool registered : {false, true}) {
     ScratchHost host = bothHosts();
     host.dir(kArea);
@@ -119,8 +118,7 @@ TEST(WholeMigration, ContainerThatIsNotRegisteredIsNoSuccess) {
     host.run([&] {
       const LoadedPlugin plugin;
       View view;
-      const agent::MigrationResult result =
-          migrateHere(view, {.ctid = "101", .place = {kVeRoot, kArea}});
+      const agent::MigrationResult result = migrateHere(view, {"", "101", false, {kVeRoot, kArea}});
       EXPECT_EQ(result.succeeded, registered) << result.text;
       EXPECT_EQ(result.isUnsettled(), !registered);
       EXPECT_EQ(result.stage, registered ? "" : "checkContainer");
