@@ -25,7 +25,8 @@ namespace qxrsync {
 //
 // A zero in front of BYTES says that this end has an engine of its own. An end that
 // has none reads the same number. Where both ends say so, nothing of what follows
-// here happens: the channel is the engines' (docs/engine-protocol.md).
+// here happens: the channel is the engines' (docs/engine-protocol.md). A second zero
+// says that this end is for a direct connection of the engines (share/engine/direct.h).
 //
 // "D" says that the channel is a UNIX socket. Where both ends say so they may be
 // on one machine, and then no byte has to go through the channel at all:
@@ -45,6 +46,7 @@ struct Offer {
   bool xattrs = false;
   bool descriptors = false;     ///< the channel carries them
   bool engine = false;          ///< stock rsync is not needed
+  bool direct = false;          ///< with an engine: it can do with a connection of its own
   std::uint64_t usedBytes = 0;  ///< sender only: in use on the file systems sent, 0 unknown
 
   bool operator==(const Offer&) const = default;

@@ -1,0 +1,53 @@
+#include "share/rsync/direct_choice.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "host/fd.h"
+#include "host/product.h"
+#include "share/engine/tls_stream.h"
+#include "share/rsync/failure.h"
+
+namespace qxrsync {
+
+namespace {
+
+// Goes with the agent; empty for none.
+std::string unreachableMark() {
+  const std::string folder = host::agentFolder();
+  return folder.empty() ? folder : folder + "/node-unreachable";
+}
+
+bool wasUnreachable() {
+  const std::string mark = unreachableMark();
+  return !mark.empty() && ::access(mark.c_str(), F_OK) == 0;
+}
+
+}  // namespace
+
+bool directAllowed() {
+  const char* value = std::getenv("QX_RSYNC_DIRECT");
+  if (value == nullptr || *value == '\0' || std::string_view(value) == "auto") return true;
+  if (std::string_view(value) == "off") return false;
+  throw Failure(kExitSyntax,
+                std::string("'") + value + "' in QX_RSYNC_DIRECT is neither 'auto' nor 'off'");
+}
+
+std::optional<engine::IpAddress> nodeToReach() {
+  const char* address = std::getenv("QX_RSYNC_NODE");
+  if (!directAllowed() || address == nullptr || wasUnreachable() || !engine::Key().make())
+    return std::nullopt;
+  return engine::IpAddress::parse(address);
+}
+
+void rememberUnreachable() {
+  const std::string mark = unreachableMark();
+  if (mark.empty()) return;
+  const host::Fd made(::open(mark.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+}
+
+}  // namespace qxrsync
