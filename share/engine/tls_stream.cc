@@ -125,6 +125,13 @@ void prepareSocket(int socket) {
   setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, static_cast<int>(kUnansweredTimeout));
 }
 
+// What is derived of it has taken its place by now.
+void forgetKey(SSL* tls) {
+  SSL_SESSION* const session = SSL_get0_session(tls);
+  constexpr unsigned char kNothing[Key::kSize] = {};
+  if (session != nullptr) SSL_SESSION_set1_master_key(session, kNothing, sizeof kNothing);
+}
+
 // What to poll for after this error of TLS; 0 for another one.
 short eventsFor(int error) {
   if (error == SSL_ERROR_WANT_READ) return POLLIN;
@@ -176,7 +183,7 @@ TlsStream::TlsStream(host::Fd connection, int channel, Role role)
 TlsStream::~TlsStream() = default;
 
 int TlsStream::agree(const Key& key, const qxrsync::Deadline& deadline, bool heedChannel) {
-  SSL_set_app_data(tls_.get(), const_cast<Key*>(&key));
+  SSL_set_app_data(tls_.get(), const_cast<Key*>(&key));  // sessionFor takes it as const
   int problem = 0;
   while (problem == 0) {
     ERR_clear_error();
@@ -197,6 +204,7 @@ int TlsStream::agree(const Key& key, const qxrsync::Deadline& deadline, bool hee
     if (ready > 0 && wanted[0].revents == 0) problem = EAGAIN;
   }
   SSL_set_app_data(tls_.get(), nullptr);
+  if (problem != EAGAIN) forgetKey(tls_.get());
   return problem;
 }
 
