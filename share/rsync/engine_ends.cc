@@ -183,9 +183,9 @@ int fillByEngine(const EngineTask& task, Channel& channel, std::optional<engine:
 
 int serveByEngine(const std::string& served, const Offer& agreed,
                   const std::optional<engine::IpAddress>& node) {
+  std::unique_ptr<engine::Stream> stream;  // threads of a run that has failed still use it
   try {
-    const std::unique_ptr<engine::Stream> stream =
-        streamToNode(agreed.direct ? node : std::nullopt);
+    stream = streamToNode(agreed.direct ? node : std::nullopt);
     engine::SenderSetup setup;
     setup.channel = stream.get();
     setup.root = served;

@@ -366,6 +366,7 @@ TEST_F(Direct, ServerThatComesToAStrangerGoesAwayAgain) {
   Fd listener;
   start([&](Rendezvous& place) { listener = Fd(loopback().listen(place.port).release()); });
   expectCopyBy("through ssh, as no secure connection came about");
+  between_.reset();
 }
 
 TEST_F(Direct, AnotherKeyIsNoGood) {
