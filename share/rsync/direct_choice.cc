@@ -5,12 +5,11 @@
 
 #include <cstdlib>
 #include <string>
-#include <string_view>
 
 #include "host/fd.h"
 #include "host/product.h"
 #include "share/engine/tls_stream.h"
-#include "share/rsync/failure.h"
+#include "share/rsync/environment.h"
 
 namespace qxrsync {
 
@@ -29,13 +28,7 @@ bool wasUnreachable() {
 
 }  // namespace
 
-bool directAllowed() {
-  const char* value = std::getenv("QX_RSYNC_DIRECT");
-  if (value == nullptr || *value == '\0' || std::string_view(value) == "auto") return true;
-  if (std::string_view(value) == "off") return false;
-  throw Failure(kExitSyntax,
-                std::string("'") + value + "' in QX_RSYNC_DIRECT is neither 'auto' nor 'off'");
-}
+bool directAllowed() { return environmentSays("QX_RSYNC_DIRECT", "auto", "off"); }
 
 std::optional<engine::IpAddress> nodeToReach() {
   const char* address = std::getenv("QX_RSYNC_NODE");

@@ -247,6 +247,13 @@ class Direct : public testing::Test {
     run_.start(std::move(channel.ends));
     between_.emplace(channel, std::move(meet));
   }
+  // A copy of one large file, with a trick in its midst.
+  void startOver(Wire& wire) {
+    fs::remove_all(from_ + "/a");
+    fs::remove(from_ + "/b");
+    makeLarge(32 << 20);
+    start([&](Rendezvous& place) { wire.leadTo(place); });
+  }
   // Nothing may be left of what was not copied whole.
   void expectBothLost() {
     EXPECT_EQ(run_.client().exitStatus(20), 12) << run_.client().err();
@@ -386,30 +393,21 @@ TEST_F(Direct, NobodyOnTheWayReadsWhatIsCopied) {
 }
 
 TEST_F(Direct, ConnectionThatIsCutEndsTheCopyWithoutHalfFiles) {
-  fs::remove_all(from_ + "/a");
-  fs::remove(from_ + "/b");
-  makeLarge(32 << 20);
   Wire wire(Wire::Trick::kCut, 4 << 20);
-  start([&](Rendezvous& place) { wire.leadTo(place); });
+  startOver(wire);
   expectBothLost();
 }
 
 TEST_F(Direct, WhatIsChangedOnTheWayEndsTheCopyWithoutHalfFiles) {
-  fs::remove_all(from_ + "/a");
-  fs::remove(from_ + "/b");
-  makeLarge(32 << 20);
   Wire wire(Wire::Trick::kDamage, 4 << 20);
-  start([&](Rendezvous& place) { wire.leadTo(place); });
+  startOver(wire);
   expectBothLost();
 }
 
 // The connection itself stands, but takes nothing more.
 TEST_F(Direct, EndOfTheChannelEndsTheCopyWithoutHalfFiles) {
-  fs::remove_all(from_ + "/a");
-  fs::remove(from_ + "/b");
-  makeLarge(32 << 20);
   Wire wire(Wire::Trick::kPause, 4 << 20);
-  start([&](Rendezvous& place) { wire.leadTo(place); });
+  startOver(wire);
   for (int i = 0; i < 400 && !wire.tricked(); ++i) ::usleep(kLookMs * 1000);
   ASSERT_TRUE(wire.tricked());
   ::usleep(300000);  // until nothing moves
