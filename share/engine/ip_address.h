@@ -9,7 +9,7 @@
 #include <string>
 
 #include "host/fd.h"
-#include "share/rsync/handshake.h"
+#include "share/rsync/deadline.h"
 
 namespace engine {
 

@@ -10,7 +10,7 @@
 
 #include "host/fd.h"
 #include "share/engine/stream.h"
-#include "share/rsync/handshake.h"
+#include "share/rsync/deadline.h"
 
 struct ssl_st;
 

@@ -93,12 +93,6 @@ Failure notUnderstood(const std::string& line) {
 
 }  // namespace
 
-int Deadline::left() const {
-  const auto span = std::chrono::duration_cast<std::chrono::milliseconds>(
-      end_ - std::chrono::steady_clock::now());
-  return static_cast<int>(std::max<std::int64_t>(0, span.count()));
-}
-
 std::string formatOffer(const Offer& offer) {
   std::string features;
   if (offer.acls) features += 'A';

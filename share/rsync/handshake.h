@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "share/rsync/deadline.h"
 #include "share/rsync/handover.h"
 
 namespace qxrsync {
@@ -63,18 +64,6 @@ std::string formatCapabilities(const std::string& capabilities);
 /// not one. Only digits, letters and dots pass: the word becomes part of a
 /// command line.
 std::optional<std::string> parseCapabilities(std::string_view line);
-
-/// A stretch of time that reading or writing may take in all.
-class Deadline {
- public:
-  explicit Deadline(std::chrono::milliseconds span)
-      : end_(std::chrono::steady_clock::now() + span) {}
-  /// What is left, in milliseconds, for poll; never negative.
-  int left() const;
-
- private:
-  std::chrono::steady_clock::time_point end_;
-};
 
 /// Writes mine to out, reads the other end's from in, and returns it with
 /// features that only one end has taken away. Takes nothing from in beyond the
