@@ -15,7 +15,7 @@ namespace agent {
 namespace {
 
 constexpr QXL::QXLCopyStages kLastCopy = {"startRSyncServer2", "rSync2", "waitRSyncServer2"};
-constexpr char kFirstCopyEnds[] = "rSync";
+constexpr char kFirstCopyEnds[] = "waitRSyncServer";
 constexpr char kCheck[] = "checkCopy";
 
 // Of the copy that has just ended.

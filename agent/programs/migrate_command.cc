@@ -11,6 +11,7 @@
 #include "agent/plan/unreported_limits.h"
 #include "agent/programs/commands.h"
 #include "agent/programs/complaint.h"
+#include "agent/programs/copy_options.h"
 #include "agent/programs/journaled_migration.h"
 #include "agent/programs/json_lines.h"
 #include "agent/programs/last_copy.h"
@@ -29,6 +30,7 @@ struct MigrateSettings {
   ServerOptions server;
   MigrateOptions options;
   MeasureSettings measure;
+  CopyOptions copy;
   bool force = false;
   bool noMeasure = false;
   bool fresh = false;
@@ -177,6 +179,7 @@ void describeMigration(CLI::App& app, MigrateSettings& settings) {
                "copy is made once more, and the migration fails if it is incomplete again)");
   app.add_flag("--verify", settings.verify,
                "Compare the container with the server once the migration is complete");
+  describeCopy(app, settings.copy);
 }
 
 }  // namespace
@@ -210,6 +213,7 @@ Run describeMigrate(CLI::App& app) {
       const std::string warning = prepareNode(*makeParams(options));
       if (!warning.empty()) complain(warning);
       report.emplace();
+      announceCopy(settings->copy);
     } catch (const std::exception& problem) {
       complain(problem.what());
       return kExitFailed;

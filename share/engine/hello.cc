@@ -33,6 +33,8 @@ void putHello(Buffer& to, const ReceiverHello& hello) {
   putText(to, hello.identity);
   putNumber(to, hello.patterns.size());
   for (const std::string& pattern : hello.patterns) putText(to, pattern);
+  putNumber(to, hello.pace.kibPerSecond);
+  putNumber(to, hello.pace.yields ? 1 : 0);
 }
 
 void putHello(Buffer& to, const SenderHello& hello) {
@@ -50,6 +52,8 @@ ReceiverHello takeReceiverHello(std::string_view payload) {
   const std::uint64_t count = from.number(kMostPatterns, "number of patterns");
   for (std::uint64_t i = 0; i < count; ++i)
     hello.patterns.emplace_back(from.text(kLongestPattern, "pattern"));
+  hello.pace.kibPerSecond = from.number(host::kMostKibPerSecond, "limit");
+  hello.pace.yields = from.number(1, "flag") == 1;
   expectEnd(from);
   return hello;
 }

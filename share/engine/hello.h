@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "host/copy_pace.h"
 #include "share/engine/wire.h"
 
 namespace engine {
@@ -18,6 +19,7 @@ struct ReceiverHello {
   bool empty = false;    ///< there is nothing yet: send everything at once
   std::string identity;  ///< of the manifest that tells what is there; may be empty
   std::vector<std::string> patterns;
+  host::CopyPace pace;  ///< at most
 
   bool operator==(const ReceiverHello&) const = default;
 };

@@ -97,11 +97,22 @@ class Receiver::Work {
   std::exception_ptr error_;
 };
 
+const char* textOf(Way way) {
+  switch (way) {
+    case Way::kComparing:
+      return "copied by the engine: what differs from what is there";
+    case Way::kDifferences:
+      return "copied by the engine: what has changed since the last pass";
+    default:
+      return "copied by the engine: everything";
+  }
+}
+
 void Receiver::Work::greet() {
   copy_.wasEmpty = isEmpty(tree_);
   Buffer frame = emptyFrame();
   // From here on what is there is not what a manifest tells, until the end.
-  putHello(frame, ReceiverHello{copy_.wasEmpty, marker_.take(), setup_.patterns});
+  putHello(frame, ReceiverHello{copy_.wasEmpty, marker_.take(), setup_.patterns, setup_.pace});
   if (frame.size() - kFrameHeader > kLargestFrame)
     throw qxrsync::Failure(qxrsync::kExitSyntax, "there are too many exclusions");
   writer_.write(Kind::kHello, 0, 0, frame);
@@ -111,6 +122,7 @@ void Receiver::Work::greet() {
   if (header->kind != Kind::kHello)
     throw ProtocolError("the other end did not start with a greeting");
   const SenderHello theirs = takeSenderHello(payload.view());
+  qxrsync::inform(textOf(theirs.way));
   const std::scoped_lock lock(mutex_);
   for (unsigned i = 0; i < theirs.lanes; ++i) lanes_.push_back(std::make_unique<Lane>(copy_));
 }
@@ -212,7 +224,8 @@ bool Receiver::Work::take(const FrameHeader& header, Buffer& payload) {
       return true;
     }
     case Kind::kMessage:
-      qxrsync::complain(host::visibleLine(from.text(kLongestPath, "message"), kLongestPath));
+      qxrsync::complain("[sender] " +
+                        host::visibleLine(from.text(kLongestPath, "message"), kLongestPath));
       return true;
     case Kind::kKnown:
       bytesDone_ = from.number();

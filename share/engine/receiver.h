@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "host/copy_pace.h"
+
 namespace engine {
 
 class Stream;
@@ -17,7 +19,8 @@ struct ReceiverSetup {
   bool accessLists = false;  ///< what both ends can hold
   bool attributes = false;   ///<
   bool keepsNanoseconds = true;
-  std::string folder;  ///< where is kept which manifest tells what there is; empty for none
+  host::CopyPace pace;  ///< asked of the sender
+  std::string folder;   ///< where is kept which manifest tells what there is; empty for none
 };
 
 /// How far it is.

@@ -112,6 +112,9 @@ void Sender::greet() {
   for (const std::string& pattern : theirs.patterns)
     if (!Rules::understands(pattern))
       throw ProtocolError("'" + host::visibleLine(pattern) + "' is not a pattern");
+  const host::CopyPace pace = host::slowerOf(setup_.pace, theirs.pace);
+  writer_.limit(pace.kibPerSecond * 1024);
+  host::stepBack(pace);  // before the threads are there
   rules_ = Rules(theirs.patterns);
   if (!setup_.folder.empty() && !theirs.empty && !theirs.identity.empty()) {
     before_ = Manifest::open(setup_.folder, theirs.patterns);
@@ -312,7 +315,6 @@ int Sender::run() {
   const std::string missing =
       tree_.open() ? std::string() : "cannot open the directory '" + setup_.root + "'";
   const int error = errno;
-  writer_.limit(setup_.bytesPerSecond);
   greet();
   if (!missing.empty()) problems_.add({}, missing + ": " + std::strerror(error));
   std::vector<std::thread> threads;

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "host/copy_pace.h"
+
 namespace engine {
 
 class Stream;
@@ -11,10 +13,10 @@ class Stream;
 struct SenderSetup {
   Stream* channel = nullptr;  ///< not owned
   std::string root;
-  bool accessLists = false;          ///< what both ends can hold
-  bool attributes = false;           ///<
-  std::uint64_t bytesPerSecond = 0;  ///< at most; 0 for no limit
-  std::string folder;                ///< where a manifest is kept; empty for none
+  bool accessLists = false;  ///< what both ends can hold
+  bool attributes = false;   ///<
+  host::CopyPace pace;       ///< at most, whatever the other end asks for
+  std::string folder;        ///< where a manifest is kept; empty for none
 };
 
 /// Sends a directory tree over a channel whose other end receives it. Runs until

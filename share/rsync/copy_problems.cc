@@ -11,6 +11,8 @@ namespace {
 
 constexpr size_t kLongestLine = 16384;  // bytes; of longer ones the rest is dropped
 constexpr std::string_view kSender = "sender";
+constexpr const char* kUnreadable = "cannot be read on the server: ";
+constexpr const char* kUnwritable = "cannot be written here: ";
 constexpr const char* kDiffers = "changed while it was copied";
 
 bool takePrefix(std::string_view& text, std::string_view prefix) {
@@ -133,18 +135,36 @@ void CopyProblems::takeLine(std::string_view line) {
   } else if (takePrefix(line, "cannot delete non-empty directory: ")) {
     add(below(line), "is gone on the server, and cannot be removed here");
   } else if (takePrefix(line, "rsync: ")) {
-    if (!line.starts_with("'/")) return takeStock(line);
-    // The engine's.
-    const size_t end = line.find("': ");
-    if (end != line.npos)
-      add(std::string(line.substr(1, end - 1)), std::string(line.substr(end + 3)));
-    else if (line.ends_with("' has vanished"))
-      lateVanished_ = true;
+    if (line.starts_with("'/") || line.starts_with("[sender] '/"))
+      takeEngines(line);
     else
-      add("", std::string(line));
+      takeStock(line);
   } else if (unknown_.empty()) {
     unknown_ = line;
   }
+}
+
+// "[sender] 'PATH': WHAT: REASON"
+void CopyProblems::takeEngines(std::string_view line) {
+  const bool there = takePrefix(line, "[sender] ");
+  const size_t end = line.find("': ");
+  if (end == line.npos) {
+    if (line.ends_with("' has vanished"))
+      lateVanished_ = true;
+    else
+      add("", std::string(line));
+    return;
+  }
+  std::string_view what = line.substr(end + 3);
+  std::string_view reason = what;
+  std::string text(what);
+  if (there && (takePrefix(reason, "cannot read it: ") || takePrefix(reason, "cannot open it: ")))
+    text = kUnreadable + std::string(reason);
+  else if (!there && takePrefix(reason, "cannot write it: "))
+    text = kUnwritable + std::string(reason);
+  else if (there)
+    text += ", on the server";
+  add(std::string(line.substr(1, end - 1)), text);
 }
 
 // "[sender] WHAT: REASON (NUMBER)"
@@ -168,10 +188,9 @@ void CopyProblems::takeStock(std::string_view line) {
   const std::string name = nameIn(what);
   if (name.empty()) return add("", std::string(line));
   if (who == kSender)
-    add(name.front() == '/' ? name : "/" + name,
-        "cannot be read on the server: " + std::string(reason));
+    add(name.front() == '/' ? name : "/" + name, kUnreadable + std::string(reason));
   else
-    add(below(name), "cannot be written here: " + std::string(reason));
+    add(below(name), kUnwritable + std::string(reason));
 }
 
 // One file may have several lines, in any order; the first that knows why says most.

@@ -34,14 +34,15 @@ class CopyProblems {
 
  private:
   void takeLine(std::string_view line);
+  void takeEngines(std::string_view line);
   void takeStock(std::string_view line);
   void add(const std::string& path, const std::string& reason);
   std::string below(std::string_view path) const;
 
   std::string destination_;
-  std::string partial_;        ///< a line that is not whole
-  host::CopyReport report_;    ///< what was left out, and the notes
-  std::string unknown_;        ///< the first line that is not understood
+  std::string partial_;      ///< a line that is not whole
+  host::CopyReport report_;  ///< what was left out, and the notes
+  std::string unknown_;      ///< the first line that is not understood
   bool acceptsNotes_ = false;
   bool lateVanished_ = false;  ///< files that vanished so late that stock rsync says 23
   bool keptDeleted_ = false;   ///< what is gone on the server may still be here

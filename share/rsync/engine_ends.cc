@@ -25,6 +25,7 @@
 #include "share/rsync/direct_choice.h"
 #include "share/rsync/failure.h"
 #include "share/rsync/file_systems.h"
+#include "share/rsync/pace.h"
 #include "share/rsync/progress.h"
 
 namespace qxrsync {
@@ -39,17 +40,6 @@ constexpr mode_t kNewDestination = 0700;
 std::string senderFolder() {
   const std::string folder = host::agentFolder();
   return folder.empty() ? folder : folder + "/engine";
-}
-
-// QX_RSYNC_BWLIMIT is in units of 1024 bytes a second, as --bwlimit of stock rsync.
-std::uint64_t bandwidthLimit() {
-  const char* value = std::getenv("QX_RSYNC_BWLIMIT");
-  if (value == nullptr || *value == '\0') return 0;
-  const std::optional<std::uint64_t> units = host::parseDecimal(value);
-  if (!units || *units > UINT64_MAX / 1024)
-    throw Failure(kExitSyntax, std::string("'") + value +
-                                   "' in QX_RSYNC_BWLIMIT is not a number of KiB per second");
-  return *units * 1024;
 }
 
 // Threads of a run that has failed may still wait for the channel, and end with the
@@ -154,6 +144,7 @@ int fillByEngine(const EngineTask& task, Channel& channel, std::optional<engine:
   setup.accessLists = agreed.acls;
   setup.attributes = agreed.xattrs;
   setup.keepsNanoseconds = keepsNanoseconds(task.destination);
+  setup.pace = wantedPace();
   setup.folder = kReceiverFolder;
   engine::Receiver receiver(setup);
 
@@ -192,7 +183,7 @@ int serveByEngine(const std::string& served, const Offer& agreed,
     setup.accessLists = agreed.acls;
     setup.attributes = agreed.xattrs;
     setup.folder = senderFolder();
-    setup.bytesPerSecond = bandwidthLimit();
+    setup.pace = wantedPace();
     return engine::runSender(setup);
   } catch (...) {
     endAfter(std::current_exception());

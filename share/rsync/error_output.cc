@@ -34,6 +34,21 @@ ErrorOutput::ErrorOutput(const std::string& destination) : problems_(destination
   setNonBlocking(pipe_.first.get(), true);
 }
 
+void ErrorOutput::acceptNotes() {
+  acceptsNotes_ = true;
+  problems_.acceptNotes();
+}
+
+// Nobody reads it: no reason to stop the transfer.
+void ErrorOutput::passLines(std::string_view bytes) {
+  line_ += bytes;
+  std::string passed;
+  for (size_t end = 0; (end = line_.find('\n')) != line_.npos; line_.erase(0, end + 1)) {
+    if (!line_.starts_with(kNotePrefix)) passed += line_.substr(0, end + 1);
+  }
+  host::writeAll(STDERR_FILENO, passed);
+}
+
 void ErrorOutput::pass() {
   if (path_.empty()) return;
   std::array<char, 65536> buffer;
@@ -43,13 +58,17 @@ void ErrorOutput::pass() {
     if (count <= 0) return;
     const std::string_view bytes(buffer.data(), static_cast<size_t>(count));
     problems_.feed(bytes);
-    host::writeAll(STDERR_FILENO, bytes);  // nobody reads it: no reason to stop the transfer
+    if (acceptsNotes_)
+      passLines(bytes);
+    else
+      host::writeAll(STDERR_FILENO, bytes);  // as above
   }
 }
 
 void ErrorOutput::conclude(int status) {
   if (path_.empty()) return;
   pass();
+  if (!line_.empty()) passLines("\n");
   if (status != 0 && status != kExitPartial && status != kExitVanished) return;
   try {
     host::replaceFile(path_, formatCopyReport(problems_.report(status)), kReportMode);

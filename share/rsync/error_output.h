@@ -18,8 +18,8 @@ class ErrorOutput {
   /// Asked for by nobody.
   ErrorOutput() : problems_("") {}
 
-  /// See CopyProblems.
-  void acceptNotes() { problems_.acceptNotes(); }
+  /// See CopyProblems. Notes are not passed on.
+  void acceptNotes();
   void addNote(const std::string& text) { problems_.addNote(text); }
 
   /// For the child; -1 for this process's own.
@@ -34,9 +34,13 @@ class ErrorOutput {
   void conclude(int status);
 
  private:
+  void passLines(std::string_view bytes);
+
   std::string path_;  ///< empty: no report
   host::FdPair pipe_;
   CopyProblems problems_;
+  bool acceptsNotes_ = false;
+  std::string line_;  ///< with notes: the one that has no end yet
 };
 
 }  // namespace qxrsync

@@ -3,7 +3,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+
+#include "host/copy_report.h"
 
 namespace qxrsync {
 
@@ -19,7 +22,10 @@ void say(std::string_view prefix, const std::string& text) {
 
 void complain(const std::string& text) { say("rsync: ", text); }
 
-void inform(const std::string& text) { say(kNotePrefix, text); }
+void inform(const std::string& text) {
+  const char* report = std::getenv(host::kCopyReportVariable);
+  if (report != nullptr && *report != '\0') say(kNotePrefix, text);
+}
 
 Failure systemFailure(int status, const std::string& what) {
   const int error = errno;

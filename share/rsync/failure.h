@@ -32,8 +32,8 @@ class Failure : public std::runtime_error {
 /// Writes a line to standard error, with the program's name.
 void complain(const std::string& text);
 
-/// Writes a line on how the copy is made to standard error, where a report of the copy
-/// (host/copy_report.h) finds it.
+/// Writes a line on how the copy is made to standard error, where the process that writes a
+/// report of the copy (host/copy_report.h) takes it out. Without a report nothing is written.
 void inform(const std::string& text);
 inline constexpr std::string_view kNotePrefix = "rsync note: ";
 

@@ -125,19 +125,35 @@ std::optional<Offer> parseOffer(std::string_view line) {
   return splitAtBlanks(again)[2] == features ? std::optional<Offer>(offer) : std::nullopt;
 }
 
-std::string formatCapabilities(const std::string& capabilities) {
-  return std::string(kCapabilitiesTag) + " " + (capabilities.empty() ? "-" : capabilities);
+std::string formatCapabilities(const Capabilities& capabilities) {
+  std::string line =
+      std::string(kCapabilitiesTag) + " " + (capabilities.word.empty() ? "-" : capabilities.word);
+  // An end that knows of no limit understands the line of one that has none.
+  if (capabilities.pace != host::CopyPace{})
+    line += " " + std::to_string(capabilities.pace.kibPerSecond) +
+            (capabilities.pace.yields ? " 1" : " 0");
+  return line;
 }
 
-std::optional<std::string> parseCapabilities(std::string_view line) {
+std::optional<Capabilities> parseCapabilities(std::string_view line) {
   const std::vector<std::string_view> parts = splitAtBlanks(line);
-  if (parts.size() != 2 || parts[0] != kCapabilitiesTag) return std::nullopt;
+  if ((parts.size() != 2 && parts.size() != 4) || parts[0] != kCapabilitiesTag) return std::nullopt;
+  Capabilities capabilities;
   const std::string_view word = parts[1];
-  if (word == "-") return std::string();
   const bool plain = !word.empty() && std::all_of(word.begin(), word.end(), [](char c) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '.';
   });
-  return plain ? std::optional<std::string>(word) : std::nullopt;
+  if (plain)
+    capabilities.word = word;
+  else if (word != "-")
+    return std::nullopt;
+  if (parts.size() == 4) {
+    const std::optional<std::uint64_t> rate = host::parseDecimal(parts[2]);
+    if (!rate || *rate > host::kMostKibPerSecond) return std::nullopt;
+    capabilities.pace = {*rate, parts[3] == "1"};
+  }
+  // One way to write it.
+  return formatCapabilities(capabilities) == line ? std::optional(capabilities) : std::nullopt;
 }
 
 Offer exchangeOffers(int in, int out, const Offer& mine, const Deadline& deadline) {
@@ -153,13 +169,13 @@ Offer exchangeOffers(int in, int out, const Offer& mine, const Deadline& deadlin
   return *theirs;
 }
 
-void sendCapabilities(int out, const std::string& capabilities, const Deadline& deadline) {
+void sendCapabilities(int out, const Capabilities& capabilities, const Deadline& deadline) {
   writeLine(out, formatCapabilities(capabilities) + "\n", deadline);
 }
 
-std::string receiveCapabilities(int in, const Deadline& deadline) {
+Capabilities receiveCapabilities(int in, const Deadline& deadline) {
   const std::string line = readLine(in, deadline);
-  std::optional<std::string> capabilities = parseCapabilities(line);
+  std::optional<Capabilities> capabilities = parseCapabilities(line);
   if (!capabilities) throw notUnderstood(line);
   return *capabilities;
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/copy_pace.h"
 #include "share/rsync/deadline.h"
 #include "share/rsync/handover.h"
 
@@ -18,11 +19,13 @@ namespace qxrsync {
 // stock rsync has the channel to itself:
 //
 //   both ends    "QXRSYNC 2 FEATURES BYTES\n"
-//   client only  "CAPABILITIES WORD\n", once its stock rsync runs
+//   client only  "CAPABILITIES WORD\n", once its stock rsync runs; with a limit
+//                "CAPABILITIES WORD RATE YIELDS\n"
 //
 // FEATURES is "A", "X" and "D", those that hold and in this order, or "-"; BYTES
 // a decimal number, 0 when unknown; WORD what stock rsync tells its remote self
-// about the wire format it knows, or "-".
+// about the wire format it knows, or "-"; RATE a number of KiB a second, 0 for no limit;
+// YIELDS 1 if the server is to give way to everything else there, or 0.
 //
 // A zero in front of BYTES says that this end has an engine of its own. An end that
 // has none reads the same number. Where both ends say so, nothing of what follows
@@ -58,12 +61,19 @@ std::string formatOffer(const Offer& offer);
 /// The offer in a line without its line end, or nothing if the line is not one.
 std::optional<Offer> parseOffer(std::string_view line);
 
-std::string formatCapabilities(const std::string& capabilities);
+/// What the client says of its stock rsync, and asks of the server.
+struct Capabilities {
+  std::string word;  ///< empty for "-"
+  host::CopyPace pace;
 
-/// The word in a capabilities line, empty for "-", or nothing if the line is
-/// not one. Only digits, letters and dots pass: the word becomes part of a
-/// command line.
-std::optional<std::string> parseCapabilities(std::string_view line);
+  bool operator==(const Capabilities&) const = default;
+};
+
+std::string formatCapabilities(const Capabilities& capabilities);
+
+/// What a capabilities line says, or nothing if the line is not one. Only digits,
+/// letters and dots pass as a word, which becomes part of a command line.
+std::optional<Capabilities> parseCapabilities(std::string_view line);
 
 /// Writes mine to out, reads the other end's from in, and returns it with
 /// features that only one end has taken away. Takes nothing from in beyond the
@@ -73,8 +83,8 @@ std::optional<std::string> parseCapabilities(std::string_view line);
 Offer exchangeOffers(int in, int out, const Offer& mine, const Deadline& deadline);
 
 /// The client's second line, and reading it at the server. Throw as above.
-void sendCapabilities(int out, const std::string& capabilities, const Deadline& deadline);
-std::string receiveCapabilities(int in, const Deadline& deadline);
+void sendCapabilities(int out, const Capabilities& capabilities, const Deadline& deadline);
+Capabilities receiveCapabilities(int in, const Deadline& deadline);
 
 /// Offers stock rsync's two descriptors to the other end, which must have agreed
 /// on descriptors. True: they were taken, and the channel carries nothing more.

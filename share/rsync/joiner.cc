@@ -12,6 +12,7 @@
 #include "share/rsync/failure.h"
 #include "share/rsync/handover.h"
 #include "share/rsync/handshake.h"
+#include "share/rsync/pace.h"
 #include "share/rsync/pump.h"
 #include "share/rsync/run.h"
 
@@ -80,7 +81,7 @@ int runJoiner(const Options& options) {
   if (!received) throw Failure(kExitSystem, "no data channel was handed over");
   Channel channel = std::move(*received);
   const Deadline deadline(kHandshakeTimeout);
-  sendCapabilities(channel.out.get(), options.capabilities, deadline);
+  sendCapabilities(channel.out.get(), {options.capabilities, wantedPace()}, deadline);
 
   enlargeSendBuffer(STDOUT_FILENO);
   if (options.handOver && handOverStreams(channel, STDIN_FILENO, STDOUT_FILENO, deadline)) {

@@ -13,6 +13,7 @@
 #include "share/rsync/file_systems.h"
 #include "share/rsync/handover.h"
 #include "share/rsync/handshake.h"
+#include "share/rsync/pace.h"
 #include "share/rsync/run.h"
 #include "share/rsync/stock.h"
 
@@ -66,7 +67,8 @@ int runServer(const Options& options) {
   const Deadline deadline(kHandshakeTimeout);
   const Offer agreed = exchangeOffers(STDIN_FILENO, STDOUT_FILENO, offer, deadline);
   if (agreed.engine) return serveByEngine(options.served, agreed, node);
-  const std::string capabilities = receiveCapabilities(STDIN_FILENO, deadline);
+  const Capabilities capabilities = receiveCapabilities(STDIN_FILENO, deadline);
+  const host::CopyPace pace = host::slowerOf(wantedPace(), capabilities.pace);
   Channel streams;
   if (agreed.descriptors) {
     streams = takeStreams(STDIN_FILENO, STDOUT_FILENO, deadline).value_or(Channel());
@@ -82,10 +84,13 @@ int runServer(const Options& options) {
   if (stockKnows(kTellClient)) setup.arguments.emplace_back(kTellClient);
   if (agreed.acls) setup.arguments.emplace_back("-A");
   if (agreed.xattrs) setup.arguments.emplace_back("-X");
-  if (!capabilities.empty()) setup.arguments.push_back("-e" + capabilities);
+  if (!capabilities.word.empty()) setup.arguments.push_back("-e" + capabilities.word);
+  if (pace.kibPerSecond > 0)
+    setup.arguments.push_back("--bwlimit=" + std::to_string(pace.kibPerSecond));
   setup.arguments.insert(setup.arguments.end(), options.arguments.begin() + 2,
                          options.arguments.end());
 
+  host::stepBack(pace);  // and so does the child
   const SignalsHeld signals;
   Child child(setup, signals);
   if (streams.in) {

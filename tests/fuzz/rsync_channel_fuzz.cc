@@ -25,9 +25,10 @@ void offer(const std::string& line) {
 
 // Becomes part of a command line.
 void capabilities(const std::string& line) {
-  const auto word = qxrsync::parseCapabilities(line);
-  if (!word) return;
-  for (const char c : *word) require(isalnum(static_cast<unsigned char>(c)) || c == '.');
+  const auto read = qxrsync::parseCapabilities(line);
+  if (!read) return;
+  require(qxrsync::formatCapabilities(*read) == line);
+  for (const char c : read->word) require(isalnum(static_cast<unsigned char>(c)) || c == '.');
 }
 
 // In whatever pieces it comes, the same bar is shown.

@@ -103,8 +103,15 @@ TEST(CopyProblems, VanishedFilesAreNone) {
 }
 
 TEST(CopyProblems, TheEnginesWordsAreUnderstood) {
-  EXPECT_THAT(problemsIn("rsync: '/d/x': cannot read it: Input/output error\n"),
-              ElementsAre("/d/x: cannot read it: Input/output error"));
+  EXPECT_THAT(problemsIn("rsync: [sender] '/d/x': cannot read it: Input/output error\n"
+                         "rsync: [sender] '/d/y': cannot read its attributes: No data available\n"
+                         "rsync: '/d/z': cannot write it: Operation not permitted\n"
+                         "rsync: '/d/l': cannot create the hard link: Too many links\n"
+                         "rsync: [sender] '/d/gone' has vanished\n"),
+              ElementsAre("/d/x: cannot be read on the server: Input/output error",
+                          "/d/y: cannot read its attributes: No data available, on the server",
+                          "/d/z: cannot be written here: Operation not permitted",
+                          "/d/l: cannot create the hard link: Too many links"));
 }
 
 TEST(CopyProblems, APartialCopyWithoutAWordIsNotTakenForComplete) {

@@ -212,7 +212,7 @@ class ImmutableFile {
 TEST_F(Reporting, CompleteCopyIsReported) {
   makeEntry(tree_.path(""), fileAt("report", "of an earlier copy"));
   transfer(from_ + "/", to_);
-  EXPECT_EQ(readFile(path_), "0\n");
+  EXPECT_EQ(readFile(path_), "0\n=\tcopied by stock rsync, as this end asks for it\n");
 }
 
 TEST_F(Reporting, FailedCopyHasNoReport) {

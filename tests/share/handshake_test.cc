@@ -78,10 +78,21 @@ TEST(Handshake, WhatIsNotExactlyAnOfferIsNone) {
 }
 
 TEST(Handshake, CapabilitiesArePlainWordsOnly) {
-  EXPECT_EQ(parseCapabilities(formatCapabilities(".iLsfxCIvu")), ".iLsfxCIvu");
-  EXPECT_EQ(parseCapabilities(formatCapabilities("")), "");
+  for (const char* word : {".iLsfxCIvu", ""})
+    EXPECT_EQ(parseCapabilities(formatCapabilities({word, {}})), (Capabilities{word, {}})) << word;
+  EXPECT_EQ(formatCapabilities({".i", {}}), "CAPABILITIES .i");
   for (const char* line : {"CAPABILITIES", "CAPABILITIES ", "CAPABILITIES a b", "CAPABILITIES a;b",
                            "CAPABILITIES --rsh=x", "CAPABILITIES .i/x", "OTHER .i"})
+    EXPECT_EQ(parseCapabilities(line), std::nullopt) << line;
+}
+
+TEST(Handshake, LimitsTravelWithTheCapabilities) {
+  for (const host::CopyPace& pace : {host::CopyPace{500, false}, {0, true}, {1, true}})
+    EXPECT_EQ(parseCapabilities(formatCapabilities({".i", pace})), (Capabilities{".i", pace}));
+  EXPECT_EQ(formatCapabilities({"", {500, true}}), "CAPABILITIES - 500 1");
+  for (const char* line :
+       {"CAPABILITIES .i 0 0", "CAPABILITIES .i 5", "CAPABILITIES .i 5 2", "CAPABILITIES .i 05 1",
+        "CAPABILITIES .i -5 1", "CAPABILITIES .i 9999999999999999 1", "CAPABILITIES .i x 1"})
     EXPECT_EQ(parseCapabilities(line), std::nullopt) << line;
 }
 

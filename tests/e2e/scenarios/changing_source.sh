@@ -41,12 +41,18 @@ exit $status
 END
 chmod 755 /usr/bin/rsync
 
-for ctid in 101 102 103; do
+for ctid in 101 102 103 104 105; do
   private=/var/lib/qx/private/$ctid
-  step "Attempt $ctid"
+  export QX_RSYNC_ENGINE=stock
+  [ $ctid -lt 104 ] || unset QX_RSYNC_ENGINE
+  step "Attempt $ctid, by ${QX_RSYNC_ENGINE:-our own}"
   migrate --exclude /rsync-statuses
   check_status 0
-  cat "$(container_root)/rsync-statuses" >>"$work/statuses"
+  if [ $ctid -lt 104 ]; then
+    cat "$(container_root)/rsync-statuses" >>"$work/statuses"
+  else
+    check_says "  copied by the engine: everything"
+  fi
   on_server /etc/init.d/nginx start >/dev/null
   on_server /etc/init.d/ticker start >/dev/null
 done

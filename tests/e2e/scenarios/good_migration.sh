@@ -16,6 +16,8 @@ for stage in lockVPS createDstSrv getUsageDiskSpace getFreeDiskSpace dumpQuota s
   check "stage $stage was shown" stage_is_done "$stage"
 done
 check_says "Container $ctid is ready."
+check_says "  copied by the engine: everything"
+check_says "  copied by the engine: what has changed since the last pass"
 
 step "The container is registered, unlocked and not mounted"
 qxctl status $ctid

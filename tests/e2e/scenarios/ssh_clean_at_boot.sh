@@ -16,7 +16,8 @@ with_libraries() {
 }
 
 # Who asks while it goes down may be left without an answer.
-asked() { timeout --foreground 10 lab exec $server "$@" </dev/null 2>/dev/null; }
+# Its group: an attaching program waits for ever for one that died as it went down.
+asked() { timeout 10 lab exec $server "$@" </dev/null 2>/dev/null; }
 up() { asked systemctl is-active --quiet multi-user.target; }
 has_cleaned() { asked systemctl show -P ExecMainExitTimestamp qxmigrate-clean | grep -q .; }
 

@@ -1,7 +1,10 @@
 // Passes that are cut short, that overlap with changes, that have little room.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/ioprio.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -37,6 +40,16 @@ class Passes : public testing::Test {
   }
   ~Passes() override { ::unsetenv("QX_RSYNC_BWLIMIT"); }
 
+  // The program, with something in its environment that the other end's has not.
+  std::string programWith(const std::string& variables) {
+    const std::string path = tree_.path("with" + std::to_string(++wrappers_));
+    std::ofstream(path) << "#!/bin/sh\nexec env " << variables << " " << builtRsync()
+                        << " \"$@\"\n";
+    fs::permissions(path, fs::perms::owner_all);
+    return path;
+  }
+
+  int wrappers_ = 0;
   NoProcessLeftBehind processes_;
   TempTree tree_{dirAt("from"), dirAt("to"), dirAt("agent")};
   const std::string from_ = tree_.path("from");
@@ -223,15 +236,57 @@ TEST_F(Passes, LimitIsKept) {
   EXPECT_GT(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(1500));
 }
 
+// On a node: the server knows nothing of it.
+TEST_F(Passes, LimitOfTheClientIsKeptByTheServer) {
+  std::ofstream(from_ + "/large") << noise(4 << 20);
+  for (const char* engine : {"own", "stock"}) {
+    ::setenv("QX_RSYNC_ENGINE", engine, 1);
+    const std::string to = tree_.path(engine);
+    tree_.add(dirAt(engine));
+    Transfer run(from_ + "/", to);
+    run.useClient(programWith("QX_RSYNC_BWLIMIT=2000"));
+    const auto began = std::chrono::steady_clock::now();
+    run.start(pipeChannel());
+    run.expectBothEndWith(0);
+    EXPECT_GT(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(1500)) << engine;
+  }
+}
+
+TEST_F(Passes, ServerGivesWayWhenItIsAskedTo) {
+  std::ofstream(from_ + "/large") << noise(8 << 20);
+  for (const char* engine : {"own", "stock"}) {
+    ::setenv("QX_RSYNC_ENGINE", engine, 1);
+    const std::string to = tree_.path(engine);
+    tree_.add(dirAt(engine));
+    Transfer run(from_ + "/", to);
+    run.useClient(programWith("QX_RSYNC_BWLIMIT=2000 QX_RSYNC_NICE=1"));
+    run.start(pipeChannel());
+    int nice = 0;
+    for (int i = 0; i < 200 && nice == 0; ++i) {
+      ::usleep(10000);
+      nice = ::getpriority(PRIO_PROCESS, static_cast<id_t>(run.server().pid()));
+    }
+    EXPECT_EQ(nice, 19) << engine;
+    const long disks = ::syscall(SYS_ioprio_get, IOPRIO_WHO_PROCESS, run.server().pid());
+    EXPECT_EQ(IOPRIO_PRIO_CLASS(disks), IOPRIO_CLASS_IDLE) << engine;
+    run.expectBothEndWith(0);
+  }
+}
+
 TEST_F(Passes, LimitThatIsNoNumberIsNamed) {
-  ::setenv("QX_RSYNC_BWLIMIT", "fast", 1);
-  Transfer run(from_ + "/", to_);
-  run.start(pipeChannel());
-  EXPECT_EQ(run.server().exitStatus(), 1);
-  EXPECT_NE(run.server().err().find("'fast' in QX_RSYNC_BWLIMIT is not a number"),
-            std::string::npos)
-      << run.server().err();
-  EXPECT_EQ(run.client().exitStatus(), 12);
+  for (const char* value : {"QX_RSYNC_BWLIMIT=fast", "QX_RSYNC_NICE=very"}) {
+    const std::string text = value;
+    const size_t equals = text.find('=');
+    Transfer run(from_ + "/", to_);
+    run.useServer(programWith(text));
+    run.start(pipeChannel());
+    EXPECT_EQ(run.server().exitStatus(), 1);
+    EXPECT_NE(run.server().err().find("'" + text.substr(equals + 1) + "' in " +
+                                      text.substr(0, equals) + " is not "),
+              std::string::npos)
+        << run.server().err();
+    EXPECT_EQ(run.client().exitStatus(), 12);
+  }
 }
 
 TEST_F(Passes, FullDestinationEndsWithStocksStatus) {
