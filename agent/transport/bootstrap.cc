@@ -6,11 +6,13 @@ namespace agent {
 
 namespace {
 
-// Runs a shell program, which must not hold a single quote, as root. What sudo says
-// is read by explainSshFailure, in English only.
+// Runs a shell program, which must not hold a single quote, as root. Its first argument
+// is the address that ssh comes from, as sudo takes it away from the environment. What
+// sudo says is read by explainSshFailure, in English only.
 std::string asRoot(const std::string& program) {
-  return "/bin/sh -c 'if [ \"`id -u`\" = 0 ]; then exec /bin/sh -c \"$0\"; "
-         "else LC_ALL=C; export LC_ALL; exec sudo -n -- /bin/sh -c \"$0\"; fi' '" +
+  return "/bin/sh -c 'n=${SSH_CONNECTION%% *}; "
+         "if [ \"`id -u`\" = 0 ]; then exec /bin/sh -c \"$0\" sh \"$n\"; "
+         "else LC_ALL=C; export LC_ALL; exec sudo -n -- /bin/sh -c \"$0\" sh \"$n\"; fi' '" +
          program + "'";
 }
 
@@ -25,7 +27,7 @@ void replaceAll(std::string& text, const std::string& from, const std::string& t
 std::string bootstrapCommand(uint64_t bytes, const std::string& sha256) {
   // Plain POSIX shell of any age. Each step that fails says so in one line.
   std::string program =
-      "D=@DIR@; export LC_ALL=C; umask 077; "
+      "D=@DIR@; N=$1; export LC_ALL=C; umask 077; "
       "no() { echo \"QX error $*\"; exit 1; }; "
       // What a killed agent had stopped, in this run or in one before it.
       "up() { if [ -f $D/stopped-services ]; then "
@@ -66,7 +68,9 @@ std::string bootstrapCommand(uint64_t bytes, const std::string& sha256) {
       "then systemd-run --quiet --scope $g || $g; else $g; fi; } "
       "</dev/null >/dev/null 2>&1 & "
       "echo \"QX run\"; "
-      "QXA_TMPDIR=$D @LOADER@ --library-path @LIBRARIES@ @AGENT@ serve --stdio; r=$?; "
+      // Where the agent's rsync may reach the node, past ssh (share/rsync/direct_choice.h).
+      "QXA_TMPDIR=$D QX_RSYNC_NODE=$N @LOADER@ --library-path @LIBRARIES@ @AGENT@ serve --stdio; "
+      "r=$?; "
       "trap \"\" HUP PIPE INT TERM; "
       "up; rm -rf $D; exit $r";
   replaceAll(program, "@DIR@", kBootstrapDir);

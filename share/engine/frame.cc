@@ -1,10 +1,8 @@
 #include "share/engine/frame.h"
 
-#include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -17,11 +15,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-void waitFor(int fd, short events) {
-  pollfd wanted{fd, events, 0};
-  ::poll(&wanted, 1, -1);
-}
-
 }  // namespace
 
 FrameHeader decodeHeader(std::string_view eightBytes) {
@@ -33,7 +26,7 @@ FrameHeader decodeHeader(std::string_view eightBytes) {
   const unsigned flags = decoder.byte() | static_cast<unsigned>(decoder.byte()) << 8;
   if (header.length > kLargestFrame)
     throw ProtocolError("a frame of " + std::to_string(header.length) + " bytes is too long");
-  if (kind < static_cast<unsigned>(Kind::kHello) || kind > static_cast<unsigned>(Kind::kSummary))
+  if (kind < static_cast<unsigned>(Kind::kHello) || kind > static_cast<unsigned>(Kind::kAgreed))
     throw ProtocolError("unknown kind of frame: " + std::to_string(kind));
   if (header.lane >= kMostLanes)
     throw ProtocolError("there is no lane " + std::to_string(header.lane));
@@ -58,22 +51,9 @@ void FrameWriter::write(Kind kind, std::uint8_t lane, std::uint16_t flags, Buffe
   header.view().copy(frame.data(), kFrameHeader);
 
   const std::scoped_lock lock(mutex_);
-  const Clock::time_point began = Clock::now();
-  std::string_view rest = frame.view();
-  written_ += rest.size();
-  while (!rest.empty()) {
-    const ssize_t count = ::write(fd_, rest.data(), rest.size());
-    if (count >= 0) {
-      rest.remove_prefix(static_cast<size_t>(count));
-    } else if (errno == EAGAIN) {
-      waitFor(fd_, POLLOUT);
-    } else if (errno != EINTR) {
-      throw qxrsync::systemFailure(qxrsync::kExitProtocol, "cannot write to the data channel");
-    }
-  }
-  keepToLimit();
-  blocked_ += static_cast<std::uint64_t>(
-      std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - began).count());
+  written_ += frame.size();
+  const std::chrono::nanoseconds waited = stream_.write(frame.view()) + keepToLimit();
+  blocked_ += static_cast<std::uint64_t>(waited.count());
 }
 
 void FrameWriter::limit(std::uint64_t bytesPerSecond) {
@@ -81,20 +61,23 @@ void FrameWriter::limit(std::uint64_t bytesPerSecond) {
   began_ = Clock::now();
 }
 
-// Under the lock, as nobody else is to write meanwhile. What was not used of the
-// limit before the last second is lost.
-void FrameWriter::keepToLimit() {
-  if (limit_ == 0) return;
+// How long it waited, under the lock, as nobody else is to write meanwhile. What was not
+// used of the limit before the last second is lost.
+std::chrono::nanoseconds FrameWriter::keepToLimit() {
+  if (limit_ == 0) return {};
   const std::chrono::duration<double> needed(static_cast<double>(written_ - limitedFrom_) /
                                              static_cast<double>(limit_));
   const Clock::time_point due = began_ + std::chrono::duration_cast<Clock::duration>(needed);
   const Clock::time_point now = Clock::now();
   if (due > now) {
     std::this_thread::sleep_until(due);
-  } else if (now - due > std::chrono::seconds(1)) {
+    return Clock::now() - now;
+  }
+  if (now - due > std::chrono::seconds(1)) {
     began_ = now;
     limitedFrom_ = written_;
   }
+  return {};
 }
 
 std::uint64_t FrameWriter::blocked() const {
@@ -107,7 +90,8 @@ std::uint64_t FrameWriter::written() const {
   return written_;
 }
 
-FrameReader::FrameReader(int fd) : fd_(fd), interrupted_(::eventfd(0, EFD_CLOEXEC)) {
+FrameReader::FrameReader(Stream& stream)
+    : stream_(stream), interrupted_(::eventfd(0, EFD_CLOEXEC)) {
   if (!interrupted_)
     throw qxrsync::systemFailure(qxrsync::kExitSystem, "cannot create an event descriptor");
 }
@@ -117,25 +101,14 @@ void FrameReader::interrupt() {
   if (::write(interrupted_.get(), &one, sizeof one) < 0) return;  // it is already
 }
 
-void FrameReader::wait() const {
-  pollfd wanted[] = {{fd_, POLLIN, 0}, {interrupted_.get(), POLLIN, 0}};
-  ::poll(wanted, 2, -1);
-  if (wanted[1].revents != 0) throw Interrupted{};
-}
-
 bool FrameReader::fill(char* to, size_t count, bool mayEnd) const {
   size_t have = 0;
   while (have < count) {
-    wait();
-    const ssize_t got = ::read(fd_, to + have, count - have);
-    if (got > 0) {
-      have += static_cast<size_t>(got);
-    } else if (got == 0 || errno == ECONNRESET) {
-      if (have == 0 && mayEnd) return false;
-      throw ProtocolError("the other end of the data channel closed it within a frame");
-    } else if (errno != EINTR && errno != EAGAIN) {
-      throw qxrsync::systemFailure(qxrsync::kExitProtocol, "cannot read from the data channel");
-    }
+    const size_t got = stream_.read(to + have, count - have, interrupted_.get());
+    have += got;
+    if (got > 0) continue;
+    if (have == 0 && mayEnd) return false;
+    throw ProtocolError("the other end of the data channel closed it within a frame");
   }
   return true;
 }

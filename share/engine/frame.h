@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "host/fd.h"
+#include "share/engine/stream.h"
 #include "share/engine/wire.h"
 
 namespace engine {
@@ -24,7 +25,12 @@ enum class Kind : std::uint8_t {
   kMessage = 6,  ///< sender: a line of text for people
   kKnown = 7,    ///< sender: how much there is to send, as far as it knows
   kEnd = 8,      ///< sender: everything was sent
-  kSummary = 9   ///< receiver: everything was done
+  kSummary = 9,  ///< receiver: everything was done
+  // Before the greeting, where both ends are for it (share/engine/direct.h):
+  kAddress = 10,  ///< sender: where it sees the receiver
+  kMeeting = 11,  ///< receiver: where it waits for the sender
+  kMet = 12,      ///< sender: whether it got there
+  kAgreed = 13    ///< receiver: whether to go on there
 };
 
 inline constexpr size_t kFrameHeader = 8;         ///< bytes
@@ -44,11 +50,11 @@ struct FrameHeader {
 /// flag that there is not.
 FrameHeader decodeHeader(std::string_view eightBytes);
 
-/// Writes whole frames to a descriptor; any thread may.
+/// Writes whole frames to a stream; any thread may.
 class FrameWriter {
  public:
-  /// The descriptor is not owned.
-  explicit FrameWriter(int fd) : fd_(fd) {}
+  /// The stream is not owned.
+  explicit FrameWriter(Stream& stream) : stream_(stream) {}
 
   /// No more than so many bytes a second from now on; 0 is as many as there is room
   /// for. To be called before the first thread writes.
@@ -58,15 +64,15 @@ class FrameWriter {
   /// are filled here. Throws Failure (status 12) when the channel takes no more.
   void write(Kind kind, std::uint8_t lane, std::uint16_t flags, Buffer& frame);
 
-  /// Nanoseconds that writing took, so far and in all threads: the time that
-  /// the channel, not this end, was waited for.
+  /// Nanoseconds so far and in all threads that the channel, not this end, was
+  /// waited for.
   std::uint64_t blocked() const;
   std::uint64_t written() const;  ///< bytes
 
  private:
-  void keepToLimit();
+  std::chrono::nanoseconds keepToLimit();
 
-  int fd_;
+  Stream& stream_;
   mutable std::mutex mutex_;
   std::uint64_t blocked_ = 0;
   std::uint64_t written_ = 0;
@@ -75,13 +81,11 @@ class FrameWriter {
   std::chrono::steady_clock::time_point began_;
 };
 
-/// Thrown by a FrameReader that was interrupted.
-struct Interrupted {};
-
-/// Reads whole frames from a descriptor; one thread.
+/// Reads whole frames from a stream; one thread.
 class FrameReader {
  public:
-  explicit FrameReader(int fd);
+  /// The stream is not owned.
+  explicit FrameReader(Stream& stream);
 
   /// Makes read throw Interrupted, also one that waits for the other end just now.
   /// Any thread may call it.
@@ -94,9 +98,8 @@ class FrameReader {
 
  private:
   bool fill(char* to, size_t count, bool mayEnd) const;
-  void wait() const;
 
-  int fd_;
+  Stream& stream_;
   host::Fd interrupted_;  ///< readable when it is
 };
 

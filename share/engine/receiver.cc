@@ -44,8 +44,8 @@ class Receiver::Work {
       : setup_(setup),
         tree_(setup.root),
         rules_(setup.patterns),
-        writer_(setup.out),
-        reader_(setup.in),
+        writer_(*setup.channel),
+        reader_(*setup.channel),
         copy_(tree_, rules_, {setup.accessLists, setup.attributes}, problems_) {
     copy_.keepsNanoseconds = setup.keepsNanoseconds;
     copy_.want = [this](const std::string& directory, const std::vector<std::string>& names) {
@@ -294,6 +294,7 @@ int Receiver::Work::run() {
     throw;
   }
   stopLanes();
+  setup_.channel->finish();
   return problems_.any() || problemsThere_ > 0 ? qxrsync::kExitPartial : 0;
 }
 

@@ -10,10 +10,11 @@
 
 namespace engine {
 
+class Stream;
+
 struct ReceiverSetup {
-  int in = -1;       ///< the channel; not owned
-  int out = -1;      ///<
-  std::string root;  ///< exists
+  Stream* channel = nullptr;  ///< not owned
+  std::string root;           ///< exists
   std::vector<std::string> patterns;
   bool accessLists = false;  ///< what both ends can hold
   bool attributes = false;   ///<

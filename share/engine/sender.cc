@@ -55,7 +55,7 @@ class SenderProblems : public Problems {
 class Sender {
  public:
   explicit Sender(const SenderSetup& setup)
-      : setup_(setup), tree_(setup.root), writer_(setup.out), reader_(setup.in) {}
+      : setup_(setup), tree_(setup.root), writer_(*setup.channel), reader_(*setup.channel) {}
 
   int run();
 

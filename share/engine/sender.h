@@ -8,9 +8,10 @@
 
 namespace engine {
 
+class Stream;
+
 struct SenderSetup {
-  int in = -1;   ///< the channel; not owned
-  int out = -1;  ///<
+  Stream* channel = nullptr;  ///< not owned
   std::string root;
   bool accessLists = false;  ///< what both ends can hold
   bool attributes = false;   ///<

@@ -12,8 +12,10 @@
 
 #include "host/file.h"
 #include "host/process.h"
+#include "share/engine/wire.h"
 #include "share/rsync/child.h"
 #include "share/rsync/descriptor.h"
+#include "share/rsync/direct_choice.h"
 #include "share/rsync/disk_reserve.h"
 #include "share/rsync/enclosure.h"
 #include "share/rsync/engine_ends.h"
@@ -97,21 +99,34 @@ int superviseCopy(Child& child, const SignalsHeld& signals, int progress, Progre
   return problem ? kExitFileIo : ownStatus(exitLike(*status));
 }
 
+// Inside nothing listens, so whoever is to come has come before.
+void meetServer(const Channel& channel, const Offer& agreed,
+                std::optional<engine::Meeting>& meeting) {
+  try {
+    if (agreed.direct) meeting.emplace(channel.in.get(), channel.out.get());
+  } catch (const engine::ProtocolError& problem) {
+    throw Failure(kExitProtocol, problem.what());
+  }
+}
+
 // By the engine, in a process of its own that is closed in.
 int fillInside(const EngineTask& task, Channel& channel, const Offer& agreed, bool progressBar,
                const DiskReserve& reserve, ErrorOutput& errors) {
+  std::optional<engine::Meeting> meeting;
+  meetServer(channel, agreed, meeting);
   ::mkdir(kReceiverFolder, 0700);  // one that it cannot have it does without
   std::optional<Enclosure> enclosure;
   Child::Setup setup;
   if (canEnclose())
     setup.enclosure = &enclosure.emplace(task.destination, agreed.xattrs,
                                          std::vector<std::string>{kReceiverFolder});
-  setup.task = [&] { return fillByEngine(task, channel, agreed, progressBar); };
+  setup.task = [&] { return fillByEngine(task, channel, meeting, agreed, progressBar); };
   setup.standardError = errors.childEnd();
   errors.acceptNotes();
   const SignalsHeld signals;
   Child child(setup, signals);
   channel = {};
+  meeting.reset();
   errors.letGoOfChildEnd();
   return superviseCopy(child, signals, -1, ProgressBar(0), reserve, errors);
 }
@@ -143,6 +158,7 @@ int runClient(const Options& options) {
     offer.descriptors = carriesDescriptors(channel.in.get(), channel.out.get());
     const std::optional<EngineTask> task = engineTask(options);
     offer.engine = task.has_value();
+    offer.direct = offer.engine && directAllowed();
     const Offer agreed =
         exchangeOffers(channel.in.get(), channel.out.get(), offer, Deadline(kHandshakeTimeout));
     if (agreed.engine)

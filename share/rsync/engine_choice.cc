@@ -1,12 +1,11 @@
 #include "share/rsync/engine_choice.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <string_view>
 
 #include "share/engine/hello.h"
 #include "share/engine/rules.h"
-#include "share/rsync/failure.h"
+#include "share/rsync/environment.h"
 
 namespace qxrsync {
 
@@ -14,13 +13,7 @@ namespace {
 
 constexpr std::string_view kExclude = "--exclude=";
 
-bool wanted() {
-  const char* value = std::getenv("QX_RSYNC_ENGINE");
-  if (value == nullptr || *value == '\0' || std::string_view(value) == "own") return true;
-  if (std::string_view(value) == "stock") return false;
-  throw Failure(kExitSyntax,
-                std::string("'") + value + "' in QX_RSYNC_ENGINE is neither 'own' nor 'stock'");
-}
+bool wanted() { return environmentSays("QX_RSYNC_ENGINE", "own", "stock"); }
 
 // -a, -H, -S and -E in one word, in any order.
 bool isUsualLetters(std::string_view argument) {

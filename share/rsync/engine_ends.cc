@@ -22,6 +22,7 @@
 #include "share/engine/sender.h"
 #include "share/engine/wire.h"
 #include "share/rsync/child.h"
+#include "share/rsync/direct_choice.h"
 #include "share/rsync/failure.h"
 #include "share/rsync/file_systems.h"
 #include "share/rsync/pace.h"
@@ -107,13 +108,37 @@ class Bar {
   std::string shown_;
 };
 
+// What the copy goes over, at the sender's end.
+std::unique_ptr<engine::Stream> streamToNode(const std::optional<engine::IpAddress>& node) {
+  std::unique_ptr<engine::Stream> direct;
+  int problem = 0;
+  if (node) direct = engine::connectDirectly(STDIN_FILENO, STDOUT_FILENO, *node, problem);
+  if (problem == ETIMEDOUT) rememberUnreachable();
+  return direct ? std::move(direct)
+                : std::make_unique<engine::PlainStream>(STDIN_FILENO, STDOUT_FILENO);
+}
+
+std::unique_ptr<engine::Stream> streamToServer(const Channel& channel,
+                                               std::optional<engine::Meeting>& meeting) {
+  std::unique_ptr<engine::Stream> direct;
+  if (meeting) direct = meeting->conclude();
+  return direct ? std::move(direct)
+                : std::make_unique<engine::PlainStream>(channel.in.get(), channel.out.get());
+}
+
 }  // namespace
 
-int fillByEngine(const EngineTask& task, Channel& channel, const Offer& agreed, bool progressBar) {
+int fillByEngine(const EngineTask& task, Channel& channel, std::optional<engine::Meeting>& meeting,
+                 const Offer& agreed, bool progressBar) {
   makeDestination(task.destination);
+  std::unique_ptr<engine::Stream> stream;
+  try {
+    stream = streamToServer(channel, meeting);
+  } catch (...) {
+    endAfter(std::current_exception());
+  }
   engine::ReceiverSetup setup;
-  setup.in = channel.in.get();
-  setup.out = channel.out.get();
+  setup.channel = stream.get();
   setup.root = task.destination;
   setup.patterns = task.patterns;
   setup.accessLists = agreed.acls;
@@ -147,11 +172,13 @@ int fillByEngine(const EngineTask& task, Channel& channel, const Offer& agreed, 
   }
 }
 
-int serveByEngine(const std::string& served, const Offer& agreed) {
+int serveByEngine(const std::string& served, const Offer& agreed,
+                  const std::optional<engine::IpAddress>& node) {
+  std::unique_ptr<engine::Stream> stream;  // threads of a run that has failed still use it
   try {
+    stream = streamToNode(agreed.direct ? node : std::nullopt);
     engine::SenderSetup setup;
-    setup.in = STDIN_FILENO;
-    setup.out = STDOUT_FILENO;
+    setup.channel = stream.get();
     setup.root = served;
     setup.accessLists = agreed.acls;
     setup.attributes = agreed.xattrs;

@@ -93,12 +93,6 @@ Failure notUnderstood(const std::string& line) {
 
 }  // namespace
 
-int Deadline::left() const {
-  const auto span = std::chrono::duration_cast<std::chrono::milliseconds>(
-      end_ - std::chrono::steady_clock::now());
-  return static_cast<int>(std::max<std::int64_t>(0, span.count()));
-}
-
 std::string formatOffer(const Offer& offer) {
   std::string features;
   if (offer.acls) features += 'A';
@@ -106,7 +100,10 @@ std::string formatOffer(const Offer& offer) {
   if (offer.descriptors) features += 'D';
   if (features.empty()) features = "-";
   return std::string(kTag) + " " + std::to_string(kHandshakeVersion) + " " + features +
-         (offer.engine ? " 0" : " ") + std::to_string(offer.usedBytes);
+         (!offer.engine  ? " "
+          : offer.direct ? " 00"
+                         : " 0") +
+         std::to_string(offer.usedBytes);
 }
 
 std::optional<Offer> parseOffer(std::string_view line) {
@@ -121,7 +118,9 @@ std::optional<Offer> parseOffer(std::string_view line) {
   const std::optional<std::uint64_t> usedBytes = host::parseDecimal(parts[3]);
   if (!usedBytes) return std::nullopt;
   offer.usedBytes = *usedBytes;
-  offer.engine = parts[3].size() > 1 && parts[3].front() == '0';
+  const std::string_view beforeLast = parts[3].substr(0, parts[3].size() - 1);
+  offer.engine = beforeLast.substr(0, 1) == "0";
+  offer.direct = beforeLast.substr(0, 2) == "00";
   const std::string again = formatOffer(offer);  // one way to write it
   return splitAtBlanks(again)[2] == features ? std::optional<Offer>(offer) : std::nullopt;
 }
@@ -166,6 +165,7 @@ Offer exchangeOffers(int in, int out, const Offer& mine, const Deadline& deadlin
   theirs->xattrs = theirs->xattrs && mine.xattrs;
   theirs->descriptors = theirs->descriptors && mine.descriptors;
   theirs->engine = theirs->engine && mine.engine;
+  theirs->direct = theirs->direct && mine.direct && theirs->engine;
   return *theirs;
 }
 

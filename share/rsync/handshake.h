@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "host/copy_pace.h"
+#include "share/rsync/deadline.h"
 #include "share/rsync/handover.h"
 
 namespace qxrsync {
@@ -28,7 +29,8 @@ namespace qxrsync {
 //
 // A zero in front of BYTES says that this end has an engine of its own. An end that
 // has none reads the same number. Where both ends say so, nothing of what follows
-// here happens: the channel is the engines' (docs/engine-protocol.md).
+// here happens: the channel is the engines' (docs/engine-protocol.md). A second zero
+// says that this end is for a direct connection of the engines (share/engine/direct.h).
 //
 // "D" says that the channel is a UNIX socket. Where both ends say so they may be
 // on one machine, and then no byte has to go through the channel at all:
@@ -48,6 +50,7 @@ struct Offer {
   bool xattrs = false;
   bool descriptors = false;     ///< the channel carries them
   bool engine = false;          ///< stock rsync is not needed
+  bool direct = false;          ///< with an engine: it can do with a connection of its own
   std::uint64_t usedBytes = 0;  ///< sender only: in use on the file systems sent, 0 unknown
 
   bool operator==(const Offer&) const = default;
@@ -71,18 +74,6 @@ std::string formatCapabilities(const Capabilities& capabilities);
 /// What a capabilities line says, or nothing if the line is not one. Only digits,
 /// letters and dots pass as a word, which becomes part of a command line.
 std::optional<Capabilities> parseCapabilities(std::string_view line);
-
-/// A stretch of time that reading or writing may take in all.
-class Deadline {
- public:
-  explicit Deadline(std::chrono::milliseconds span)
-      : end_(std::chrono::steady_clock::now() + span) {}
-  /// What is left, in milliseconds, for poll; never negative.
-  int left() const;
-
- private:
-  std::chrono::steady_clock::time_point end_;
-};
 
 /// Writes mine to out, reads the other end's from in, and returns it with
 /// features that only one end has taken away. Takes nothing from in beyond the

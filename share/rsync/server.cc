@@ -8,6 +8,7 @@
 
 #include "share/rsync/child.h"
 #include "share/rsync/descriptor.h"
+#include "share/rsync/direct_choice.h"
 #include "share/rsync/engine_ends.h"
 #include "share/rsync/file_systems.h"
 #include "share/rsync/handover.h"
@@ -61,9 +62,11 @@ int runServer(const Options& options) {
   offer.usedBytes = usedBytesBelow(options.served);
   offer.descriptors = carriesDescriptors(STDIN_FILENO, STDOUT_FILENO);
   offer.engine = engineServes(options);
+  const std::optional<engine::IpAddress> node = nodeToReach();
+  offer.direct = node.has_value();
   const Deadline deadline(kHandshakeTimeout);
   const Offer agreed = exchangeOffers(STDIN_FILENO, STDOUT_FILENO, offer, deadline);
-  if (agreed.engine) return serveByEngine(options.served, agreed);
+  if (agreed.engine) return serveByEngine(options.served, agreed, node);
   const Capabilities capabilities = receiveCapabilities(STDIN_FILENO, deadline);
   const host::CopyPace pace = host::slowerOf(wantedPace(), capabilities.pace);
   Channel streams;

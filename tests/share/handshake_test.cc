@@ -37,8 +37,10 @@ TEST(Handshake, OfferSurvivesTheWire) {
       for (const bool descriptors : {false, true})
         for (const std::uint64_t bytes : {std::uint64_t{0}, UINT64_MAX}) {
           for (const bool engine : {false, true}) {
-            const Offer offer{acls, xattrs, descriptors, engine, bytes};
-            EXPECT_EQ(parseOffer(formatOffer(offer)), offer) << formatOffer(offer);
+            for (const bool direct : {false, engine}) {
+              const Offer offer{acls, xattrs, descriptors, engine, direct, bytes};
+              EXPECT_EQ(parseOffer(formatOffer(offer)), offer) << formatOffer(offer);
+            }
           }
         }
   EXPECT_EQ(formatOffer(everything), "QXRSYNC 2 AXD 12345");
@@ -53,6 +55,17 @@ TEST(Handshake, EngineIsAZeroInFrontOfTheNumber) {
   offer.usedBytes = 0;
   EXPECT_EQ(formatOffer(offer), "QXRSYNC 2 AXD 00");
   EXPECT_FALSE(parseOffer("QXRSYNC 2 AXD 0")->engine);
+}
+
+TEST(Handshake, DirectConnectionIsASecondZero) {
+  Offer offer = everything;
+  offer.engine = offer.direct = true;
+  EXPECT_EQ(formatOffer(offer), "QXRSYNC 2 AXD 0012345");
+  offer.usedBytes = 0;
+  EXPECT_EQ(formatOffer(offer), "QXRSYNC 2 AXD 000");
+  EXPECT_FALSE(parseOffer("QXRSYNC 2 AXD 00")->direct);
+  offer.engine = false;
+  EXPECT_EQ(formatOffer(offer), "QXRSYNC 2 AXD 0");
 }
 
 TEST(Handshake, WhatIsNotExactlyAnOfferIsNone) {

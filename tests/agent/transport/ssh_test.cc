@@ -131,7 +131,7 @@ TEST(SshProblem, ARefusingServerIsExplained) {
 std::string makeBundle(const std::string& action) {
   std::filesystem::create_directories("/tmp/b/lib");
   std::ofstream("/tmp/b/lib/ld-linux-x86-64.so.2")
-      << "#!/bin/sh\necho \"agent: $*; tmp $QXA_TMPDIR; in $(cat)\"\n"
+      << "#!/bin/sh\necho \"agent: $*; tmp $QXA_TMPDIR; node $QX_RSYNC_NODE; in $(cat)\"\n"
       << action << "\n";
   chmod("/tmp/b/lib/ld-linux-x86-64.so.2", 0755);
   EXPECT_EQ(system("tar -C /tmp/b -czf /tmp/bundle .; sha256sum </tmp/bundle | cut -c1-64 | "
@@ -169,9 +169,27 @@ TEST(Bootstrap, TheAgentIsUnpackedRunAndRemoved) {
     EXPECT_EQ(result.output,
               "QX send\nQX run\n"
               "agent: --library-path /var/qxagent.tmp/lib /var/qxagent.tmp/bin/qxagent serve "
-              "--stdio; tmp /var/qxagent.tmp; in more\n700\n");
+              "--stdio; tmp /var/qxagent.tmp; node ; in more\n700\n");
     EXPECT_EQ(WEXITSTATUS(result.status), 7);
     EXPECT_FALSE(left());
+  });
+}
+
+// As sshd tells it to the login. The imitation of sudo clears the environment, as sudo does.
+TEST(Bootstrap, TheAgentKnowsWhereSshComesFromEvenThroughSudo) {
+  ScratchHost host;
+  host.file("/tmp/bin/id", "#!/bin/sh\n[ -e /tmp/is-root ] && echo 0 || echo 1000\n", 0755);
+  host.file("/tmp/bin/sudo",
+            "#!/bin/sh\nshift 2; >/tmp/is-root; exec env -i \"PATH=$PATH\" \"$@\"\n", 0755);
+  host.run([]() {
+    const std::string digest = makeBundle("");
+    setenv("PATH", ("/tmp/bin:" + std::string(getenv("PATH"))).c_str(), 1);
+    setenv("SSH_CONNECTION", "2001:db8::7 50022 2001:db8::2 22", 1);
+    for (const char* how : {"by sudo", "as root"}) {
+      EXPECT_THAT(bootstrap(digest).output, HasSubstr("node 2001:db8::7; in")) << how;
+    }
+    unsetenv("SSH_CONNECTION");
+    EXPECT_THAT(bootstrap(digest).output, HasSubstr("node ; in"));
   });
 }
 

@@ -27,6 +27,7 @@ source=web
 migrate
 check_status 0
 check_says "Container $ctid is ready."
+check "the files go past ssh" grep -q "the copy goes directly to .*, over TLS 1.3" "$out"
 kill "$SSH_AGENT_PID"
 
 step "The copy is the server"

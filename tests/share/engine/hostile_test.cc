@@ -143,8 +143,9 @@ class HostileSender : public testing::Test {
   ProgramRun client_{{builtRsync(), "-ESHa", "--numeric-ids", "--delete", "--fdin",
                       std::to_string(channel_.client.in.get()), "--fdout",
                       std::to_string(channel_.client.out.get()), "0.0.0.0:/", tree_.path("to")}};
-  engine::FrameWriter writer_{channel_.server.out.get()};
-  engine::FrameReader reader_{channel_.server.in.get()};
+  engine::PlainStream stream_{channel_.server.in.get(), channel_.server.out.get()};
+  engine::FrameWriter writer_{stream_};
+  engine::FrameReader reader_{stream_};
   Buffer payload_;
 };
 

@@ -84,13 +84,6 @@ std::uint64_t sentBytes(const std::string& from, const std::string& to) {
   return bytes;
 }
 
-std::string noise(size_t size) {
-  std::string bytes(size, '\0');
-  std::mt19937_64 random(1);
-  for (char& c : bytes) c = static_cast<char>(random());
-  return bytes;
-}
-
 int kills() {
   const char* wanted = std::getenv("QX_TEST_KILLS");
   return wanted != nullptr ? std::atoi(wanted) : 12;

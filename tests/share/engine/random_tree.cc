@@ -33,6 +33,13 @@ std::string accessList(unsigned user) {
 
 }  // namespace
 
+std::string noise(size_t size) {
+  std::string bytes(size, '\0');
+  std::mt19937_64 random(1);
+  for (char& c : bytes) c = static_cast<char>(random());
+  return bytes;
+}
+
 RandomTree::RandomTree(std::string root, unsigned seed) : root_(std::move(root)), random_(seed) {}
 
 std::string RandomTree::newName() {

@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+// Bytes that nothing makes smaller, the same every time.
+std::string noise(size_t size);
+
 class RandomTree {
  public:
   RandomTree(std::string root, unsigned seed);
