@@ -87,4 +87,12 @@ Fd openEntry(int directory, const std::string& name, int flags, mode_t mode) {
   return Fd(::openat(directory, name.c_str(), flags, mode));
 }
 
+std::optional<std::string> pathOf(int fd) {
+  char target[PATH_MAX];
+  const std::string link = "/proc/self/fd/" + std::to_string(fd);
+  const ssize_t size = ::readlink(link.c_str(), target, sizeof target);
+  if (size <= 0 || size == sizeof target) return std::nullopt;
+  return std::string(target, static_cast<size_t>(size));
+}
+
 }  // namespace engine

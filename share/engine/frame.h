@@ -24,7 +24,8 @@ enum class Kind : std::uint8_t {
   kMessage = 6,  ///< sender: a line of text for people
   kKnown = 7,    ///< sender: how much there is to send, as far as it knows
   kEnd = 8,      ///< sender: everything was sent
-  kSummary = 9   ///< receiver: everything was done
+  kSummary = 9,  ///< receiver: everything was done
+  kChanges = 10  ///< sender: how it has found out what had changed
 };
 
 inline constexpr size_t kFrameHeader = 8;         ///< bytes

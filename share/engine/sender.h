@@ -14,6 +14,7 @@ struct SenderSetup {
   bool attributes = false;           ///<
   std::uint64_t bytesPerSecond = 0;  ///< at most; 0 for no limit
   std::string folder;                ///< where a manifest is kept; empty for none
+  std::uint64_t trackedPlaces = 0;   ///< at most so many changes are kept track of
 };
 
 /// Sends a directory tree over a channel whose other end receives it. Runs until

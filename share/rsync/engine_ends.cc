@@ -33,6 +33,7 @@ namespace {
 constexpr std::chrono::milliseconds kBarInterval{100};
 constexpr int kAlmostAll = 99;  // per cent; a hundred is said at the end only
 constexpr mode_t kNewDestination = 0700;
+constexpr std::uint64_t kTrackedPlaces = 200000;  // some 20 MiB of memory
 
 // Within the agent's own, which goes when the agent goes and is never copied.
 std::string senderFolder() {
@@ -40,15 +41,19 @@ std::string senderFolder() {
   return folder.empty() ? folder : folder + "/engine";
 }
 
-// QX_RSYNC_BWLIMIT is in units of 1024 bytes a second, as --bwlimit of stock rsync.
+// Of a variable of the environment, in such units; `otherwise` where it is not set.
+std::uint64_t numberIn(const char* variable, const char* units, std::uint64_t otherwise) {
+  const char* value = std::getenv(variable);
+  if (value == nullptr || *value == '\0') return otherwise;
+  const std::optional<std::uint64_t> number = host::parseDecimal(value);
+  if (number) return *number;
+  throw Failure(kExitSyntax,
+                std::string("'") + value + "' in " + variable + " is not a number of " + units);
+}
+
+// As --bwlimit of stock rsync.
 std::uint64_t bandwidthLimit() {
-  const char* value = std::getenv("QX_RSYNC_BWLIMIT");
-  if (value == nullptr || *value == '\0') return 0;
-  const std::optional<std::uint64_t> units = host::parseDecimal(value);
-  if (!units || *units > UINT64_MAX / 1024)
-    throw Failure(kExitSyntax, std::string("'") + value +
-                                   "' in QX_RSYNC_BWLIMIT is not a number of KiB per second");
-  return *units * 1024;
+  return std::min(numberIn("QX_RSYNC_BWLIMIT", "KiB per second", 0), UINT64_MAX / 1024) * 1024;
 }
 
 // Threads of a run that has failed may still wait for the channel, and end with the
@@ -166,6 +171,7 @@ int serveByEngine(const std::string& served, const Offer& agreed) {
     setup.attributes = agreed.xattrs;
     setup.folder = senderFolder();
     setup.bytesPerSecond = bandwidthLimit();
+    setup.trackedPlaces = numberIn("QX_RSYNC_TRACK", "changes", kTrackedPlaces);
     return engine::runSender(setup);
   } catch (...) {
     endAfter(std::current_exception());

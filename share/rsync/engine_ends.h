@@ -12,7 +12,7 @@ namespace qxrsync {
 inline constexpr const char* kReceiverFolder = "/run/qxlinmigrate";
 
 // The engine at either end of a channel on which both have agreed to it. Both
-// return the exit status and throw Failure; none of them starts a process.
+// return the exit status and throw Failure.
 
 /// Fills the destination, with the progress bar if wanted. On a signal that ends
 /// or stops a run, files that are not whole are removed and the process ends with

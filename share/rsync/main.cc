@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "share/engine/tracker.h"
 #include "share/rsync/failure.h"
 #include "share/rsync/options.h"
 #include "share/rsync/run.h"
@@ -20,6 +21,8 @@ int run(const std::vector<std::string>& arguments) {
       return qxrsync::runServer(options);
     case qxrsync::Mode::kJoiner:
       ::_exit(qxrsync::runJoiner(options));  // closed in by now, and nothing is to be tidied up
+    case qxrsync::Mode::kTracker:
+      return engine::runTracker(options.trackerFolder, options.trackedPlaces);
     case qxrsync::Mode::kUntouched:
       break;
   }

@@ -1,6 +1,7 @@
 #ifndef QX_SHARE_RSYNC_OPTIONS_H
 #define QX_SHARE_RSYNC_OPTIONS_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,7 +13,8 @@ enum class Mode {
   kUntouched,  ///< nothing here is ours: stock rsync gets the arguments as they are
   kClient,     ///< --fdin and --fdout, or --progress-bar
   kServer,     ///< the sender at the far end of a channel
-  kJoiner      ///< this program as the remote shell of the stock rsync it started
+  kJoiner,     ///< this program as the remote shell of the stock rsync it started
+  kTracker     ///< this program between two passes of a sender
 };
 
 /// The command line, taken apart. arguments never hold the program's name.
@@ -28,6 +30,10 @@ struct Options {
 
   /// Mode::kServer
   std::string served;  ///< the path that is sent: the last argument
+
+  /// Mode::kTracker
+  std::string trackerFolder;
+  std::uint64_t trackedPlaces = 0;
 
   /// Mode::kJoiner
   int handoverFd = -1;       ///< where the channel's descriptors are received
