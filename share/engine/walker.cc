@@ -98,7 +98,7 @@ void Walker::addAll(int directory, bool comparing) {
     if (walk_.rules.excludes(pathOf(name), type == DT_DIR)) continue;
     if (walk_.visits != nullptr) noteReplaced(name, type, item.inode);
     if (type == DT_DIR)
-      addSubdirectory(name, item.inode);
+      addSubdirectory(directory, name);
     else if (type != DT_REG)
       addOther(directory, name);
     else if (comparing)
@@ -204,15 +204,19 @@ void Walker::remember(const std::string& name, const Known& known) {
   part_.beginAgain();
 }
 
-void Walker::addSubdirectory(const std::string& name, ino_t inode) {
+// Its times tell another directory from one that was here, though both have the same
+// number, as numbers are used again.
+void Walker::addSubdirectory(int directory, const std::string& name) {
   const std::optional<Known> before = knownBefore(name);
   if (!before || !S_ISDIR(before->mode)) putName(Record::kDir, name);
   Known known;
   known.mode = S_IFDIR;
-  known.inode = inode;
+  struct stat status {};
+  const bool isThere = ::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  if (isThere && S_ISDIR(status.st_mode)) known = knownOf(status);
   remember(name, known);
-  const bool isSame = before && S_ISDIR(before->mode) && before->inode == inode;
-  if (goesEverywhere_ || !isSame) walk_.queue.add({pathOf(name), {}});
+  if (goesEverywhere_ || !isThere || !before || !unchanged(*before, status))
+    walk_.queue.add({pathOf(name), {}});
 }
 
 void Walker::takeAttributes(const AttributePlace& place, const std::string& path, Entry& entry) {

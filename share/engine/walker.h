@@ -79,7 +79,7 @@ class Walker {
   void runWhole(int directory, const std::string& path);
   void runSome(int directory, const Job& job);
   void addAll(int directory, bool comparing);
-  void addSubdirectory(const std::string& name, ino_t inode);
+  void addSubdirectory(int directory, const std::string& name);
   void addFile(int directory, const std::string& name);
   void sendFile(int file, const struct stat& status, const std::string& name,
                 const std::optional<Known>& before);
