@@ -8,6 +8,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -15,7 +16,7 @@
 #include <unordered_set>
 
 #include "host/fd.h"
-#include "share/engine/file_events.h"
+#include "share/engine/file_handles.h"
 
 namespace engine {
 
@@ -31,8 +32,8 @@ constexpr size_t kReadSize = 64 << 10;  // bytes
 
 class Tracker {
  public:
-  Tracker(const std::string& folder, std::uint64_t mostPlaces)
-      : socketPath_(trackerSocket(folder)), most_(mostPlaces) {}
+  explicit Tracker(const TrackerSetup& setup)
+      : setup_(setup), socketPath_(trackerSocket(setup.folder)) {}
 
   bool listen();
   void run();
@@ -42,11 +43,12 @@ class Tracker {
   bool readSome();
   void catchUp();
   void add(std::string_view object);
+  void forgetRemoved();
   bool serve();
   bool answer();
 
+  const TrackerSetup setup_;
   const std::string socketPath_;
-  const std::uint64_t most_;
   Fd listener_;
   struct stat socket_ {};
   Fd agent_{::fcntl(kTrackerAgent, F_GETFD) >= 0 ? kTrackerAgent : -1};
@@ -82,10 +84,25 @@ bool Tracker::isWanted() const {
 
 void Tracker::add(std::string_view object) {
   if (!complete_) return;
-  objects_.emplace(object);
-  if (objects_.size() <= most_) return;
+  if (!objects_.emplace(object).second || objects_.size() <= setup_.mostPlaces) return;
+  forgetRemoved();
+  if (objects_.size() <= setup_.mostPlaces / 2) return;  // or it would be soon again
   complete_ = false;
   objects_ = {};
+}
+
+// What has been removed since was in a directory that has changed as well. Every file that
+// is removed is told by itself, so a busy server has many of them.
+void Tracker::forgetRemoved() {
+  std::vector<OpenMount> mounts;
+  for (const std::string& path : setup_.mounts)
+    if (auto mount = openMount(path)) mounts.push_back(std::move(*mount));
+  std::erase_if(objects_, [&](const std::string& bytes) {
+    const ChangedObject object = ChangedObject::from(bytes);
+    return std::any_of(mounts.begin(), mounts.end(), [&](const OpenMount& mount) {
+      return mount.fsid == object.fsid && isRemoved(openObject(mount, object));
+    });
+  });
 }
 
 // False when there is nothing at the moment.
@@ -160,12 +177,12 @@ void Tracker::run() {
 
 }  // namespace
 
-int runTracker(const std::string& folder, std::uint64_t mostPlaces) {
+int runTracker(const TrackerSetup& setup) {
   // What ends the login that has started it must not end it.
   for (const int ignored : {SIGHUP, SIGINT, SIGPIPE}) ::signal(ignored, SIG_IGN);
   ::prctl(PR_SET_NAME, "qxrsync-track");
   if (::chdir("/") != 0) return 1;
-  Tracker tracker(folder, mostPlaces);
+  Tracker tracker(setup);
   if (!tracker.listen()) return 1;
   tracker.run();
   return 0;

@@ -19,9 +19,14 @@ inline constexpr int kTrackerStarter = 0;  ///< a socket to the one that started
 inline constexpr int kTrackerEvents = 3;   ///< of openEvents()
 inline constexpr int kTrackerAgent = 4;    ///< a pidfd: it ends when that process does
 
-/// The option that makes the program a tracker; two arguments follow: the folder,
-/// which is to be there, and how many changed places it holds at most.
+/// The option that makes the program a tracker. What follows is in TrackerSetup.
 inline constexpr const char* kTrackOption = "--track-changes";
+
+struct TrackerSetup {
+  std::string folder;               ///< where its socket is; is there
+  std::uint64_t mostPlaces = 0;     ///< it holds at most
+  std::vector<std::string> mounts;  ///< one of each file system that is watched
+};
 
 /// What a tracker is asked over its socket: four bytes of length, then this.
 struct TrackerRequest {
@@ -62,7 +67,7 @@ std::string trackerSocket(const std::string& folder);
 /// Runs a tracker, in a process of its own, until its time is over, its socket is no
 /// longer there, the process of kTrackerAgent has ended, or the one that it serves has
 /// gone without saying kKeep. Returns the exit status.
-int runTracker(const std::string& folder, std::uint64_t mostPlaces);
+int runTracker(const TrackerSetup& setup);
 
 }  // namespace engine
 

@@ -96,15 +96,17 @@ void startApart(const std::vector<std::string>& words, int starter, int events, 
 void Tracking::start(const std::string& top, const std::vector<MountBelow>& mounts) {
   const Fd events = mostPlaces_ == 0 ? Fd() : openEvents();
   if (!events) return;
-  bool any = false;
-  for (const MountBelow& mount : mounts)
-    if (tellsOfChanges(mount.type) && watchFileSystem(events.get(), top + "/" + mount.path))
-      any = true;
-  host::FdPair ends = host::makeSocketPair();
-  if (!any || !ends || (::mkdir(folder_.c_str(), 0700) != 0 && errno != EEXIST)) return;
   const std::string self = linkTarget("/proc/self/exe");
-  startApart({self, kTrackOption, folder_, std::to_string(mostPlaces_)}, ends.second.get(),
-             events.get(), agentOf(folder_).get());
+  std::vector<std::string> words = {self, kTrackOption, folder_, std::to_string(mostPlaces_)};
+  const size_t without = words.size();
+  for (const MountBelow& mount : mounts) {
+    const std::string path = top + "/" + mount.path;
+    if (tellsOfChanges(mount.type) && watchFileSystem(events.get(), path)) words.push_back(path);
+  }
+  host::FdPair ends = host::makeSocketPair();
+  if (words.size() == without || !ends || (::mkdir(folder_.c_str(), 0700) != 0 && errno != EEXIST))
+    return;
+  startApart(words, ends.second.get(), events.get(), agentOf(folder_).get());
   socket_ = std::move(ends.first);
 }
 

@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "share/engine/tracker.h"
 #include "share/rsync/failure.h"
 #include "share/rsync/options.h"
 #include "share/rsync/run.h"
@@ -22,7 +21,7 @@ int run(const std::vector<std::string>& arguments) {
     case qxrsync::Mode::kJoiner:
       ::_exit(qxrsync::runJoiner(options));  // closed in by now, and nothing is to be tidied up
     case qxrsync::Mode::kTracker:
-      return engine::runTracker(options.trackerFolder, options.trackedPlaces);
+      return engine::runTracker(options.tracker);
     case qxrsync::Mode::kUntouched:
       break;
   }

@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "host/text.h"
-#include "share/engine/tracker.h"
 #include "share/rsync/failure.h"
 
 namespace qxrsync {
@@ -78,10 +77,9 @@ Options parseJoiner(const Arguments& arguments) {
 Options parseTracker(const Arguments& arguments) {
   Options options;
   options.mode = Mode::kTracker;
-  const auto places = host::parseDecimal(arguments.size() == 3 ? arguments[2] : "");
+  const auto places = host::parseDecimal(arguments.size() < 3 ? "" : arguments[2]);
   if (!places) throw Failure(kExitSyntax, arguments[0] + " needs a folder and a number");
-  options.trackerFolder = arguments[1];
-  options.trackedPlaces = *places;
+  options.tracker = {arguments[1], *places, {arguments.begin() + 3, arguments.end()}};
   return options;
 }
 

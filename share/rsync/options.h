@@ -1,10 +1,11 @@
 #ifndef QX_SHARE_RSYNC_OPTIONS_H
 #define QX_SHARE_RSYNC_OPTIONS_H
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "share/engine/tracker.h"
 
 namespace qxrsync {
 
@@ -32,8 +33,7 @@ struct Options {
   std::string served;  ///< the path that is sent: the last argument
 
   /// Mode::kTracker
-  std::string trackerFolder;
-  std::uint64_t trackedPlaces = 0;
+  engine::TrackerSetup tracker;
 
   /// Mode::kJoiner
   int handoverFd = -1;       ///< where the channel's descriptors are received
