@@ -3,7 +3,7 @@
 #include <sys/statvfs.h>
 
 #include <algorithm>
-#include <optional>
+#include <utility>
 
 #include "share/engine/changed_places.h"
 #include "share/engine/mapped_files.h"
@@ -23,14 +23,6 @@ bool isAmong(const std::vector<MountBelow>& mounts, const MountBelow& mount) {
 bool holdsNothing(const std::string& path) {
   struct statvfs status {};
   return ::statvfs(path.c_str(), &status) == 0 && status.f_blocks == 0;
-}
-
-How howKnown(const MountBelow& mount, const TrackerAnswer& answer, const Moment& then) {
-  if (!isAmong(then.mounts, mount)) return How::kMounted;
-  const bool watched = std::find(answer.devices.begin(), answer.devices.end(), mount.superblock) !=
-                       answer.devices.end();
-  if (!watched || !tellsOfChanges(mount.type)) return How::kUnwatchable;
-  return answer.complete ? How::kTracked : How::kTooMuch;
 }
 
 }  // namespace
@@ -75,63 +67,72 @@ void ChangeWatch::begin(const std::string& identity) {
     tracking_.resume(identity);
 }
 
-// In place of what was said of it before.
-void ChangeWatch::addToReport(const MountBelow& mount, How how) {
-  if (how != How::kTracked && holdsNothing(top_ + "/" + mount.path)) return;
-  std::erase_if(report_.places,
-                [&](const ChangesReport::Place& place) { return place.path == mount.path; });
-  report_.places.push_back({mount.path, mount.type, how});
+void ChangeWatch::take() {
+  answer_.reset();
+  if (!tracking_) return;
+  then_ = std::move(now_);
+  now_ = {mountsBelow(top_, rules_), openForWriting(), {}};
+  answer_ = tracking_.take();
+  // An earlier process did the walk before this one.
+  if (answer_ && !std::exchange(hasTaken_, true) && !answer_->note.empty())
+    then_ = takeMoment(answer_->note);
 }
 
-ChangesKnown ChangeWatch::compare(const TrackerAnswer& answer, const Moment& then) {
+How ChangeWatch::howKnown(const MountBelow& mount) const {
+  if (!answer_) return How::kUnwatched;
+  if (!isAmong(then_.mounts, mount)) return How::kMounted;
+  const std::vector<dev_t>& devices = answer_->devices;
+  if (!tellsOfChanges(mount.type) ||
+      std::find(devices.begin(), devices.end(), mount.superblock) == devices.end())
+    return How::kUnwatchable;
+  return answer_->complete ? How::kTracked : How::kTooMuch;
+}
+
+ChangesKnown ChangeWatch::known() const {
   ChangesKnown known;
-  for (const MountBelow& mount : last_.mounts) {
-    const How how = howKnown(mount, answer, then);
-    addToReport(mount, how);
-    if (how == How::kTracked) known.devices.insert(mount.device);
+  std::vector<MountBelow> tracked;
+  for (const MountBelow& mount : now_.mounts) {
+    const How how = howKnown(mount);
     if (how == How::kMounted) known.elsewhere.push_back(mount.path);
+    if (how != How::kTracked) continue;
+    known.devices.insert(mount.device);
+    tracked.push_back(mount);
   }
-  for (const MountBelow& mount : then.mounts)
-    if (!isAmong(last_.mounts, mount)) known.elsewhere.push_back(mount.path);
-  known.directories = then.incomplete;
+  for (const MountBelow& mount : then_.mounts)
+    if (!isAmong(now_.mounts, mount)) known.elsewhere.push_back(mount.path);
+  known.directories = then_.incomplete;
+  if (answer_) findPlaces(tree_, top_, tracked, answer_->objects, known);
   return known;
 }
 
-std::unique_ptr<Visits> ChangeWatch::plan(const Manifest* before) {
+void ChangeWatch::makeReport(const ChangesKnown& known) {
   report_ = {};
-  Moment then = std::exchange(last_, Moment{});
-  last_.mounts = mountsBelow(top_, rules_);
-  last_.written = openForWriting();
-  std::optional<TrackerAnswer> answer = tracking_.take();
-  if (before == nullptr) {
-    planned_ = true;
-    return nullptr;
+  for (const MountBelow& mount : answer_ ? now_.mounts : mountsBelow(top_, rules_)) {
+    How how = howKnown(mount);
+    if (how == How::kTracked && known.devices.count(mount.device) == 0) how = How::kUnwatchable;
+    if (how == How::kTracked || !holdsNothing(top_ + "/" + mount.path))
+      report_.places.push_back({mount.path, mount.type, how});
   }
-  if (!answer) {
-    for (const MountBelow& mount : last_.mounts) addToReport(mount, How::kUnwatched);
-    return nullptr;
-  }
-  if (!std::exchange(planned_, true)) then = takeMoment(answer->note);
-  ChangesKnown known = compare(*answer, then);
-  std::vector<MountBelow> tracked;
-  for (const MountBelow& mount : last_.mounts)
-    if (known.devices.count(mount.device) > 0) tracked.push_back(mount);
-  findPlaces(tree_, top_, tracked, answer->objects, known);
-  for (const MountBelow& mount : tracked)
-    if (known.devices.count(mount.device) == 0) addToReport(mount, How::kUnwatchable);
-  if (known.devices.empty()) return nullptr;
-  for (const auto& files : {before->suspects(), then.written, last_.written, writableMappings()})
-    known.files.insert(files.begin(), files.end());
-  return std::make_unique<Visits>(*before, std::move(known));
+}
+
+std::unique_ptr<Visits> ChangeWatch::plan(const Manifest* before,
+                                          const std::vector<FileId>& mapped) {
+  if (before == nullptr) return nullptr;
+  ChangesKnown changes = known();
+  makeReport(changes);
+  if (changes.devices.empty()) return nullptr;
+  for (const auto& files : {before->suspects(), then_.written, now_.written, mapped})
+    changes.files.insert(files.begin(), files.end());
+  return std::make_unique<Visits>(*before, std::move(changes));
 }
 
 void ChangeWatch::setIncomplete(std::set<std::string> directories) {
-  last_.incomplete = std::move(directories);
+  now_.incomplete = std::move(directories);
 }
 
 void ChangeWatch::keep(const std::string& identity, std::chrono::seconds life) {
   Buffer note;
-  putMoment(note, last_);
+  putMoment(note, now_);
   tracking_.keep(identity, std::string(note.view()), life);
 }
 

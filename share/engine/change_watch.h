@@ -2,6 +2,7 @@
 #define QX_SHARE_ENGINE_CHANGE_WATCH_H
 
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -39,10 +40,12 @@ class ChangeWatch {
   /// with what a pass has kept that made the manifest of this identity.
   void begin(const std::string& identity);
 
-  /// To be called before each walk: what it finds will not be told again. Which
-  /// directories the walk is to visit, if what has changed since the walk that made
-  /// the manifest is known; else, or without a manifest, nothing.
-  std::unique_ptr<Visits> plan(const Manifest* before);
+  /// To be called before each walk: asks what has changed, which will not be told again.
+  void take();
+  /// Which directories the walk is to visit, if what has changed between the last two
+  /// take() is known; else, or without a manifest, nothing. before: of the walk that
+  /// began with the first of the two. mapped: writableMappings() after the second.
+  std::unique_ptr<Visits> plan(const Manifest* before, const std::vector<FileId>& mapped);
 
   /// How plan() came to what it said. The number of directories is not filled in.
   const ChangesReport& report() const { return report_; }
@@ -54,15 +57,18 @@ class ChangeWatch {
   void keep(const std::string& identity, std::chrono::seconds life);
 
  private:
-  void addToReport(const MountBelow& mount, ChangesReport::How how);
-  ChangesKnown compare(const TrackerAnswer& answer, const Moment& then);
+  ChangesReport::How howKnown(const MountBelow& mount) const;
+  ChangesKnown known() const;
+  void makeReport(const ChangesKnown& known);
 
   const Tree& tree_;
   const Rules& rules_;
   std::string top_;
   Tracking tracking_;
-  Moment last_;
-  bool planned_ = false;
+  std::optional<TrackerAnswer> answer_;  ///< to the last take()
+  Moment now_;                           ///< the last take()
+  Moment then_;                          ///< the one before
+  bool hasTaken_ = false;
   ChangesReport report_;
 };
 

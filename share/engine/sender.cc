@@ -286,10 +286,12 @@ void Sender::walkOnce() {
     after_ = std::make_unique<ManifestWriter>(setup_.folder, rules_.patterns());
     if (!after_->good()) after_.reset();
   }
-  if (after_) after_->addSuspects(writableMappings());
+  changes_.take();
+  const auto mapped = writableMappings();
+  if (after_) after_->addSuspects(mapped);
   walk_->before = before_.get();
   walk_->after = after_.get();
-  visits_ = changes_.plan(before_.get());
+  visits_ = changes_.plan(before_.get(), mapped);
   walk_->visits = visits_.get();
   walk_->directories = 0;
   visit();

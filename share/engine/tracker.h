@@ -57,7 +57,7 @@ void putAnswer(Buffer& to, const TrackerAnswer& answer);
 TrackerAnswer takeAnswer(std::string_view payload);
 
 /// One message with its length, or nothing when the other end has gone, what came is
-/// too long, or nothing came for a minute.
+/// too long, or nothing came for 20 s.
 bool sendMessage(int socket, const Buffer& payload);
 bool receiveMessage(int socket, Buffer& payload);
 

@@ -15,7 +15,7 @@ constexpr std::uint32_t kLongestMessage = 256 << 20;  // bytes
 constexpr size_t kLongestNote = 64 << 20;             // bytes
 constexpr size_t kLongestObject = 256;                // bytes
 constexpr std::uint64_t kLongestLife = 366 * 86400;   // seconds
-constexpr int kPatience = 60000;                      // milliseconds
+constexpr int kPatience = 20000;                      // milliseconds
 
 bool isReady(int socket, short events) {
   pollfd wanted{socket, events, 0};

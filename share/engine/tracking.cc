@@ -137,7 +137,11 @@ std::optional<TrackerAnswer> Tracking::take() {
   TrackerRequest request;
   request.identity = identity_;
   if (!ask(request)) return std::nullopt;
-  if (receiveMessage(socket_.get(), payload)) return takeAnswer(payload.view());
+  try {
+    if (receiveMessage(socket_.get(), payload)) return takeAnswer(payload.view());
+  } catch (const ProtocolError&) {
+    // As if it had not answered.
+  }
   socket_.reset();
   return std::nullopt;
 }

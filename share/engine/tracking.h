@@ -27,6 +27,9 @@ class Tracking {
   /// Goes on with the one that was told to keep(identity).
   void resume(const std::string& identity);
 
+  /// Whether there is one, as far as is known.
+  explicit operator bool() const { return bool(socket_); }
+
   /// What has changed since it was taken last, and the note of the last keep().
   std::optional<TrackerAnswer> take();
 
