@@ -73,7 +73,7 @@ Fd Tree::openDirectory(std::string_view path) const {
 
 Fd Tree::ensureDirectory(std::string_view path) const {
   Fd opened = openDirectory(path);
-  if (opened || (errno != ENOENT && errno != ENOTDIR && errno != ELOOP)) return opened;
+  if (opened || !saysMissing(errno)) return opened;
   return byComponents(path, true);
 }
 
@@ -86,6 +86,8 @@ Fd openEntry(int directory, const std::string& name, int flags, mode_t mode) {
   }
   return Fd(::openat(directory, name.c_str(), flags, mode));
 }
+
+bool saysMissing(int error) { return error == ENOENT || error == ENOTDIR || error == ELOOP; }
 
 std::optional<std::string> pathOf(int fd) {
   char target[PATH_MAX];

@@ -110,7 +110,7 @@ void ChangeWatch::makeReport(const ChangesKnown& known) {
   for (const MountBelow& mount : answer_ ? now_.mounts : mountsBelow(top_, rules_)) {
     How how = howKnown(mount);
     if (how == How::kTracked && known.devices.count(mount.device) == 0) how = How::kUnwatchable;
-    if (how == How::kTracked || !holdsNothing(top_ + "/" + mount.path))
+    if (how == How::kTracked || !holdsNothing(absolutePath(top_, mount.path)))
       report_.places.push_back({mount.path, mount.type, how});
   }
 }

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <optional>
 #include <utility>
 
@@ -15,7 +16,7 @@ constexpr int kMostTries = 10;  // for a directory that is being moved about
 
 bool isSame(const struct stat& one, const Fd& other) {
   struct stat status {};
-  return other && ::fstat(other.get(), &status) == 0 && status.st_dev == one.st_dev &&
+  return ::fstat(other.get(), &status) == 0 && status.st_dev == one.st_dev &&
          status.st_ino == one.st_ino;
 }
 
@@ -32,7 +33,9 @@ bool addDirectory(const Tree& tree, const std::string& top, int directory,
     before = *path;
     if (*path != top && !path->starts_with(prefix)) continue;
     const std::string below = *path == top ? "" : path->substr(prefix.size());
-    if (!isSame(status, tree.openDirectory(below))) continue;
+    const Fd there = tree.openDirectory(below);
+    if (!there && !saysMissing(errno)) return false;
+    if (!there || !isSame(status, there)) continue;
     known.directories.insert(below);
     return true;
   }
@@ -56,7 +59,7 @@ void findPlaces(const Tree& tree, const std::string& top, const std::vector<Moun
                 const std::vector<std::string>& objects, ChangesKnown& known) {
   std::vector<std::pair<OpenMount, dev_t>> opened;
   for (const MountBelow& mount : mounts) {
-    if (auto one = openMount(top + "/" + mount.path))
+    if (auto one = openMount(absolutePath(top, mount.path)))
       opened.emplace_back(std::move(*one), mount.device);
     else
       known.devices.erase(mount.device);

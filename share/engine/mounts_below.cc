@@ -49,6 +49,11 @@ std::vector<host::MountInfo> allMounts() {
 
 }  // namespace
 
+std::string absolutePath(const std::string& top, const std::string& below) {
+  if (below.empty()) return top;
+  return top == "/" ? "/" + below : top + "/" + below;
+}
+
 bool tellsOfChanges(const std::string& type) {
   constexpr std::array<std::string_view, 6> kTypes = {"ext2", "ext3",  "ext4",
                                                       "xfs",  "btrfs", "tmpfs"};

@@ -27,6 +27,9 @@ struct MountBelow {
 /// seen, the top's own file system first. What the rules exclude is left out.
 std::vector<MountBelow> mountsBelow(const std::string& top, const Rules& rules);
 
+/// The absolute path of one that is below the top.
+std::string absolutePath(const std::string& top, const std::string& below);
+
 /// Whether the kernel's events tell of every change on file systems of this type.
 bool tellsOfChanges(const std::string& type);
 

@@ -100,7 +100,7 @@ void Tracking::start(const std::string& top, const std::vector<MountBelow>& moun
   std::vector<std::string> words = {self, kTrackOption, folder_, std::to_string(mostPlaces_)};
   const size_t without = words.size();
   for (const MountBelow& mount : mounts) {
-    const std::string path = top + "/" + mount.path;
+    const std::string path = absolutePath(top, mount.path);
     if (tellsOfChanges(mount.type) && watchFileSystem(events.get(), path)) words.push_back(path);
   }
   host::FdPair ends = host::makeSocketPair();

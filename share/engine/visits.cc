@@ -1,6 +1,7 @@
 #include "share/engine/visits.h"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace engine {
 
@@ -90,7 +91,8 @@ std::vector<std::string> Visits::next(const Tree& tree, const Rules& rules) {
         if (claimed_.count(place) > 0) continue;
       }
       // What is no longer there is told by what is above it.
-      if (!isExcluded(rules, place) && tree.openDirectory(place)) directories.push_back(place);
+      if (isExcluded(rules, place)) continue;
+      if (tree.openDirectory(place) || !saysMissing(errno)) directories.push_back(place);
     }
     places.clear();
     const std::scoped_lock lock(mutex_);

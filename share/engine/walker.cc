@@ -58,7 +58,7 @@ void Walker::run(const Job& job) {
   path_ = job.directory;
   const Fd directory = walk_.tree.openDirectory(job.directory);
   if (!directory) {
-    if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)
+    if (saysMissing(errno))
       walk_.problems.addVanished(job.directory);
     else
       fail({}, because("cannot open the directory"));

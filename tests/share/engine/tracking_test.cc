@@ -345,6 +345,21 @@ TEST(Tracking, WriterWhoHasHadTheFileOpenSinceBeforeIsNoticed) {
   });
 }
 
+TEST(Tracking, FileThatCouldNotBeReadIsTriedAgain) {
+  inOwnNamespace([] {
+    Source source;
+    // Whoever holds a lease is asked first, and does not answer.
+    ASSERT_NE(::signal(SIGIO, SIG_IGN), SIG_ERR);
+    Fd file(::open(source.at("d1/file").c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(::fcntl(file.get(), F_SETLEASE, F_WRLCK), 0);
+    settle();
+    transfer(source.at(""), source.copyOf(""), {}, 23);
+    ASSERT_EQ(::fcntl(file.get(), F_SETLEASE, F_UNLCK), 0);
+    EXPECT_FALSE(fs::exists(source.copyOf("d1/file")));
+    source.expectTracked(1);
+  });
+}
+
 TEST(Tracking, TooManyChangesMeanThatEverythingIsLookedAt) {
   inOwnNamespace([] {
     Source source;
