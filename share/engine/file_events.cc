@@ -106,11 +106,12 @@ bool readEvents(std::string_view bytes, const std::function<void(std::string_vie
   bool complete = true;
   while (const auto event = partAt<fanotify_event_metadata>(bytes, 0)) {
     if (event->event_len < sizeof *event || event->event_len > bytes.size()) return false;
-    if ((event->mask & FAN_Q_OVERFLOW) != 0 || event->vers != FANOTIFY_METADATA_VERSION)
-      complete = false;
-    else if (!readRecords(bytes.substr(event->metadata_len, event->event_len - event->metadata_len),
-                          changed))
-      complete = false;
+    const bool understood =
+        (event->mask & FAN_Q_OVERFLOW) == 0 && event->vers == FANOTIFY_METADATA_VERSION &&
+        event->metadata_len <= event->event_len &&
+        readRecords(bytes.substr(event->metadata_len, event->event_len - event->metadata_len),
+                    changed);
+    if (!understood) complete = false;
     bytes.remove_prefix(event->event_len);
   }
   return complete && bytes.empty();
