@@ -73,7 +73,7 @@ Fd Tree::openDirectory(std::string_view path) const {
 
 Fd Tree::ensureDirectory(std::string_view path) const {
   Fd opened = openDirectory(path);
-  if (opened || (errno != ENOENT && errno != ENOTDIR && errno != ELOOP)) return opened;
+  if (opened || !saysMissing(errno)) return opened;
   return byComponents(path, true);
 }
 
@@ -85,6 +85,16 @@ Fd openEntry(int directory, const std::string& name, int flags, mode_t mode) {
     flags |= O_NONBLOCK;
   }
   return Fd(::openat(directory, name.c_str(), flags, mode));
+}
+
+bool saysMissing(int error) { return error == ENOENT || error == ENOTDIR || error == ELOOP; }
+
+std::optional<std::string> pathOf(int fd) {
+  char target[PATH_MAX];
+  const std::string link = "/proc/self/fd/" + std::to_string(fd);
+  const ssize_t size = ::readlink(link.c_str(), target, sizeof target);
+  if (size <= 0 || size == sizeof target) return std::nullopt;
+  return std::string(target, static_cast<size_t>(size));
 }
 
 }  // namespace engine

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -43,6 +44,13 @@ class Tree {
 /// Opens an entry of a directory, never following a symbolic link. O_NOATIME is
 /// tried first for reading, as reading leaves no trace then.
 Fd openEntry(int directory, const std::string& name, int flags, mode_t mode = 0);
+
+/// Whether this errno of openDirectory means that there is no such directory now.
+bool saysMissing(int error);
+
+/// The absolute path of an open file or directory, for as long as it is not moved;
+/// nothing where there is none, or it is as long as PATH_MAX.
+std::optional<std::string> pathOf(int fd);
 
 }  // namespace engine
 

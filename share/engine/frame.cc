@@ -26,7 +26,7 @@ FrameHeader decodeHeader(std::string_view eightBytes) {
   const unsigned flags = decoder.byte() | static_cast<unsigned>(decoder.byte()) << 8;
   if (header.length > kLargestFrame)
     throw ProtocolError("a frame of " + std::to_string(header.length) + " bytes is too long");
-  if (kind < static_cast<unsigned>(Kind::kHello) || kind > static_cast<unsigned>(Kind::kAgreed))
+  if (kind < static_cast<unsigned>(Kind::kHello) || kind > static_cast<unsigned>(Kind::kChanges))
     throw ProtocolError("unknown kind of frame: " + std::to_string(kind));
   if (header.lane >= kMostLanes)
     throw ProtocolError("there is no lane " + std::to_string(header.lane));

@@ -17,15 +17,16 @@ namespace engine {
 // payload. docs/engine-protocol.md says what each kind holds.
 
 enum class Kind : std::uint8_t {
-  kHello = 1,    ///< both ends, first
-  kRecords = 2,  ///< sender: records of one lane
-  kBarrier = 3,  ///< sender: answer when all lanes have done what came before
-  kReached = 4,  ///< receiver: the answer
-  kWant = 5,     ///< receiver: send these files of one directory
-  kMessage = 6,  ///< sender: a line of text for people
-  kKnown = 7,    ///< sender: how much there is to send, as far as it knows
-  kEnd = 8,      ///< sender: everything was sent
-  kSummary = 9,  ///< receiver: everything was done
+  kHello = 1,     ///< both ends, first
+  kRecords = 2,   ///< sender: records of one lane
+  kBarrier = 3,   ///< sender: answer when all lanes have done what came before
+  kReached = 4,   ///< receiver: the answer
+  kWant = 5,      ///< receiver: send these files of one directory
+  kMessage = 6,   ///< sender: a line of text for people
+  kKnown = 7,     ///< sender: how much there is to send, as far as it knows
+  kEnd = 8,       ///< sender: everything was sent
+  kSummary = 9,   ///< receiver: everything was done
+  kChanges = 14,  ///< sender: how it has found out what had changed
   // Before the greeting, where both ends are for it (share/engine/direct.h):
   kAddress = 10,  ///< sender: where it sees the receiver
   kMeeting = 11,  ///< receiver: where it waits for the sender

@@ -31,11 +31,11 @@ constexpr std::int64_t kClockTick = 25000000;     // nanoseconds
 constexpr std::int64_t kCoarseTick = 2100000000;  // where only seconds are kept
 constexpr std::int64_t kBillion = 1000000000;
 
-enum : unsigned { kFresh = 1, kHasDigest = 2, kHasBlocks = 4 };
+enum : unsigned { kFresh = 1, kHasDigest = 2, kHasBlocks = 4, kLinked = 8 };
 
 void putKnown(Buffer& to, const Known& known) {
   putNumber(to, (known.fresh ? kFresh : 0U) | (known.digest ? kHasDigest : 0U) |
-                    (known.blocks.empty() ? 0U : kHasBlocks));
+                    (known.blocks.empty() ? 0U : kHasBlocks) | (known.linked ? kLinked : 0U));
   putNumber(to, known.mode);
   putNumber(to, known.device);
   putNumber(to, known.inode);
@@ -54,8 +54,9 @@ void putKnown(Buffer& to, const Known& known) {
 
 Known takeKnown(Decoder& from) {
   Known known;
-  const std::uint64_t flags = from.number(kFresh | kHasDigest | kHasBlocks, "flags");
+  const std::uint64_t flags = from.number(kFresh | kHasDigest | kHasBlocks | kLinked, "flags");
   known.fresh = (flags & kFresh) != 0;
+  known.linked = (flags & kLinked) != 0;
   known.mode = static_cast<mode_t>(from.number(UINT32_MAX, "mode"));
   known.device = from.number();
   known.inode = from.number();
@@ -120,6 +121,7 @@ Known knownOf(const struct stat& status) {
   known.nanoseconds = static_cast<std::uint32_t>(status.st_mtim.tv_nsec);
   known.changeSeconds = status.st_ctim.tv_sec;
   known.changeNanoseconds = static_cast<std::uint32_t>(status.st_ctim.tv_nsec);
+  known.linked = !S_ISDIR(status.st_mode) && status.st_nlink > 1;
   timespec now{};
   ::clock_gettime(CLOCK_REALTIME, &now);
   const std::int64_t age =
@@ -185,12 +187,14 @@ void ManifestWriter::flush() {
   buffer_.clear();
 }
 
-void ManifestWriter::add(const ManifestPart& part) {
+void ManifestWriter::add(const ManifestPart& part) { add(part.path(), part.bytes().view()); }
+
+void ManifestWriter::add(std::string_view path, std::string_view bytes) {
   const std::scoped_lock lock(mutex_);
   if (!good_) return;
-  index_.emplace_back(hashOf(part.path()), offset_ + buffer_.size());
-  putFixed32(buffer_, static_cast<std::uint32_t>(part.bytes().size()));
-  buffer_.append(part.bytes().view());
+  index_.emplace_back(hashOf(path), offset_ + buffer_.size());
+  putFixed32(buffer_, static_cast<std::uint32_t>(bytes.size()));
+  buffer_.append(bytes);
   if (buffer_.size() > kWriteSize) flush();
 }
 
@@ -270,15 +274,15 @@ bool Manifest::load(const std::vector<std::string>& patterns) {
       !read(size_ - kTrailer, kTrailer, bytes))
     return false;
   Decoder from(bytes.view());
-  const std::uint64_t indexAt = from.fixed64();
+  indexAt_ = from.fixed64();
   const std::uint64_t parts = from.fixed64();
   const std::uint64_t suspects = from.fixed64();
   const std::uint64_t madeWith = from.fixed64();
   identity_ = from.bytes(2 * kIdentityBytes, "identity");
   if (from.bytes(kWord.size(), "word") != kWord || madeWith != hashOf(patterns)) return false;
   if (parts > size_ / kPair || suspects > size_ / kPair) return false;
-  return readPairs(indexAt, parts, index_) &&
-         readPairs(indexAt + parts * kPair, suspects, suspects_);
+  return readPairs(indexAt_, parts, index_) &&
+         readPairs(indexAt_ + parts * kPair, suspects, suspects_);
 }
 
 bool Manifest::suspects(dev_t device, ino_t inode) const {
@@ -311,6 +315,43 @@ std::optional<Manifest::Directory> Manifest::directory(std::string_view path) co
   return found;
 }
 
+void Manifest::Part::forEachEntry(
+    const std::function<void(std::string_view, const Known&)>& use) const {
+  for (Decoder part(entries); !part.atEnd();) {
+    Decoder entry(part.text(kMost, "entry of a manifest"));
+    const std::string_view name = entry.text(kLongestName, "name");
+    use(name, takeKnown(entry));
+  }
+}
+
+void Manifest::forEachPart(const std::function<void(const Part&)>& use) const {
+  constexpr size_t kHeader = 4;
+  Buffer bytes;
+  size_t at = 0;  // in these
+  std::uint64_t next = kWord.size();
+  const auto ensure = [&](size_t count) {
+    if (bytes.size() - at >= count) return;
+    const std::uint64_t left = indexAt_ - next;
+    if (count > left || !read(next, std::min<std::uint64_t>(left, count + kWriteSize), bytes))
+      throw ProtocolError("a manifest is damaged");
+    at = 0;
+  };
+  while (next < indexAt_) {
+    ensure(kHeader);
+    const size_t size = Decoder(bytes.view().substr(at)).fixed32();
+    ensure(kHeader + size);
+    Part part;
+    part.bytes = bytes.view().substr(at + kHeader, size);
+    Decoder from(part.bytes);
+    part.path = from.text(kLongestPath, "path");
+    part.own = takeKnown(from);
+    part.entries = part.bytes.substr(size - from.left());
+    use(part);
+    at += kHeader + size;
+    next += kHeader + size;
+  }
+}
+
 std::optional<Known> Manifest::Directory::find(std::string_view name) {
   const std::uint64_t hash = hashOf(name);
   auto item = std::lower_bound(items_.begin(), items_.end(), hash,
@@ -324,13 +365,13 @@ std::optional<Known> Manifest::Directory::find(std::string_view name) {
   return std::nullopt;
 }
 
-std::vector<std::pair<std::string, bool>> Manifest::Directory::rest() const {
-  std::vector<std::pair<std::string, bool>> names;
+std::vector<std::pair<std::string, Known>> Manifest::Directory::rest() const {
+  std::vector<std::pair<std::string, Known>> names;
   for (const Item& item : items_) {
     if (item.asked) continue;
     Decoder from(item.bytes);
     const std::string name(from.text(kLongestName, "name"));
-    names.emplace_back(name, S_ISDIR(takeKnown(from).mode));
+    names.emplace_back(name, takeKnown(from));
   }
   return names;
 }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -32,6 +33,7 @@ struct Known {
   /// It was changed so shortly before it was looked at that the times of a further
   /// change might be the same.
   bool fresh = false;
+  bool linked = false;           ///< a file that had more names
   std::optional<Digest> digest;  ///< of a file's contents
   std::vector<Digest> blocks;    ///< of a large file's blocks; see BlockHasher
 };
@@ -79,6 +81,8 @@ class ManifestWriter {
 
   bool good() const { return good_; }
   void add(const ManifestPart& part);
+  /// A part of an earlier manifest, as it was there.
+  void add(std::string_view path, std::string_view bytes);
   /// Files that somebody may write to without a trace in their times.
   void addSuspects(const std::vector<std::pair<dev_t, ino_t>>& suspects);
 
@@ -112,6 +116,8 @@ class Manifest {
                                         const std::vector<std::string>& patterns);
   const std::string& identity() const { return identity_; }
   bool suspects(dev_t device, ino_t inode) const;
+  /// All of them.
+  const std::vector<std::pair<dev_t, ino_t>>& suspects() const { return suspects_; }
 
   /// The entries of one directory as they were.
   class Directory {
@@ -119,8 +125,8 @@ class Manifest {
     const Known& own() const { return own_; }
     /// The entry of this name, and that it was asked for.
     std::optional<Known> find(std::string_view name);
-    /// The names that were not asked for, and whether they are directories.
-    std::vector<std::pair<std::string, bool>> rest() const;
+    /// The names that were not asked for.
+    std::vector<std::pair<std::string, Known>> rest() const;
 
    private:
     friend class Manifest;
@@ -137,6 +143,19 @@ class Manifest {
   /// damaged.
   std::optional<Directory> directory(std::string_view path) const;
 
+  /// Entries of one directory, of which a large one has several parts.
+  struct Part {
+    std::string_view path;
+    Known own;
+    std::string_view bytes;    ///< all of it
+    std::string_view entries;  ///<
+
+    void forEachEntry(const std::function<void(std::string_view name, const Known&)>& use) const;
+  };
+  /// Calls `use` with every part, from front to back; it is there until the call ends.
+  /// Throws ProtocolError if the file is damaged.
+  void forEachPart(const std::function<void(const Part&)>& use) const;
+
  private:
   using Pairs = std::vector<std::pair<std::uint64_t, std::uint64_t>>;
 
@@ -147,6 +166,7 @@ class Manifest {
 
   Fd file_;
   std::uint64_t size_;
+  std::uint64_t indexAt_ = 0;
   std::string identity_;
   Pairs index_;     ///< hash of path, offset
   Pairs suspects_;  ///< device, inode

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <functional>
 #include <string>
 
 #include "share/engine/beneath.h"
@@ -30,6 +31,24 @@ void readMaps(const std::string& path, Buffer& text) {
     if (got <= 0) return;
     text.grow(static_cast<size_t>(got));
   }
+}
+
+using FileIds = std::vector<std::pair<dev_t, ino_t>>;
+
+// Each file once, of what is added for each "/proc/PID".
+FileIds ofAllProcesses(const std::function<void(const std::string&, FileIds&)>& add) {
+  FileIds found;
+  const Fd proc(::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  Listing processes;
+  if (!proc || !processes.read(proc.get())) return found;
+  for (const Listing::Item& item : processes.items()) {
+    const std::string_view name = processes.name(item);
+    if (name.find_first_not_of("0123456789") != std::string_view::npos) continue;
+    add("/proc/" + std::string(name), found);
+  }
+  std::sort(found.begin(), found.end());
+  found.erase(std::unique(found.begin(), found.end()), found.end());
+  return found;
 }
 
 }  // namespace
@@ -59,20 +78,29 @@ std::vector<std::pair<dev_t, ino_t>> writableMappingsIn(std::string_view maps) {
 }
 
 std::vector<std::pair<dev_t, ino_t>> writableMappings() {
-  std::vector<std::pair<dev_t, ino_t>> found;
-  const Fd proc(::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  Listing processes;
-  if (!proc || !processes.read(proc.get())) return found;
   Buffer text;
-  for (const Listing::Item& item : processes.items()) {
-    const std::string_view name = processes.name(item);
-    if (name.find_first_not_of("0123456789") != std::string_view::npos) continue;
-    readMaps("/proc/" + std::string(name) + "/maps", text);
+  return ofAllProcesses([&](const std::string& process, FileIds& found) {
+    readMaps(process + "/maps", text);
     for (const auto& one : writableMappingsIn(text.view())) found.push_back(one);
-  }
-  std::sort(found.begin(), found.end());
-  found.erase(std::unique(found.begin(), found.end()), found.end());
-  return found;
+  });
+}
+
+std::vector<std::pair<dev_t, ino_t>> openForWriting() {
+  Listing descriptors;
+  return ofAllProcesses([&](const std::string& process, FileIds& found) {
+    const Fd folder(::open((process + "/fd").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder || !descriptors.read(folder.get())) return;
+    for (const Listing::Item& item : descriptors.items()) {
+      const std::string name(descriptors.name(item));
+      struct stat status {};
+      // The link's own mode says what it was opened for.
+      if (::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+          (status.st_mode & S_IWUSR) == 0 ||
+          ::fstatat(folder.get(), name.c_str(), &status, 0) != 0 || !S_ISREG(status.st_mode))
+        continue;
+      found.emplace_back(status.st_dev, status.st_ino);
+    }
+  });
 }
 
 }  // namespace engine

@@ -18,6 +18,9 @@ std::vector<std::pair<dev_t, ino_t>> writableMappings();
 /// its device, as some file systems show another one there.
 std::vector<std::pair<dev_t, ino_t>> writableMappingsIn(std::string_view maps);
 
+/// The files that some process has open for writing just now.
+std::vector<std::pair<dev_t, ino_t>> openForWriting();
+
 }  // namespace engine
 
 #endif  // QX_SHARE_ENGINE_MAPPED_FILES_H

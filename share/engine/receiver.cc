@@ -12,6 +12,7 @@
 
 #include "host/visible.h"
 #include "share/engine/applier.h"
+#include "share/engine/changes_report.h"
 #include "share/engine/compression.h"
 #include "share/engine/frame.h"
 #include "share/engine/hello.h"
@@ -226,6 +227,9 @@ bool Receiver::Work::take(const FrameHeader& header, Buffer& payload) {
     case Kind::kMessage:
       qxrsync::complain("[sender] " +
                         host::visibleLine(from.text(kLongestPath, "message"), kLongestPath));
+      return true;
+    case Kind::kChanges:
+      qxrsync::inform(textOf(takeReport(payload.view())));
       return true;
     case Kind::kKnown:
       bytesDone_ = from.number();

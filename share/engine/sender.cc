@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "host/visible.h"
+#include "share/engine/change_watch.h"
 #include "share/engine/manifest.h"
 #include "share/engine/mapped_files.h"
 #include "share/engine/walker.h"
@@ -30,7 +31,11 @@ constexpr unsigned kUsualMostLanes = 4;
 constexpr std::chrono::milliseconds kKnownInterval{500};
 constexpr std::chrono::seconds kLongRound{3};  // shorter ones need no further round
 constexpr int kMostRounds = 5;                 // after the first walk
-constexpr size_t kMostWantedNames = 100000;    // in one frame
+// How long changes are kept track of: until the next pass begins, which may take
+// long; and after that one, in case that there is yet another.
+constexpr std::chrono::hours kUntilNextPass{24};
+constexpr std::chrono::minutes kUntilFurtherPass{10};
+constexpr size_t kMostWantedNames = 100000;  // in one frame
 
 unsigned lanesHere() {
   return std::clamp(std::thread::hardware_concurrency(), kFewestLanes, kUsualMostLanes);
@@ -69,8 +74,10 @@ class Sender {
   void sendLinks();
   void sendKnown();
   void tellKnown();
+  void visit();
   void walkOnce();
   void walk();
+  void sendReport();
   void sendEnd();
   void fail(std::exception_ptr error);
   void waitForReached(std::uint64_t number);
@@ -84,9 +91,11 @@ class Sender {
   WorkQueue queue_;
   HardLinks links_;
   Rules rules_;
+  ChangeWatch changes_{tree_, rules_, setup_.folder, setup_.trackedPlaces};
   std::unique_ptr<Manifest> before_;
   std::unique_ptr<ManifestWriter> after_;
   std::string identity_;  // of the last manifest that is complete
+  std::unique_ptr<Visits> visits_;
   std::unique_ptr<Walk> walk_;
   Clock::duration lastRound_{};
   unsigned lanes_ = lanesHere();
@@ -258,21 +267,41 @@ void Sender::tellKnown() {
   }
 }
 
-// One walk over the tree, until the other end has what it found.
+// Until the other end has what was found.
+void Sender::visit() {
+  if (visits_) {
+    for (auto places = visits_->next(tree_, rules_); !places.empty();
+         places = visits_->next(tree_, rules_)) {
+      for (std::string& place : places) queue_.add({std::move(place), {}});
+      settle();
+    }
+  } else {
+    queue_.add({});
+    settle();
+  }
+  sendLinks();
+  settle();
+}
+
+// One walk over the tree, or to what has changed in it.
 void Sender::walkOnce() {
   if (!setup_.folder.empty()) {
     after_ = std::make_unique<ManifestWriter>(setup_.folder, rules_.patterns());
     if (!after_->good()) after_.reset();
   }
-  if (after_) after_->addSuspects(writableMappings());
+  changes_.take();
+  const auto mapped = writableMappings();
+  if (after_) after_->addSuspects(mapped);
   walk_->before = before_.get();
   walk_->after = after_.get();
-  queue_.add({});
-  settle();
-  sendLinks();
-  settle();
+  visits_ = changes_.plan(before_.get(), mapped);
+  walk_->visits = visits_.get();
+  walk_->directories = 0;
+  visit();
+  changes_.setIncomplete(walk_->incomplete.take());
   identity_.clear();
   if (!after_ || walk_->distrusted) return;
+  if (visits_) visits_->takeOver(*after_);
   after_->addSuspects(writableMappings());
   identity_ = after_->finish();
 }
@@ -297,6 +326,14 @@ void Sender::walk() {
   }
 }
 
+void Sender::sendReport() {
+  ChangesReport report = changes_.report();
+  report.directories = walk_->directories;
+  Buffer frame = emptyFrame();
+  putReport(frame, report);
+  writer_.write(Kind::kChanges, 0, 0, frame);
+}
+
 void Sender::sendEnd() {
   Buffer frame = emptyFrame();
   putFarewell(frame, {problems_.count(), identity_});
@@ -317,13 +354,17 @@ int Sender::run() {
   const int error = errno;
   greet();
   if (!missing.empty()) problems_.add({}, missing + ": " + std::strerror(error));
+  const bool before = bool(before_);  // there was a pass
+  changes_.begin(before_ ? before_->identity() : std::string());
   std::vector<std::thread> threads;
   threads.emplace_back([this] { listen(); });
   threads.emplace_back([this] { tellKnown(); });
   for (unsigned i = 0; i < lanes_; ++i) threads.emplace_back([this, i] { lane(i); });
   try {
     if (missing.empty()) walk();
+    if (walk_->way == Way::kDifferences) sendReport();
     sendEnd();
+    if (!identity_.empty()) changes_.keep(identity_, before ? kUntilFurtherPass : kUntilNextPass);
   } catch (...) {
     // One that waits for the channel cannot be stopped; it ends with the process.
     for (std::thread& one : threads) one.detach();

@@ -13,10 +13,11 @@ class Stream;
 struct SenderSetup {
   Stream* channel = nullptr;  ///< not owned
   std::string root;
-  bool accessLists = false;  ///< what both ends can hold
-  bool attributes = false;   ///<
-  host::CopyPace pace;       ///< at most, whatever the other end asks for
-  std::string folder;        ///< where a manifest is kept; empty for none
+  bool accessLists = false;         ///< what both ends can hold
+  bool attributes = false;          ///<
+  host::CopyPace pace;              ///< at most, whatever the other end asks for
+  std::string folder;               ///< where a manifest is kept; empty for none
+  std::uint64_t trackedPlaces = 0;  ///< at most so many changes are kept track of
 };
 
 /// Sends a directory tree over a channel whose other end receives it. Runs until

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace engine {
 
@@ -39,19 +40,30 @@ Entry entryOf(const std::string& name, const struct stat& status) {
   return entry;
 }
 
+void Incomplete::add(const std::string& directory) {
+  const std::scoped_lock lock(mutex_);
+  directories_.insert(directory);
+}
+
+std::set<std::string> Incomplete::take() {
+  const std::scoped_lock lock(mutex_);
+  return std::exchange(directories_, {});
+}
+
 Walker::Walker(Walk& walk, RecordStream& stream)
     : walk_(walk), stream_(stream), contents_(stream, walk.bytesDone) {}
 
 void Walker::run(const Job& job) {
+  if (walk_.visits != nullptr && job.names.empty() && !walk_.visits->claim(job.directory)) return;
+  path_ = job.directory;
   const Fd directory = walk_.tree.openDirectory(job.directory);
   if (!directory) {
-    if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)
+    if (saysMissing(errno))
       walk_.problems.addVanished(job.directory);
     else
-      walk_.problems.add(job.directory, because("cannot open the directory"));
+      fail({}, because("cannot open the directory"));
     return;
   }
-  path_ = job.directory;
   begun_ = false;
   before_.reset();
   if (job.names.empty())
@@ -61,11 +73,13 @@ void Walker::run(const Job& job) {
 }
 
 void Walker::runWhole(int directory, const std::string& path) {
+  ++walk_.directories;
   struct stat own {};
   ::fstat(directory, &own);
   if (walk_.before != nullptr) before_ = walk_.before->directory(path);
   const bool complete = listing_.read(directory);
-  if (!complete) walk_.problems.add(path, because("cannot read the directory"));
+  if (!complete) fail({}, because("cannot read the directory"));
+  goesEverywhere_ = walk_.visits == nullptr || walk_.visits->goesEverywhere(own.st_dev, path);
   listing_.sortByInode();
   remembers_ = walk_.after != nullptr && complete;
   if (remembers_) part_.begin(path, own);
@@ -82,8 +96,9 @@ void Walker::addAll(int directory, bool comparing) {
     const std::string name(listing_.name(item));
     const unsigned type = typeOf(directory, name, item.type);
     if (walk_.rules.excludes(pathOf(name), type == DT_DIR)) continue;
+    if (walk_.visits != nullptr) noteReplaced(name, type, item.inode);
     if (type == DT_DIR)
-      addSubdirectory(name);
+      addSubdirectory(directory, name);
     else if (type != DT_REG)
       addOther(directory, name);
     else if (comparing)
@@ -95,8 +110,38 @@ void Walker::addAll(int directory, bool comparing) {
 
 // What was there when the manifest was made.
 void Walker::removeGone() {
-  for (const auto& [name, wasDirectory] : before_->rest())
-    if (!walk_.rules.excludes(pathOf(name), wasDirectory)) putName(Record::kRemove, name);
+  for (const auto& [name, before] : before_->rest()) {
+    if (walk_.rules.excludes(pathOf(name), S_ISDIR(before.mode))) continue;
+    putName(Record::kRemove, name);
+    noteLost(name, before);
+  }
+}
+
+// Further names of what is no longer here may be in directories where nothing happened,
+// though the file was changed by this one.
+void Walker::noteLost(const std::string& name, const Known& before) {
+  if (walk_.visits == nullptr) return;
+  if (S_ISDIR(before.mode))
+    walk_.visits->noteGone(pathOf(name));
+  else if (before.linked)
+    walk_.visits->noteLinked({before.device, before.inode});
+}
+
+void Walker::noteReplaced(const std::string& name, unsigned type, ino_t inode) {
+  const std::optional<Known> before = knownBefore(name);
+  if (!before || (before->inode == inode && IFTODT(before->mode) == type)) return;
+  // Another directory is gone through, which tells what of the old one is lost.
+  if (!S_ISDIR(before->mode) || type != DT_DIR) noteLost(name, *before);
+}
+
+void Walker::noteVanished(const std::string& name) {
+  walk_.problems.addVanished(pathOf(name));
+  if (const std::optional<Known> before = knownBefore(name)) noteLost(name, *before);
+}
+
+void Walker::fail(const std::string& name, const std::string& what) {
+  walk_.problems.add(name.empty() ? path_ : pathOf(name), what);
+  walk_.incomplete.add(path_);
 }
 
 void Walker::runSome(int directory, const Job& job) {
@@ -159,19 +204,26 @@ void Walker::remember(const std::string& name, const Known& known) {
   part_.beginAgain();
 }
 
-void Walker::addSubdirectory(const std::string& name) {
+// Its times tell another directory from one that was here, though both have the same
+// number, as numbers are used again.
+void Walker::addSubdirectory(int directory, const std::string& name) {
   const std::optional<Known> before = knownBefore(name);
   if (!before || !S_ISDIR(before->mode)) putName(Record::kDir, name);
   Known known;
   known.mode = S_IFDIR;
+  struct stat status {};
+  const bool isThere = ::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  if (isThere && S_ISDIR(status.st_mode)) known = knownOf(status);
   remember(name, known);
-  walk_.queue.add({pathOf(name), {}});
+  if (goesEverywhere_ || !isThere || !before || !unchanged(*before, status))
+    walk_.queue.add({pathOf(name), {}});
 }
 
 void Walker::takeAttributes(const AttributePlace& place, const std::string& path, Entry& entry) {
   std::string problem;
-  if (!readAttributes(place, walk_.kinds, entry.attributes, problem))
-    walk_.problems.add(path, problem);
+  if (readAttributes(place, walk_.kinds, entry.attributes, problem)) return;
+  walk_.problems.add(path, problem);
+  walk_.incomplete.add(path_);
 }
 
 bool Walker::isUnchanged(const std::optional<Known>& before, const struct stat& status) const {
@@ -193,6 +245,7 @@ bool Walker::isFurtherName(const struct stat& status, const std::string& name,
   }
   putName(Record::kKeep, name);
   walk_.links.addLink(own, first->path);
+  if (walk_.visits != nullptr) walk_.visits->noteLinked({status.st_dev, status.st_ino});
   remember(name, knownOf(status));
   return true;
 }
@@ -200,7 +253,11 @@ bool Walker::isFurtherName(const struct stat& status, const std::string& name,
 // The other end has it as it is.
 bool Walker::passOver(const struct stat& status, const std::string& name,
                       const std::optional<Known>& before) {
-  if (!isUnchanged(before, status)) return false;
+  if (!isUnchanged(before, status)) {
+    if (walk_.visits != nullptr && status.st_nlink > 1)
+      walk_.visits->noteLinked({status.st_dev, status.st_ino});
+    return false;
+  }
   if (status.st_nlink > 1) walk_.links.setUnchanged(status.st_dev, status.st_ino);
   if (S_ISREG(status.st_mode)) walk_.bytesDone += static_cast<std::uint64_t>(status.st_size);
   remember(name, *before);
@@ -219,9 +276,9 @@ void Walker::addFile(int directory, const std::string& name) {
   const Fd file = openEntry(directory, name, O_RDONLY);
   if (!file) {
     const int error = errno;
-    if (error == ENOENT) return walk_.problems.addVanished(pathOf(name));
+    if (error == ENOENT) return noteVanished(name);
     if (error == ELOOP) return addOther(directory, name);
-    walk_.problems.add(pathOf(name), because("cannot open it"));
+    fail(name, because("cannot open it"));
     return putName(Record::kKeep, name);
   }
   if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
@@ -232,6 +289,8 @@ void Walker::addFile(int directory, const std::string& name) {
 
 void Walker::sendFile(int file, const struct stat& status, const std::string& name,
                       const std::optional<Known>& before) {
+  if (walk_.visits != nullptr && status.st_nlink > 1)
+    walk_.visits->noteLinked({status.st_dev, status.st_ino});
   Known known = knownOf(status);  // before it is read: a change from here on shows
   Entry entry = entryOf(name, status);
   takeAttributes(AttributePlace(file), pathOf(name), entry);
@@ -252,7 +311,7 @@ void Walker::sendFile(int file, const struct stat& status, const std::string& na
     sent = contents_.send(file, status, entry);
   }
   if (!sent.good) {
-    walk_.problems.add(pathOf(name), because("cannot read it"));
+    fail(name, because("cannot read it"));
     return putName(Record::kKeep, name);
   }
   known.digest = sent.digest;
@@ -265,9 +324,9 @@ bool Walker::readLink(int directory, const std::string& name, Entry& entry) {
   const ssize_t size = ::readlinkat(directory, name.c_str(), target_.data(), target_.size());
   if (size <= 0 || static_cast<size_t>(size) > kLongestTarget) {
     if (size < 0 && (errno == ENOENT || errno == EINVAL))
-      walk_.problems.addVanished(pathOf(name));
+      noteVanished(name);
     else
-      walk_.problems.add(pathOf(name), because("cannot read the symbolic link"));
+      fail(name, because("cannot read the symbolic link"));
     return false;
   }
   entry.target = std::string_view(target_).substr(0, static_cast<size_t>(size));
@@ -278,13 +337,12 @@ void Walker::addOther(int directory, const std::string& name) {
   const std::optional<Known> before = knownBefore(name);
   struct stat status {};
   if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-    if (errno == ENOENT) return walk_.problems.addVanished(pathOf(name));
-    walk_.problems.add(pathOf(name), because("cannot look at it"));
+    if (errno == ENOENT) return noteVanished(name);
+    fail(name, because("cannot look at it"));
     return putName(Record::kKeep, name);
   }
   // Became something else since its directory was read: the next pass has it.
-  if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode))
-    return walk_.problems.addVanished(pathOf(name));
+  if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)) return noteVanished(name);
   if (isFurtherName(status, name, before) || passOver(status, name, before)) return;
   const Known known = knownOf(status);
   Entry entry = entryOf(name, status);

@@ -5,7 +5,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "share/engine/attributes.h"
@@ -18,9 +20,23 @@
 #include "share/engine/problems.h"
 #include "share/engine/record_stream.h"
 #include "share/engine/rules.h"
+#include "share/engine/visits.h"
 #include "share/engine/work_queue.h"
 
 namespace engine {
+
+/// The directories of which not everything could be read, for the next walk to go to.
+/// Any thread may use it.
+class Incomplete {
+ public:
+  void add(const std::string& directory);
+  /// Those so far; from then on there are none.
+  std::set<std::string> take();
+
+ private:
+  std::mutex mutex_;
+  std::set<std::string> directories_;
+};
 
 /// What all lanes of a sender share.
 struct Walk {
@@ -41,11 +57,14 @@ struct Walk {
   WorkQueue& queue;
   HardLinks& links;
   Problems& problems;
-  const Manifest* before = nullptr;          ///< for Way::kDifferences
-  ManifestWriter* after = nullptr;           ///< not there if none is kept
-  std::atomic<bool> distrusted{false};       ///< what is kept may not be what is there
-  std::atomic<std::uint64_t> bytesKnown{0};  ///< of the files that were met
-  std::atomic<std::uint64_t> bytesDone{0};   ///< of these, what was read or passed over
+  const Manifest* before = nullptr;  ///< for Way::kDifferences
+  ManifestWriter* after = nullptr;   ///< not there if none is kept
+  Visits* visits = nullptr;          ///< not there if every directory is visited
+  Incomplete incomplete;
+  std::atomic<std::uint64_t> directories{0};  ///< that were gone through
+  std::atomic<bool> distrusted{false};        ///< what is kept may not be what is there
+  std::atomic<std::uint64_t> bytesKnown{0};   ///< of the files that were met
+  std::atomic<std::uint64_t> bytesDone{0};    ///< of these, what was read or passed over
 };
 
 /// One lane of the sender: turns directories into records. One thread uses it.
@@ -60,13 +79,17 @@ class Walker {
   void runWhole(int directory, const std::string& path);
   void runSome(int directory, const Job& job);
   void addAll(int directory, bool comparing);
-  void addSubdirectory(const std::string& name);
+  void addSubdirectory(int directory, const std::string& name);
   void addFile(int directory, const std::string& name);
   void sendFile(int file, const struct stat& status, const std::string& name,
                 const std::optional<Known>& before);
   void addOther(int directory, const std::string& name);
   void listFile(int directory, const std::string& name);
   void removeGone();
+  void noteLost(const std::string& name, const Known& before);
+  void noteReplaced(const std::string& name, unsigned type, ino_t inode);
+  void noteVanished(const std::string& name);
+  void fail(const std::string& name, const std::string& what);
   bool isUnchanged(const std::optional<Known>& before, const struct stat& status) const;
   bool isFurtherName(const struct stat& status, const std::string& name,
                      const std::optional<Known>& before);
@@ -91,6 +114,7 @@ class Walker {
   unsigned flags_ = 0;  ///< it is begun with
   bool begun_ = false;  ///< something of it was sent
   bool remembers_ = false;
+  bool goesEverywhere_ = true;  ///< also into subdirectories that are as they were
   std::optional<Manifest::Directory> before_;
   ManifestPart part_;
 };

@@ -35,11 +35,22 @@ namespace {
 constexpr std::chrono::milliseconds kBarInterval{100};
 constexpr int kAlmostAll = 99;  // per cent; a hundred is said at the end only
 constexpr mode_t kNewDestination = 0700;
+constexpr std::uint64_t kTrackedPlaces = 200000;  // some 20 MiB of memory
 
 // Within the agent's own, which goes when the agent goes and is never copied.
 std::string senderFolder() {
   const std::string folder = host::agentFolder();
   return folder.empty() ? folder : folder + "/engine";
+}
+
+// Of a variable of the environment, in such units; `otherwise` where it is not set.
+std::uint64_t numberIn(const char* variable, const char* units, std::uint64_t otherwise) {
+  const char* value = std::getenv(variable);
+  if (value == nullptr || *value == '\0') return otherwise;
+  const std::optional<std::uint64_t> number = host::parseDecimal(value);
+  if (number) return *number;
+  throw Failure(kExitSyntax,
+                std::string("'") + value + "' in " + variable + " is not a number of " + units);
 }
 
 // Threads of a run that has failed may still wait for the channel, and end with the
@@ -184,6 +195,7 @@ int serveByEngine(const std::string& served, const Offer& agreed,
     setup.attributes = agreed.xattrs;
     setup.folder = senderFolder();
     setup.pace = wantedPace();
+    setup.trackedPlaces = numberIn("QX_RSYNC_TRACK", "changes", kTrackedPlaces);
     return engine::runSender(setup);
   } catch (...) {
     endAfter(std::current_exception());

@@ -16,7 +16,7 @@ namespace qxrsync {
 inline constexpr const char* kReceiverFolder = "/run/qxlinmigrate";
 
 // The engine at either end of a channel on which both have agreed to it. Both
-// return the exit status and throw Failure; none of them starts a process.
+// return the exit status and throw Failure.
 
 /// Fills the destination, with the progress bar if wanted, over the connection of the
 /// meeting, if there is one, or else the channel. On a signal that ends or stops a run,

@@ -20,6 +20,8 @@ int run(const std::vector<std::string>& arguments) {
       return qxrsync::runServer(options);
     case qxrsync::Mode::kJoiner:
       ::_exit(qxrsync::runJoiner(options));  // closed in by now, and nothing is to be tidied up
+    case qxrsync::Mode::kTracker:
+      return engine::runTracker(options.tracker);
     case qxrsync::Mode::kUntouched:
       break;
   }

@@ -74,6 +74,15 @@ Options parseJoiner(const Arguments& arguments) {
   return options;
 }
 
+Options parseTracker(const Arguments& arguments) {
+  Options options;
+  options.mode = Mode::kTracker;
+  const auto places = host::parseDecimal(arguments.size() < 3 ? "" : arguments[2]);
+  if (!places) throw Failure(kExitSyntax, arguments[0] + " needs a folder and a number");
+  options.tracker = {arguments[1], *places, {arguments.begin() + 3, arguments.end()}};
+  return options;
+}
+
 // The argument after the remote source, leaving out options.
 std::string destinationAmong(const Arguments& arguments) {
   bool sourceSeen = false;
@@ -91,6 +100,7 @@ Options parseOptions(const Arguments& arguments) {
   if (!arguments.empty() && arguments[0] == "--server") return parseServer(arguments);
   if (!arguments.empty() && (arguments[0] == kJoinOption || arguments[0] == kHandOverOption))
     return parseJoiner(arguments);
+  if (!arguments.empty() && arguments[0] == engine::kTrackOption) return parseTracker(arguments);
 
   Options options;
   for (size_t i = 0; i < arguments.size(); ++i) {

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "share/engine/tracker.h"
+
 namespace qxrsync {
 
 /// What this run of the program is for.
@@ -12,7 +14,8 @@ enum class Mode {
   kUntouched,  ///< nothing here is ours: stock rsync gets the arguments as they are
   kClient,     ///< --fdin and --fdout, or --progress-bar
   kServer,     ///< the sender at the far end of a channel
-  kJoiner      ///< this program as the remote shell of the stock rsync it started
+  kJoiner,     ///< this program as the remote shell of the stock rsync it started
+  kTracker     ///< this program between two passes of a sender
 };
 
 /// The command line, taken apart. arguments never hold the program's name.
@@ -28,6 +31,9 @@ struct Options {
 
   /// Mode::kServer
   std::string served;  ///< the path that is sent: the last argument
+
+  /// Mode::kTracker
+  engine::TrackerSetup tracker;
 
   /// Mode::kJoiner
   int handoverFd = -1;       ///< where the channel's descriptors are received

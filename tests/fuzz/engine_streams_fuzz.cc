@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include "share/engine/applier.h"
+#include "share/engine/changes_report.h"
 #include "share/engine/compression.h"
 #include "share/engine/frame.h"
 #include "share/engine/hello.h"
@@ -153,6 +154,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   attempt([&] { engine::takeReceiverHello(input); });
   attempt([&] { engine::takeSenderHello(input); });
   attempt([&] { engine::takeFarewell(input); });
+  attempt([&] { engine::textOf(engine::takeReport(input)); });
   attempt([&] { takeRecords(input); });
   attempt([&] { takeCompressed(input); });
   return 0;

@@ -79,6 +79,15 @@ TEST(Options, JoinerTakesTheCapabilitiesFromStocksServerCommandLine) {
   EXPECT_EQ(parseOptions({"--join-channel", "6", "h", "rsync", "-lr"}).capabilities, "");
 }
 
+TEST(Options, TrackerTakesAFolderANumberAndMounts) {
+  const Options options = parseOptions({"--track-changes", "/folder", "20", "/", "/srv"});
+  EXPECT_EQ(options.mode, Mode::kTracker);
+  EXPECT_EQ(options.tracker.folder, "/folder");
+  EXPECT_EQ(options.tracker.mostPlaces, 20U);
+  EXPECT_EQ(options.tracker.mounts, (std::vector<std::string>{"/", "/srv"}));
+  EXPECT_EQ(refusal({"--track-changes", "/folder"}), "--track-changes needs a folder and a number");
+}
+
 TEST(Options, BadDescriptorNumbersAreRefusedByName) {
   EXPECT_EQ(refusal({"--fdin", "x", "--fdout", "4"}),
             "the value 'x' of --fdin is not a file descriptor number");
