@@ -82,12 +82,15 @@ struct MigrationRecord {
 bool hasBegun(const MigrationRecord& record, std::string_view stage);
 bool hasSucceeded(const MigrationRecord& record, std::string_view stage);
 
-/// Bounds of a record: longer lists lose their oldest lines, longer texts their ends.
+/// Bounds of a record, in bytes and lines: longer lists lose their oldest lines, longer texts
+/// their ends.
 inline constexpr size_t kMaxRecordBytes = 1 << 20;
-inline constexpr size_t kMaxRecordTexts = 200;
-inline constexpr size_t kMaxRecordText = 1000;
+inline constexpr size_t kMaxRecordTexts = 200;   ///< of warnings and texts each
+inline constexpr size_t kMaxRecordText = 1000;   ///< one of them
+inline constexpr size_t kMaxRecordValue = 4096;  ///< any other text
 
-/// The record as JSON; docs/journal.md describes it.
+/// The record as JSON, which parseRecord takes, whatever the texts and numbers are;
+/// docs/journal.md describes it. Throws Error (kBadConfig) for a place that is no absolute path.
 std::string formatRecord(const MigrationRecord& record);
 
 /// Reads such a text. Throws Error (kBadConfig), which says what is wrong with it, for
