@@ -212,7 +212,9 @@ std::string jsonOf(const MigrationRecord& record) {
       {"before",
        {{"configuration", record.hadConfiguration},
         {"private_area", record.hadPrivateArea},
-        {"kept_inode", number(record.keptInode)}}},
+        {"kept_inode", number(record.keptInode)},
+        {"registration_inode", number(record.registrationInode)},
+        {"adapt_marker", record.hadAdaptMarker}}},
       {"places",
        {{"configuration", place(record.configuration, "configuration")},
         {"private_area", place(record.privateArea, "private_area")},
@@ -328,6 +330,10 @@ MigrationRecord parseRecord(std::string_view text) {
   record.hadConfiguration = before.flag("configuration");
   record.hadPrivateArea = before.flag("private_area");
   record.keptInode = before.number("kept_inode");
+  if (before.has("registration_inode")) {
+    record.registrationInode = before.number("registration_inode");
+    record.hadAdaptMarker = before.flag("adapt_marker");
+  }
   const Members places = all.object("places");
   record.configuration = placeIn(places, "configuration");
   record.privateArea = placeIn(places, "private_area");

@@ -60,6 +60,10 @@ struct MigrationRecord {
   bool hadConfiguration = false;
   bool hadPrivateArea = false;
   uint64_t keptInode = 0;  ///< of what an earlier one had kept; 0: nothing
+  /// Of the mark that a container is registered, in the private area or in what an earlier
+  /// one had kept; 0: none. And whether it had never been started since.
+  uint64_t registrationInode = 0;
+  bool hadAdaptMarker = false;
 
   /// Places that it uses.
   std::string configuration, privateArea, root, lock;

@@ -111,8 +111,23 @@ class Recovery {
         "again.");
   }
 
-  // A template is registered when it is unpacked. Whoever starts what came of it
-  // adapts it to its configuration, and the marker for that goes.
+  // The server's end is the last to finish, and only then does what it stopped stay so.
+  std::string servicesText() const {
+    if (record_.services.empty()) return "";
+    const auto& stages = record_.stages;
+    const auto isFinish = [](const host::MigrationStage& stage) { return stage.name == "finish"; };
+    if (std::count_if(stages.begin(), stages.end(), isFinish) < 2) {
+      return " The server was not told, and starts its services again.";
+    }
+    const std::string services = host::visibleLine(host::joined(record_.services));
+    if (stages.back().result == 0) return " Stopped on the server: " + services + ".";
+    return " It is not known whether the server was told: if it was, these are stopped there: " +
+           services + ".";
+  }
+
+  // A template is registered when it is unpacked, and what an earlier migration or a former
+  // container left may have been before. Whoever starts what came of a template adapts it to
+  // its configuration, and the marker for that goes.
   bool wasRegisteredSince() const {
     if (!host::exists(container_.inPrivateArea(host::kRegistrationMarker))) return false;
     return record_.osTemplate.empty() ||

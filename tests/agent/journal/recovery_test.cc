@@ -267,6 +267,67 @@ TEST(Recovery, AContainerThatWasRegisteredSinceIsNotTouched) {
   });
 }
 
+// A journal as a migration begins it, on what there is now, and as one that died leaves it.
+MigrationJournal begunOn() {
+  MigrationJournal journal = interrupted({"createDstSrv", "rSync"});
+  host::MigrationRecord& record = journal.record;
+  const agent::Journal begun(record);
+  const host::MigrationRecord& known = begun.record();
+  record.hadPrivateArea = known.hadPrivateArea;
+  record.keptInode = known.keptInode;
+  record.registrationInode = known.registrationInode;
+  record.hadAdaptMarker = known.hadAdaptMarker;
+  host::removeJournal(begun.name());
+  host::writeJournal(journal);
+  return host::readJournal(kName);
+}
+
+const std::string kRegistered = "/.qx-registered";
+const std::string kToBeAdapted = "/.qx-adapt";
+
+// As a template leaves it, that an earlier attempt had unpacked.
+TEST(Recovery, AMarkFromATemplateInWhatWasTakenBackIsNoTakeOver) {
+  for (const bool started : {false, true}) {
+    node().run([&] {
+      host::makeDirectories(kKept);
+      host::replaceFile(kKept + kRegistered, "", 0644);
+      host::replaceFile(kKept + kToBeAdapted, "", 0644);
+      const MigrationJournal journal = begunOn();
+      ASSERT_EQ(rename(kKept, kArea), 0);
+      writeConfiguration();
+      if (started) unlink((kArea + kToBeAdapted).c_str());
+      agent::recover(journal, Copy::kKept);
+      EXPECT_EQ(host::exists(kKept), !started);
+      EXPECT_EQ(host::exists(kConf), started);
+    });
+  }
+}
+
+TEST(Recovery, AMarkOfAFormerContainerIsNoTakeOver) {
+  node().run([] {
+    makeContainer();
+    host::runProgram({"/usr/sbin/qxctl", "convert", "101"});
+    unlink(kConf);
+    const MigrationJournal journal = begunOn();
+    writeConfiguration();
+    agent::recover(journal, Copy::kAsTold);
+    EXPECT_FALSE(host::exists(kConf));
+    EXPECT_TRUE(host::exists(kArea + kRegistered));
+  });
+}
+
+TEST(Recovery, AMarkThatReplacesTheFormerOneIsATakeOver) {
+  node().run([] {
+    makeContainer();
+    host::runProgram({"/usr/sbin/qxctl", "convert", "101"});
+    const MigrationJournal journal = begunOn();
+    host::replaceFile(kArea + kRegistered, "", 0644);
+    EXPECT_THAT(agent::recover(journal, Copy::kAsTold),
+                ElementsAre(HasSubstr("was registered since")));
+    EXPECT_TRUE(host::exists(kConf));
+  });
+}
+
 TEST(Recovery, APrivateAreaThatWasThereBeforeStays) {
   node().run([] {
     MigrationJournal journal = interrupted({"createDstSrv", "rSync"});
