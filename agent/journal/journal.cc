@@ -64,8 +64,9 @@ void Journal::end(host::MigrationState state, const std::string& stage, const st
   record.failedStage = stage;
   record.error = error;
   const std::string kept = keptAreaOf(record.privateArea);
-  record.keptAreaInode = state == host::MigrationState::kSucceeded ? 0 : inodeOf(kept);
-  record.keptArea = record.keptAreaInode == 0 ? "" : kept;
+  const bool has = state != host::MigrationState::kSucceeded && isOfMigrations(record, kept);
+  record.keptAreaInode = has ? inodeOf(kept) : 0;
+  record.keptArea = has ? kept : "";
   write();
 }
 

@@ -95,7 +95,7 @@ class Recovery {
       say("What there is of container " + id_ + " is not of this migration: it was left as it is.");
       return;
     }
-    if (host::exists(kept)) noteKept(kept);
+    if (isOfMigrations(record_, kept)) noteKept(kept);
     say("Nothing of it was left.");
   }
 
@@ -148,7 +148,7 @@ class Recovery {
       rename(area, kept);
       removeConfiguration();
       noteKept(kept);
-    } else if (keep && !host::exists(area) && host::exists(kept)) {
+    } else if (keep && !host::exists(area) && isOfMigrations(record_, kept)) {
       removeConfiguration();
       noteKept(kept);
     } else {

@@ -199,6 +199,38 @@ TEST(Recovery, WhatAnEarlierOneKeptIsKeptAgainWhenItWasTakenBackAndNoMore) {
   });
 }
 
+TEST(Recovery, WhatSomebodyElsePutInThePlaceOfAKeptCopyDoesNotBecomeOne) {
+  for (const bool configured : {false, true}) {
+    node().run([&] {
+      host::makeDirectories(kKept);
+      MigrationJournal journal = interrupted({"createDstSrv"});
+      journal.record.keptInode = agent::inodeOf(kKept);
+      host::writeJournal(journal);
+      if (configured) writeConfiguration();
+      agent::recover(journal, Copy::kKept);
+      EXPECT_TRUE(host::exists(kKept));
+      EXPECT_FALSE(host::exists(kConf));
+      EXPECT_EQ(host::readJournal(kName).record.keptArea, "");
+    });
+  }
+}
+
+// As of a qxctl that got the number of the process that died.
+TEST(Recovery, ALockOfALiveProcessThatHasThePidNowStays) {
+  node().run([] {
+    MigrationJournal journal = interrupted({"createDstSrv"});
+    writeConfiguration();
+    journal.record.process = host::thisProcess();
+    journal.record.process.startTime -= 1;
+    host::writeJournal(journal);
+    const std::string lock = std::to_string(getpid()) + "\nmounting\n";
+    host::replaceFile(kLock, lock, 0644);
+    EXPECT_THROW(agent::recover(journal, Copy::kAsTold), host::Error);
+    EXPECT_EQ(host::readFile(kLock), lock);
+    EXPECT_TRUE(host::exists(kConf));
+  });
+}
+
 TEST(Recovery, AnAdaptedContainerIsRegisteredAndStays) {
   node().run([] {
     MigrationJournal journal = interrupted({"createDstSrv", "rSync", "tuneDstSrv", "finish"});
@@ -458,9 +490,33 @@ TEST(Journal, TellsWhatThereWasBeforeAndWhatWasDone) {
     read = host::readJournal(journal.name()).record;
     EXPECT_EQ(read.state, MigrationState::kFailed);
     EXPECT_EQ(read.error, "locked");
-    EXPECT_EQ(read.keptArea, kKept);
+    // No journal tells of what is there.
+    EXPECT_EQ(read.keptArea, "");
     EXPECT_EQ(journal.problem(), "");
   });
+}
+
+TEST(Journal, NamesTheKeptCopyThatAnEarlierOneNamedOrThatItTookBackItself) {
+  for (const bool named : {true, false}) {
+    node().run([&] {
+      host::makeDirectories(kKept);
+      host::MigrationRecord record;
+      record.ctid = 101;
+      record.privateArea = kArea;
+      if (named) {
+        MigrationJournal earlier = interrupted({"createDstSrv"});
+        earlier.record.state = MigrationState::kFailed;
+        earlier.record.keptArea = kKept;
+        earlier.record.keptAreaInode = agent::inodeOf(kKept);
+        host::writeJournal(earlier);
+      }
+      agent::Journal journal(record);
+      journal.stageBegins("createDstSrv");
+      journal.stageEnds("createDstSrv", named ? -1 : 0, 1);
+      journal.end(MigrationState::kFailed, "createDstSrv", "");
+      EXPECT_EQ(host::readJournal(journal.name()).record.keptArea, kKept);
+    });
+  }
 }
 
 TEST(Journal, OneThatCannotBeBegunStopsTheMigrationAndALaterFailureDoesNot) {
