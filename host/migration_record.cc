@@ -258,6 +258,15 @@ bool shorten(MigrationRecord& record) {
   return true;
 }
 
+std::string_view fingerprintIn(std::string_view hostKey) {
+  return hostKey.substr(0, hostKey.find(' '));
+}
+
+std::string_view kindOf(std::string_view hostKey) {
+  const size_t blank = hostKey.find(' ');
+  return blank == hostKey.npos ? "" : hostKey.substr(blank + 1);
+}
+
 }  // namespace
 
 const char* stateName(MigrationState state) { return kStates.at(static_cast<size_t>(state)); }
@@ -267,9 +276,11 @@ bool isSameServer(const ServerIdentity& first, const ServerIdentity& second) {
     return !a.empty() && !b.empty();
   };
   const bool machine = known(first.machineId, second.machineId);
-  const bool key = known(first.hostKey, second.hostKey);
+  const std::string_view kind = kindOf(first.hostKey), other = kindOf(second.hostKey);
+  const bool sameKind = kind.empty() || other.empty() || kind == other;
+  const bool key = known(first.hostKey, second.hostKey) && sameKind;
   return (machine || key) && (!machine || first.machineId == second.machineId) &&
-         (!key || first.hostKey == second.hostKey);
+         (!key || fingerprintIn(first.hostKey) == fingerprintIn(second.hostKey));
 }
 
 bool hasBegun(const MigrationRecord& record, std::string_view stage) {

@@ -25,11 +25,12 @@ const char* stateName(MigrationState state);
 /// What a server says it is, and what it proved to ssh. Empty where not known.
 struct ServerIdentity {
   std::string machineId;
-  std::string hostKey;  ///< fingerprint, as ssh-keygen -l shows it
+  std::string hostKey;  ///< "SHA256:FINGERPRINT KIND", the kind as in "ssh-ed25519"; older: no kind
 };
 
 /// Whether the two are known to be one server: something is known of both, and
-/// nothing that is known of both differs.
+/// nothing that is known of both differs. A server has keys of several kinds, of which ssh takes
+/// one: keys of two kinds say nothing.
 bool isSameServer(const ServerIdentity& first, const ServerIdentity& second);
 
 struct MigrationStage {

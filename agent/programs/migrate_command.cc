@@ -107,6 +107,21 @@ bool isVerified(const MigrateSettings& settings, Planning& planning, MigrationVi
   return false;
 }
 
+Attempt attemptIn(const MigrateSettings& settings, const host::ServerIdentity& server) {
+  MigrateOptions options = settings.options;
+  options.distributionRequired = false;
+  return attemptOf(*makeParams(options), server, settings.fresh);
+}
+
+// A copy that an earlier attempt had kept is not lost with this one.
+void makeWay(MigrateSettings& settings, const Attempt& attempt, MigrationView& view) {
+  const bool goesOn = clearTheWay(attempt, [&](const std::string& text) { view.line(text); });
+  if (!goesOn || settings.options.keepOnFailure) return;
+  settings.options.keepOnFailure = true;
+  view.line(
+      "It goes on from what an earlier attempt copied, which is kept if this one fails, too.");
+}
+
 int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationView& view,
             const std::shared_ptr<CancelToken>& cancel) {
   // Keeps the connection, which the migration shares.
@@ -122,13 +137,12 @@ int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationVi
   JournalFacts facts;
   std::vector<OwnerLimits> unreported;
   facts.server = planning->identify();
-  {
-    MigrateOptions options = settings.options;
-    options.distributionRequired = false;
-    clearTheWay(settings.server.source, *makeParams(options), facts.server, settings.fresh, view);
-  }
+  // Told before the server is measured, which takes long.
+  const Attempt attempt = attemptIn(settings, facts.server);
+  requireSameServer(attempt);
   if (!settings.noMeasure) {
-    const PlanFacts found = planning->gather(settings.options, settings.measure);
+    PlanFacts found = planning->gather(settings.options, settings.measure);
+    found.node.keptIsRemoved = settings.fresh;
     if (const auto* quotas = travellingQuotas(found.survey)) unreported = quotas->unreported;
     const Plan made = makePlan(found);
     facts.bytes = made.bytes;
@@ -148,6 +162,7 @@ int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationVi
       return kExitBlocked;
     }
   }
+  makeWay(settings, attempt, view);
   view.expect({facts.bytes, !settings.options.services.empty()});
   const auto params = makeParams(settings.options);
   const CopyRules rules{report.path(), std::to_string(settings.options.ctid),

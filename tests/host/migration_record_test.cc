@@ -262,6 +262,13 @@ TEST(SameServer, NeedsSomethingKnownOfBothAndNothingThatDiffers) {
   EXPECT_FALSE(isSameServer({"a", "k"}, {"a", "l"}));
   EXPECT_FALSE(isSameServer({"a", "k"}, {"b", "k"}));
   EXPECT_FALSE(isSameServer({"a", ""}, {"", "k"}));
+  // Another setting of ssh has it ask for another of the server's keys.
+  EXPECT_TRUE(isSameServer({"a", "k ssh-ed25519"}, {"a", "l ssh-rsa"}));
+  EXPECT_FALSE(isSameServer({"", "k ssh-ed25519"}, {"", "l ssh-rsa"}));
+  EXPECT_FALSE(isSameServer({"a", "k ssh-rsa"}, {"a", "l ssh-rsa"}));
+  // Journals of before have no kind.
+  EXPECT_TRUE(isSameServer({"a", "k ssh-rsa"}, {"a", "k"}));
+  EXPECT_FALSE(isSameServer({"a", "k ssh-rsa"}, {"a", "l"}));
   EXPECT_FALSE(isSameServer({}, {}));
 }
 

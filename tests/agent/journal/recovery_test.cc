@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <functional>
 
 #include "agent/journal/journal.h"
 #include "agent/journal/leftovers.h"
@@ -246,8 +247,7 @@ TEST(Recovery, AnAdaptedContainerIsRegisteredAndStays) {
 }
 
 TEST(ClearTheWay, AnAdaptedCopyIsGoneOnFromUnlessItWasRegistered) {
-  const agent::Attempt attempt{
-      101, "root@old", {"0123456789abcdef0123456789abcdef", ""}, kArea, false};
+  const agent::Attempt attempt{101, {"0123456789abcdef0123456789abcdef", ""}, kArea, false};
   const auto say = [](const std::string&) {};
   node().run([&] {
     interrupted({"createDstSrv", "rSync", "tuneDstSrv", "finish"});
@@ -413,52 +413,92 @@ TEST(Recovery, AContainerThatAnotherProcessWorksOnIsLeftForLater) {
   });
 }
 
-TEST(ClearTheWay, ACopyOfTheSameServerIsKeptAndOneOfAnotherIsRemoved) {
+constexpr char kMachine[] = "0123456789abcdef0123456789abcdef";
+constexpr char kOtherMachine[] = "1123456789abcdef0123456789abcdef";
+
+std::string refusal(const std::function<void()>& work) {
+  try {
+    work();
+  } catch (const std::runtime_error& problem) {
+    return problem.what();
+  }
+  return "";
+}
+
+TEST(ClearTheWay, ACopyOfTheSameServerIsKeptHoweverTheServerIsCalled) {
+  node().run([] {
+    interrupted({"createDstSrv", "rSync"});
+    makeContainer();
+    const agent::Attempt attempt{101, {kMachine, ""}, kArea, false};
+    std::string said;
+    const auto say = [&](const std::string& text) { said += text + "\n"; };
+    EXPECT_TRUE(agent::clearTheWay(attempt, say));
+    expectNothingLeft();
+    EXPECT_TRUE(host::exists(std::string(kKept) + "/fs/bin/sh"));
+    said.clear();
+    // What was kept stays for an attempt after the next.
+    EXPECT_TRUE(agent::clearTheWay(attempt, say));
+    EXPECT_EQ(said, "");
+    EXPECT_TRUE(host::exists(std::string(kKept) + "/fs/bin/sh"));
+  });
+}
+
+TEST(ClearTheWay, ACopyOfAnotherServerIsLeftAndTheMigrationRefused) {
   struct Case {
-    const char* source;
     const char* machine;
-    bool fresh;
-    const char* reason;  // null: kept
+    const char* reason;
   };
-  for (const Case& one :
-       {Case{"root@old", "0123456789abcdef0123456789abcdef", false, nullptr},
-        Case{"root@old", "0123456789abcdef0123456789abcdef", true, "it is to begin afresh"},
-        Case{"root@old", "1123456789abcdef0123456789abcdef", false, "it was of another server"},
-        Case{"root@old", "", false, "it is not known whether"},
-        Case{"root@new", "0123456789abcdef0123456789abcdef", false, "it was of another source"}}) {
+  for (const Case& one : {Case{kOtherMachine, "is of another server (root@old)"},
+                          Case{"", "may be of another server (root@old)"}}) {
     node().run([&] {
-      interrupted({"createDstSrv", "rSync"});
+      const MigrationJournal journal = interrupted({"createDstSrv", "rSync"});
       makeContainer();
-      agent::Attempt attempt{101, one.source, {one.machine, ""}, kArea, one.fresh};
-      std::string said;
-      const auto say = [&](const std::string& text) { said += text + "\n"; };
-      agent::clearTheWay(attempt, say);
-      expectNothingLeft();
-      EXPECT_EQ(host::exists(kKept), one.reason == nullptr) << said;
-      if (one.reason) {
-        EXPECT_THAT(said, HasSubstr(one.reason));
-      }
-      said.clear();
-      // What was kept stays for an attempt after the next.
-      agent::clearTheWay(attempt, say);
-      EXPECT_EQ(said, "");
-      EXPECT_EQ(host::exists(kKept), one.reason == nullptr);
-      if (!one.reason) {
-        attempt.source = "root@new";
-        agent::clearTheWay(attempt, say);
-        EXPECT_FALSE(host::exists(kKept));
-        EXPECT_THAT(said, HasSubstr("was removed: it was of another source, root@old."));
-      }
+      const agent::Attempt attempt{101, {one.machine, ""}, kArea, false};
+      const auto clear = [&] { agent::clearTheWay(attempt, [](const std::string&) {}); };
+      EXPECT_THAT(refusal(clear), testing::AllOf(HasSubstr(one.reason), HasSubstr("--fresh")));
+      EXPECT_TRUE(host::exists(std::string(kArea) + "/fs/bin/sh"));
+      EXPECT_EQ(stateNow(), MigrationState::kRunning);
+      agent::recover(journal, Copy::kKept);
+      EXPECT_THAT(refusal(clear), testing::AllOf(HasSubstr(one.reason), HasSubstr("--fresh")));
+      EXPECT_TRUE(host::exists(std::string(kKept) + "/fs/bin/sh"));
     });
+  }
+}
+
+TEST(ClearTheWay, WhereNothingWasCopiedAnotherServerIsWelcome) {
+  node().run([] {
+    interrupted({"createDstSrv"});
+    writeConfiguration();
+    EXPECT_FALSE(
+        agent::clearTheWay({101, {kOtherMachine, ""}, kArea, false}, [](const std::string&) {}));
+    expectNothingLeft();
+  });
+}
+
+TEST(ClearTheWay, WhoeverBeginsAfreshKeepsNothingOfAnyServer) {
+  for (const char* machine : {kMachine, kOtherMachine}) {
+    for (const bool kept : {false, true}) {
+      node().run([&] {
+        const MigrationJournal journal = interrupted({"createDstSrv", "rSync"});
+        makeContainer();
+        if (kept) agent::recover(journal, Copy::kKept);
+        std::string said;
+        EXPECT_FALSE(agent::clearTheWay({101, {machine, ""}, kArea, true},
+                                        [&](const std::string& text) { said += text; }));
+        expectNothingLeft();
+        EXPECT_FALSE(host::exists(kKept));
+        EXPECT_THAT(said, HasSubstr("it is to begin afresh"));
+      });
+    }
   }
 }
 
 TEST(ClearTheWay, WhatNoJournalTellsOfStaysUnlessItIsToBeginAfresh) {
   node().run([] {
     host::makeDirectories(kKept);
-    agent::Attempt attempt{101, "root@old", {}, kArea, false};
+    agent::Attempt attempt{101, {}, kArea, false};
     const auto say = [](const std::string&) {};
-    agent::clearTheWay(attempt, say);
+    EXPECT_TRUE(agent::clearTheWay(attempt, say));
     EXPECT_TRUE(host::exists(kKept));
     attempt.fresh = true;
     agent::clearTheWay(attempt, say);
