@@ -131,6 +131,8 @@ void removeTemporaryFolders() {
 
 void removeDeadLock(const std::string& lockDir, unsigned ctid,
                     const host::ProcessIdentity& process) {
+  const std::optional<host::ProcessIdentity> now = host::processOf(process.pid);
+  if (now && *now != process) return;
   // As those do who take the lock: looking and removing are one step.
   const host::Fd guard(open(lockDir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!guard) return;

@@ -34,8 +34,8 @@ void stopPrograms(const host::ProcessIdentity& process);
 /// Removes the folders for temporary files of processes that are dead.
 void removeTemporaryFolders();
 
-/// Removes the lock of a container, and what was to become it, where they name a
-/// process of this pid that is known to be dead.
+/// Removes the lock of a container, and what was to become it, where they name this process,
+/// which is known to be dead. Where another one has its pid now they stay: they may be its own.
 void removeDeadLock(const std::string& lockDir, unsigned ctid,
                     const host::ProcessIdentity& process);
 
