@@ -29,7 +29,8 @@ std::string newMigrationName(unsigned ctid);
 
 /// Writes a journal, at once and to the disk: whoever reads it, after a crash too,
 /// finds the old record or the new one. Makes the folder. While the record says
-/// running, a file beside it keeps some room, which is used when the disk is full.
+/// running, two files beside it keep some room, which is used when the disk is full: one to
+/// write that the copy begins, the other to write how it ended.
 /// Throws Error.
 void writeJournal(const MigrationJournal& journal);
 
