@@ -79,6 +79,8 @@ void makeFolder() {
   if (chmod(kJournalDir, 0700) != 0) failErrno("cannot set the mode of %s", kJournalDir);
 }
 
+/// Of the room that is kept for a full disk: for the end, and for what decides before it what
+/// becomes of a copy.
 std::string sparePathOf(const std::string& name) {
   return std::string(kJournalDir) + "/." + name + ".spare";
 }
@@ -256,10 +258,12 @@ std::optional<MigrationJournal> interruptedMigration(unsigned ctid) {
 }
 
 std::string interruptionText(const MigrationRecord& record) {
+  const char* const outcome =
+      hasSucceeded(record, "tuneDstSrv") ? "registers it, for it is complete" : "removes it";
   return textf(
-      "left by a migration that was interrupted at %s; qxmigrate clean %u removes it, or run it "
+      "left by a migration that was interrupted at %s; qxmigrate clean %u %s, or run it "
       "again",
-      record.updated.c_str(), record.ctid);
+      record.updated.c_str(), record.ctid, outcome);
 }
 
 }  // namespace host

@@ -66,7 +66,7 @@ bool isInterrupted(const MigrationRecord& record);
 std::optional<MigrationJournal> interruptedMigration(unsigned ctid);
 
 /// "left by a migration that was interrupted at TIME; qxmigrate clean ID removes it, or
-/// run it again"
+/// run it again"; or that it registers what was complete.
 std::string interruptionText(const MigrationRecord& record);
 
 }  // namespace host

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -18,6 +19,7 @@
 #include "host/process.h"
 #include "host/state.h"
 #include "host/text.h"
+#include "host/visible.h"
 
 namespace agent {
 
@@ -106,9 +108,7 @@ class Recovery {
   void complete() {
     unmount();
     host::runProgram({kQxctl, kSkipLock, "convert", id_});
-    say("Container " + id_ +
-        " was complete already, and is registered now. The server has started its services "
-        "again.");
+    say("Container " + id_ + " was complete already, and is registered now." + servicesText());
   }
 
   // The server's end is the last to finish, and only then does what it stopped stay so.
@@ -129,9 +129,11 @@ class Recovery {
   // container left may have been before. Whoever starts what came of a template adapts it to
   // its configuration, and the marker for that goes.
   bool wasRegisteredSince() const {
-    if (!host::exists(container_.inPrivateArea(host::kRegistrationMarker))) return false;
-    return record_.osTemplate.empty() ||
-           !host::exists(container_.inPrivateArea(host::kAdaptMarker));
+    const uint64_t marker = inodeOf(container_.inPrivateArea(host::kRegistrationMarker));
+    if (marker == 0) return false;
+    const bool isToBeAdapted = host::exists(container_.inPrivateArea(host::kAdaptMarker));
+    if (marker == record_.registrationInode) return record_.hadAdaptMarker && !isToBeAdapted;
+    return record_.osTemplate.empty() || !isToBeAdapted;
   }
 
   void rollBack() {

@@ -66,9 +66,11 @@ int tellEnd(const MigrateSettings& settings, const MigrationResult& result,
   }
   if (result.unconfirmed) {
     complain("container " + id + " is there, but the server could not be told so: " + result.text);
-    complain("the server starts again what was stopped. Stop that there before container " + id +
-             " is started; what it changes until then is not in the container ('qxctl destroy " +
-             id + "', and the same migration again, bring all of it)");
+    complain(
+        "the server starts again what was stopped, unless only its answer was lost: look there " +
+        ("what runs, and stop that before container " + id) +
+        " is started; what it changes until then is not in the container ('qxctl destroy " + id +
+        "', and the same migration again, bring all of it)");
     return kExitUnconfirmed;
   }
   const bool cancelled = cancel.code() == kCancelledByUser;
@@ -214,9 +216,9 @@ Run describeMigrate(CLI::App& app) {
   app.footer(
       "Exit status: 0 when the container is there, 1 when the migration failed and was\n"
       "undone or the container differs (--verify), 2 when the plan is blocked and nothing\n"
-      "was changed, 3 when the container is there but the server could not be told, and\n"
-      "starts its services again, 64 for a wrong command line, 130 when it was cancelled and "
-      "undone.");
+      "was changed, 3 when the container is there but the server has not confirmed that it\n"
+      "was told (look there whether its services run), 64 for a wrong command line, 130 when\n"
+      "it was cancelled and undone.");
   return [settings]() {
     // What is wrong in the options is told before the server is bothered.
     if (!areUsable(settings->options, !settings->noMeasure)) return kExitUsage;

@@ -189,6 +189,10 @@ TEST(InterruptedMigration, IsOneThatSaysRunningAndWhoseProcessIsGone) {
     EXPECT_EQ(host::interruptionText(found->record),
               "left by a migration that was interrupted at 2026-11-21T22:21:25Z; qxmigrate clean "
               "101 removes it, or run it again");
+    host::MigrationRecord complete = found->record;
+    complete.stages = {{"tuneDstSrv", "", 0, 0}};
+    EXPECT_THAT(host::interruptionText(complete),
+                HasSubstr("clean 101 registers it, for it is complete, or run it again"));
     host::makeDirectories("/etc/sysconfig/qx-scripts");
     const char* const configuration = "/etc/sysconfig/qx-scripts/101.conf";
     host::replaceFile(configuration, "MIGRATION=\"101-20261121T222125Z\"\n", 0644);

@@ -246,6 +246,30 @@ TEST(Recovery, AnAdaptedContainerIsRegisteredAndStays) {
   });
 }
 
+TEST(Recovery, OfACompleteContainerItSaysWhatIsKnownOfTheServersServices) {
+  struct Case {
+    int finished;  // ends that have begun to finish
+    std::optional<int> last;
+    const char* text;
+  };
+  for (const Case& one : {Case{0, std::nullopt, "The server was not told, and starts"},
+                          Case{1, 0, "The server was not told, and starts"},
+                          Case{2, std::nullopt, "It is not known whether the server was told"},
+                          Case{2, -1, "It is not known whether the server was told"},
+                          Case{2, 0, "registered now. Stopped on the server: nginx ticker."}}) {
+    node().run([&] {
+      MigrationJournal journal = interrupted({"createDstSrv", "rSync", "tuneDstSrv"});
+      journal.record.services = {"nginx", "ticker"};
+      journal.record.stages.back().result = 0;
+      for (int i = 0; i < one.finished; ++i) journal.record.stages.push_back({"finish", "", 0, 0});
+      if (one.finished > 0) journal.record.stages.back().result = one.last;
+      host::writeJournal(journal);
+      makeContainer();
+      EXPECT_THAT(agent::recover(journal, Copy::kAsTold), ElementsAre(HasSubstr(one.text)));
+    });
+  }
+}
+
 TEST(ClearTheWay, AnAdaptedCopyIsGoneOnFromUnlessItWasRegistered) {
   const agent::Attempt attempt{101, {"0123456789abcdef0123456789abcdef", ""}, kArea, false};
   const auto say = [](const std::string&) {};
