@@ -174,8 +174,11 @@ int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationVi
   if (!result.containerIsThere()) return tellEnd(settings, result, *cancel);
   addUnreportedLimits(settings.options.ctid, unreported,
                       [&](const std::string& text) { view.line(text); });
-  if (settings.verify && result.succeeded && !isVerified(settings, *planning, view, *cancel))
+  if (settings.verify && result.succeeded && !isVerified(settings, *planning, view, *cancel)) {
+    const std::string stopped = stoppedText(result.record);
+    if (!stopped.empty()) complain(stopped);
     return kExitFailed;
+  }
   return tellEnd(settings, result, *cancel);
 }
 
