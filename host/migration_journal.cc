@@ -79,9 +79,13 @@ void makeFolder() {
   if (chmod(kJournalDir, 0700) != 0) failErrno("cannot set the mode of %s", kJournalDir);
 }
 
+/// Of the room that is kept for a full disk: for the end, and for what decides before it what
+/// becomes of a copy.
 std::string sparePathOf(const std::string& name) {
   return std::string(kJournalDir) + "/." + name + ".spare";
 }
+
+std::string copySparePathOf(const std::string& name) { return sparePathOf(name) + "-copy"; }
 
 std::string unfinishedPathOf(const std::string& name) {
   return std::string(kJournalDir) + "/." + name + ".new";
@@ -111,6 +115,33 @@ bool tryToWrite(const MigrationJournal& journal) {
   return folder && fsync(folder.get()) == 0;
 }
 
+/// Without it nobody would know that there is a copy to keep.
+bool isFirstOfCopy(const MigrationRecord& record) {
+  constexpr char kCopy[] = "rSync";
+  if (record.stages.empty() || record.stages.back().name != kCopy) return false;
+  const auto isCopy = [&](const MigrationStage& stage) { return stage.name == kCopy; };
+  return !record.stages.back().result &&
+         std::count_if(record.stages.begin(), record.stages.end(), isCopy) == 1;
+}
+
+/// Gives up what is kept for this record; false when it must do without.
+bool makeRoomFor(const MigrationJournal& journal) {
+  const bool ended = journal.record.state != MigrationState::kRunning;
+  if (!ended && !isFirstOfCopy(journal.record)) return false;
+  const bool copys = unlink(copySparePathOf(journal.name).c_str()) == 0;
+  return ended ? unlink(sparePathOf(journal.name).c_str()) == 0 || copys : copys;
+}
+
+/// False with errno set when it cannot be, though the disk may be full.
+bool writeOnFullDisk(const MigrationJournal& journal) {
+  if (tryToWrite(journal)) return true;
+  const int number = errno;
+  const bool full = number == ENOSPC || number == EDQUOT;
+  if (full && makeRoomFor(journal)) return tryToWrite(journal);
+  errno = number;
+  return false;
+}
+
 }  // namespace
 
 std::string newMigrationName(unsigned ctid) {
@@ -124,16 +155,14 @@ std::string newMigrationName(unsigned ctid) {
 
 void writeJournal(const MigrationJournal& journal) {
   makeFolder();
-  const std::string spare = sparePathOf(journal.name);
   // A full disk must not make a migration that came to its end look like an interrupted one.
-  if (!tryToWrite(journal) && !((errno == ENOSPC || errno == EDQUOT) &&
-                                unlink(spare.c_str()) == 0 && tryToWrite(journal))) {
-    failErrno("cannot write %s", pathOf(journal.name).c_str());
-  }
-  if (journal.record.state == MigrationState::kRunning) {
-    makeSpare(spare);
-  } else {
-    unlink(spare.c_str());
+  if (!writeOnFullDisk(journal)) failErrno("cannot write %s", pathOf(journal.name).c_str());
+  for (const std::string& spare : {sparePathOf(journal.name), copySparePathOf(journal.name)}) {
+    if (journal.record.state == MigrationState::kRunning) {
+      makeSpare(spare);
+    } else {
+      unlink(spare.c_str());
+    }
   }
 }
 
@@ -194,6 +223,7 @@ void removeJournal(const std::string& name) {
   // What a process that died while it wrote it has left goes as well.
   unlink(unfinishedPathOf(name).c_str());
   unlink(sparePathOf(name).c_str());
+  unlink(copySparePathOf(name).c_str());
   if (unlink(pathOf(name).c_str()) != 0 && errno != ENOENT) {
     failErrno("cannot remove %s", pathOf(name).c_str());
   }
@@ -228,10 +258,12 @@ std::optional<MigrationJournal> interruptedMigration(unsigned ctid) {
 }
 
 std::string interruptionText(const MigrationRecord& record) {
+  const char* const outcome =
+      hasSucceeded(record, "tuneDstSrv") ? "registers it, for it is complete" : "removes it";
   return textf(
-      "left by a migration that was interrupted at %s; qxmigrate clean %u removes it, or run it "
+      "left by a migration that was interrupted at %s; qxmigrate clean %u %s, or run it "
       "again",
-      record.updated.c_str(), record.ctid);
+      record.updated.c_str(), record.ctid, outcome);
 }
 
 }  // namespace host

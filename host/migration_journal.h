@@ -29,7 +29,8 @@ std::string newMigrationName(unsigned ctid);
 
 /// Writes a journal, at once and to the disk: whoever reads it, after a crash too,
 /// finds the old record or the new one. Makes the folder. While the record says
-/// running, a file beside it keeps some room, which is used when the disk is full.
+/// running, two files beside it keep some room, which is used when the disk is full: one to
+/// write that the copy begins, the other to write how it ended.
 /// Throws Error.
 void writeJournal(const MigrationJournal& journal);
 
@@ -65,7 +66,7 @@ bool isInterrupted(const MigrationRecord& record);
 std::optional<MigrationJournal> interruptedMigration(unsigned ctid);
 
 /// "left by a migration that was interrupted at TIME; qxmigrate clean ID removes it, or
-/// run it again"
+/// run it again"; or that it registers what was complete.
 std::string interruptionText(const MigrationRecord& record);
 
 }  // namespace host

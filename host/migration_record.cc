@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <limits>
 #include <nlohmann/json.hpp>
 
@@ -17,6 +18,8 @@ constexpr int kVersion = 1;
 constexpr int kMaxDepth = 6;
 constexpr size_t kMaxStages = 500;
 constexpr size_t kMaxResources = 100;
+constexpr size_t kMaxName = 64;  // of what there are many: stages, resources
+constexpr uint64_t kMaxNumber = std::numeric_limits<int64_t>::max();
 
 constexpr std::array kStates{"running", "succeeded", "failed", "cancelled", "cleaned"};
 
@@ -48,7 +51,7 @@ class Members {
     return at(key).get<bool>();
   }
 
-  uint64_t number(const char* key, uint64_t max = std::numeric_limits<int64_t>::max()) const {
+  uint64_t number(const char* key, uint64_t max = kMaxNumber) const {
     const Json& value = at(key);
     if (!value.is_number_unsigned() || value.get<uint64_t>() > max) {
       refuse("'" + nameOf(key) + "' is not a number from 0 to " + std::to_string(max));
@@ -86,12 +89,15 @@ class Members {
 };
 
 /// An absolute plain path, or nothing.
-std::string placeIn(const Members& members, const char* key) {
-  std::string path = members.text(key);
+std::string checkedPlace(std::string path, const char* key) {
   if (!path.empty() && (path[0] != '/' || (path + "/").find("/../") != path.npos)) {
     refuse("'places." + std::string(key) + "' is '" + path + "', which is no absolute path");
   }
   return path;
+}
+
+std::string placeIn(const Members& members, const char* key) {
+  return checkedPlace(members.text(key), key);
 }
 
 MigrationStage stageIn(const Json& json) {
@@ -123,70 +129,109 @@ ResourceFigures figuresIn(const Json& json) {
   return figures;
 }
 
-std::vector<std::string> bounded(const std::vector<std::string>& texts) {
+// What is written is what can be read again, whatever a server, or a tool, has said.
+
+std::string written(std::string_view whole, size_t longest = kMaxRecordValue) {
+  std::string text(whole.substr(0, longest));
+  // As every byte that is no character.
+  std::replace(text.begin(), text.end(), '\0', '\xff');
+  return text;
+}
+
+Json allWritten(std::vector<std::string> texts) {
+  for (std::string& text : texts) text = written(text);
+  return texts;
+}
+
+Json place(const std::string& path, const char* key) { return written(checkedPlace(path, key)); }
+
+uint64_t number(uint64_t value) { return std::min(value, kMaxNumber); }
+
+uint64_t number(long long value) { return static_cast<uint64_t>(std::max(0LL, value)); }
+
+Json newest(const std::vector<std::string>& texts) {
   const size_t first = texts.size() > kMaxRecordTexts ? texts.size() - kMaxRecordTexts : 0;
-  std::vector<std::string> result(texts.begin() + static_cast<ptrdiff_t>(first), texts.end());
-  for (std::string& text : result) text.resize(std::min(text.size(), kMaxRecordText));
+  Json result = Json::array();
+  for (size_t i = first; i < texts.size(); ++i) result.push_back(written(texts[i], kMaxRecordText));
   return result;
 }
 
-std::string jsonOf(const MigrationRecord& record) {
+Json stagesOf(const MigrationRecord& record) {
   Json stages = Json::array();
-  for (const MigrationStage& stage : record.stages) {
-    stages.push_back({{"name", stage.name},
-                      {"begun", stage.begun},
-                      {"seconds", stage.seconds},
+  const size_t all = record.stages.size();
+  for (size_t i = all > kMaxStages ? all - kMaxStages : 0; i < all; ++i) {
+    const MigrationStage& stage = record.stages[i];
+    stages.push_back({{"name", written(stage.name, kMaxName)},
+                      {"begun", written(stage.begun, kMaxName)},
+                      {"seconds", std::isfinite(stage.seconds) ? stage.seconds : 0},
                       {"result", stage.result ? Json(*stage.result) : Json(nullptr)}});
   }
-  Json leftOut = Json::array();
-  for (const NotCopied& file : record.leftOut.files) {
-    leftOut.push_back({{"path", file.path}, {"reason", file.reason}});
+  return stages;
+}
+
+Json leftOutOf(const CopyReport& report) {
+  Json files = Json::array();
+  for (size_t i = 0; i < std::min(report.files.size(), kMaxNotCopied); ++i) {
+    const NotCopied& file = report.files[i];
+    files.push_back({{"path", written(file.path)}, {"reason", written(file.reason)}});
   }
+  return {{"count", number(report.count)}, {"files", files}};
+}
+
+Json resourcesOf(const MigrationRecord& record) {
   Json resources = Json::array();
-  for (const ResourceFigures& figures : record.resources) {
-    resources.push_back({{"name", figures.name},
-                         {"measured", figures.measured ? Json(*figures.measured) : Json(nullptr)},
-                         {"soft", figures.assigned.barrier},
-                         {"hard", figures.assigned.limit}});
+  for (size_t i = 0; i < std::min(record.resources.size(), kMaxResources); ++i) {
+    const ResourceFigures& figures = record.resources[i];
+    resources.push_back(
+        {{"name", written(figures.name, kMaxName)},
+         {"measured", figures.measured ? Json(number(*figures.measured)) : Json(nullptr)},
+         {"soft", number(figures.assigned.barrier)},
+         {"hard", number(figures.assigned.limit)}});
   }
+  return resources;
+}
+
+std::string jsonOf(const MigrationRecord& record) {
   const Json json{
       {"version", kVersion},
       {"ctid", record.ctid},
       {"state", stateName(record.state)},
-      {"begun", record.begun},
-      {"updated", record.updated},
-      {"source", record.source},
-      {"server", {{"machine_id", record.server.machineId}, {"host_key", record.server.hostKey}}},
+      {"begun", written(record.begun)},
+      {"updated", written(record.updated)},
+      {"source", written(record.source)},
+      {"server",
+       {{"machine_id", written(record.server.machineId)},
+        {"host_key", written(record.server.hostKey)}}},
       {"parameters",
-       {{"hostname", record.hostname},
-        {"distribution", record.distribution},
-        {"ostemplate", record.osTemplate},
-        {"excludes", record.excludes},
-        {"services", record.services},
+       {{"hostname", written(record.hostname)},
+        {"distribution", written(record.distribution)},
+        {"ostemplate", written(record.osTemplate)},
+        {"excludes", allWritten(record.excludes)},
+        {"services", allWritten(record.services)},
         {"keep_on_failure", record.keepOnFailure}}},
       {"before",
        {{"configuration", record.hadConfiguration},
         {"private_area", record.hadPrivateArea},
-        {"kept_inode", record.keptInode}}},
+        {"kept_inode", number(record.keptInode)},
+        {"registration_inode", number(record.registrationInode)},
+        {"adapt_marker", record.hadAdaptMarker}}},
       {"places",
-       {{"configuration", record.configuration},
-        {"private_area", record.privateArea},
-        {"root", record.root},
-        {"lock", record.lock}}},
+       {{"configuration", place(record.configuration, "configuration")},
+        {"private_area", place(record.privateArea, "private_area")},
+        {"root", place(record.root, "root")},
+        {"lock", place(record.lock, "lock")}}},
       {"process",
-       {{"boot_id", record.process.boot},
-        {"pid", static_cast<uint64_t>(record.process.pid)},
-        {"start_time", record.process.startTime}}},
-      {"stages", stages},
-      {"failure", {{"stage", record.failedStage}, {"text", record.error}}},
-      {"kept", {{"path", record.keptArea}, {"inode", record.keptAreaInode}}},
-      {"figures",
-       {{"bytes", static_cast<uint64_t>(std::max(0LL, record.bytes))},
-        {"files", static_cast<uint64_t>(std::max(0LL, record.files))}}},
-      {"resources", resources},
-      {"left_out", {{"count", record.leftOut.count}, {"files", leftOut}}},
-      {"warnings", bounded(record.warnings)},
-      {"texts", bounded(record.texts)}};
+       {{"boot_id", written(record.process.boot)},
+        {"pid", number(static_cast<long long>(record.process.pid))},
+        {"start_time", number(uint64_t{record.process.startTime})}}},
+      {"stages", stagesOf(record)},
+      {"failure", {{"stage", written(record.failedStage)}, {"text", written(record.error)}}},
+      {"kept", {{"path", place(record.keptArea, "path")}, {"inode", number(record.keptAreaInode)}}},
+      {"figures", {{"bytes", number(record.bytes)}, {"files", number(record.files)}}},
+      {"resources", resourcesOf(record)},
+      {"left_out", leftOutOf(record.leftOut)},
+      {"warnings", newest(record.warnings)},
+      {"texts", newest(record.texts)}};
   // Names of files hold any byte, and a cut may lie inside a character.
   return json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
@@ -203,10 +248,23 @@ bool shorten(MigrationRecord& record) {
     halve(record.leftOut.files, false);
   } else if (!record.warnings.empty()) {
     halve(record.warnings, true);
+  } else if (!record.excludes.empty()) {
+    halve(record.excludes, false);
+  } else if (!record.services.empty()) {
+    halve(record.services, false);
   } else {
     return false;
   }
   return true;
+}
+
+std::string_view fingerprintIn(std::string_view hostKey) {
+  return hostKey.substr(0, hostKey.find(' '));
+}
+
+std::string_view kindOf(std::string_view hostKey) {
+  const size_t blank = hostKey.find(' ');
+  return blank == hostKey.npos ? "" : hostKey.substr(blank + 1);
 }
 
 }  // namespace
@@ -218,9 +276,11 @@ bool isSameServer(const ServerIdentity& first, const ServerIdentity& second) {
     return !a.empty() && !b.empty();
   };
   const bool machine = known(first.machineId, second.machineId);
-  const bool key = known(first.hostKey, second.hostKey);
+  const std::string_view kind = kindOf(first.hostKey), other = kindOf(second.hostKey);
+  const bool sameKind = kind.empty() || other.empty() || kind == other;
+  const bool key = known(first.hostKey, second.hostKey) && sameKind;
   return (machine || key) && (!machine || first.machineId == second.machineId) &&
-         (!key || first.hostKey == second.hostKey);
+         (!key || fingerprintIn(first.hostKey) == fingerprintIn(second.hostKey));
 }
 
 bool hasBegun(const MigrationRecord& record, std::string_view stage) {
@@ -236,7 +296,7 @@ bool hasSucceeded(const MigrationRecord& record, std::string_view stage) {
 
 std::string formatRecord(const MigrationRecord& record) {
   std::string text = jsonOf(record);
-  // Bytes that JSON escapes take up to six.
+  // Bytes that JSON escapes take up to six. What cannot be spared fits all the same.
   for (MigrationRecord less = record; text.size() > kMaxRecordBytes && shorten(less);) {
     text = jsonOf(less);
   }
@@ -281,6 +341,10 @@ MigrationRecord parseRecord(std::string_view text) {
   record.hadConfiguration = before.flag("configuration");
   record.hadPrivateArea = before.flag("private_area");
   record.keptInode = before.number("kept_inode");
+  if (before.has("registration_inode")) {
+    record.registrationInode = before.number("registration_inode");
+    record.hadAdaptMarker = before.flag("adapt_marker");
+  }
   const Members places = all.object("places");
   record.configuration = placeIn(places, "configuration");
   record.privateArea = placeIn(places, "private_area");

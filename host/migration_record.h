@@ -25,11 +25,12 @@ const char* stateName(MigrationState state);
 /// What a server says it is, and what it proved to ssh. Empty where not known.
 struct ServerIdentity {
   std::string machineId;
-  std::string hostKey;  ///< fingerprint, as ssh-keygen -l shows it
+  std::string hostKey;  ///< "SHA256:FINGERPRINT KIND", the kind as in "ssh-ed25519"; older: no kind
 };
 
 /// Whether the two are known to be one server: something is known of both, and
-/// nothing that is known of both differs.
+/// nothing that is known of both differs. A server has keys of several kinds, of which ssh takes
+/// one: keys of two kinds say nothing.
 bool isSameServer(const ServerIdentity& first, const ServerIdentity& second);
 
 struct MigrationStage {
@@ -60,6 +61,10 @@ struct MigrationRecord {
   bool hadConfiguration = false;
   bool hadPrivateArea = false;
   uint64_t keptInode = 0;  ///< of what an earlier one had kept; 0: nothing
+  /// Of the mark that a container is registered, in the private area or in what an earlier
+  /// one had kept; 0: none. And whether it had never been started since.
+  uint64_t registrationInode = 0;
+  bool hadAdaptMarker = false;
 
   /// Places that it uses.
   std::string configuration, privateArea, root, lock;
@@ -82,12 +87,15 @@ struct MigrationRecord {
 bool hasBegun(const MigrationRecord& record, std::string_view stage);
 bool hasSucceeded(const MigrationRecord& record, std::string_view stage);
 
-/// Bounds of a record: longer lists lose their oldest lines, longer texts their ends.
+/// Bounds of a record, in bytes and lines: longer lists lose their oldest lines, longer texts
+/// their ends.
 inline constexpr size_t kMaxRecordBytes = 1 << 20;
-inline constexpr size_t kMaxRecordTexts = 200;
-inline constexpr size_t kMaxRecordText = 1000;
+inline constexpr size_t kMaxRecordTexts = 200;   ///< of warnings and texts each
+inline constexpr size_t kMaxRecordText = 1000;   ///< one of them
+inline constexpr size_t kMaxRecordValue = 4096;  ///< any other text
 
-/// The record as JSON; docs/journal.md describes it.
+/// The record as JSON, which parseRecord takes, whatever the texts and numbers are;
+/// docs/journal.md describes it. Throws Error (kBadConfig) for a place that is no absolute path.
 std::string formatRecord(const MigrationRecord& record);
 
 /// Reads such a text. Throws Error (kBadConfig), which says what is wrong with it, for

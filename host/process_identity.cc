@@ -26,13 +26,17 @@ char stateOf(const std::string& stat) {
 
 }  // namespace
 
-ProcessIdentity thisProcess() {
-  ProcessIdentity process{bootId(), getpid(), 0};
-  const std::optional<std::string> stat = statOf(process.pid);
+std::optional<ProcessIdentity> processOf(pid_t pid) {
+  const std::optional<std::string> stat = statOf(pid);
   const auto start = stat ? parseStartTime(*stat) : std::nullopt;
-  if (!start) fail(ExitCode::kFailed, "cannot read /proc/%d/stat: is /proc mounted?", process.pid);
-  process.startTime = *start;
-  return process;
+  if (!start) return std::nullopt;
+  return ProcessIdentity{bootId(), pid, *start};
+}
+
+ProcessIdentity thisProcess() {
+  const std::optional<ProcessIdentity> process = processOf(getpid());
+  if (!process) fail(ExitCode::kFailed, "cannot read /proc/%d/stat: is /proc mounted?", getpid());
+  return *process;
 }
 
 bool isOfThisBoot(const ProcessIdentity& process) { return process.boot == bootId(); }

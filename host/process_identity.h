@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <string>
 
 namespace host {
@@ -16,6 +17,9 @@ struct ProcessIdentity {
 
   bool operator==(const ProcessIdentity&) const = default;
 };
+
+/// The process that has this pid now; nothing when none has.
+std::optional<ProcessIdentity> processOf(pid_t pid);
 
 /// The calling process. Throws Error when /proc does not tell.
 ProcessIdentity thisProcess();

@@ -5,8 +5,21 @@
 #include "host/container.h"
 #include "host/error.h"
 #include "host/file.h"
+#include "host/paths.h"
 
 namespace agent {
+
+namespace {
+
+// What the migration will find in the private area, which it may take back from a kept one.
+void noteRegistration(host::MigrationRecord& record) {
+  const std::string& area = record.privateArea;
+  const std::string found = (record.hadPrivateArea ? area : keptAreaOf(area)) + "/";
+  record.registrationInode = inodeOf(found + host::kRegistrationMarker);
+  record.hadAdaptMarker = host::exists(found + host::kAdaptMarker);
+}
+
+}  // namespace
 
 Journal::Journal(host::MigrationRecord record) {
   record.process = host::thisProcess();
@@ -15,6 +28,7 @@ Journal::Journal(host::MigrationRecord record) {
   record.hadConfiguration = host::exists(record.configuration);
   record.hadPrivateArea = host::exists(record.privateArea);
   record.keptInode = inodeOf(keptAreaOf(record.privateArea));
+  noteRegistration(record);
   record.state = host::MigrationState::kRunning;
   journal_ = {host::newMigrationName(record.ctid), std::move(record)};
   host::writeJournal(journal_);
@@ -50,8 +64,9 @@ void Journal::end(host::MigrationState state, const std::string& stage, const st
   record.failedStage = stage;
   record.error = error;
   const std::string kept = keptAreaOf(record.privateArea);
-  record.keptAreaInode = state == host::MigrationState::kSucceeded ? 0 : inodeOf(kept);
-  record.keptArea = record.keptAreaInode == 0 ? "" : kept;
+  const bool has = state != host::MigrationState::kSucceeded && isOfMigrations(record, kept);
+  record.keptAreaInode = has ? inodeOf(kept) : 0;
+  record.keptArea = has ? kept : "";
   write();
 }
 

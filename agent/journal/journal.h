@@ -29,7 +29,8 @@ class Journal {
   /// What the last copy has left out; replaces what was told before.
   void leftOut(const host::CopyReport& report);
 
-  /// Ends it. Stage and error are those of a failure, or empty.
+  /// Ends it, and notes AREA.migrated, if that is this migration's work or an earlier one's.
+  /// Stage and error are those of a failure, or empty.
   void end(host::MigrationState state, const std::string& stage, const std::string& error);
 
   /// Why it could not be written since it was begun; empty when all is well. A disk

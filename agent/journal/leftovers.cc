@@ -16,6 +16,7 @@
 #include "host/fd.h"
 #include "host/file.h"
 #include "host/lock.h"
+#include "host/migration_journal.h"
 #include "host/process.h"
 #include "host/process_mark.h"
 #include "host/text.h"
@@ -65,6 +66,32 @@ uint64_t inodeOf(const std::string& path) {
   return lstat(path.c_str(), &st) == 0 ? st.st_ino : 0;
 }
 
+std::optional<host::MigrationRecord> keeperOf(unsigned ctid, const std::string& kept) {
+  const uint64_t inode = inodeOf(kept);
+  if (inode == 0) return std::nullopt;
+  host::JournalFolder folder = host::readJournals(ctid);
+  for (auto journal = folder.journals.rbegin(); journal != folder.journals.rend(); ++journal) {
+    host::MigrationRecord& record = journal->record;
+    if (record.keptArea == kept && record.keptAreaInode == inode) return std::move(record);
+  }
+  return std::nullopt;
+}
+
+bool isOfMigrations(const host::MigrationRecord& record, const std::string& kept) {
+  const uint64_t inode = inodeOf(kept);
+  if (inode == 0) return false;
+  // What was there before is taken back by that stage; only later ones make another.
+  const bool was = inode == record.keptInode;
+  if (was ? host::hasSucceeded(record, "createDstSrv") : host::hasBegun(record, "createDstSrv")) {
+    return true;
+  }
+  try {
+    return keeperOf(record.ctid, kept).has_value();
+  } catch (const host::Error&) {
+    return false;
+  }
+}
+
 void stopPrograms(const host::ProcessIdentity& process) {
   if (!host::isOfThisBoot(process)) return;
   for (const pid_t pid : markedPrograms(process)) kill(pid, SIGTERM);
@@ -104,6 +131,8 @@ void removeTemporaryFolders() {
 
 void removeDeadLock(const std::string& lockDir, unsigned ctid,
                     const host::ProcessIdentity& process) {
+  const std::optional<host::ProcessIdentity> now = host::processOf(process.pid);
+  if (now && *now != process) return;
   // As those do who take the lock: looking and removing are one step.
   const host::Fd guard(open(lockDir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!guard) return;

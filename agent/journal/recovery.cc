@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -18,6 +19,7 @@
 #include "host/process.h"
 #include "host/state.h"
 #include "host/text.h"
+#include "host/visible.h"
 
 namespace agent {
 
@@ -95,7 +97,7 @@ class Recovery {
       say("What there is of container " + id_ + " is not of this migration: it was left as it is.");
       return;
     }
-    if (host::exists(kept)) noteKept(kept);
+    if (isOfMigrations(record_, kept)) noteKept(kept);
     say("Nothing of it was left.");
   }
 
@@ -106,17 +108,32 @@ class Recovery {
   void complete() {
     unmount();
     host::runProgram({kQxctl, kSkipLock, "convert", id_});
-    say("Container " + id_ +
-        " was complete already, and is registered now. The server has started its services "
-        "again.");
+    say("Container " + id_ + " was complete already, and is registered now." + servicesText());
   }
 
-  // A template is registered when it is unpacked. Whoever starts what came of it
-  // adapts it to its configuration, and the marker for that goes.
+  // The server's end is the last to finish, and only then does what it stopped stay so.
+  std::string servicesText() const {
+    if (record_.services.empty()) return "";
+    const auto& stages = record_.stages;
+    const auto isFinish = [](const host::MigrationStage& stage) { return stage.name == "finish"; };
+    if (std::count_if(stages.begin(), stages.end(), isFinish) < 2) {
+      return " The server was not told, and starts its services again.";
+    }
+    const std::string services = host::visibleLine(host::joined(record_.services));
+    if (stages.back().result == 0) return " Stopped on the server: " + services + ".";
+    return " It is not known whether the server was told: if it was, these are stopped there: " +
+           services + ".";
+  }
+
+  // A template is registered when it is unpacked, and what an earlier migration or a former
+  // container left may have been before. Whoever starts what came of a template adapts it to
+  // its configuration, and the marker for that goes.
   bool wasRegisteredSince() const {
-    if (!host::exists(container_.inPrivateArea(host::kRegistrationMarker))) return false;
-    return record_.osTemplate.empty() ||
-           !host::exists(container_.inPrivateArea(host::kAdaptMarker));
+    const uint64_t marker = inodeOf(container_.inPrivateArea(host::kRegistrationMarker));
+    if (marker == 0) return false;
+    const bool isToBeAdapted = host::exists(container_.inPrivateArea(host::kAdaptMarker));
+    if (marker == record_.registrationInode) return record_.hadAdaptMarker && !isToBeAdapted;
+    return record_.osTemplate.empty() || !isToBeAdapted;
   }
 
   void rollBack() {
@@ -133,7 +150,7 @@ class Recovery {
       rename(area, kept);
       removeConfiguration();
       noteKept(kept);
-    } else if (keep && !host::exists(area) && host::exists(kept)) {
+    } else if (keep && !host::exists(area) && isOfMigrations(record_, kept)) {
       removeConfiguration();
       noteKept(kept);
     } else {

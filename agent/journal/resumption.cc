@@ -1,5 +1,6 @@
 #include "agent/journal/resumption.h"
 
+#include <optional>
 #include <stdexcept>
 
 #include "agent/journal/leftovers.h"
@@ -15,29 +16,42 @@ namespace {
 
 using Say = std::function<void(const std::string&)>;
 
-// Why what that migration copied is of no use; empty when it is.
+bool isKnown(const host::ServerIdentity& server) {
+  return !server.machineId.empty() || !server.hostKey.empty();
+}
+
+// Why this attempt must not go on from what that migration copied; empty when it may. How the
+// administrator calls the server does not matter.
 std::string reasonAgainst(const Attempt& attempt, const host::MigrationRecord& earlier) {
-  if (attempt.fresh) return "it is to begin afresh";
-  if (earlier.source != attempt.source) return "it was of another source, " + earlier.source;
   if (host::isSameServer(earlier.server, attempt.server)) return "";
-  const host::ServerIdentity nothing;
-  const bool unknown =
-      (earlier.server.machineId == nothing.machineId &&
-       earlier.server.hostKey == nothing.hostKey) ||
-      (attempt.server.machineId == nothing.machineId && attempt.server.hostKey == nothing.hostKey);
-  return unknown ? "it is not known whether it is of the same server"
-                 : "it was of another server, which had this address";
+  const bool known = isKnown(earlier.server) && isKnown(attempt.server);
+  return known ? "is of another server (" + earlier.source + "), by machine id or host key"
+               : "may be of another server (" + earlier.source +
+                     "): neither machine id nor host key tells";
+}
+
+// Whether there is something of an interrupted migration that the next could go on from.
+bool hasCopied(const host::MigrationJournal& interrupted) {
+  const host::MigrationRecord& record = interrupted.record;
+  if (record.keptInode != 0 && inodeOf(record.privateArea) == record.keptInode) return true;
+  const host::Container container = host::findContainer(record.ctid);
+  return host::hasBegun(record, "rSync") && container.configured &&
+         container.var(host::kMigrationVariable) == interrupted.name;
+}
+
+[[noreturn]] void refuse(const std::string& what, const std::string& reason) {
+  throw std::runtime_error(what + " " + reason +
+                           ". Nothing was changed: --fresh removes it and begins anew, another "
+                           "--ctid leaves it");
 }
 
 void finishInterrupted(const Attempt& attempt, const Say& say) {
   for (const host::MigrationJournal& journal : host::readJournals(attempt.ctid).journals) {
     if (!host::isInterrupted(journal.record)) continue;
-    const std::string against = reasonAgainst(attempt, journal.record);
     say("An earlier migration into container " + std::to_string(attempt.ctid) +
         " was interrupted at " + journal.record.updated + "." +
-        (against.empty() ? "" : " What it copied is of no use here: " + against + "."));
-    for (const std::string& text :
-         recover(journal, against.empty() ? Copy::kKept : Copy::kRemoved)) {
+        (attempt.fresh ? " What it copied is of no use here: it is to begin afresh." : ""));
+    for (const std::string& text : recover(journal, attempt.fresh ? Copy::kRemoved : Copy::kKept)) {
       say(text);
     }
     if (host::readJournal(journal.name).record.state == host::MigrationState::kSucceeded) {
@@ -50,24 +64,32 @@ void finishInterrupted(const Attempt& attempt, const Say& say) {
 
 }  // namespace
 
-void clearTheWay(const Attempt& attempt, const Say& say) {
+void requireSameServer(const Attempt& attempt) {
+  if (attempt.fresh) return;
+  for (const host::MigrationJournal& journal : host::readJournals(attempt.ctid).journals) {
+    if (!host::isInterrupted(journal.record) || !hasCopied(journal)) continue;
+    const std::string against = reasonAgainst(attempt, journal.record);
+    if (against.empty()) continue;
+    refuse("what an interrupted migration copied into container " + std::to_string(attempt.ctid),
+           against);
+  }
+  const std::string kept = keptAreaOf(attempt.privateArea);
+  const std::optional<host::MigrationRecord> keeper = keeperOf(attempt.ctid, kept);
+  const std::string against = keeper ? reasonAgainst(attempt, *keeper) : "";
+  if (!against.empty()) refuse("what an earlier migration kept in " + kept, against);
+}
+
+bool clearTheWay(const Attempt& attempt, const Say& say) {
+  requireSameServer(attempt);
   finishInterrupted(attempt, say);
   const std::string kept = keptAreaOf(attempt.privateArea);
-  const uint64_t inode = inodeOf(kept);
-  if (inode == 0) return;
-  std::string against = attempt.fresh ? reasonAgainst(attempt, {}) : "";
-  const host::JournalFolder folder = host::readJournals(attempt.ctid);
-  for (auto journal = folder.journals.rbegin(); journal != folder.journals.rend(); ++journal) {
-    const host::MigrationRecord& record = journal->record;
-    if (record.keptArea != kept || record.keptAreaInode != inode) continue;
-    against = reasonAgainst(attempt, record);
-    break;
-  }
-  if (against.empty()) return;
+  if (inodeOf(kept) == 0) return false;
+  if (!attempt.fresh) return true;
   const host::ContainerLock lock(host::findContainer(attempt.ctid).lockDir, attempt.ctid,
                                  "removing what an earlier migration kept");
   removeKeptArea(kept);
-  say("What an earlier migration had kept in " + kept + " was removed: " + against + ".");
+  say("What an earlier migration had kept in " + kept + " was removed: it is to begin afresh.");
+  return false;
 }
 
 }  // namespace agent

@@ -11,18 +11,23 @@ namespace agent {
 
 struct Attempt {
   unsigned ctid = 0;
-  std::string source;
   host::ServerIdentity server;
   std::string privateArea;
   bool fresh = false;  ///< go on from nothing
 };
 
-/// Clears the way for a migration: finishes interrupted ones of this container, and
-/// leaves of what they and failed ones copied only what is of the same source and
-/// known to be of the same server, as AREA.migrated. What no journal tells of stays,
-/// unless it is to begin afresh. `say` gets lines for people. Throws host::Error, and
-/// std::runtime_error when what was interrupted has turned out to be complete.
-void clearTheWay(const Attempt& attempt, const std::function<void(const std::string&)>& say);
+/// Looks whether this attempt may go on from what interrupted and failed ones of this
+/// container copied: they were of a server that is known to be the same, or it is to begin
+/// afresh, or no journal tells of it. Changes nothing. Throws std::runtime_error, which says
+/// what to do, when it may not.
+void requireSameServer(const Attempt& attempt);
+
+/// Clears the way for a migration that may: finishes interrupted ones of this container,
+/// and leaves what they and failed ones copied as AREA.migrated, unless it is to begin
+/// afresh. Returns whether there is such a copy, for the migration to go on from. `say` gets
+/// lines for people. Throws host::Error, and std::runtime_error when what was interrupted has
+/// turned out to be complete, or as requireSameServer.
+bool clearTheWay(const Attempt& attempt, const std::function<void(const std::string&)>& say);
 
 }  // namespace agent
 

@@ -125,8 +125,9 @@ std::vector<std::string> advice(const MigrationRecord& record) {
     case MigrationState::kSucceeded:
       if (isUnconfirmed(record)) {
         list.push_back(
-            "The server starts again what was stopped. Stop that there before the container is "
-            "started: what changes until then is not in it. 'qxctl destroy " +
+            "The server starts again what was stopped, unless only its answer was lost. Look there "
+            "what runs, and stop that before the container is started: what changes until then is "
+            "not in it. 'qxctl destroy " +
             id + "', and the same migration again, bring all of it.");
       }
       if (!record.leftOut.isComplete()) {

@@ -67,6 +67,9 @@ class Checks {
     } else if (node.areaExists) {
       warn("The private area " + node.privateArea +
            " exists already: the copy goes into it, over what it holds.");
+    } else if (node.keptExists && node.keptIsRemoved) {
+      note("What an earlier migration has copied, " + node.privateArea +
+           ".migrated, is removed first: what that frees is not counted as free.");
     } else if (node.keptExists) {
       note("The migration goes on from what an earlier one has copied, " + node.privateArea +
            ".migrated.");

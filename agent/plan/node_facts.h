@@ -13,9 +13,10 @@ namespace agent {
 
 struct NodeFacts {
   bool containerExists = false;
-  bool configExists = false;  ///< the container's configuration file
-  bool areaExists = false;    ///< its private area
-  bool keptExists = false;    ///< what an earlier attempt has copied, kept for this one
+  bool configExists = false;   ///< the container's configuration file
+  bool areaExists = false;     ///< its private area
+  bool keptExists = false;     ///< what an earlier attempt has copied, kept for this one
+  bool keptIsRemoved = false;  ///< it is to begin afresh
   /// An earlier migration into the container that was interrupted: when, and what to do.
   std::string interruption;
   std::string lockHolder;    ///< what holds the container id's lock; empty when it is free

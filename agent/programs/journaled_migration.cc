@@ -6,7 +6,6 @@
 #include "agent/journal/journal.h"
 #include "agent/journal/only_migration.h"
 #include "agent/journal/pruning.h"
-#include "agent/journal/resumption.h"
 #include "agent/plan/node_facts.h"
 #include "framework/errors.h"
 #include "host/error.h"
@@ -156,16 +155,9 @@ std::string prepareNode(const QXA::QXAMigrateP2VSerializerParams& params) {
   return "OLD_RSYNC: " + problem.text;
 }
 
-void clearTheWay(const QXL::QXLConnectionInfo& source,
-                 const QXA::QXAMigrateP2VSerializerParams& params,
-                 const host::ServerIdentity& server, bool fresh, MigrationView& view) {
-  Attempt attempt;
-  attempt.ctid = static_cast<unsigned>(params.ctid);
-  attempt.source = source.address;
-  attempt.server = server;
-  attempt.privateArea = privateAreaOf(params);
-  attempt.fresh = fresh;
-  clearTheWay(attempt, [&](const std::string& text) { view.line(text); });
+Attempt attemptOf(const QXA::QXAMigrateP2VSerializerParams& params,
+                  const host::ServerIdentity& server, bool fresh) {
+  return {static_cast<unsigned>(params.ctid), server, privateAreaOf(params), fresh};
 }
 
 MigrationResult migrateWithJournal(

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/journal/resumption.h"
 #include "agent/programs/migration.h"
 #include "host/migration_record.h"
 
@@ -24,11 +25,10 @@ struct JournalFacts {
 /// std::runtime_error when it cannot. To be called while there is one thread.
 std::string prepareNode(const QXA::QXAMigrateP2VSerializerParams& params);
 
-/// Clears the way (see agent/journal/resumption.h) for a migration of that server into
-/// that container. Throws host::Error when the node cannot be cleared.
-void clearTheWay(const QXL::QXLConnectionInfo& source,
-                 const QXA::QXAMigrateP2VSerializerParams& params,
-                 const host::ServerIdentity& server, bool fresh, MigrationView& view);
+/// A migration of that server into that container, as those that went before see it (see
+/// agent/journal/resumption.h).
+Attempt attemptOf(const QXA::QXAMigrateP2VSerializerParams& params,
+                  const host::ServerIdentity& server, bool fresh);
 
 /// migrate(), with a journal, whose name goes into the container's configuration. A
 /// journal that cannot be begun is a failure before anything is done.

@@ -66,9 +66,11 @@ int tellEnd(const MigrateSettings& settings, const MigrationResult& result,
   }
   if (result.unconfirmed) {
     complain("container " + id + " is there, but the server could not be told so: " + result.text);
-    complain("the server starts again what was stopped. Stop that there before container " + id +
-             " is started; what it changes until then is not in the container ('qxctl destroy " +
-             id + "', and the same migration again, bring all of it)");
+    complain(
+        "the server starts again what was stopped, unless only its answer was lost: look there " +
+        ("what runs, and stop that before container " + id) +
+        " is started; what it changes until then is not in the container ('qxctl destroy " + id +
+        "', and the same migration again, bring all of it)");
     return kExitUnconfirmed;
   }
   const bool cancelled = cancel.code() == kCancelledByUser;
@@ -107,6 +109,21 @@ bool isVerified(const MigrateSettings& settings, Planning& planning, MigrationVi
   return false;
 }
 
+Attempt attemptIn(const MigrateSettings& settings, const host::ServerIdentity& server) {
+  MigrateOptions options = settings.options;
+  options.distributionRequired = false;
+  return attemptOf(*makeParams(options), server, settings.fresh);
+}
+
+// A copy that an earlier attempt had kept is not lost with this one.
+void makeWay(MigrateSettings& settings, const Attempt& attempt, MigrationView& view) {
+  const bool goesOn = clearTheWay(attempt, [&](const std::string& text) { view.line(text); });
+  if (!goesOn || settings.options.keepOnFailure) return;
+  settings.options.keepOnFailure = true;
+  view.line(
+      "It goes on from what an earlier attempt copied, which is kept if this one fails, too.");
+}
+
 int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationView& view,
             const std::shared_ptr<CancelToken>& cancel) {
   // Keeps the connection, which the migration shares.
@@ -122,13 +139,12 @@ int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationVi
   JournalFacts facts;
   std::vector<OwnerLimits> unreported;
   facts.server = planning->identify();
-  {
-    MigrateOptions options = settings.options;
-    options.distributionRequired = false;
-    clearTheWay(settings.server.source, *makeParams(options), facts.server, settings.fresh, view);
-  }
+  // Told before the server is measured, which takes long.
+  const Attempt attempt = attemptIn(settings, facts.server);
+  requireSameServer(attempt);
   if (!settings.noMeasure) {
-    const PlanFacts found = planning->gather(settings.options, settings.measure);
+    PlanFacts found = planning->gather(settings.options, settings.measure);
+    found.node.keptIsRemoved = settings.fresh;
     if (const auto* quotas = travellingQuotas(found.survey)) unreported = quotas->unreported;
     const Plan made = makePlan(found);
     facts.bytes = made.bytes;
@@ -148,6 +164,7 @@ int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationVi
       return kExitBlocked;
     }
   }
+  makeWay(settings, attempt, view);
   view.expect({facts.bytes, !settings.options.services.empty()});
   const auto params = makeParams(settings.options);
   const CopyRules rules{report.path(), std::to_string(settings.options.ctid),
@@ -157,8 +174,11 @@ int migrate(MigrateSettings& settings, const CopyReportFile& report, MigrationVi
   if (!result.containerIsThere()) return tellEnd(settings, result, *cancel);
   addUnreportedLimits(settings.options.ctid, unreported,
                       [&](const std::string& text) { view.line(text); });
-  if (settings.verify && result.succeeded && !isVerified(settings, *planning, view, *cancel))
+  if (settings.verify && result.succeeded && !isVerified(settings, *planning, view, *cancel)) {
+    const std::string stopped = stoppedText(result.record);
+    if (!stopped.empty()) complain(stopped);
     return kExitFailed;
+  }
   return tellEnd(settings, result, *cancel);
 }
 
@@ -199,9 +219,9 @@ Run describeMigrate(CLI::App& app) {
   app.footer(
       "Exit status: 0 when the container is there, 1 when the migration failed and was\n"
       "undone or the container differs (--verify), 2 when the plan is blocked and nothing\n"
-      "was changed, 3 when the container is there but the server could not be told, and\n"
-      "starts its services again, 64 for a wrong command line, 130 when it was cancelled and "
-      "undone.");
+      "was changed, 3 when the container is there but the server has not confirmed that it\n"
+      "was told (look there whether its services run), 64 for a wrong command line, 130 when\n"
+      "it was cancelled and undone.");
   return [settings]() {
     // What is wrong in the options is told before the server is bothered.
     if (!areUsable(settings->options, !settings->noMeasure)) return kExitUsage;

@@ -20,12 +20,25 @@ std::string next(const std::string& command, const char* text) {
   return textf("  %-23s %s\n", command.c_str(), text);
 }
 
+std::string servicesOf(const host::MigrationRecord& record) {
+  return visibleLine(host::joined(record.services));
+}
+
+std::string wayBack(const host::MigrationRecord& record) {
+  const std::string text =
+      "To go back to " + visibleLine(record.source) + ": qxctl stop " + std::to_string(record.ctid);
+  return outageSeconds(record) ? text + ", and start there " + servicesOf(record) : text;
+}
+
 }  // namespace
+
+std::string stoppedText(const host::MigrationRecord& record) {
+  if (!outageSeconds(record)) return "";
+  return "these stay stopped on the server: " + servicesOf(record) + ". " + wayBack(record);
+}
 
 std::string summaryText(const host::MigrationRecord& record) {
   const std::string id = std::to_string(record.ctid);
-  const std::string source = visibleLine(record.source);
-  const std::string services = visibleLine(host::joined(record.services));
   std::string text = "Container " + id + " is ready.\n";
   // The plan counts before the copy: afterwards it may be some more or less.
   if (record.files > 0) {
@@ -35,7 +48,8 @@ std::string summaryText(const host::MigrationRecord& record) {
   text += row("took", timeText(tookSeconds(record)));
   const std::optional<double> outage = outageSeconds(record);
   if (outage) {
-    text += row("outage", timeText(*outage) + " so far; stopped on the server: " + services);
+    text +=
+        row("outage", timeText(*outage) + " so far; stopped on the server: " + servicesOf(record));
   }
   if (!record.warnings.empty()) {
     text += row("warnings", countText(static_cast<long long>(record.warnings.size())) +
@@ -46,8 +60,7 @@ std::string summaryText(const host::MigrationRecord& record) {
   text += next("qxctl start " + id, "start it; before that, shut the server down if");
   text += next("", "the container has its address");
   text += next("qxctl exec " + id + " bash", "look around in it");
-  text += "To go back to " + source + ": qxctl stop " + id;
-  text += outage ? ", and start there " + services + "\n" : "\n";
+  text += wayBack(record) + "\n";
   return text;
 }
 

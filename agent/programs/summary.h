@@ -13,6 +13,10 @@ namespace agent {
 /// command the terminal.
 std::string summaryText(const host::MigrationRecord& record);
 
+/// What stays stopped on the server after a migration that succeeded, and the way back to it, in
+/// a line; empty when nothing was stopped.
+std::string stoppedText(const host::MigrationRecord& record);
+
 }  // namespace agent
 
 #endif

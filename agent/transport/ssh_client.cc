@@ -85,7 +85,7 @@ void SshClient::limitWaiting(const std::string& configuration) {
 void SshClient::watchHostKey(const std::string& configuration) {
   if (("\n" + configuration).find("\nknownhostscommand ") != std::string::npos) return;
   const std::string option =
-      "KnownHostsCommand=/bin/sh -c \"echo %f >>" + controlDir_ + "/host-key\"";
+      "KnownHostsCommand=/bin/sh -c \"echo %f %t >>" + controlDir_ + "/host-key\"";
   // Older clients do not know it.
   if (outputOf({program_, "-G", "-F", "none", "-o", option, "--", "host"}, kConfigurationSeconds)) {
     options_.push_back(option);

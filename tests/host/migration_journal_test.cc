@@ -76,6 +76,21 @@ TEST(MigrationJournal, ItsEndIsWrittenThoughTheDiskIsFull) {
     // Neither room nor an inode is left.
     EXPECT_THROW(host::replaceFile(std::string(host::kJournalDir) + "/other", "x", 0600),
                  host::Error);
+    const auto begin = [&](const char* stage) {
+      journal.record.stages.push_back({stage, "", 0, std::nullopt});
+      host::writeJournal(journal);
+    };
+    // Others can do without.
+    EXPECT_THROW(begin("createDstSrv"), host::Error);
+    begin("rSync");
+    EXPECT_TRUE(host::hasBegun(host::readJournal(journal.name).record, "rSync"));
+    // Whatever the first took up again of what it gave up is taken.
+    for (int i = 20; i < 40; ++i) {
+      const host::Fd file(
+          open((ballast + std::to_string(i)).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+      if (file) host::writeAll(file.get(), std::string(200 << 10, 'x'));
+    }
+    EXPECT_THROW(begin("rSync2"), host::Error);
     journal.record.state = MigrationState::kSucceeded;
     host::writeJournal(journal);
     EXPECT_EQ(host::readJournal(journal.name).record.state, MigrationState::kSucceeded);
@@ -174,6 +189,10 @@ TEST(InterruptedMigration, IsOneThatSaysRunningAndWhoseProcessIsGone) {
     EXPECT_EQ(host::interruptionText(found->record),
               "left by a migration that was interrupted at 2026-11-21T22:21:25Z; qxmigrate clean "
               "101 removes it, or run it again");
+    host::MigrationRecord complete = found->record;
+    complete.stages = {{"tuneDstSrv", "", 0, 0}};
+    EXPECT_THAT(host::interruptionText(complete),
+                HasSubstr("clean 101 registers it, for it is complete, or run it again"));
     host::makeDirectories("/etc/sysconfig/qx-scripts");
     const char* const configuration = "/etc/sysconfig/qx-scripts/101.conf";
     host::replaceFile(configuration, "MIGRATION=\"101-20261121T222125Z\"\n", 0644);

@@ -3,6 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+#include <random>
+
 #include "host/error.h"
 
 namespace {
@@ -116,6 +120,75 @@ TEST(MigrationRecord, TextsThatGrowWhenTheyAreWrittenDoNotMakeItUnreadable) {
   EXPECT_GE(read.texts.size(), 50u);
 }
 
+std::string noise(std::mt19937& random, size_t longest = 5000) {
+  std::string text(std::min(longest, size_t{1} << random() % 14), '\0');
+  const bool same = random() % 2 == 0;
+  const char one = "\0\x01\xff\"x"[random() % 5];
+  for (char& byte : text) byte = same ? one : static_cast<char>(random());
+  return text;
+}
+
+std::vector<std::string> noises(std::mt19937& random) {
+  std::vector<std::string> texts(random() % 4 == 0 ? 250 : random() % 3);
+  for (std::string& text : texts) text = noise(random, 300);
+  return texts;
+}
+
+MigrationRecord noisyRecord(std::mt19937& random) {
+  MigrationRecord record = sample();
+  for (std::string* text :
+       {&record.source, &record.server.machineId, &record.server.hostKey, &record.hostname,
+        &record.distribution, &record.osTemplate, &record.begun, &record.updated,
+        &record.process.boot, &record.failedStage, &record.error}) {
+    *text = noise(random);
+  }
+  for (std::string* place :
+       {&record.configuration, &record.privateArea, &record.root, &record.lock, &record.keptArea}) {
+    *place = "/" + std::string(5000, static_cast<char>(random() % 2));
+  }
+  for (auto* texts : {&record.excludes, &record.services, &record.texts, &record.warnings}) {
+    *texts = noises(random);
+  }
+  record.process.pid = static_cast<pid_t>(random());
+  record.process.startTime = random() % 2 ? ~0ULL : random();
+  record.keptInode = record.keptAreaInode = record.leftOut.count = ~0ULL - random() % 2;
+  record.bytes = record.files = random() % 2 ? -1 : 5;
+  record.stages.assign(random() % 600, {noise(random, 100), noise(random, 100), std::nan(""), -1});
+  record.resources.assign(random() % 120, {noise(random, 100), ~0ULL, {~0ULL, ~0ULL, true}});
+  record.leftOut.files.assign(random() % 1200, {noise(random, 100), noise(random, 100)});
+  return record;
+}
+
+// A server says much of this, and a journal that cannot be read is cleaned by nobody.
+TEST(MigrationRecord, WhateverIsWrittenCanBeRead) {
+  std::mt19937 random(20261121);
+  for (int i = 0; i < 10; ++i) {
+    const std::string text = host::formatRecord(noisyRecord(random));
+    ASSERT_LE(text.size(), host::kMaxRecordBytes) << i;
+    ASSERT_NO_THROW(host::parseRecord(text)) << i << ": " << recordRefusal(text);
+  }
+}
+
+TEST(MigrationRecord, AnErrorThatIsLargerThanAnyJournalIsCut) {
+  MigrationRecord record = sample();
+  record.error.assign(2 * host::kMaxRecordBytes, 'x');
+  const MigrationRecord read = host::parseRecord(host::formatRecord(record));
+  EXPECT_EQ(read.error, std::string(host::kMaxRecordValue, 'x'));
+  EXPECT_EQ(read.texts, record.texts);
+}
+
+TEST(MigrationRecord, ANullByteIsShownAsNoCharacterAndTheRestStays) {
+  MigrationRecord record = sample();
+  record.error = std::string("rsync\0 failed", 13);
+  EXPECT_EQ(host::parseRecord(host::formatRecord(record)).error, "rsync\xEF\xBF\xBD failed");
+}
+
+TEST(MigrationRecord, APlaceThatCouldNotBeReadIsNotWritten) {
+  MigrationRecord record = sample();
+  record.privateArea = "../101";
+  EXPECT_THROW(host::formatRecord(record), host::Error);
+}
+
 TEST(CopyReport, IsReadAsItWasWritten) {
   host::CopyReport report;
   report.add("/a\tb\nc", "why\x1b[2J");
@@ -189,6 +262,13 @@ TEST(SameServer, NeedsSomethingKnownOfBothAndNothingThatDiffers) {
   EXPECT_FALSE(isSameServer({"a", "k"}, {"a", "l"}));
   EXPECT_FALSE(isSameServer({"a", "k"}, {"b", "k"}));
   EXPECT_FALSE(isSameServer({"a", ""}, {"", "k"}));
+  // Another setting of ssh has it ask for another of the server's keys.
+  EXPECT_TRUE(isSameServer({"a", "k ssh-ed25519"}, {"a", "l ssh-rsa"}));
+  EXPECT_FALSE(isSameServer({"", "k ssh-ed25519"}, {"", "l ssh-rsa"}));
+  EXPECT_FALSE(isSameServer({"a", "k ssh-rsa"}, {"a", "l ssh-rsa"}));
+  // Journals of before have no kind.
+  EXPECT_TRUE(isSameServer({"a", "k ssh-rsa"}, {"a", "k"}));
+  EXPECT_FALSE(isSameServer({"a", "k ssh-rsa"}, {"a", "l"}));
   EXPECT_FALSE(isSameServer({}, {}));
 }
 

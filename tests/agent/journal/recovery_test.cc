@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <functional>
 
 #include "agent/journal/journal.h"
 #include "agent/journal/leftovers.h"
@@ -199,6 +200,38 @@ TEST(Recovery, WhatAnEarlierOneKeptIsKeptAgainWhenItWasTakenBackAndNoMore) {
   });
 }
 
+TEST(Recovery, WhatSomebodyElsePutInThePlaceOfAKeptCopyDoesNotBecomeOne) {
+  for (const bool configured : {false, true}) {
+    node().run([&] {
+      host::makeDirectories(kKept);
+      MigrationJournal journal = interrupted({"createDstSrv"});
+      journal.record.keptInode = agent::inodeOf(kKept);
+      host::writeJournal(journal);
+      if (configured) writeConfiguration();
+      agent::recover(journal, Copy::kKept);
+      EXPECT_TRUE(host::exists(kKept));
+      EXPECT_FALSE(host::exists(kConf));
+      EXPECT_EQ(host::readJournal(kName).record.keptArea, "");
+    });
+  }
+}
+
+// As of a qxctl that got the number of the process that died.
+TEST(Recovery, ALockOfALiveProcessThatHasThePidNowStays) {
+  node().run([] {
+    MigrationJournal journal = interrupted({"createDstSrv"});
+    writeConfiguration();
+    journal.record.process = host::thisProcess();
+    journal.record.process.startTime -= 1;
+    host::writeJournal(journal);
+    const std::string lock = std::to_string(getpid()) + "\nmounting\n";
+    host::replaceFile(kLock, lock, 0644);
+    EXPECT_THROW(agent::recover(journal, Copy::kAsTold), host::Error);
+    EXPECT_EQ(host::readFile(kLock), lock);
+    EXPECT_TRUE(host::exists(kConf));
+  });
+}
+
 TEST(Recovery, AnAdaptedContainerIsRegisteredAndStays) {
   node().run([] {
     MigrationJournal journal = interrupted({"createDstSrv", "rSync", "tuneDstSrv", "finish"});
@@ -213,9 +246,32 @@ TEST(Recovery, AnAdaptedContainerIsRegisteredAndStays) {
   });
 }
 
+TEST(Recovery, OfACompleteContainerItSaysWhatIsKnownOfTheServersServices) {
+  struct Case {
+    int finished;  // ends that have begun to finish
+    std::optional<int> last;
+    const char* text;
+  };
+  for (const Case& one : {Case{0, std::nullopt, "The server was not told, and starts"},
+                          Case{1, 0, "The server was not told, and starts"},
+                          Case{2, std::nullopt, "It is not known whether the server was told"},
+                          Case{2, -1, "It is not known whether the server was told"},
+                          Case{2, 0, "registered now. Stopped on the server: nginx ticker."}}) {
+    node().run([&] {
+      MigrationJournal journal = interrupted({"createDstSrv", "rSync", "tuneDstSrv"});
+      journal.record.services = {"nginx", "ticker"};
+      journal.record.stages.back().result = 0;
+      for (int i = 0; i < one.finished; ++i) journal.record.stages.push_back({"finish", "", 0, 0});
+      if (one.finished > 0) journal.record.stages.back().result = one.last;
+      host::writeJournal(journal);
+      makeContainer();
+      EXPECT_THAT(agent::recover(journal, Copy::kAsTold), ElementsAre(HasSubstr(one.text)));
+    });
+  }
+}
+
 TEST(ClearTheWay, AnAdaptedCopyIsGoneOnFromUnlessItWasRegistered) {
-  const agent::Attempt attempt{
-      101, "root@old", {"0123456789abcdef0123456789abcdef", ""}, kArea, false};
+  const agent::Attempt attempt{101, {"0123456789abcdef0123456789abcdef", ""}, kArea, false};
   const auto say = [](const std::string&) {};
   node().run([&] {
     interrupted({"createDstSrv", "rSync", "tuneDstSrv", "finish"});
@@ -264,6 +320,67 @@ TEST(Recovery, AContainerThatWasRegisteredSinceIsNotTouched) {
     EXPECT_THAT(agent::recover(journal, Copy::kRemoved),
                 ElementsAre(HasSubstr("was registered since")));
     EXPECT_TRUE(host::exists(std::string(kArea) + "/fs/bin/sh"));
+  });
+}
+
+// A journal as a migration begins it, on what there is now, and as one that died leaves it.
+MigrationJournal begunOn() {
+  MigrationJournal journal = interrupted({"createDstSrv", "rSync"});
+  host::MigrationRecord& record = journal.record;
+  const agent::Journal begun(record);
+  const host::MigrationRecord& known = begun.record();
+  record.hadPrivateArea = known.hadPrivateArea;
+  record.keptInode = known.keptInode;
+  record.registrationInode = known.registrationInode;
+  record.hadAdaptMarker = known.hadAdaptMarker;
+  host::removeJournal(begun.name());
+  host::writeJournal(journal);
+  return host::readJournal(kName);
+}
+
+const std::string kRegistered = "/.qx-registered";
+const std::string kToBeAdapted = "/.qx-adapt";
+
+// As a template leaves it, that an earlier attempt had unpacked.
+TEST(Recovery, AMarkFromATemplateInWhatWasTakenBackIsNoTakeOver) {
+  for (const bool started : {false, true}) {
+    node().run([&] {
+      host::makeDirectories(kKept);
+      host::replaceFile(kKept + kRegistered, "", 0644);
+      host::replaceFile(kKept + kToBeAdapted, "", 0644);
+      const MigrationJournal journal = begunOn();
+      ASSERT_EQ(rename(kKept, kArea), 0);
+      writeConfiguration();
+      if (started) unlink((kArea + kToBeAdapted).c_str());
+      agent::recover(journal, Copy::kKept);
+      EXPECT_EQ(host::exists(kKept), !started);
+      EXPECT_EQ(host::exists(kConf), started);
+    });
+  }
+}
+
+TEST(Recovery, AMarkOfAFormerContainerIsNoTakeOver) {
+  node().run([] {
+    makeContainer();
+    host::runProgram({"/usr/sbin/qxctl", "convert", "101"});
+    unlink(kConf);
+    const MigrationJournal journal = begunOn();
+    writeConfiguration();
+    agent::recover(journal, Copy::kAsTold);
+    EXPECT_FALSE(host::exists(kConf));
+    EXPECT_TRUE(host::exists(kArea + kRegistered));
+  });
+}
+
+TEST(Recovery, AMarkThatReplacesTheFormerOneIsATakeOver) {
+  node().run([] {
+    makeContainer();
+    host::runProgram({"/usr/sbin/qxctl", "convert", "101"});
+    const MigrationJournal journal = begunOn();
+    host::replaceFile(kArea + kRegistered, "", 0644);
+    EXPECT_THAT(agent::recover(journal, Copy::kAsTold),
+                ElementsAre(HasSubstr("was registered since")));
+    EXPECT_TRUE(host::exists(kConf));
   });
 }
 
@@ -320,52 +437,92 @@ TEST(Recovery, AContainerThatAnotherProcessWorksOnIsLeftForLater) {
   });
 }
 
-TEST(ClearTheWay, ACopyOfTheSameServerIsKeptAndOneOfAnotherIsRemoved) {
+constexpr char kMachine[] = "0123456789abcdef0123456789abcdef";
+constexpr char kOtherMachine[] = "1123456789abcdef0123456789abcdef";
+
+std::string refusal(const std::function<void()>& work) {
+  try {
+    work();
+  } catch (const std::runtime_error& problem) {
+    return problem.what();
+  }
+  return "";
+}
+
+TEST(ClearTheWay, ACopyOfTheSameServerIsKeptHoweverTheServerIsCalled) {
+  node().run([] {
+    interrupted({"createDstSrv", "rSync"});
+    makeContainer();
+    const agent::Attempt attempt{101, {kMachine, ""}, kArea, false};
+    std::string said;
+    const auto say = [&](const std::string& text) { said += text + "\n"; };
+    EXPECT_TRUE(agent::clearTheWay(attempt, say));
+    expectNothingLeft();
+    EXPECT_TRUE(host::exists(std::string(kKept) + "/fs/bin/sh"));
+    said.clear();
+    // What was kept stays for an attempt after the next.
+    EXPECT_TRUE(agent::clearTheWay(attempt, say));
+    EXPECT_EQ(said, "");
+    EXPECT_TRUE(host::exists(std::string(kKept) + "/fs/bin/sh"));
+  });
+}
+
+TEST(ClearTheWay, ACopyOfAnotherServerIsLeftAndTheMigrationRefused) {
   struct Case {
-    const char* source;
     const char* machine;
-    bool fresh;
-    const char* reason;  // null: kept
+    const char* reason;
   };
-  for (const Case& one :
-       {Case{"root@old", "0123456789abcdef0123456789abcdef", false, nullptr},
-        Case{"root@old", "0123456789abcdef0123456789abcdef", true, "it is to begin afresh"},
-        Case{"root@old", "1123456789abcdef0123456789abcdef", false, "it was of another server"},
-        Case{"root@old", "", false, "it is not known whether"},
-        Case{"root@new", "0123456789abcdef0123456789abcdef", false, "it was of another source"}}) {
+  for (const Case& one : {Case{kOtherMachine, "is of another server (root@old)"},
+                          Case{"", "may be of another server (root@old)"}}) {
     node().run([&] {
-      interrupted({"createDstSrv", "rSync"});
+      const MigrationJournal journal = interrupted({"createDstSrv", "rSync"});
       makeContainer();
-      agent::Attempt attempt{101, one.source, {one.machine, ""}, kArea, one.fresh};
-      std::string said;
-      const auto say = [&](const std::string& text) { said += text + "\n"; };
-      agent::clearTheWay(attempt, say);
-      expectNothingLeft();
-      EXPECT_EQ(host::exists(kKept), one.reason == nullptr) << said;
-      if (one.reason) {
-        EXPECT_THAT(said, HasSubstr(one.reason));
-      }
-      said.clear();
-      // What was kept stays for an attempt after the next.
-      agent::clearTheWay(attempt, say);
-      EXPECT_EQ(said, "");
-      EXPECT_EQ(host::exists(kKept), one.reason == nullptr);
-      if (!one.reason) {
-        attempt.source = "root@new";
-        agent::clearTheWay(attempt, say);
-        EXPECT_FALSE(host::exists(kKept));
-        EXPECT_THAT(said, HasSubstr("was removed: it was of another source, root@old."));
-      }
+      const agent::Attempt attempt{101, {one.machine, ""}, kArea, false};
+      const auto clear = [&] { agent::clearTheWay(attempt, [](const std::string&) {}); };
+      EXPECT_THAT(refusal(clear), testing::AllOf(HasSubstr(one.reason), HasSubstr("--fresh")));
+      EXPECT_TRUE(host::exists(std::string(kArea) + "/fs/bin/sh"));
+      EXPECT_EQ(stateNow(), MigrationState::kRunning);
+      agent::recover(journal, Copy::kKept);
+      EXPECT_THAT(refusal(clear), testing::AllOf(HasSubstr(one.reason), HasSubstr("--fresh")));
+      EXPECT_TRUE(host::exists(std::string(kKept) + "/fs/bin/sh"));
     });
+  }
+}
+
+TEST(ClearTheWay, WhereNothingWasCopiedAnotherServerIsWelcome) {
+  node().run([] {
+    interrupted({"createDstSrv"});
+    writeConfiguration();
+    EXPECT_FALSE(
+        agent::clearTheWay({101, {kOtherMachine, ""}, kArea, false}, [](const std::string&) {}));
+    expectNothingLeft();
+  });
+}
+
+TEST(ClearTheWay, WhoeverBeginsAfreshKeepsNothingOfAnyServer) {
+  for (const char* machine : {kMachine, kOtherMachine}) {
+    for (const bool kept : {false, true}) {
+      node().run([&] {
+        const MigrationJournal journal = interrupted({"createDstSrv", "rSync"});
+        makeContainer();
+        if (kept) agent::recover(journal, Copy::kKept);
+        std::string said;
+        EXPECT_FALSE(agent::clearTheWay({101, {machine, ""}, kArea, true},
+                                        [&](const std::string& text) { said += text; }));
+        expectNothingLeft();
+        EXPECT_FALSE(host::exists(kKept));
+        EXPECT_THAT(said, HasSubstr("it is to begin afresh"));
+      });
+    }
   }
 }
 
 TEST(ClearTheWay, WhatNoJournalTellsOfStaysUnlessItIsToBeginAfresh) {
   node().run([] {
     host::makeDirectories(kKept);
-    agent::Attempt attempt{101, "root@old", {}, kArea, false};
+    agent::Attempt attempt{101, {}, kArea, false};
     const auto say = [](const std::string&) {};
-    agent::clearTheWay(attempt, say);
+    EXPECT_TRUE(agent::clearTheWay(attempt, say));
     EXPECT_TRUE(host::exists(kKept));
     attempt.fresh = true;
     agent::clearTheWay(attempt, say);
@@ -397,9 +554,33 @@ TEST(Journal, TellsWhatThereWasBeforeAndWhatWasDone) {
     read = host::readJournal(journal.name()).record;
     EXPECT_EQ(read.state, MigrationState::kFailed);
     EXPECT_EQ(read.error, "locked");
-    EXPECT_EQ(read.keptArea, kKept);
+    // No journal tells of what is there.
+    EXPECT_EQ(read.keptArea, "");
     EXPECT_EQ(journal.problem(), "");
   });
+}
+
+TEST(Journal, NamesTheKeptCopyThatAnEarlierOneNamedOrThatItTookBackItself) {
+  for (const bool named : {true, false}) {
+    node().run([&] {
+      host::makeDirectories(kKept);
+      host::MigrationRecord record;
+      record.ctid = 101;
+      record.privateArea = kArea;
+      if (named) {
+        MigrationJournal earlier = interrupted({"createDstSrv"});
+        earlier.record.state = MigrationState::kFailed;
+        earlier.record.keptArea = kKept;
+        earlier.record.keptAreaInode = agent::inodeOf(kKept);
+        host::writeJournal(earlier);
+      }
+      agent::Journal journal(record);
+      journal.stageBegins("createDstSrv");
+      journal.stageEnds("createDstSrv", named ? -1 : 0, 1);
+      journal.end(MigrationState::kFailed, "createDstSrv", "");
+      EXPECT_EQ(host::readJournal(journal.name()).record.keptArea, kKept);
+    });
+  }
 }
 
 TEST(Journal, OneThatCannotBeBegunStopsTheMigrationAndALaterFailureDoesNot) {

@@ -111,6 +111,11 @@ TEST(Plan, RemainsOfAnotherContainerAreToldOf) {
   expectFinding(facts, Severity::kNote,
                 "The migration goes on from what an earlier one has copied, "
                 "/var/lib/qx/private/101.migrated.");
+  facts.node.keptIsRemoved = true;
+  expectFinding(
+      facts, Severity::kNote,
+      "What an earlier migration has copied, /var/lib/qx/private/101.migrated, is removed "
+      "first: what that frees is not counted as free.");
   // All of that is the container that exists.
   facts.node.containerExists = facts.node.areaExists = facts.node.configExists = true;
   EXPECT_EQ(agent::makePlan(facts).findings.size(), 1U);

@@ -38,10 +38,17 @@ TEST(Summary, TellsWhatItCameToAndWhatComesNext) {
             "To go back to root@old: qxctl stop 101, and start there nginx ticker\n");
 }
 
+TEST(Summary, WhatStaysStoppedIsToldWithTheWayBack) {
+  EXPECT_EQ(agent::stoppedText(sample()),
+            "these stay stopped on the server: nginx ticker. To go back to root@old: qxctl stop "
+            "101, and start there nginx ticker");
+}
+
 TEST(Summary, ThereIsNoOutageWhenNothingWasStopped) {
   host::MigrationRecord record = sample();
   record.services.clear();
   EXPECT_THAT(summaryText(record), Not(HasSubstr("outage")));
+  EXPECT_EQ(agent::stoppedText(record), "");
   EXPECT_THAT(summaryText(record), HasSubstr("To go back to root@old: qxctl stop 101\n"));
 }
 

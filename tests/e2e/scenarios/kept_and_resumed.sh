@@ -20,6 +20,24 @@ check_rolled_back
 check_services_run
 number=$(stat -c %i $private.migrated/fs/usr/bin/perl)
 
+step "What was kept is kept again when the next attempt fails, without being told to"
+slow_source 2 20000
+begin_migration --stop-service dumper
+check "the second copy runs" until_copying 2
+kill_rsync_on_server
+end_migration
+check_status 1
+check "it says so" grep -q "is kept if this one fails, too" "$out"
+check_equal "the same files" "$number" "$(stat -c %i $private.migrated/fs/usr/bin/perl)"
+check_rolled_back
+check_services_run
+
+step "An attempt whose plan is blocked changes nothing"
+fast_source
+migrate_measured --fresh --stop-service no-such
+check_status 2
+check_equal "the copy is there" "$number" "$(stat -c %i $private.migrated/fs/usr/bin/perl)"
+
 step "The next attempt takes it up"
 fast_source
 migrate
