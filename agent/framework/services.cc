@@ -30,7 +30,8 @@ void rememberStopped(const QXL::QXLHaulSerializerBaseParams* params) {
   const auto* p2v = dynamic_cast<const QXA::QXAMigrateP2VSerializerParams*>(params);
   const std::string path = stoppedPath();
   if (!p2v || path.empty() || p2v->options.services.empty()) return;
-  std::string names;
+  // Its first line is the boot, whose services these are.
+  std::string names = host::readFile("/proc/sys/kernel/random/boot_id").value_or("\n");
   const std::vector<QXL::QXLService>& services = p2v->options.services;
   for (auto service = services.rbegin(); service != services.rend(); ++service) {
     names += service->name + "\n";

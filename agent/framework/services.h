@@ -6,9 +6,10 @@
 
 namespace agent {
 
-/// Where the names of services that are being stopped stand, one a line, as long as
-/// somebody must start them again: "stopped-services" in the directory that
-/// QXA_TMPDIR names, so that they can be started also after the agent was killed.
+/// Where the names of services that are being stopped stand, one a line after the id of
+/// this boot, as long as somebody must start them again: "stopped-services" in the
+/// directory that QXA_TMPDIR names, as share/guard.sh reads it, so that they can be
+/// started also after the agent was killed.
 /// Nothing is written where QXA_TMPDIR is not set.
 void rememberStopped(const QXL::QXLHaulSerializerBaseParams* params);
 void forgetStopped();
