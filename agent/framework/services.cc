@@ -26,20 +26,17 @@ std::string stoppedPath() {
 
 }  // namespace
 
-void rememberStopped(const QXL::QXLHaulSerializerBaseParams* params) {
+int rememberStopped(const QXL::QXLHaulSerializerBaseParams* params) {
   const auto* p2v = dynamic_cast<const QXA::QXAMigrateP2VSerializerParams*>(params);
   const std::string path = stoppedPath();
-  if (!p2v || path.empty() || p2v->options.services.empty()) return;
-  // Its first line is the boot, whose services these are.
-  std::string names = host::readFile("/proc/sys/kernel/random/boot_id").value_or("\n");
+  if (!p2v || path.empty() || p2v->options.services.empty()) return 0;
+  const std::string boot = host::readFile("/proc/sys/kernel/random/boot_id").value_or("\n");
+  std::string names;
   const std::vector<QXL::QXLService>& services = p2v->options.services;
   for (auto service = services.rbegin(); service != services.rend(); ++service) {
     names += service->name + "\n";
   }
-  if (attempt([&]() { host::replaceFileDurably(path, names, 0600); }) != 0) {
-    QXL::logMessage(1, "qxagent", "services", "rememberStopped", "%s",
-                    QXL::getErrorMessage().c_str());
-  }
+  return attempt([&]() { host::replaceFileDurably(path, boot + names, 0600); });
 }
 
 void forgetStopped() {

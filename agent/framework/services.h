@@ -6,12 +6,14 @@
 
 namespace agent {
 
-/// Where the names of services that are being stopped stand, one a line after the id of
-/// this boot, as long as somebody must start them again: "stopped-services" in the
-/// directory that QXA_TMPDIR names, as share/guard.sh reads it, so that they can be
-/// started also after the agent was killed.
-/// Nothing is written where QXA_TMPDIR is not set.
-void rememberStopped(const QXL::QXLHaulSerializerBaseParams* params);
+/// Writes down, before they are stopped, which services somebody must start again, also
+/// after the agent was killed: in "stopped-services" in the directory that QXA_TMPDIR
+/// names, the id of this boot and then their names, one a line, as share/guard.sh reads it.
+/// Does nothing where QXA_TMPDIR is not set, nor with parameters that have no services.
+/// Returns 0, or -1 with the text in QXL::getErrorMessage(): nothing is to be stopped then.
+int rememberStopped(const QXL::QXLHaulSerializerBaseParams* params);
+
+/// Removes what rememberStopped has written.
 void forgetStopped();
 
 /// Runs "/etc/init.d/NAME start" for each service of the parameters, last one
