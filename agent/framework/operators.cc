@@ -44,6 +44,7 @@ void QXLHaulControlOperatorPrototype::process(const std::string& method,
                   "no service is stopped that could not be started again: " + getErrorMessage());
     return;
   }
+  if (stops) agent::letStopScriptsEnd();
   QXLOperatorFunctionalPrototype::process(method, in, out);
   if (stops) {
     const auto* message = dynamic_cast<const agent::Message*>(out.get());

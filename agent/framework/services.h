@@ -16,9 +16,16 @@ int rememberStopped(const QXL::QXLHaulSerializerBaseParams* params);
 /// Removes what rememberStopped has written.
 void forgetStopped();
 
+/// Gives the scripts that the current request runs a minute when it is cancelled: a service
+/// whose script is ended half-way may go on stopping, ignore that it is started meanwhile,
+/// and be down after that.
+void letStopScriptsEnd();
+
 /// Runs "/etc/init.d/NAME start" for each service of the parameters, last one
-/// first. A script that fails is logged and reported as progress; the others are
-/// started all the same. Does nothing with parameters that have no services.
+/// first, and once more some seconds later where the script says that the service is down.
+/// A script that fails is logged and reported as progress; the others are
+/// started all the same, also when the current request is cancelled. Does nothing with
+/// parameters that have no services.
 void startServices(const QXL::QXLHaulSerializerBaseParams* params);
 
 }  // namespace agent
