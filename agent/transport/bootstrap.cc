@@ -30,7 +30,8 @@ std::string bootstrapCommand(uint64_t bytes, const std::string& sha256) {
       "l=; command -v setsid >/dev/null 2>&1 && l=setsid; "
       // What a killed agent had stopped, in this run or in one before it. What signals
       // all that the login has started must not end this.
-      "up() { [ ! -f $1/@GUARD@ ] || $l /bin/sh $1/@GUARD@ $1 </dev/null >/dev/null 2>&1; }; "
+      "up() { if [ -f $1/@GUARD@ ]; then "
+      "$l /bin/sh $1/@GUARD@ $1 </dev/null >/dev/null 2>&1; fi; }; "
       "live() { p=`head -n 1 $1/pid 2>/dev/null`; [ -n \"$p\" ] && [ -e /proc/$p ] && "
       "tr \"\\000\" \" \" </proc/$p/cmdline 2>/dev/null | grep -q qxagent.tmp; }; "
       "trap : HUP PIPE; "
@@ -40,7 +41,7 @@ std::string bootstrapCommand(uint64_t bytes, const std::string& sha256) {
       "[ \"$a\" -gt 3 ] || { [ \"$a\" = 3 ] && [ \"$b\" -ge 2 ]; } || no kernel $k; "
       "for t in head tar gzip rm mkdir df; do "
       "command -v $t >/dev/null 2>&1 || no tool $t; done; "
-      "! live $D || no live $p; "
+      "if live $D; then no live $p; fi; "
       // A guard may be at its work, or have been killed there.
       "n=0; while live $D.left; do n=$((n + 1)); [ $n -le 600 ] || no live $p; sleep 1; done; "
       "for d in $D $D.left; do if [ -e $d ] || [ -h $d ]; then "
@@ -72,7 +73,7 @@ std::string bootstrapCommand(uint64_t bytes, const std::string& sha256) {
       "QXA_TMPDIR=$D @LOADER@ --library-path @LIBRARIES@ @AGENT@ serve --stdio; r=$?; "
       // Not ignored, which the services would inherit. The guard is still there.
       "trap : HUP PIPE INT TERM; "
-      "! up $D || rm -rf $D; exit $r";
+      "up $D && rm -rf $D; exit $r";
   replaceAll(program, "@DIR@", kBootstrapDir);
   replaceAll(program, "@BYTES@", std::to_string(bytes));
   replaceAll(program, "@SHA256@", sha256);
