@@ -39,7 +39,12 @@ void QXLHaulControlOperatorPrototype::process(const std::string& method,
   }
   // Remembered before: the agent may be killed while it stops them.
   const bool stops = agent::stepOf(method).stopsServices;
-  if (stops) agent::rememberStopped(params_.get());
+  if (stops && agent::rememberStopped(params_.get()) != 0) {
+    out->putError(-1,
+                  "no service is stopped that could not be started again: " + getErrorMessage());
+    return;
+  }
+  if (stops) agent::letStopScriptsEnd();
   QXLOperatorFunctionalPrototype::process(method, in, out);
   if (stops) {
     const auto* message = dynamic_cast<const agent::Message*>(out.get());

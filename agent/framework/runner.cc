@@ -84,6 +84,17 @@ bool drain(host::Fd& fd, const std::function<void(std::string_view)>& sink) {
   }
 }
 
+agent::CancelToken* currentCancel() {
+  const agent::CurrentRequest* request = agent::CurrentRequest::get();
+  return request ? request->cancel.get() : nullptr;
+}
+
+// Programs that are given time after a cancel are not followed by others.
+bool cancelStartsNothing() {
+  const agent::CancelToken* cancel = currentCancel();
+  return cancel && cancel->isCancelled() && cancel->grantedToPrograms().count() > 0;
+}
+
 }  // namespace
 
 namespace QXL {
@@ -109,6 +120,7 @@ struct GenExec::State {
   std::string startFailure;
   Clock::time_point deadline = Clock::time_point::max();
   Clock::time_point killAt = Clock::time_point::max();
+  bool cancelled = false;
   bool terminated = false;
   host::Fd drainerStop;
   std::thread drainer;
@@ -145,6 +157,7 @@ int GenExec::State::start(const char* const* argv, int flags, int seconds, const
     problem = makePipe(1, output, false);
   }
   if (wired[2] < 0 && problem == 0) problem = makePipe(2, error, false);
+  if (problem == 0 && cancelStartsNothing()) problem = ECANCELED;
   if (problem == 0) problem = child.start(toVector(argv), options);
   if (problem != 0) {
     startFailure = std::string(argv[0]) + ": " + agent::errnoText(problem);
@@ -203,10 +216,8 @@ void GenExec::State::waitForActivity() {
   if (output) entries[count++] = {output.get(), POLLIN, 0};
   if (!drainer.joinable() && error) entries[count++] = {error.get(), POLLIN, 0};
   if (child.fd() >= 0) entries[count++] = {child.fd(), POLLIN, 0};
-  const agent::CurrentRequest* request = agent::CurrentRequest::get();
-  if (request && request->cancel && !terminated) {
-    entries[count++] = {request->cancel->fd(), POLLIN, 0};
-  }
+  const agent::CancelToken* cancel = currentCancel();
+  if (cancel && !cancelled && !terminated) entries[count++] = {cancel->fd(), POLLIN, 0};
   int timeout = 1000;
   const Clock::time_point next = std::min(deadline, killAt);
   if (next != Clock::time_point::max()) {
@@ -219,9 +230,12 @@ void GenExec::State::waitForActivity() {
 
 void GenExec::State::enforceLimits() {
   const Clock::time_point now = Clock::now();
-  const agent::CurrentRequest* request = agent::CurrentRequest::get();
-  const bool cancelled = request && request->cancel && request->cancel->isCancelled();
-  if (!terminated && (cancelled || now >= deadline)) {
+  const agent::CancelToken* cancel = currentCancel();
+  if (!cancelled && cancel && cancel->isCancelled()) {
+    cancelled = true;
+    deadline = std::min(deadline, now + cancel->grantedToPrograms());
+  }
+  if (!terminated && now >= deadline) {
     terminated = true;
     child.signalGroup(SIGTERM);
     deadline = Clock::time_point::max();

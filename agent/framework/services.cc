@@ -1,11 +1,15 @@
 #include "agent/framework/services.h"
 
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
+#include <chrono>
+#include <regex>
 #include <string>
+#include <thread>
 
 #include "agent/system/last_error.h"
+#include "agent/wire/request_context.h"
 #include "framework/errors.h"
 #include "framework/logger.h"
 #include "framework/migrate_params.h"
@@ -18,27 +22,76 @@ namespace agent {
 
 namespace {
 constexpr int kStartSeconds = 120;
+constexpr std::chrono::seconds kStopTime(60);
+constexpr std::chrono::seconds kLookAgain(5);
 
 std::string stoppedPath() {
   const std::string folder = host::agentFolder();
   return folder.empty() ? folder : folder + "/stopped-services";
 }
 
+std::string scriptOf(const std::string& service) { return "/etc/init.d/" + service; }
+
+int run(QXL::GenExec& runner, const std::string& service, const char* action) {
+  const std::string script = scriptOf(service);
+  const char* const argv[] = {script.c_str(), action, nullptr};
+  return runner.execWithOnlyError(argv, 0, kStartSeconds);
+}
+
+// `done`: what is said of it then.
+void start(const std::string& service, const char* done) {
+  const auto context = QXL::QXLRequestContextPrototype::getCurrent();
+  QXL::GenExec runner(16384);
+  const int status = run(runner, service, "start");
+  if (status == 0) return context->freportProgress("Service %s %s.", service.c_str(), done);
+  const std::string said = runner.getOutput(QXL::GenExecError);
+  context->freportProgress("Service %s did not start again: %s", service.c_str(), said.c_str());
+  QXL::logMessage(1, "qxagent", "services", "start", "%s start: wait status %d: %s",
+                  scriptOf(service).c_str(), status, said.c_str());
+}
+
+// As far as its script can tell: many do not know the question, and answer anything.
+bool isDown(const std::string& service) {
+  static const std::regex kKnown("status[\"' ]*[|)]");
+  if (!std::regex_search(host::readFile(scriptOf(service)).value_or(""), kKnown)) return false;
+  QXL::GenExec runner(16384);
+  const int status = run(runner, service, "status");
+  return WIFEXITED(status) && WEXITSTATUS(status) >= 1 && WEXITSTATUS(status) <= 3;
+}
+
+// As long as it lives, what the current request runs is not ended by a cancel.
+class Uncancelled {
+ public:
+  Uncancelled()
+      : request_(withoutCancel()),
+        scope_(request_, QXL::QXLRequestContextPrototype::getCurrent()) {}
+
+ private:
+  static CurrentRequest withoutCancel() {
+    const CurrentRequest* current = CurrentRequest::get();
+    if (!current) return {};
+    if (current->cancel) current->cancel->grantPrograms(kStopTime);
+    CurrentRequest request = *current;
+    request.cancel = nullptr;
+    return request;
+  }
+  const CurrentRequest request_;
+  const CurrentRequestScope scope_;
+};
+
 }  // namespace
 
-void rememberStopped(const QXL::QXLHaulSerializerBaseParams* params) {
+int rememberStopped(const QXL::QXLHaulSerializerBaseParams* params) {
   const auto* p2v = dynamic_cast<const QXA::QXAMigrateP2VSerializerParams*>(params);
   const std::string path = stoppedPath();
-  if (!p2v || path.empty() || p2v->options.services.empty()) return;
+  if (!p2v || path.empty() || p2v->options.services.empty()) return 0;
+  const std::string boot = host::readFile("/proc/sys/kernel/random/boot_id").value_or("\n");
   std::string names;
   const std::vector<QXL::QXLService>& services = p2v->options.services;
   for (auto service = services.rbegin(); service != services.rend(); ++service) {
     names += service->name + "\n";
   }
-  if (attempt([&]() { host::replaceFileDurably(path, names, 0600); }) != 0) {
-    QXL::logMessage(1, "qxagent", "services", "rememberStopped", "%s",
-                    QXL::getErrorMessage().c_str());
-  }
+  return attempt([&]() { host::replaceFileDurably(path, boot + names, 0600); });
 }
 
 void forgetStopped() {
@@ -46,24 +99,23 @@ void forgetStopped() {
   if (!path.empty()) unlink(path.c_str());
 }
 
+void letStopScriptsEnd() {
+  const CurrentRequest* request = CurrentRequest::get();
+  if (request && request->cancel) request->cancel->grantPrograms(kStopTime);
+}
+
 void startServices(const QXL::QXLHaulSerializerBaseParams* params) {
   const auto* p2v = dynamic_cast<const QXA::QXAMigrateP2VSerializerParams*>(params);
-  if (!p2v) return;
-  const auto context = QXL::QXLRequestContextPrototype::getCurrent();
+  if (!p2v || p2v->options.services.empty()) return;
+  const Uncancelled uncancelled;
   const std::vector<QXL::QXLService>& services = p2v->options.services;
   for (auto service = services.rbegin(); service != services.rend(); ++service) {
-    const std::string script = "/etc/init.d/" + service->name;
-    const char* const argv[] = {script.c_str(), "start", nullptr};
-    QXL::GenExec runner(16384);
-    const int status = runner.execWithOnlyError(argv, 0, kStartSeconds);
-    if (status == 0) {
-      context->freportProgress("Service %s started again.", service->name.c_str());
-      continue;
-    }
-    context->freportProgress("Service %s did not start again: %s", service->name.c_str(),
-                             runner.getOutput(QXL::GenExecError).c_str());
-    QXL::logMessage(1, "qxagent", "services", "startServices", "%s start: wait status %d: %s",
-                    script.c_str(), status, runner.getOutput(QXL::GenExecError).c_str());
+    start(service->name, "started again");
+  }
+  // One that was only told to stop, by a script that has ended, may have ignored it.
+  std::this_thread::sleep_for(kLookAgain);
+  for (auto service = services.rbegin(); service != services.rend(); ++service) {
+    if (isDown(service->name)) start(service->name, "was down again and started once more");
   }
 }
 

@@ -3,6 +3,7 @@
 #define QX_AGENT_SYSTEM_CANCEL_H
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <string>
 
@@ -29,6 +30,13 @@ class CancelToken {
   /// Readable once cancelled; for poll.
   int fd() const { return event_.get(); }
 
+  /// How long programs that run may go on after a cancel, which starts no others then:
+  /// for those that leave a worse state when they are ended half-way. Any thread.
+  void grantPrograms(std::chrono::seconds time) {
+    programSeconds_ = static_cast<int>(time.count());
+  }
+  std::chrono::seconds grantedToPrograms() const { return std::chrono::seconds(programSeconds_); }
+
   /// Beyond a cancel: what another machine still does to end its part is not waited
   /// for either. Any thread.
   void abandon();
@@ -41,6 +49,7 @@ class CancelToken {
   int code_ = 0;
   std::string argument_;
   host::Fd event_;
+  std::atomic<int> programSeconds_{0};
   std::atomic<bool> abandoned_{false};
   host::Fd abandonEvent_;
 };

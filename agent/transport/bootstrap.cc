@@ -29,10 +29,13 @@ std::string bootstrapCommand(uint64_t bytes, const std::string& sha256) {
   std::string program =
       "D=@DIR@; N=$1; export LC_ALL=C; umask 077; "
       "no() { echo \"QX error $*\"; exit 1; }; "
-      // What a killed agent had stopped, in this run or in one before it.
-      "up() { if [ -f $D/stopped-services ]; then "
-      "while read -r s; do /etc/init.d/$s start </dev/null >/dev/null 2>&1; done "
-      "<$D/stopped-services; fi; }; "
+      "l=; command -v setsid >/dev/null 2>&1 && l=setsid; "
+      // What a killed agent had stopped, in this run or in one before it. What signals
+      // all that the login has started must not end this.
+      "up() { if [ -f $1/@GUARD@ ]; then "
+      "$l /bin/sh $1/@GUARD@ $1 </dev/null >/dev/null 2>&1; fi; }; "
+      "live() { p=`head -n 1 $1/pid 2>/dev/null`; [ -n \"$p\" ] && [ -e /proc/$p ] && "
+      "tr \"\\000\" \" \" </proc/$p/cmdline 2>/dev/null | grep -q qxagent.tmp; }; "
       "trap : HUP PIPE; "
       "u=`id -u`; [ \"$u\" = 0 ] || no root $u; "
       "m=`uname -m`; [ \"$m\" = x86_64 ] || no machine $m; "
@@ -40,12 +43,11 @@ std::string bootstrapCommand(uint64_t bytes, const std::string& sha256) {
       "[ \"$a\" -gt 3 ] || { [ \"$a\" = 3 ] && [ \"$b\" -ge 2 ]; } || no kernel $k; "
       "for t in head tar gzip rm mkdir df; do "
       "command -v $t >/dev/null 2>&1 || no tool $t; done; "
-      "if [ -e $D ] || [ -h $D ]; then "
-      "p=`head -n 1 $D/pid 2>/dev/null`; "
-      "if [ -n \"$p\" ] && [ -e /proc/$p ] && "
-      "tr \"\\000\" \" \" </proc/$p/cmdline 2>/dev/null | grep -q qxagent.tmp; "
-      "then no live $p; fi; "
-      "[ -h $D ] || { [ -O $D ] && up; }; rm -rf $D; fi; "
+      "if live $D; then no live $p; fi; "
+      // A guard may be at its work, or have been killed there.
+      "n=0; while live $D.left; do n=$((n + 1)); [ $n -le 600 ] || no live $p; sleep 1; done; "
+      "for d in $D $D.left; do if [ -e $d ] || [ -h $d ]; then "
+      "[ -h $d ] || { [ -O $d ] && up $d; }; rm -rf $d; fi; done; "
       "f=`df -P -k /var 2>/dev/null | tail -n 1 | { read x x x f x; echo $f; }`; "
       "[ \"${f:-65536}\" -ge 65536 ] || no space $f; "
       "e=`mkdir -m 0700 $D 2>&1` || no directory $e; "
@@ -61,9 +63,11 @@ std::string bootstrapCommand(uint64_t bytes, const std::string& sha256) {
       "e=`gzip -dc <$D/bundle | tar xf - -C $D 2>&1` || gone unpack $e; "
       "chmod 0700 $D; "
       "rm -f $D/bundle $D/try; "
+      // Services that are started inherit it.
+      "umask 022; "
       // What ends this shell, and all that the login has started, must not end the guard.
-      "g=\"/bin/sh @GUARD@ $D $$\"; command -v setsid >/dev/null 2>&1 && g=\"setsid $g\"; "
-      "[ -f @GUARD@ ] && { if [ -d /run/systemd/system ] && "
+      "g=\"$l /bin/sh $D/@GUARD@ $D $$\"; "
+      "[ -f $D/@GUARD@ ] && { if [ -d /run/systemd/system ] && "
       "command -v systemd-run >/dev/null 2>&1; "
       "then systemd-run --quiet --scope $g || $g; else $g; fi; } "
       "</dev/null >/dev/null 2>&1 & "
@@ -71,8 +75,9 @@ std::string bootstrapCommand(uint64_t bytes, const std::string& sha256) {
       // Where the agent's rsync may reach the node, past ssh (share/rsync/direct_choice.h).
       "QXA_TMPDIR=$D QX_RSYNC_NODE=$N @LOADER@ --library-path @LIBRARIES@ @AGENT@ serve --stdio; "
       "r=$?; "
-      "trap \"\" HUP PIPE INT TERM; "
-      "up; rm -rf $D; exit $r";
+      // Not ignored, which the services would inherit. The guard is still there.
+      "trap : HUP PIPE INT TERM; "
+      "up $D && rm -rf $D; exit $r";
   replaceAll(program, "@DIR@", kBootstrapDir);
   replaceAll(program, "@BYTES@", std::to_string(bytes));
   replaceAll(program, "@SHA256@", sha256);

@@ -15,8 +15,9 @@ inline constexpr const char* kBootstrapDir = "/var/qxagent.tmp";
 inline constexpr const char* kBundleLoader = "/var/qxagent.tmp/lib/ld-linux-x86-64.so.2";
 inline constexpr const char* kBundleLibraries = "/var/qxagent.tmp/lib";
 inline constexpr const char* kBundleAgent = "/var/qxagent.tmp/bin/qxagent";
-/// Does the work of the shell program's end when that has been killed (share/guard.sh).
-inline constexpr const char* kBundleGuard = "/var/qxagent.tmp/bin/guard.sh";
+/// Below the directory: starts services again, and does the work of the shell program's
+/// end when that has been killed (share/guard.sh).
+inline constexpr const char* kBundleGuard = "bin/guard.sh";
 
 /// The remote command for ssh: a program for /bin/sh, as root directly or by sudo,
 /// that any login shell passes on unharmed (one line, single quotes only outside).
@@ -24,7 +25,8 @@ inline constexpr const char* kBundleGuard = "/var/qxagent.tmp/bin/guard.sh";
 /// do, "QX send" when it expects `bytes` bytes of bundle on standard input, "QX
 /// run" when the agent takes over both streams. When the agent has ended, by
 /// whatever, it starts the services that the agent had stopped and not answered
-/// for, and removes the directory.
+/// for, and removes the directory. So it does first with what a run before it has
+/// left, of this boot.
 std::string bootstrapCommand(uint64_t bytes, const std::string& sha256);
 
 /// A line of that program, or of what a login prints before it.

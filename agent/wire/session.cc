@@ -67,6 +67,7 @@ void Session::cancel(long long id) {
 // The framework's runner watches the token; programs that the operator's code
 // runs by itself are told here.
 void Session::stopPrograms() {
+  if (cancel_->grantedToPrograms().count() > 0) return;
   for (const pid_t program : descendantsOfThread(threadId_)) kill(program, SIGTERM);
 }
 

@@ -62,9 +62,10 @@ constexpr Step kSteps[] = {
     {.name = "shutdownSrcSrv", .text = "shut the server down"},
     {.name = "destroySrcSrv", .text = "destroy the server"},
     {.name = "startDstSrv", .text = "start the container"},
+    // Services are started again.
     {.name = "finish",
      .text = "finish",
-     .longest = minutes(1),
+     .longest = minutes(10),
      .firstWhere = "here",
      .secondWhere = "on the server"},
 };

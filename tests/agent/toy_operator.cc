@@ -64,6 +64,7 @@ class Operator : public QXL::QXLHaulControlOperatorPrototype {
     add("silent", &Operator::silent);
     add("flood", &Operator::flood);
     add("pause", &Operator::pause);
+    add("stopServices", &Operator::stopServices);
     methods_[""] = {nullptr, 0, 0};
   }
 
@@ -155,6 +156,19 @@ class Operator : public QXL::QXLHaulControlOperatorPrototype {
   void flood(const Iterator&, const Iterator&) {
     worker().beginCommand();
     worker().endCommandWithAnswer(TextWriter(std::string(40u << 20, 'x')));
+  }
+  void stopServices(const Iterator&, const Iterator&) {
+    worker().beginCommand();
+    const char* const argv[] = {"/bin/sh", "-c", "sleep 2; exit 0", nullptr};
+    QXL::GenExec first(100), second(100);
+    first.execAsync(QXL::GenExecAsync, argv, 80000);
+    worker().getContextLocal()->freportProgress("stopping");
+    if (first.wait() != 0) {
+      worker().getContextLocal()->fsetLastError(-1, "the first was cut");
+    } else if (second.execWithOnlyError(argv, 0, 80000) == 0) {
+      worker().getContextLocal()->fsetLastError(-1, "the second was begun");
+    }
+    worker().endCommand({});
   }
   void pause(const Iterator&, const Iterator&) {
     worker().beginCommand();

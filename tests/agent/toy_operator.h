@@ -30,6 +30,9 @@ void reset();
 //   throw     throws
 //   sleep     runs "sleep 60" through the framework's runner
 //   shell     runs "sleep 60" through a shell of its own, outside that runner
+//   stopServices
+//             runs two programs that take two seconds each; fails when the first does not
+//             end by itself, and when the second begins
 //   whoami    answers the caller's user id in field 1017
 //   channel   copies its channel's input to its output
 //   silent    neither ends its command nor answers

@@ -17,7 +17,7 @@ kill_agent() { on_server pkill -KILL -f -- '^[^ ]*/ld-linux[^ ]* .*qxagent serve
 renew_source() { :; }
 
 check_agent_at_rest() {
-  check "nothing was left below /var" until_so 10 nothing_arrived
+  check "nothing was left below /var" until_so 20 nothing_arrived
   check_no "no agent and no ssh of the migration runs" still_running 'qxagent|^ssh '
 }
 

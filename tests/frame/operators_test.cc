@@ -11,6 +11,7 @@
 #include "frame/plugin.h"
 #include "frame/serialize_operator.h"
 #include "framework/errors.h"
+#include "support/temp_tree.h"
 
 using namespace fixtures;
 using testing::ElementsAre;
@@ -210,6 +211,40 @@ TEST(SerializeOperator, FailureOfAStageIsTheAnswersError) {
   EXPECT_EQ(served.code, -7);
   EXPECT_EQ(served.text, "stopServices failed");
   EXPECT_EQ(served.answer->errorsPut, 1);
+}
+
+// Stops two services, with the agent's folder at `folder`.
+Served stopTwoServices(const std::string& folder) {
+  const FakeWorkers fakes;
+  OperatorSession session(factoryQXLinMigrateP2VSerializeOperator);
+  const ParamsPtr params = newParams();
+  for (const char* name : {"one", "two"}) {
+    QXL::QXLService service;
+    service.name = name;
+    params->options.services.push_back(service);
+  }
+  EXPECT_EQ(session.start(params).text, "");
+  setenv("QXA_TMPDIR", folder.c_str(), 1);
+  Served served = session.request("stopServices");
+  unsetenv("QXA_TMPDIR");
+  served.lines = calls();
+  return served;
+}
+
+TEST(SerializeOperator, WritesDownTheBootAndWhatIsToBeStartedInWhichOrder) {
+  const test_support::TempTree folder;
+  EXPECT_THAT(stopTwoServices(folder.root()).lines, testing::Contains("stopServices"));
+  EXPECT_EQ(test_support::readFile(folder.path("stopped-services")),
+            test_support::readFile("/proc/sys/kernel/random/boot_id") + "two\none\n");
+}
+
+TEST(SerializeOperator, StopsNoServiceThatItCannotWriteDown) {
+  const Served served = stopTwoServices("/no/such/folder");
+  EXPECT_EQ(served.code, -1);
+  EXPECT_EQ(served.text,
+            "no service is stopped that could not be started again: cannot write "
+            "/no/such/folder/stopped-services: No such file or directory");
+  EXPECT_THAT(served.lines, testing::Not(testing::Contains("stopServices")));
 }
 
 TEST(SerializeOperator, HoldsItsOwnWorkerFromCreateToFinish) {

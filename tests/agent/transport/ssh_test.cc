@@ -130,6 +130,9 @@ TEST(SshProblem, ARefusingServerIsExplained) {
 // the agent is, and does what `action` says.
 std::string makeBundle(const std::string& action) {
   std::filesystem::create_directories("/tmp/b/lib");
+  std::filesystem::create_directories("/tmp/b/bin");
+  std::filesystem::copy(QX_GUARD, "/tmp/b/bin/guard.sh",
+                        std::filesystem::copy_options::overwrite_existing);
   std::ofstream("/tmp/b/lib/ld-linux-x86-64.so.2")
       << "#!/bin/sh\necho \"agent: $*; tmp $QXA_TMPDIR; node $QX_RSYNC_NODE; in $(cat)\"\n"
       << action << "\n";
@@ -198,13 +201,67 @@ TEST(Bootstrap, ServicesOfAKilledAgentAreStartedAgain) {
   host.tool("/etc/init.d/one");
   host.tool("/etc/init.d/two", {.status = 1});
   host.run([&]() {
-    const std::string digest =
-        makeBundle("printf 'two\\none\\n' >/var/qxagent.tmp/stopped-services; kill -9 $$");
+    const std::string digest = makeBundle(
+        "{ cat /proc/sys/kernel/random/boot_id; printf 'two\none\n'; } "
+        ">/var/qxagent.tmp/stopped-services; kill -9 $$");
     bootstrap(digest);
     EXPECT_THAT(host.calls(),
                 testing::ElementsAre("/etc/init.d/two\tstart", "/etc/init.d/one\tstart"));
     EXPECT_FALSE(left());
   });
+}
+
+// What a run that died has left, in the agent's folder or in that of a guard at its work.
+ScratchHost hostWithLeft(const std::string& folder, const std::string& boot) {
+  ScratchHost host;
+  host.tool("/etc/init.d/one");
+  host.file(folder + "/pid", "999999\n");
+  host.file(folder + "/bin/guard.sh", test_support::readFile(QX_GUARD));
+  host.file(folder + "/stopped-services", boot + "one\n");
+  return host;
+}
+
+TEST(Bootstrap, WhatADeadRunHadStoppedIsStartedFirst) {
+  for (const char* folder : {"/var/qxagent.tmp", "/var/qxagent.tmp.left"}) {
+    const ScratchHost host =
+        hostWithLeft(folder, test_support::readFile("/proc/sys/kernel/random/boot_id"));
+    host.run([&]() {
+      EXPECT_THAT(bootstrap(makeBundle("")).output, HasSubstr("QX run\n"));
+      EXPECT_THAT(host.calls(), testing::ElementsAre("/etc/init.d/one\tstart")) << folder;
+      EXPECT_FALSE(std::filesystem::exists(folder));
+    });
+  }
+}
+
+TEST(Bootstrap, WhatWasStoppedBeforeARebootIsRemovedOnly) {
+  const ScratchHost host = hostWithLeft("/var/qxagent.tmp", "an-earlier-boot\n");
+  host.run([&]() {
+    EXPECT_THAT(bootstrap(makeBundle("")).output, HasSubstr("QX run\n"));
+    EXPECT_THAT(host.calls(), testing::IsEmpty());
+    EXPECT_FALSE(left());
+  });
+}
+
+TEST(Bootstrap, AGuardAtItsWorkIsWaitedFor) {
+  ScratchHost host;
+  host.dir("/var/qxagent.tmp.left");
+  host.run([]() {
+    const std::string digest = makeBundle("");
+    const pid_t guard = fork();
+    if (guard == 0) {
+      execl("/bin/sh", "sh", "-c", "sleep 3; rm -rf $0; exit", "/var/qxagent.tmp.left",
+            static_cast<char*>(nullptr));
+      _exit(127);
+    }
+    std::ofstream("/var/qxagent.tmp.left/pid") << guard << "\n";
+    EXPECT_THAT(bootstrap(digest).output, HasSubstr("QX run\n"));
+    EXPECT_EQ(waitpid(guard, nullptr, WNOHANG), guard);
+  });
+}
+
+TEST(Bootstrap, TheAgentsServicesGetTheFileModeOfABoot) {
+  ScratchHost().run(
+      []() { EXPECT_THAT(bootstrap(makeBundle("umask")).output, HasSubstr("\n0022\n")); });
 }
 
 TEST(Bootstrap, ADamagedBundleIsNotRun) {

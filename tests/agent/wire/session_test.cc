@@ -139,6 +139,11 @@ TEST_F(SessionTest, CancelStopsAProgramThatTheStageStartedItself) {
   expectOutcome(cancelled(transport_, "shell"), -1, "the shell was cut");
 }
 
+// Half-way, a service would go on stopping, not hear that it is started, and be down then.
+TEST_F(SessionTest, CancelLetsAScriptThatStopsAServiceEndAndBeginsNoOther) {
+  expectOutcome(cancelled(transport_, "stopServices"), 0, "");
+}
+
 TEST_F(SessionTest, TooManyWaitingRequestsAreRefused) {
   const std::string session = toy::open(transport_);
   agent::CancelToken cancel;

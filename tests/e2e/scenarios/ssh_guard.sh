@@ -25,8 +25,8 @@ check_status 1
 check_services_run
 check "the third service was started, too" \
   until_so 10 test ! -e "$(lab root $server)/srv/www/dump"
-check "the folder is gone" until_so 10 nothing_arrived
-check "the guard has left" until_so 10 eval '! on_server pgrep -f guard.sh'
+check "the folder is gone" until_so 20 nothing_arrived
+check "the guard has left" until_so 20 eval '! on_server pgrep -f guard.sh'
 check_rolled_back
 
 step "A stopped agent is ended, and whoever should clean up after it is stopped, too"
