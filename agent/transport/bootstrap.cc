@@ -43,7 +43,8 @@ std::string bootstrapCommand(uint64_t bytes, const std::string& sha256) {
       "[ \"$a\" -gt 3 ] || { [ \"$a\" = 3 ] && [ \"$b\" -ge 2 ]; } || no kernel $k; "
       "for t in head tar gzip rm mkdir df; do "
       "command -v $t >/dev/null 2>&1 || no tool $t; done; "
-      "if live $D; then no live $p; fi; "
+      // One that has failed may be starting services again just now.
+      "n=0; while live $D; do n=$((n + 1)); [ $n -le 15 ] || no live $p; sleep 1; done; "
       // A guard may be at its work, or have been killed there.
       "n=0; while live $D.left; do n=$((n + 1)); [ $n -le 600 ] || no live $p; sleep 1; done; "
       "for d in $D $D.left; do if [ -e $d ] || [ -h $d ]; then "

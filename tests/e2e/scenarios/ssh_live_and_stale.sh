@@ -11,6 +11,8 @@ slow_source 1 20000
 begin_migration
 check "the copy runs" until_copying 1
 owner=$(<"$place/pid")
+# The second waits some seconds for the end of the first, which is longer in coming.
+kill -STOP "$migration"
 other=0
 qxmigrate "$source" --ctid 102 --no-measure --distribution "$distribution" >"$work/other.out" 2>&1 || other=$?
 sed 's/^/    | /' "$work/other.out"
@@ -19,6 +21,7 @@ check "and names the process that is in its way" grep -qxF \
   "qxmigrate: stage 'connect' failed: another migration of root@$server is running: process $owner there. Wait for it, or end it on the server" \
   "$work/other.out"
 check "it created nothing" test ! -e /var/lib/qx/private/102 -a ! -e /run/qx/lock/102.lck
+kill -CONT "$migration"
 fast_source
 end_migration
 check_status 0
