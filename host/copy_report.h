@@ -29,8 +29,8 @@ struct NotCopied {
 std::string textOf(const NotCopied& file);
 
 struct CopyReport {
-  uint64_t count = 0;            ///< of what was left out, listed or not
-  std::vector<NotCopied> files;  ///< the first ones
+  uint64_t count = 0;              ///< of what was left out, listed or not
+  std::vector<NotCopied> files;    ///< the first ones
   std::vector<std::string> notes;  ///< how the copy was made, for people
 
   /// Nothing but files that vanished while they were read is missing.
