@@ -20,6 +20,8 @@ inline constexpr char kRsyncProgram[] = "/usr/local/share/qxlinmigrate/rsync";
 inline constexpr char kPackageList[] = "/var/lib/dpkg/status";
 /// What lasts until the next boot: ID.init of running containers, and the locks.
 inline constexpr char kRunDir[] = "/run/qx";
+/// The tool that works on containers.
+inline constexpr char kQxctl[] = "/usr/sbin/qxctl";
 
 /// Defaults of the host's settings of the same names.
 inline constexpr char kDefaultLockDir[] = "/run/qx/lock";

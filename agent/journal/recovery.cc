@@ -27,7 +27,6 @@ namespace {
 
 using host::MigrationState;
 
-constexpr char kQxctl[] = "/usr/sbin/qxctl";
 constexpr char kSkipLock[] = "--skiplock";
 
 bool isRunning(unsigned ctid) {
@@ -107,7 +106,7 @@ class Recovery {
 
   void complete() {
     unmount();
-    host::runProgram({kQxctl, kSkipLock, "convert", id_});
+    host::runProgram({host::kQxctl, kSkipLock, "convert", id_});
     say("Container " + id_ + " was complete already, and is registered now." + servicesText());
   }
 
@@ -154,14 +153,14 @@ class Recovery {
       removeConfiguration();
       noteKept(kept);
     } else {
-      host::runProgram({kQxctl, kSkipLock, "destroy", id_});
+      host::runProgram({host::kQxctl, kSkipLock, "destroy", id_});
       say("Container " + id_ + " was removed.");
     }
   }
 
   void unmount() {
     try {
-      host::runProgram({kQxctl, kSkipLock, "umount", id_});
+      host::runProgram({host::kQxctl, kSkipLock, "umount", id_});
     } catch (const host::Error&) {
       // That it is not mounted is no obstacle.
       if (host::isMounted(container_)) throw;

@@ -11,6 +11,7 @@
 #include "host/error.h"
 #include "host/file.h"
 #include "host/lock.h"
+#include "host/paths.h"
 #include "host/process.h"
 #include "host/receiving_rsync.h"
 #include "host/reserve.h"
@@ -117,7 +118,7 @@ void removeUnsettled(const QXA::QXAMigrateP2VSerializerParams& params, Migration
     return;
   }
   try {
-    host::runProgram({"/usr/sbin/qxctl", "destroy", id});
+    host::runProgram({host::kQxctl, "destroy", id});
   } catch (const host::Error& problem) {
     view.line("What there is of container " + id + " could not be removed: " + problem.what());
   }
@@ -188,7 +189,7 @@ MigrationResult migrateWithJournal(
   CopyRules known = rules;
   known.place = {journal->record().root, journal->record().privateArea};
   MigrationResult result = migrate(source, params, known, journaling, cancel);
-  if (result.isUnsettled()) removeUnsettled(*params, journaling);
+  if (result.unsettled) removeUnsettled(*params, journaling);
   const host::MigrationState state = result.containerIsThere() ? host::MigrationState::kSucceeded
                                      : cancel->code() == kCancelledByUser
                                          ? host::MigrationState::kCancelled

@@ -23,7 +23,6 @@ struct MigrationResult {
   bool containerIsThere() const { return succeeded || unconfirmed; }
   /// The node's end had finished when it turned out that the container is not there for good
   /// (see settled.h): its remains are nobody's.
-  bool isUnsettled() const { return !containerIsThere() && unsettled; }
   bool unsettled = false;
   /// Error code and text of the failure. The stage is the one that failed; when the
   /// controller itself stopped between two stages, it is "after STAGE".

@@ -17,6 +17,7 @@
 #include "host/file.h"
 #include "host/migration_journal.h"
 #include "host/mounts.h"
+#include "host/paths.h"
 #include "host/process.h"
 #include "host/text.h"
 
@@ -26,7 +27,6 @@ namespace {
 
 using host::textf;
 
-constexpr char kQxctl[] = "/usr/sbin/qxctl";
 constexpr int kExitDiffers = 1;
 constexpr int kExitImpossible = 3;
 constexpr char kLastCopy[] = "startRSyncServer2";
@@ -62,13 +62,13 @@ class MountedTree {
       return host::countMountsAt(points, container.root) != 0;
     };
     if (isMounted()) return;
-    host::runProgram({kQxctl, "mount", std::to_string(container.id)});
+    host::runProgram({host::kQxctl, "mount", std::to_string(container.id)});
     mounted_ = true;
   }
   ~MountedTree() {
     if (!mounted_) return;
     try {
-      host::runProgram({kQxctl, "umount", std::to_string(container_.id)});
+      host::runProgram({host::kQxctl, "umount", std::to_string(container_.id)});
     } catch (const std::exception& problem) {
       fprintf(stderr, "qxmigrate: warning: %s\n", problem.what());
     }

@@ -120,7 +120,7 @@ TEST(WholeMigration, ContainerThatIsNotRegisteredIsNoSuccess) {
       View view;
       const agent::MigrationResult result = migrateHere(view, {"", "101", false, {kVeRoot, kArea}});
       EXPECT_EQ(result.succeeded, registered) << result.text;
-      EXPECT_EQ(result.isUnsettled(), !registered);
+      EXPECT_EQ(result.unsettled, !registered);
       EXPECT_EQ(result.stage, registered ? "" : "checkContainer");
       const auto calls = outline(host);
       const bool startedAgain = std::find(calls.begin(), calls.end(), "mysql start") != calls.end();
