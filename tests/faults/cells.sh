@@ -14,9 +14,8 @@ faults=(qxmigrate agent starter server_rsync node_rsync link link_dead node_dies
   disk inodes server_var)
 
 # A cell is STAGE:FAULT, or STAGE:FAULT:sysvinit with a server that boots so. On the latter
-# other programs start services again, so it is tried where some are stopped.
+# other programs start services again, so every fault is tried where some are stopped.
 sysvinit_stages=(stopServices startRSyncServer2 rSync2 waitRSyncServer2 restoreQuota tuneDstSrv finish)
-sysvinit_faults=(qxmigrate agent starter link link_dead server_dies memory)
 
 # Every day: each stage once and each fault once, at least.
 everyday=(lockVPS:memory createDstSrv:disk getUsageDiskSpace:agent getFreeDiskSpace:inodes
@@ -28,8 +27,6 @@ everyday=(lockVPS:memory createDstSrv:disk getUsageDiskSpace:agent getFreeDiskSp
 applies() {
   case $2 in
     server_rsync | node_rsync) [[ $1 = rSync || $1 = rSync2 ]] ;;
-    # Later nothing is written that could not be.
-    inodes | disk) [[ $1 != finish && $1 != getUsage* && $1 != dumpQuota ]] ;;
     *) true ;;
   esac
 }
@@ -45,7 +42,7 @@ cells_of() {
     for fault in "${faults[@]}"; do ! applies "$stage" "$fault" || echo "$stage:$fault"; done
   done
   for stage in "${sysvinit_stages[@]}"; do
-    for fault in "${sysvinit_faults[@]}"; do echo "$stage:$fault:sysvinit"; done
+    for fault in "${faults[@]}"; do ! applies "$stage" "$fault" || echo "$stage:$fault:sysvinit"; done
   done
 }
 
