@@ -142,11 +142,17 @@ server_complaints() {
 complaints() {
   server_complaints
   ! pgrep -f -- 'rsync.*--fdin' >/dev/null || echo "rsync runs on the node"
+  ! find /run/qxlinmigrate -mindepth 1 2>/dev/null | grep . || echo "a file of rsync is left on the node"
   if ! grep -q interrupted <(qxmigrate list); then
     [ ! -e $private ] || echo "a private area is left that no journal tells of"
+    [ ! -e $private.migrated ] || grep -qF "\"$private.migrated\"" "$journals"/* ||
+      echo "a copy is left that no journal tells of"
     [ ! -e /etc/sysconfig/qx-scripts/$ctid.conf ] || echo "a configuration is left, and no journal says so"
     [ ! -e /run/qx/lock/$ctid.lck ] || echo "the lock is left"
-    ! grep -qF /var/lib/qx/root/$ctid /proc/mounts || echo "a mount is left"
+    ! grep -F /var/lib/qx /proc/mounts | grep -w $ctid || echo "a mount is left"
+    ! losetup -a | grep -F /var/lib/qx || echo "a loop device is left"
+    ! compgen -G '/tmp/qxmigrate.*' || echo "a folder is left in /tmp"
+    ! pgrep -af 'qxmigrate|qxctl|qxagent' || echo "something of ours runs on the node"
   fi
 }
 
