@@ -27,6 +27,7 @@ int CompressionControl::next(int level, double waiting, double bytesPerSecond) {
 }
 
 void CompressionControl::sent(const FrameWriter& writer) {
+  if (!allowed_) return;
   const std::unique_lock lock(mutex_, std::try_to_lock);
   if (!lock.owns_lock()) return;
   const Clock::time_point now = Clock::now();

@@ -22,6 +22,8 @@ class CompressionControl {
   static constexpr int kLowest = -5;
   static constexpr int kHighest = 6;
 
+  explicit CompressionControl(bool allowed) : allowed_(allowed) {}
+
   int level() const { return level_; }
 
   /// To be called after each frame. Looks at the writer now and then.
@@ -35,6 +37,7 @@ class CompressionControl {
  private:
   using Clock = std::chrono::steady_clock;
 
+  const bool allowed_;
   std::atomic<int> level_{kOff};
   std::mutex mutex_;
   Clock::time_point looked_ = Clock::now();

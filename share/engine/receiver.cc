@@ -98,10 +98,14 @@ class Receiver::Work {
   std::exception_ptr error_;
 };
 
-const char* textOf(Way way) {
+// How it is copied; why everything is looked at again, where this end had a mark or none.
+const char* textOf(Way way, bool marked) {
   switch (way) {
     case Way::kComparing:
-      return "copied by the engine: what differs from what is there";
+      return marked ? "copied by the engine: what differs from what is there, as the other end "
+                      "has no list of it"
+                    : "copied by the engine: what differs from what is there, as that is not "
+                      "marked as a whole copy";
     case Way::kDifferences:
       return "copied by the engine: what has changed since the last pass";
     default:
@@ -113,7 +117,8 @@ void Receiver::Work::greet() {
   copy_.wasEmpty = isEmpty(tree_);
   Buffer frame = emptyFrame();
   // From here on what is there is not what a manifest tells, until the end.
-  putHello(frame, ReceiverHello{copy_.wasEmpty, marker_.take(), setup_.patterns, setup_.pace});
+  const std::string identity = marker_.take();
+  putHello(frame, ReceiverHello{copy_.wasEmpty, identity, setup_.patterns, setup_.pace});
   if (frame.size() - kFrameHeader > kLargestFrame)
     throw qxrsync::Failure(qxrsync::kExitSyntax, "there are too many exclusions");
   writer_.write(Kind::kHello, 0, 0, frame);
@@ -123,7 +128,7 @@ void Receiver::Work::greet() {
   if (header->kind != Kind::kHello)
     throw ProtocolError("the other end did not start with a greeting");
   const SenderHello theirs = takeSenderHello(payload.view());
-  qxrsync::inform(textOf(theirs.way));
+  qxrsync::inform(textOf(theirs.way, !identity.empty()));
   const std::scoped_lock lock(mutex_);
   for (unsigned i = 0; i < theirs.lanes; ++i) lanes_.push_back(std::make_unique<Lane>(copy_));
 }

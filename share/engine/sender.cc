@@ -86,7 +86,7 @@ class Sender {
   Tree tree_;
   FrameWriter writer_;
   FrameReader reader_;
-  CompressionControl compression_;
+  CompressionControl compression_{setup_.compression};
   SenderProblems problems_{writer_};
   WorkQueue queue_;
   HardLinks links_;

@@ -15,6 +15,7 @@ struct SenderSetup {
   std::string root;
   bool accessLists = false;         ///< what both ends can hold
   bool attributes = false;          ///<
+  bool compression = true;          ///< where the channel is slow
   host::CopyPace pace;              ///< at most, whatever the other end asks for
   std::string folder;               ///< where a manifest is kept; empty for none
   std::uint64_t trackedPlaces = 0;  ///< at most so many changes are kept track of

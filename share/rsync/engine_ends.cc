@@ -23,6 +23,7 @@
 #include "share/engine/wire.h"
 #include "share/rsync/child.h"
 #include "share/rsync/direct_choice.h"
+#include "share/rsync/environment.h"
 #include "share/rsync/failure.h"
 #include "share/rsync/file_systems.h"
 #include "share/rsync/pace.h"
@@ -193,6 +194,7 @@ int serveByEngine(const std::string& served, const Offer& agreed,
     setup.root = served;
     setup.accessLists = agreed.acls;
     setup.attributes = agreed.xattrs;
+    setup.compression = environmentSays("QX_RSYNC_COMPRESSION", "auto", "off");
     setup.folder = senderFolder();
     setup.pace = wantedPace();
     setup.trackedPlaces = numberIn("QX_RSYNC_TRACK", "changes", kTrackedPlaces);
