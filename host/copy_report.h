@@ -15,6 +15,10 @@ namespace host {
 /// is removed when the copy begins.
 inline constexpr char kCopyReportVariable[] = "QX_RSYNC_REPORT";
 
+/// The variable that names a folder in which that program keeps what it knows of the copy until
+/// the next one. It may write there when it is closed in, so nothing else belongs there.
+inline constexpr char kCopyFolderVariable[] = "QX_RSYNC_FOLDER";
+
 /// Bounds of a report: what is beyond them is only counted.
 inline constexpr size_t kMaxNotCopied = 1000;
 inline constexpr size_t kMaxReportBytes = 256 << 10;

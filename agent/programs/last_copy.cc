@@ -46,10 +46,12 @@ CopyReportFile::CopyReportFile() : folder_(host::temporaryFolderTemplate()) {
     throw std::runtime_error("cannot make the directory " + folder_ + ": " + std::strerror(errno));
   }
   setenv(host::kCopyReportVariable, path().c_str(), 1);
+  setenv(host::kCopyFolderVariable, (folder_ + "/rsync").c_str(), 1);
 }
 
 CopyReportFile::~CopyReportFile() {
   unsetenv(host::kCopyReportVariable);
+  unsetenv(host::kCopyFolderVariable);
   std::error_code error;
   std::filesystem::remove_all(folder_, error);
 }

@@ -10,8 +10,9 @@
 
 namespace agent {
 
-/// Where every rsync that this process will run reports what it leaves out: a file in a
-/// folder for temporary files, named by the environment as long as this object lives.
+/// Where every rsync that this process will run reports what it leaves out, and keeps what it
+/// knows of a copy: a file and a folder among the temporary ones, named by the environment as
+/// long as this object lives.
 class CopyReportFile {
  public:
   /// To be called while there is one thread. Throws std::runtime_error.

@@ -114,12 +114,13 @@ int fillInside(const EngineTask& task, Channel& channel, const Offer& agreed, bo
                const DiskReserve& reserve, ErrorOutput& errors) {
   std::optional<engine::Meeting> meeting;
   meetServer(channel, agreed, meeting);
-  ::mkdir(kReceiverFolder, 0700);  // one that it cannot have it does without
+  const std::string folder = receiverFolder();
+  ::mkdir(folder.c_str(), 0700);  // one that it cannot have it does without
   std::optional<Enclosure> enclosure;
   Child::Setup setup;
   if (canEnclose())
-    setup.enclosure = &enclosure.emplace(task.destination, agreed.xattrs,
-                                         std::vector<std::string>{kReceiverFolder});
+    setup.enclosure =
+        &enclosure.emplace(task.destination, agreed.xattrs, std::vector<std::string>{folder});
   setup.task = [&] { return fillByEngine(task, channel, meeting, agreed, progressBar); };
   setup.standardError = errors.childEnd();
   errors.acceptNotes();

@@ -14,6 +14,7 @@
 #include <string_view>
 #include <thread>
 
+#include "host/copy_report.h"
 #include "host/file.h"
 #include "host/product.h"
 #include "host/text.h"
@@ -140,6 +141,11 @@ std::unique_ptr<engine::Stream> streamToServer(const Channel& channel,
 
 }  // namespace
 
+std::string receiverFolder() {
+  const char* folder = std::getenv(host::kCopyFolderVariable);
+  return folder != nullptr && *folder == '/' ? folder : "/run/qxlinmigrate";
+}
+
 int fillByEngine(const EngineTask& task, Channel& channel, std::optional<engine::Meeting>& meeting,
                  const Offer& agreed, bool progressBar) {
   makeDestination(task.destination);
@@ -157,7 +163,7 @@ int fillByEngine(const EngineTask& task, Channel& channel, std::optional<engine:
   setup.attributes = agreed.xattrs;
   setup.keepsNanoseconds = keepsNanoseconds(task.destination);
   setup.pace = wantedPace();
-  setup.folder = kReceiverFolder;
+  setup.folder = receiverFolder();
   engine::Receiver receiver(setup);
 
   // Before the threads, which are to have them blocked.

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "share/engine/direct.h"
 #include "share/rsync/engine_choice.h"
@@ -11,9 +12,9 @@
 
 namespace qxrsync {
 
-// Where the receiver keeps which manifest tells what there is: of no use after a
-// restart of the machine.
-inline constexpr const char* kReceiverFolder = "/run/qxlinmigrate";
+/// Where the receiver keeps which manifest tells what there is: of no use after a
+/// restart of the machine. The environment may name it (host/copy_report.h).
+std::string receiverFolder();
 
 // The engine at either end of a channel on which both have agreed to it. Both
 // return the exit status and throw Failure.
