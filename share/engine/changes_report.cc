@@ -4,6 +4,7 @@
 #include <array>
 
 #include "host/visible.h"
+#include "share/engine/payload.h"
 
 namespace engine {
 
@@ -52,7 +53,7 @@ ChangesReport takeReport(std::string_view payload) {
     report.places.push_back(std::move(place));
   }
   report.directories = from.number();
-  if (!from.atEnd()) throw ProtocolError("a report of changes has more fields than there are");
+  expectEnd(from);
   return report;
 }
 
