@@ -100,6 +100,8 @@ class Sender {
   Clock::duration lastRound_{};
   unsigned lanes_ = lanesHere();
 
+  std::atomic<std::uint64_t> offered_{0};  // records, but for those that were asked for
+
   std::mutex mutex_;
   std::condition_variable changed_;
   std::uint64_t barriers_ = 0;  // sent
@@ -151,6 +153,7 @@ void Sender::lane(unsigned number) {
     RecordStream stream(writer_, compression_, static_cast<std::uint8_t>(number));
     Walker walker(*walk_, stream);
     while (const std::optional<Job> job = queue_.take([&] { stream.flush(); })) {
+      stream.countIn(job->names.empty() ? &offered_ : nullptr);
       walker.run(*job);
       queue_.done();
     }
@@ -159,11 +162,14 @@ void Sender::lane(unsigned number) {
   }
 }
 
+// A file is wanted at most twice: as it differs, and as it came to harm on the way.
 void Sender::takeWant(std::string_view payload) {
   Job job = takeWanted(payload);
   {
     const std::scoped_lock lock(mutex_);
     wanted_ += job.names.size();
+    if (wanted_ > 2 * offered_)
+      throw ProtocolError("the other end wants more files than there are");
   }
   queue_.add(std::move(job));
 }
