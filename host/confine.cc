@@ -61,6 +61,11 @@ void check(int result, const char* what) {
   failErrno("cannot make the system call filter (%s)", what);
 }
 
+// As the library's own macros for it are C.
+scmp_arg_cmp where(unsigned argument, scmp_compare compare, uint64_t one, uint64_t other = 0) {
+  return {argument, compare, one, other};
+}
+
 void forbid(const Filter& filter, const char* call, int error = EPERM) {
   const int number = seccomp_syscall_resolve_name(call);
   // One that only newer tables know is not there to be called by that name either.
@@ -102,10 +107,10 @@ void allowFilesOnly(const Filter& filter) {
                            condition),
           what);
   };
-  refuse(SCMP_SYS(ioctl), "ioctl", ENOTTY, SCMP_A1(SCMP_CMP_NE, TCGETS));
-  refuse(SCMP_SYS(socket), "socket", EPERM, SCMP_A0(SCMP_CMP_NE, AF_UNIX));
+  refuse(SCMP_SYS(ioctl), "ioctl", ENOTTY, where(1, SCMP_CMP_NE, TCGETS));
+  refuse(SCMP_SYS(socket), "socket", EPERM, where(0, SCMP_CMP_NE, AF_UNIX));
   for (const uint64_t advice : {uint64_t{MADV_HWPOISON}, kSoftOffline}) {
-    refuse(SCMP_SYS(madvise), "madvise", EPERM, SCMP_A2(SCMP_CMP_EQ, advice));
+    refuse(SCMP_SYS(madvise), "madvise", EPERM, where(2, SCMP_CMP_EQ, advice));
   }
 }
 
@@ -124,7 +129,7 @@ Filter makeFilter(Use use) {
   for (const uint64_t flag : {CLONE_NEWNS, CLONE_NEWUTS, CLONE_NEWIPC, CLONE_NEWUSER, CLONE_NEWPID,
                               CLONE_NEWNET, CLONE_NEWCGROUP}) {
     check(seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(EPERM), SCMP_SYS(clone), 1,
-                           SCMP_A0(SCMP_CMP_MASKED_EQ, flag, flag)),
+                           where(0, SCMP_CMP_MASKED_EQ, flag, flag)),
           "clone");
   }
   if (use == Use::kFiles) {
@@ -134,7 +139,7 @@ Filter makeFilter(Use use) {
   // The kernel looks at 32 bits of an ioctl's number.
   for (const uint64_t request : {uint64_t{TIOCSTI}, uint64_t{TIOCLINUX}}) {
     check(seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(EPERM), SCMP_SYS(ioctl), 1,
-                           SCMP_A1(SCMP_CMP_MASKED_EQ, 0xffffffffu, request)),
+                           where(1, SCMP_CMP_MASKED_EQ, 0xffffffffu, request)),
           "ioctl");
   }
   return filter;

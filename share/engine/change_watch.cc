@@ -7,6 +7,7 @@
 
 #include "share/engine/changed_places.h"
 #include "share/engine/mapped_files.h"
+#include "share/engine/payload.h"
 #include "share/engine/records.h"
 
 namespace engine {
@@ -50,6 +51,7 @@ Moment takeMoment(std::string_view bytes) {
   const std::uint64_t incomplete = from.number(from.left(), "number of directories");
   for (std::uint64_t i = 0; i < incomplete; ++i)
     moment.incomplete.emplace(from.text(kLongestPath, "path"));
+  expectEnd(from);
   return moment;
 }
 

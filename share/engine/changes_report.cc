@@ -4,6 +4,7 @@
 #include <array>
 
 #include "host/visible.h"
+#include "share/engine/payload.h"
 
 namespace engine {
 
@@ -11,6 +12,7 @@ namespace {
 
 constexpr size_t kMostPlaces = 16;
 constexpr size_t kLongestPlace = 100;  // bytes
+constexpr size_t kLongestList = 900;   // bytes
 constexpr size_t kLongestLine = 1000;  // bytes
 constexpr std::array<const char*, 5> kTexts = {
     "tracked",
@@ -37,6 +39,7 @@ void putReport(Buffer& to, const ChangesReport& report) {
     putText(to, report.places[i].type.substr(0, kLongestPlace));
     putNumber(to, static_cast<unsigned>(report.places[i].how));
   }
+  putNumber(to, report.further + (report.places.size() - count));
   putNumber(to, report.directories);
 }
 
@@ -51,14 +54,22 @@ ChangesReport takeReport(std::string_view payload) {
     place.how = static_cast<ChangesReport::How>(from.number(kTexts.size() - 1, "reason"));
     report.places.push_back(std::move(place));
   }
+  report.further = from.number();
   report.directories = from.number();
-  if (!from.atEnd()) throw ProtocolError("a report of changes has more fields than there are");
+  expectEnd(from);
   return report;
 }
 
 std::string textOf(const ChangesReport& report) {
   std::string text = "changes ";
-  for (const ChangesReport::Place& place : report.places) text += textOf(place) + "; ";
+  std::uint64_t further = report.further + report.places.size();
+  for (const ChangesReport::Place& place : report.places) {
+    const std::string next = textOf(place) + "; ";
+    if (text.size() + next.size() > kLongestList) break;
+    text += next;
+    --further;
+  }
+  if (further > 0) text += "and " + std::to_string(further) + " more; ";
   return host::visibleLine(
       text + std::to_string(report.directories) +
           (report.directories == 1 ? " directory visited" : " directories visited"),

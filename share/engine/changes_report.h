@@ -27,19 +27,20 @@ struct ChangesReport {
     bool operator==(const Place&) const = default;
   };
   std::vector<Place> places;
+  std::uint64_t further = 0;      ///< places that are not among them
   std::uint64_t directories = 0;  ///< that were gone through
 
   bool operator==(const ChangesReport&) const = default;
 };
 
-/// Leaves out what is beyond the bounds.
+/// Beyond the bounds, places are only counted.
 void putReport(Buffer& to, const ChangesReport& report);
 /// Throws ProtocolError.
 ChangesReport takeReport(std::string_view payload);
 
 /// One line of bounded length with nothing in it that is not to be shown: "changes on
 /// /: tracked; on /srv (nfs4): looked for everywhere, as the file system cannot be
-/// watched; 12 directories visited".
+/// watched; and 3 more; 12 directories visited".
 std::string textOf(const ChangesReport& report);
 
 }  // namespace engine

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstring>
 
+#include "share/engine/direct_frames.h"
 #include "share/engine/frame.h"
 #include "share/rsync/failure.h"
 
@@ -15,20 +16,12 @@ namespace engine {
 namespace {
 
 constexpr std::chrono::seconds kPatience{3};
-constexpr std::uint64_t kHighestPort = UINT16_MAX;
-constexpr std::uint64_t kHighestErrno = 4095;  // of the kernel's
 
 // The next frame, which must be this one.
 void receive(Stream& channel, Kind kind, Buffer& payload) {
   const auto header = FrameReader(channel).read(payload);
   if (!header) throw ProtocolError("the other end of the data channel closed it");
   if (header->kind != kind) throw ProtocolError("the other end sent a frame out of turn");
-}
-
-std::uint64_t receiveNumber(Stream& channel, Kind kind, std::uint64_t limit) {
-  Buffer payload;
-  receive(channel, kind, payload);
-  return Decoder(payload.view()).number(limit, "number");
 }
 
 void sendNumber(Stream& channel, Kind kind, std::uint64_t number) {
@@ -43,17 +36,14 @@ void wipe(Buffer& buffer) { ::explicit_bzero(buffer.data(), buffer.capacity()); 
 std::uint16_t receivePlace(Stream& channel, Key& key) {
   Buffer payload;
   receive(channel, Kind::kMeeting, payload);
-  Decoder from(payload.view());
-  const auto port = static_cast<std::uint16_t>(from.number(kHighestPort, "port"));
-  if (port != 0) key.take(from.bytes(Key::kSize, "key"));
+  const std::uint16_t port = takeMeeting(payload.view(), key);
   wipe(payload);
   return port;
 }
 
 void sendPlace(Stream& channel, std::uint16_t port, const Key& key) {
   Buffer frame = emptyFrame();
-  putNumber(frame, port);
-  if (port != 0) frame.append(key.view());
+  putMeeting(frame, port, key);
   FrameWriter(channel).write(Kind::kMeeting, 0, 0, frame);
   wipe(frame);
 }
@@ -70,9 +60,7 @@ Meeting::Meeting(int channelIn, int channelOut) : in_(channelIn), out_(channelOu
 void Meeting::receiveAddress() {
   Buffer payload;
   receive(channel_, Kind::kAddress, payload);
-  Decoder from(payload.view());
-  address_ = IpAddress::parse(std::string(from.text(kLongestAddress, "address")));
-  if (!address_) throw ProtocolError("the other end names an address that is none");
+  address_ = takeAddress(payload.view());
 }
 
 void Meeting::listen() {
@@ -98,7 +86,9 @@ void Meeting::awaitConnection() {
 std::string Meeting::where() const { return address_->text() + ", port " + std::to_string(port_); }
 
 int Meeting::receiveMet() {
-  return static_cast<int>(receiveNumber(channel_, Kind::kMet, kHighestErrno));
+  Buffer payload;
+  receive(channel_, Kind::kMet, payload);
+  return takeMet(payload.view());
 }
 
 // What the sender says of the connection, 0 if it stands at both ends.
@@ -162,7 +152,9 @@ std::unique_ptr<Stream> connectDirectly(int channelIn, int channelOut, const IpA
   if (problem != 0) tls.reset();  // lets the receiver know
   key.wipe();
   sendNumber(channel, Kind::kMet, static_cast<std::uint64_t>(problem));
-  if (receiveNumber(channel, Kind::kAgreed, 1) == 0) return nullptr;
+  Buffer payload;
+  receive(channel, Kind::kAgreed, payload);
+  if (!takeAgreed(payload.view())) return nullptr;
   if (!tls) throw ProtocolError("the other end wants to go on over a connection that failed");
   return tls;
 }

@@ -1,6 +1,7 @@
 #include "share/engine/hello.h"
 
 #include "share/engine/frame.h"
+#include "share/engine/payload.h"
 
 namespace engine {
 
@@ -19,10 +20,6 @@ std::string takeIdentity(Decoder& from) {
   if (identity.find_first_not_of(kAllowed) != std::string_view::npos)
     throw ProtocolError("a manifest's identity has invalid characters");
   return std::string(identity);
-}
-
-void expectEnd(const Decoder& from) {
-  if (!from.atEnd()) throw ProtocolError("a greeting has more fields than there are");
 }
 
 }  // namespace

@@ -33,6 +33,7 @@ int outcome(int socket) {
 }  // namespace
 
 std::optional<IpAddress> IpAddress::parse(const std::string& text) {
+  if (text.find('\0') != std::string::npos) return std::nullopt;  // where inet_pton ends
   IpAddress parsed;
   auto* const v4 = reinterpret_cast<sockaddr_in*>(&parsed.address_);
   auto* const v6 = reinterpret_cast<sockaddr_in6*>(&parsed.address_);

@@ -109,8 +109,9 @@ void putMounts(Buffer& to, const std::vector<MountBelow>& mounts) {
 }
 
 std::vector<MountBelow> takeMounts(Decoder& from) {
-  std::vector<MountBelow> mounts(from.number(from.left(), "number of mounts"));
-  for (MountBelow& mount : mounts) {
+  std::vector<MountBelow> mounts;
+  for (std::uint64_t left = from.number(from.left(), "number of mounts"); left > 0; --left) {
+    MountBelow& mount = mounts.emplace_back();
     mount.path = from.text(kLongestPath, "path");
     mount.type = from.text(kLongestType, "type");
     mount.shown = from.text(kLongestPath, "path");

@@ -18,6 +18,7 @@
 #include "share/engine/hello.h"
 #include "share/engine/listing.h"
 #include "share/engine/marker.h"
+#include "share/engine/payload.h"
 #include "share/rsync/failure.h"
 
 namespace engine {
@@ -224,6 +225,7 @@ bool Receiver::Work::take(const FrameHeader& header, Buffer& payload) {
       return true;
     case Kind::kBarrier: {
       const std::uint64_t number = from.number();
+      expectEnd(from);
       waitForLanes();
       copy_.wasEmpty = false;  // a further round may come
       sendNumber(Kind::kReached, number);
@@ -239,6 +241,7 @@ bool Receiver::Work::take(const FrameHeader& header, Buffer& payload) {
     case Kind::kKnown:
       bytesDone_ = from.number();
       bytesKnown_ = from.number();
+      expectEnd(from);
       return true;
     case Kind::kEnd: {
       const Farewell farewell = takeFarewell(payload.view());

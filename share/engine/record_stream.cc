@@ -9,6 +9,12 @@ void RecordStream::makeRoom(size_t size) {
   if (frame_.size() > kFrameHeader && frame_.size() - kFrameHeader + size > kUsualFrame) flush();
 }
 
+void RecordStream::begin(Record record) {
+  if (counter_ != nullptr) ++*counter_;
+  frame_.room(1)[0] = static_cast<char>(record);
+  frame_.grow(1);
+}
+
 void RecordStream::flush() {
   if (frame_.size() == kFrameHeader) return;
   const int level = control_.level();

@@ -1,6 +1,9 @@
 #ifndef QX_SHARE_ENGINE_RECORD_STREAM_H
 #define QX_SHARE_ENGINE_RECORD_STREAM_H
 
+#include <atomic>
+#include <cstdint>
+
 #include "share/engine/compression.h"
 #include "share/engine/frame.h"
 #include "share/engine/records.h"
@@ -16,8 +19,11 @@ class RecordStream {
   /// A record is whole in one frame, so call this before each.
   void makeRoom(size_t size);
 
+  /// Adds every record to this counter from now on; null for none.
+  void countIn(std::atomic<std::uint64_t>* counter) { counter_ = counter; }
+
   /// The record's kind. What follows is put into buffer().
-  void begin(Record record) { frame_.room(1)[0] = static_cast<char>(record), frame_.grow(1); }
+  void begin(Record record);
   Buffer& buffer() { return frame_; }
 
   /// Sends off what is gathered, if anything. Throws Failure.
@@ -27,6 +33,7 @@ class RecordStream {
   FrameWriter& writer_;
   CompressionControl& control_;
   std::uint8_t lane_;
+  std::atomic<std::uint64_t>* counter_ = nullptr;
   Buffer frame_;
   Compressor compressor_;
 };

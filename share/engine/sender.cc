@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "host/visible.h"
+#include "share/engine/answers.h"
 #include "share/engine/change_watch.h"
 #include "share/engine/manifest.h"
 #include "share/engine/mapped_files.h"
@@ -35,7 +36,6 @@ constexpr int kMostRounds = 5;                 // after the first walk
 // long; and after that one, in case that there is yet another.
 constexpr std::chrono::hours kUntilNextPass{24};
 constexpr std::chrono::minutes kUntilFurtherPass{10};
-constexpr size_t kMostWantedNames = 100000;  // in one frame
 
 unsigned lanesHere() {
   return std::clamp(std::thread::hardware_concurrency(), kFewestLanes, kUsualMostLanes);
@@ -100,6 +100,8 @@ class Sender {
   Clock::duration lastRound_{};
   unsigned lanes_ = lanesHere();
 
+  std::atomic<std::uint64_t> offered_{0};  // records, but for those that were asked for
+
   std::mutex mutex_;
   std::condition_variable changed_;
   std::uint64_t barriers_ = 0;  // sent
@@ -151,6 +153,7 @@ void Sender::lane(unsigned number) {
     RecordStream stream(writer_, compression_, static_cast<std::uint8_t>(number));
     Walker walker(*walk_, stream);
     while (const std::optional<Job> job = queue_.take([&] { stream.flush(); })) {
+      stream.countIn(job->names.empty() ? &offered_ : nullptr);
       walker.run(*job);
       queue_.done();
     }
@@ -159,30 +162,27 @@ void Sender::lane(unsigned number) {
   }
 }
 
+// A file is wanted at most twice: as it differs, and as it came to harm on the way.
 void Sender::takeWant(std::string_view payload) {
-  Decoder from(payload);
-  Job job;
-  job.directory = takePath(from);
-  const std::uint64_t count = from.number(kMostWantedNames, "number of names");
-  if (count == 0) throw ProtocolError("the list of wanted files is empty");
-  for (std::uint64_t i = 0; i < count; ++i) job.names.emplace_back(takeName(from));
+  Job job = takeWanted(payload);
   {
     const std::scoped_lock lock(mutex_);
-    wanted_ += count;
+    wanted_ += job.names.size();
+    if (wanted_ > 2 * offered_)
+      throw ProtocolError("the other end wants more files than there are");
   }
   queue_.add(std::move(job));
 }
 
 void Sender::take(const FrameHeader& header, std::string_view payload) {
-  Decoder from(payload);
   if (header.kind == Kind::kWant) return takeWant(payload);
   const std::scoped_lock lock(mutex_);
   if (header.kind == Kind::kReached) {
-    reached_ = from.number();
+    reached_ = takeCount(payload);
     if (reached_ > barriers_)
       throw ProtocolError("a barrier that was never sent is said to be reached");
   } else if (header.kind == Kind::kSummary && ended_) {
-    problemsThere_ = from.number();
+    problemsThere_ = takeCount(payload);
     summed_ = true;
   } else {
     throw ProtocolError("the other end sent a frame out of turn");

@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "share/engine/hello.h"
+#include "share/engine/payload.h"
 #include "share/engine/tracker.h"
 
 namespace engine {
@@ -65,6 +66,7 @@ TrackerRequest takeRequest(std::string_view payload) {
   request.identity = from.text(kLongestIdentity, "manifest's identity");
   request.note = from.text(kLongestNote, "note");
   request.life = std::chrono::seconds(from.number(kLongestLife, "time"));
+  expectEnd(from);
   return request;
 }
 
@@ -87,6 +89,7 @@ TrackerAnswer takeAnswer(std::string_view payload) {
   const std::uint64_t objects = from.number(from.left(), "number of handles");
   for (std::uint64_t i = 0; i < objects; ++i)
     answer.objects.emplace_back(from.text(kLongestObject, "handle"));
+  expectEnd(from);
   return answer;
 }
 

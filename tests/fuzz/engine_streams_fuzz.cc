@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -14,12 +16,15 @@
 #include <string>
 #include <string_view>
 
+#include "share/engine/answers.h"
 #include "share/engine/applier.h"
 #include "share/engine/changes_report.h"
 #include "share/engine/compression.h"
+#include "share/engine/direct_frames.h"
 #include "share/engine/frame.h"
 #include "share/engine/hello.h"
 #include "share/engine/records.h"
+#include "share/engine/stream.h"
 #include "share/rsync/failure.h"
 
 namespace {
@@ -58,6 +63,54 @@ void takeCompressed(std::string_view payload) {
   engine::Buffer plain;
   compressed.append(payload);
   decompressor.decompress(compressed, plain);
+}
+
+// The bytes of a channel, in whatever pieces they come.
+class Pieces : public engine::Stream {
+ public:
+  explicit Pieces(std::string_view bytes) : bytes_(bytes) {}
+
+  std::chrono::nanoseconds write(std::string_view) override { return {}; }
+  size_t read(char* to, size_t count, int) override {
+    size_ = size_ % 7 + 1;
+    count = bytes_.copy(to, std::min(count, size_));
+    bytes_.remove_prefix(count);
+    return count;
+  }
+
+ private:
+  std::string_view bytes_;
+  size_t size_ = 0;
+};
+
+void readFrames(std::string_view bytes) {
+  Pieces channel(bytes);
+  engine::FrameReader reader(channel);
+  engine::Buffer payload;
+  while (const auto header = reader.read(payload))
+    require(payload.size() == header->length && payload.size() <= engine::kLargestFrame);
+}
+
+// What it is taken for is what everybody else takes it for.
+void takeAddress(std::string_view payload) {
+  const std::string text = engine::takeAddress(payload).text();
+  const auto again = engine::IpAddress::parse(text);
+  require(again && again->text() == text && text.size() <= engine::kLongestAddress);
+}
+
+void takeMeeting(std::string_view payload) {
+  engine::Key key;
+  engine::Buffer again;
+  const std::uint16_t port = engine::takeMeeting(payload, key);
+  engine::putMeeting(again, port, key);
+  require(again.view() == payload);
+}
+
+void takeWanted(std::string_view payload) {
+  const engine::Job job = engine::takeWanted(payload);
+  require(!job.names.empty() && !job.directory.starts_with('/'));
+  for (const std::string& name : job.names)
+    require(!name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos);
 }
 
 // A folder with a tree to fill and, beside it, what a way out of the tree would lead to.
@@ -156,6 +209,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   attempt([&] { engine::takeFarewell(input); });
   attempt([&] { engine::textOf(engine::takeReport(input)); });
   attempt([&] { takeRecords(input); });
+  attempt([&] { readFrames(input); });
+  attempt([&] { takeAddress(input); });
+  attempt([&] { takeMeeting(input); });
+  attempt([&] { engine::takeMet(input); });
+  attempt([&] { engine::takeAgreed(input); });
+  attempt([&] { takeWanted(input); });
+  attempt([&] { engine::takeCount(input); });
   attempt([&] { takeCompressed(input); });
   return 0;
 }

@@ -556,7 +556,8 @@ TEST_P(NoAddress, EndsTheCopy) {
 
 INSTANTIATE_TEST_SUITE_P(Texts, NoAddress,
                          testing::Values("", "localhost", "127.0.0.1\n", "127.0.0.1 ", "127.1",
-                                         "1.2.3.4.5", "::1%lo", std::string(100, '1')));
+                                         "1.2.3.4.5", "::1%lo", std::string(100, '1'),
+                                         std::string("127.0.0.1\0x", 11)));
 
 TEST_F(HostileServer, EveryAddressIsNotOneOfTheNodes) {
   sendAddress("0.0.0.0");

@@ -1,10 +1,13 @@
 // A sender that lies: whatever it says, nothing outside of the destination is
-// touched or read, and the receiver ends with a clear message.
+// touched or read, and the receiver ends with a clear message. A receiver that lies:
+// whatever it asks for, the sender ends, soon and without much memory.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <csignal>
 #include <cstdlib>
@@ -12,6 +15,8 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "share/engine/frame.h"
 #include "share/engine/hello.h"
@@ -340,4 +345,240 @@ TEST_F(HostileSender, MessageCannotReachTheTerminalRaw) {
 TEST_F(HostileSender, StreamThatEndsEarlyIsAnError) {
   channel_.server.out.close();
   expectRefused("closed it before the end");
+}
+
+namespace {
+
+constexpr long kMuchMemory = 400 << 10;  // KiB; the sanitizers' own is in it
+
+class HostileReceiver : public testing::Test {
+ protected:
+  HostileReceiver() {
+    ::setenv("QX_RSYNC_ENGINE", "own", 1);
+    ::signal(SIGPIPE, SIG_IGN);
+    server_.setInput(channel_.server.in.get());
+    server_.setOutput(channel_.server.out.get());
+    server_.start();
+    channel_.server = {};
+    say("QXRSYNC 2 AX 00\n");
+    char byte = 0;
+    while (::read(channel_.client.in.get(), &byte, 1) == 1 && byte != '\n') {
+    }
+  }
+  ~HostileReceiver() override {
+    channel_.client.out.close();
+    if (reading_.joinable()) reading_.join();
+  }
+
+  void greet(bool empty = true) {
+    Buffer hello = engine::emptyFrame();
+    engine::putHello(hello, engine::ReceiverHello{empty, "", {}, {}});
+    send(Kind::kHello, hello);
+  }
+  // As the sender waits for who does not read.
+  void readAll() {
+    reading_ = std::thread([this] {
+      try {
+        while (reader_.read(payload_)) {
+        }
+      } catch (const std::exception&) {
+      }
+    });
+  }
+
+  // False: nobody listens any more.
+  bool say(const std::string& bytes) {
+    return ::write(channel_.client.out.get(), bytes.data(), bytes.size()) >= 0;
+  }
+  bool send(Kind kind, Buffer& frame) {
+    try {
+      writer_.write(kind, 0, 0, frame);
+      return true;
+    } catch (const std::exception&) {
+      return false;
+    }
+  }
+  bool send(Kind kind, const std::string& payload) {
+    Buffer frame = engine::emptyFrame();
+    frame.append(payload);
+    return send(kind, frame);
+  }
+  bool want(const std::string& directory, const std::vector<std::string>& names) {
+    Buffer frame = engine::emptyFrame();
+    engine::putText(frame, directory);
+    engine::putNumber(frame, names.size());
+    for (const std::string& name : names) engine::putText(frame, name);
+    return send(Kind::kWant, frame);
+  }
+
+  void expectRefused(const std::string& because) {
+    if (!reading_.joinable()) readAll();
+    EXPECT_EQ(server_.exitStatus(20), 12) << server_.err();
+    EXPECT_NE(server_.err().find(because), std::string::npos) << server_.err();
+    EXPECT_LE(mostMemory(), std::max(kMuchMemory, memoryBefore_));
+  }
+
+  // Of any process that this one has waited for, in KiB.
+  static long mostMemory() {
+    rusage used{};
+    EXPECT_EQ(::getrusage(RUSAGE_CHILDREN, &used), 0);
+    return used.ru_maxrss;
+  }
+
+  const long memoryBefore_ = mostMemory();
+
+  NoProcessLeftBehind processes_;
+  TempTree tree_{fileAt("from/file", "contents"), fileAt("from/d/other", "contents")};
+  Channel channel_ = pipeChannel();
+  ProgramRun server_{{builtRsync(), "--server", "--sender", "-ESHa", "--numeric-ids", "--delete",
+                      ".", tree_.path("from") + "/"}};
+  engine::PlainStream stream_{channel_.client.in.get(), channel_.client.out.get()};
+  engine::FrameWriter writer_{stream_};
+  engine::FrameReader reader_{stream_};
+  Buffer payload_;
+  std::thread reading_;
+};
+
+class NoGreeting : public HostileReceiver, public testing::WithParamInterface<std::string> {};
+class NoDirectory : public HostileReceiver, public testing::WithParamInterface<std::string> {};
+class NoEntry : public HostileReceiver, public testing::WithParamInterface<std::string> {};
+class WrongDirection : public HostileReceiver, public testing::WithParamInterface<Kind> {};
+
+}  // namespace
+
+TEST_P(NoGreeting, EndsTheCopy) {
+  send(Kind::kHello, GetParam());
+  expectRefused("");
+}
+
+// Another version; no end; more than a greeting; patterns and a pattern beyond what there is.
+INSTANTIATE_TEST_SUITE_P(Payloads, NoGreeting,
+                         testing::Values("\2", std::string("\1\1\0", 3),
+                                         std::string("\1\1\0\0\0\0\0", 7),
+                                         std::string("\1\1\0\xff\xff\xff\xff\xf", 8),
+                                         std::string("\1\1\0\1\xff\x1f", 6)));
+
+TEST_F(HostileReceiver, FirstFrameIsAGreetingOrTheCopyEnds) {
+  want("", {"file"});
+  expectRefused("did not start with a greeting");
+}
+
+TEST_P(NoDirectory, EndsTheCopy) {
+  greet();
+  want(GetParam(), {"file"});
+  expectRefused("");
+}
+
+INSTANTIATE_TEST_SUITE_P(Paths, NoDirectory,
+                         testing::Values("..", "/", "/etc", "d/../..", "d//", "d/", "./d", "d/.",
+                                         std::string("d\0/x", 4), std::string(70000, 'x')));
+
+TEST_P(NoEntry, EndsTheCopy) {
+  greet();
+  want("", {GetParam()});
+  expectRefused("");
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, NoEntry,
+                         testing::Values("", ".", "..", "d/other", "/etc/passwd",
+                                         std::string("file\0", 5), std::string(256, 'x')));
+
+TEST_P(WrongDirection, EndsTheCopy) {
+  greet();
+  send(GetParam(), std::string(1, '\1'));
+  expectRefused("sent a frame out of turn");
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, WrongDirection,
+                         testing::Values(Kind::kHello, Kind::kRecords, Kind::kBarrier,
+                                         Kind::kMessage, Kind::kKnown, Kind::kEnd, Kind::kChanges,
+                                         Kind::kAddress, Kind::kMeeting, Kind::kMet,
+                                         Kind::kAgreed));
+
+TEST_F(HostileReceiver, SummaryBeforeTheEndEndsTheCopy) {
+  greet();
+  send(Kind::kSummary, std::string(1, '\0'));
+  expectRefused("sent a frame out of turn");
+}
+
+TEST_F(HostileReceiver, BarrierThatWasNeverSentIsNotReached) {
+  greet();
+  send(Kind::kReached, "\x7f");
+  expectRefused("a barrier that was never sent is said to be reached");
+}
+
+TEST_F(HostileReceiver, ThereIsNoSuchLane) {
+  greet();
+  say(std::string("\0\0\0\0\5\x10\0\0", 8));
+  expectRefused("there is no lane 16");
+}
+
+TEST_F(HostileReceiver, FrameBeyondTheLimitTakesNoMemory) {
+  greet();
+  say(std::string("\xff\xff\xff\xff\5\0\0\0", 8));
+  expectRefused("a frame of 4294967295 bytes is too long");
+}
+
+TEST_F(HostileReceiver, NumbersOfNamesThatThereCannotBeTakeNoMemory) {
+  greet();
+  send(Kind::kWant, std::string("\0\xff\xff\xff\xff\xff\xff\xff\x7f", 9));
+  expectRefused("a number of names in the stream is too large");
+}
+
+TEST_F(HostileReceiver, LengthBeyondTheFrameIsRefused) {
+  greet();
+  send(Kind::kWant, std::string("\0\1\x7f"
+                                "file",
+                                7));
+  expectRefused("a name in the stream is cut off");
+}
+
+TEST_F(HostileReceiver, ListOfNothingIsRefused) {
+  greet();
+  want("", {});
+  expectRefused("the list of wanted files is empty");
+}
+
+// As when something has vanished since it was offered.
+TEST_F(HostileReceiver, WhatIsNotThereIsAProblemOnly) {
+  greet();
+  for (bool ended = false; !ended;) {
+    const auto header = reader_.read(payload_);
+    ASSERT_TRUE(header);
+    if (header->kind == Kind::kBarrier) {
+      if (payload_.view() == "\1") want("no/such", {"file"}), want("", {"none"});
+      send(Kind::kReached, std::string(payload_.view()));
+    }
+    ended = header->kind == Kind::kEnd;
+  }
+  send(Kind::kSummary, std::string(1, '\0'));
+  readAll();
+  EXPECT_EQ(server_.exitStatus(20), 23) << server_.err();
+}
+
+TEST_F(HostileReceiver, EndlessWantsEndTheCopy) {
+  greet();
+  readAll();
+  const std::vector<std::string> names(1000, "file");
+  while (want("", names)) {
+  }
+  expectRefused("wants more files than there are");
+}
+
+TEST_F(HostileReceiver, SameFileIsNotSentForEver) {
+  greet();
+  int asked = 0;
+  while (const auto header = [this]() -> std::optional<engine::FrameHeader> {
+    try {
+      return reader_.read(payload_);
+    } catch (const std::exception&) {
+      return std::nullopt;
+    }
+  }()) {
+    if (header->kind != Kind::kBarrier) continue;
+    const std::string number(payload_.view());
+    if (!want("d", {"other"}) || !send(Kind::kReached, number)) break;
+    ASSERT_LT(++asked, 1000);
+  }
+  expectRefused("wants more files than there are");
 }

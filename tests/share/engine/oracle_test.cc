@@ -46,7 +46,7 @@ class Oracle : public testing::TestWithParam<int> {
     for (int i = 0; i < treesPerShard(); ++i) {
       const unsigned seed = begin + static_cast<unsigned>(i * kShards + GetParam());
       SCOPED_TRACE("seed " + std::to_string(seed) +
-                   ": repeat with QX_TEST_TREES=4 QX_TEST_SEED=it, shard 0");
+                   ": repeat with QX_TEST_TREES=4 and --seed it, shard 0");
       const TempTree tree{dirAt("from"), dirAt("to"), dirAt("stock"), dirAt("agent")};
       if (manifest)
         ::setenv("QXA_TMPDIR", tree.path("agent").c_str(), 1);

@@ -17,6 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr size_t kLargest = 1500000;  // bytes
+constexpr int kDepth = 40;            // directories, one in the other
 
 // A list for user 1234 and the mask, as in acl(5): 2, then tag, permissions, id.
 std::string accessList(unsigned user) {
@@ -29,6 +30,14 @@ std::string accessList(unsigned user) {
   };
   return std::string("\2\0\0\0", 4) + word(1, 7, ~0U) + word(2, 5, user) + word(4, 5, ~0U) +
          word(16, 7, ~0U) + word(32, 0, ~0U);
+}
+
+// As setcap writes it: version 2, effective; which are permitted and inheritable.
+std::string capabilities(unsigned permitted) {
+  std::string text;
+  for (const unsigned part : {0x02000001U, permitted, 0U, 0U, 0U})
+    for (int i = 0; i < 4; ++i) text += static_cast<char>(part >> (8 * i));
+  return text;
 }
 
 }  // namespace
@@ -115,9 +124,19 @@ void RandomTree::makeSparse(const std::string& path) {
   if (::ftruncate(file.get(), static_cast<off_t>(size)) != 0) return;
 }
 
+void RandomTree::makeDeep(std::string path) {
+  for (int i = 0; i < kDepth; ++i) {
+    if (::mkdir(path.c_str(), 0750) != 0) return;
+    if (chance(10)) makeFile(path + "/file");
+    path += "/" + std::to_string(i);
+  }
+  makeFile(path);
+}
+
 void RandomTree::make() {
   const std::string path = anyDirectory() + "/" + newName();
   if (path.size() > 3000 || fs::exists(fs::symlink_status(path))) return;
+  if (chance(1)) return makeDeep(path);
   switch (pick(16)) {
     case 0:
     case 1:
@@ -164,6 +183,10 @@ void RandomTree::decorate(const std::string& path) {
     ::lsetxattr(path.c_str(), chance(50) ? "user.one" : "user.two", value.data(), value.size(), 0);
   }
   if (chance(10)) ::lsetxattr(path.c_str(), "trusted.note", "t", 1, 0);
+  if (chance(10) && S_ISREG(status.st_mode)) {
+    const std::string value = capabilities(1U << pick(32));
+    ::lsetxattr(path.c_str(), "security.capability", value.data(), value.size(), 0);
+  }
   if (chance(10)) ::lremovexattr(path.c_str(), "user.one");
   if (chance(10) && !S_ISLNK(status.st_mode)) {
     const std::string list = accessList(1234 + static_cast<unsigned>(pick(3)));

@@ -35,6 +35,7 @@ class RandomTree {
   void make();
   void makeFile(const std::string& path);
   void makeSparse(const std::string& path);
+  void makeDeep(std::string path);
   void decorate(const std::string& path);
   void change();
   void overwrite(const std::string& file);

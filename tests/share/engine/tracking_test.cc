@@ -589,13 +589,14 @@ TEST(TrackingParts, ReportSurvivesAndIsMadeHarmless) {
   ChangesReport report;
   report.places = {{"", "ext4", ChangesReport::How::kTracked},
                    {"srv\x1b[2J", "nfs4", ChangesReport::How::kUnwatchable}};
+  report.further = 3;
   report.directories = 12;
   engine::Buffer bytes;
   engine::putReport(bytes, report);
   EXPECT_EQ(engine::takeReport(bytes.view()), report);
   EXPECT_EQ(engine::textOf(report),
             "changes on /: tracked; on /srv\\x1b[2J (nfs4): looked for everywhere, as the file "
-            "system cannot be watched; 12 directories visited");
+            "system cannot be watched; and 3 more; 12 directories visited");
   for (size_t i = 0; i < bytes.size(); ++i)
     EXPECT_THROW(engine::takeReport(bytes.view().substr(0, i)), engine::ProtocolError);
 }
@@ -607,7 +608,15 @@ TEST(TrackingParts, ReportHasBounds) {
   engine::Buffer bytes;
   engine::putReport(bytes, report);
   EXPECT_LE(bytes.size(), 2000U);
-  EXPECT_LE(engine::textOf(report).size(), 1010U);
+  EXPECT_EQ(engine::takeReport(bytes.view()).further, 1000U - 16);
+  for (const std::string& text :
+       {engine::textOf(report), engine::textOf(engine::takeReport(bytes.view()))}) {
+    EXPECT_LE(text.size(), 1000U);
+    EXPECT_TRUE(
+        text.ends_with("looked for everywhere, as it was mounted since; and 995 more; "
+                       "0 directories visited"))
+        << text;
+  }
   engine::Buffer tooMany;
   engine::putNumber(tooMany, 17);
   EXPECT_THROW(engine::takeReport(tooMany.view()), engine::ProtocolError);
