@@ -124,6 +124,8 @@ undo_faults() {
 
 of_the_migration='qxagent|guard.sh|rsync.*--server'
 nothing_runs_there() { ! on_server pgrep -f "$of_the_migration" >/dev/null; }
+ours_here='qxmigrate|qxctl|qxagent'
+nothing_runs_here() { ! pgrep -f "$ours_here" >/dev/null; }
 # In the way of whatever init it has.
 service_runs() { on_server "/etc/init.d/$1" status >/dev/null; }
 
@@ -152,7 +154,7 @@ complaints() {
     ! grep -F /var/lib/qx /proc/mounts | grep -w $ctid || echo "a mount is left"
     ! losetup -a | grep -F /var/lib/qx || echo "a loop device is left"
     ! compgen -G '/tmp/qxmigrate.*' || echo "a folder is left in /tmp"
-    ! pgrep -af 'qxmigrate|qxctl|qxagent' || echo "something of ours runs on the node"
+    until_so 10 nothing_runs_here || echo "on the node runs: $(pgrep -af "$ours_here" | tr '\n' ';')"
   fi
 }
 
