@@ -134,9 +134,11 @@ void Walker::noteReplaced(const std::string& name, unsigned type, ino_t inode) {
   if (!S_ISDIR(before->mode) || type != DT_DIR) noteLost(name, *before);
 }
 
+// As it was asked for, removeGone() passes it over.
 void Walker::noteVanished(const std::string& name) {
   walk_.problems.addVanished(pathOf(name));
   if (const std::optional<Known> before = knownBefore(name)) noteLost(name, *before);
+  if (before_) putName(Record::kRemove, name);
 }
 
 void Walker::fail(const std::string& name, const std::string& what) {

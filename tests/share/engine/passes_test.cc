@@ -7,16 +7,20 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include "share/engine/temporary_name.h"
 #include "share_tests/engine/random_tree.h"
 #include "share_tests/engine/seed.h"
 #include "share_tests/transfer.h"
@@ -56,32 +60,47 @@ class Passes : public testing::Test {
   const std::string to_ = tree_.path("to");
 };
 
-// Carries bytes on until the end, and counts them.
-std::uint64_t relay(int from, int to) {
+// Carries bytes on until the end, or until there were so many, and counts them.
+std::uint64_t relay(int from, int to, std::uint64_t most = UINT64_MAX) {
   char buffer[65536];
   std::uint64_t total = 0;
   ssize_t count = 0;
-  while ((count = ::read(from, buffer, sizeof buffer)) > 0) {
+  while (total < most && (count = ::read(from, buffer, sizeof buffer)) > 0) {
     total += static_cast<std::uint64_t>(count);
     if (::write(to, buffer, static_cast<size_t>(count)) != count) break;
   }
   return total;
 }
 
-// One pass; the bytes that the sender sent.
-std::uint64_t sentBytes(const std::string& from, const std::string& to) {
+// One pass; the bytes that the sender sent. When it has sent so many, it waits for
+// `meanwhile`.
+std::uint64_t sentBytes(
+    Transfer& run, int status = 0, std::uint64_t when = 0,
+    const std::function<void()>& meanwhile = [] {}) {
   RelayedChannel channel = relayedChannel();
-  Transfer run(from + "/", to);
   run.start(std::move(channel.ends));
   std::thread up([&] {
     relay(channel.toClient.in.get(), channel.toServer.out.get());
     channel.toServer.out.close();
   });
-  const std::uint64_t bytes = relay(channel.toServer.in.get(), channel.toClient.out.get());
+  std::uint64_t bytes = relay(channel.toServer.in.get(), channel.toClient.out.get(), when);
+  meanwhile();
+  bytes += relay(channel.toServer.in.get(), channel.toClient.out.get());
   channel.toClient.out.close();
-  run.expectBothEndWith(0);
+  run.expectBothEndWith(status);
   up.join();
   return bytes;
+}
+
+std::uint64_t sentBytes(const std::string& from, const std::string& to) {
+  Transfer run(from + "/", to);
+  return sentBytes(run);
+}
+
+ino_t inodeOf(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
+  return status.st_ino;
 }
 
 int kills() {
@@ -143,6 +162,38 @@ TEST_F(Passes, ChangesDuringThePassesAreAllThereAfterTheLast) {
   writer.join();
   transfer(from_ + "/", to_);
   EXPECT_EQ(differences(to_, from_), "");
+}
+
+// A directory's names are read at once, and its entries looked at in the order of their
+// numbers; the sender is held up at the first of them.
+TEST_F(Passes, WhatVanishesWhileItsDirectoryIsReadGoesAtTheDestinationToo) {
+  for (const char* tracked : {"", "0"}) {
+    ::setenv("QX_RSYNC_TRACK", tracked, 1);
+    const std::string first = from_ + "/first";
+    std::ofstream(first) << "contents";
+    std::vector<std::string> vanishing;
+    for (int i = 0; i < 40; ++i) {
+      const std::string name = from_ + "/later" + std::to_string(i);
+      std::ofstream(name + ".target") << i;
+      fs::create_symlink("nothing", name);
+      for (const std::string& path : {name, name + ".target"})
+        if (inodeOf(path) > inodeOf(first)) vanishing.push_back(path);
+    }
+    ASSERT_FALSE(vanishing.empty());
+    ::usleep(100000);
+    sentBytes(from_, to_);
+    std::ofstream(first) << noise(1 << 20);
+    Transfer run(from_ + "/", to_);
+    sentBytes(run, 23, 20000, [&] {
+      for (const std::string& path : vanishing) fs::remove(path);
+    });
+    EXPECT_NE(run.client().err().find("has vanished"), std::string::npos) << run.client().err();
+    EXPECT_EQ(differences(to_, from_), "");
+    sentBytes(from_, to_);
+    EXPECT_EQ(differences(to_, from_), "");
+    for (const auto& entry : fs::directory_iterator(from_)) fs::remove(entry.path());
+  }
+  ::unsetenv("QX_RSYNC_TRACK");
 }
 
 TEST_F(Passes, NothingChangedMeansNextToNothingSent) {
