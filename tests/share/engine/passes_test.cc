@@ -279,6 +279,36 @@ TEST_F(Passes, TerminatedClientTidiesUp) {
   EXPECT_TRUE(fs::is_empty(to_));
 }
 
+TEST_F(Passes, KilledClientLeavesTheEarlierFileAndTheNextOneNothingElse) {
+  tree_.add(fileAt("from/d/large", "earlier"));
+  const std::string exclusion = "--exclude=.*";
+  transfer(from_ + "/", to_, {exclusion});
+  ::setenv("QX_RSYNC_BWLIMIT", "500", 1);
+  std::ofstream(from_ + "/d/large") << noise(8 << 20);
+  Transfer run(from_ + "/", to_, {exclusion});
+  run.start(pipeChannel());
+  const auto entries = [&] { return std::distance(fs::directory_iterator(to_ + "/d"), {}); };
+  for (int i = 0; i < 1000 && entries() < 2; ++i) ::usleep(10000);
+  EXPECT_EQ(entries(), 2);
+  const bool unfinished =
+      std::any_of(fs::directory_iterator(to_ + "/d"), {}, [](const fs::directory_entry& entry) {
+        return engine::isTemporaryName(entry.path().filename().string());
+      });
+  EXPECT_TRUE(unfinished);
+  signalOne(run.client().pid(), SIGKILL);
+  run.client().exitStatus(10);
+  EXPECT_NE(run.server().exitStatus(10), 0);
+  EXPECT_EQ(test_support::readFile(to_ + "/d/large"), "earlier");
+  // It may or may not have come to tidying up.
+  for (const char* directory : {"/d/", "/is gone/"}) {
+    fs::create_directory(to_ + directory);
+    std::ofstream(to_ + directory + engine::temporaryName()) << "left";
+  }
+  ::unsetenv("QX_RSYNC_BWLIMIT");
+  transfer(from_ + "/", to_, {exclusion});
+  EXPECT_EQ(differences(to_, from_), "");
+}
+
 TEST_F(Passes, LimitIsKept) {
   ::setenv("QX_RSYNC_BWLIMIT", "2000", 1);
   std::ofstream(from_ + "/large") << noise(4 << 20);  // or else it is compressed
