@@ -78,7 +78,10 @@ void Walker::runWhole(int directory, const std::string& path) {
   ::fstat(directory, &own);
   if (walk_.before != nullptr) before_ = walk_.before->directory(path);
   const bool complete = listing_.read(directory);
-  if (!complete) fail({}, because("cannot read the directory"));
+  if (!complete) {
+    fail({}, because("cannot read the directory"));
+    walk_.unlisted = true;
+  }
   goesEverywhere_ = walk_.visits == nullptr || walk_.visits->goesEverywhere(own.st_dev, path);
   listing_.sortByInode();
   remembers_ = walk_.after != nullptr && complete;
@@ -147,7 +150,12 @@ void Walker::fail(const std::string& name, const std::string& what) {
 }
 
 void Walker::runSome(int directory, const Job& job) {
-  remembers_ = false;
+  // The manifest has, so far, what they were when they were listed; unless it could not be.
+  remembers_ = walk_.after != nullptr && !walk_.unlisted;
+  if (!remembers_) walk_.distrusted = true;
+  struct stat own {};
+  ::fstat(directory, &own);
+  if (remembers_) part_.begin(path_, own);
   flags_ = 0;
   begin();
   for (const std::string& name : job.names) {
@@ -164,6 +172,7 @@ void Walker::runSome(int directory, const Job& job) {
       addOther(directory, name);
   }
   endDirectory(directory);
+  if (remembers_) walk_.after->add(part_);
 }
 
 // Where only differences are sent, a directory is begun by the first of them.

@@ -279,6 +279,16 @@ TEST_F(Passes, TerminatedClientTidiesUp) {
   EXPECT_TRUE(fs::is_empty(to_));
 }
 
+TEST_F(Passes, OfALargeFileThatAComparingPassSentOnlyChangedBlocksAreSent) {
+  tree_.add(fileAt("from/large", noise(20 << 20)));
+  tree_.add(fileAt("to/large", "something else"));
+  ::usleep(100000);
+  sentBytes(from_, to_);
+  std::ofstream(from_ + "/large", std::ios::in | std::ios::out).seekp(10000000).write("changed", 7);
+  EXPECT_LT(sentBytes(from_, to_), 300000U);
+  EXPECT_EQ(differences(to_, from_), "");
+}
+
 TEST_F(Passes, KilledClientLeavesTheEarlierFileAndTheNextOneNothingElse) {
   tree_.add(fileAt("from/d/large", "earlier"));
   const std::string exclusion = "--exclude=.*";
