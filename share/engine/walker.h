@@ -90,6 +90,8 @@ class Walker {
   void noteLost(const std::string& name, const Known& before);
   void noteReplaced(const std::string& name, unsigned type, ino_t inode);
   void noteVanished(const std::string& name);
+  void noteReplacedMeanwhile(const std::string& name);
+  void keep(const std::string& name, const std::optional<Known>& before);
   void fail(const std::string& name, const std::string& what);
   bool isUnchanged(const std::optional<Known>& before, const struct stat& status) const;
   bool isFurtherName(const struct stat& status, const std::string& name,

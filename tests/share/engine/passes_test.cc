@@ -279,6 +279,41 @@ TEST_F(Passes, TerminatedClientTidiesUp) {
   EXPECT_TRUE(fs::is_empty(to_));
 }
 
+// As root may read everything, its server is one that may not.
+TEST_F(Passes, WhatCouldNotBeReadIsLookedAtByTheNextPass) {
+  if (::geteuid() != 0) GTEST_SKIP() << "NOT TESTED: this needs root";
+  const std::string confined = tree_.path("confined");
+  std::ofstream(confined) << "#!/bin/sh\nexec setpriv --inh-caps=-all --bounding-set="
+                          << "-dac_override,-dac_read_search " << builtRsync() << " \"$@\"\n";
+  fs::permissions(confined, fs::perms::owner_all);
+  const auto pass = [&](const std::string& server, int status,
+                        const std::vector<std::string>& more) {
+    ::usleep(100000);  // what is quite new is looked at again
+    Transfer run(from_ + "/", to_, more);
+    run.useServer(server);
+    run.start(pipeChannel());
+    run.expectBothEndWith(status);
+  };
+  for (const bool compares : {false, true}) {
+    SCOPED_TRACE(compares);
+    // Other exclusions than those of the last pass mean that everything is compared.
+    const std::vector<std::string> first = {"--exclude=none"};
+    const std::vector<std::string> then = compares ? std::vector<std::string>{} : first;
+    for (const char* name : {"goes", "changes"})
+      tree_.add(fileAt(std::string("from/") + name, "1"));
+    pass(builtRsync(), 0, first);
+    for (const char* name : {"goes", "changes"})
+      tree_.add(fileAt(std::string("from/") + name, "later", 0));
+    pass(confined, 23, then);
+    EXPECT_EQ(test_support::readFile(to_ + "/changes"), "1");
+    fs::remove(from_ + "/goes");
+    pass(builtRsync(), 0, then);
+    EXPECT_EQ(differences(to_, from_), "");
+    pass(builtRsync(), 0, then);
+    EXPECT_EQ(differences(to_, from_), "");
+  }
+}
+
 TEST_F(Passes, OfALargeFileThatAComparingPassSentOnlyChangedBlocksAreSent) {
   tree_.add(fileAt("from/large", noise(20 << 20)));
   tree_.add(fileAt("to/large", "something else"));
