@@ -103,6 +103,14 @@ ino_t inodeOf(const std::string& path) {
   return status.st_ino;
 }
 
+// Made anew, or changed in every block.
+void changeLargeFile(const std::string& path, std::mt19937& random) {
+  if (random() % 2 == 0 || !fs::is_regular_file(fs::symlink_status(path))) fs::remove_all(path);
+  if (!fs::exists(path)) std::ofstream(path) << noise(5 << 20);
+  std::ofstream file(path, std::ios::in | std::ios::out);
+  for (int i = 0; i < 40; ++i) file.seekp(i << 17) << "changed " << random();
+}
+
 int kills() {
   const char* wanted = std::getenv("QX_TEST_KILLS");
   return wanted != nullptr ? std::atoi(wanted) : 12;
@@ -110,35 +118,34 @@ int kills() {
 
 }  // namespace
 
+// No change is hidden by its times, as it may be missed after a kill: nothing is known of
+// the copy then. The limit makes a pass with a large file take longer than it is let live,
+// mostly.
 TEST_F(Passes, KilledAtAnyMomentTheNextOneMakesItExact) {
   const unsigned seed = testSeed();
   SCOPED_TRACE("QX_TEST_SEED=" + std::to_string(seed));
   std::mt19937 random(seed);
   RandomTree source(from_, seed);
-  source.hideSomeChanges();
-  source.grow(150);
+  source.grow(60);
+  transfer(from_ + "/", to_);
   int cutShort = 0;
   for (int i = 0; i < kills(); ++i) {
+    source.mutate(20);
+    changeLargeFile(from_ + "/large file", random);
+    ::setenv("QX_RSYNC_BWLIMIT", "10000", 1);
     Transfer run(from_ + "/", to_);
     run.start(pipeChannel());
-    ::usleep(static_cast<useconds_t>(random() % 60000));
+    ::usleep(static_cast<useconds_t>(random() % 550000));
     ProgramRun& victim = random() % 2 == 0 ? run.client() : run.server();
     signalOne(victim.pid(), SIGKILL);
     const int client = run.client().exitStatus(20);
     const int server = run.server().exitStatus(20);
-    if (client != 0 || server != 0) ++cutShort;
-    if (i % 3 == 2) {
-      transfer(from_ + "/", to_);
-      ASSERT_EQ(differences(to_, from_), "") << "after kill " << i;
-    }
-    // A change that is hidden by its times may be missed after a kill, as nothing is
-    // known of the copy then; so none is made until the next whole pass.
-    if (i % 3 == 2) source.mutate(20);
-    if (i % 3 == 2) transfer(from_ + "/", to_);
+    if (client != 0 && server != 0) ++cutShort;
+    ::unsetenv("QX_RSYNC_BWLIMIT");
+    transfer(from_ + "/", to_);
+    ASSERT_EQ(differences(to_, from_), "") << "after kill " << i;
   }
-  transfer(from_ + "/", to_);
-  EXPECT_EQ(differences(to_, from_), "");
-  EXPECT_GT(cutShort, 0);
+  EXPECT_GT(cutShort, kills() / 2);
 }
 
 TEST_F(Passes, ChangesDuringThePassesAreAllThereAfterTheLast) {
