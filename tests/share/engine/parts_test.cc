@@ -3,15 +3,18 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "share/engine/compression.h"
 #include "share/engine/digest.h"
 #include "share/engine/hello.h"
 #include "share/engine/mapped_files.h"
 #include "share/engine/records.h"
+#include "share/engine/rounds.h"
 #include "share/rsync/engine_choice.h"
 #include "share/rsync/failure.h"
 
@@ -143,6 +146,28 @@ TEST(EngineCompression, LevelFollowsWhatIsWaitedFor) {
             CompressionControl::kHighest);
   EXPECT_EQ(CompressionControl::next(1, 0.1, 10e6), 0);
   EXPECT_EQ(CompressionControl::next(CompressionControl::kLowest, 0.1, 10e6), off);
+}
+
+TEST(EngineRounds, GoOnWhileTheyAreLongAndGetShorter) {
+  using std::chrono::seconds;
+  EXPECT_FALSE(engine::goesRoundAgain({}));
+  EXPECT_FALSE(engine::goesRoundAgain({std::chrono::milliseconds(2999)})) << "little has changed";
+  EXPECT_TRUE(engine::goesRoundAgain({seconds(3)}));
+  EXPECT_TRUE(engine::goesRoundAgain({seconds(3600)}));
+  EXPECT_TRUE(engine::goesRoundAgain({seconds(100), seconds(69)}));
+  EXPECT_FALSE(engine::goesRoundAgain({seconds(100), seconds(70)})) << "it does not get shorter";
+  EXPECT_FALSE(engine::goesRoundAgain({seconds(100), seconds(200)}));
+  EXPECT_TRUE(engine::goesRoundAgain({seconds(100), seconds(200), seconds(100)}));
+  EXPECT_FALSE(engine::goesRoundAgain({seconds(100), seconds(2)}));
+}
+
+TEST(EngineRounds, EndAfterTheFifth) {
+  std::vector<std::chrono::steady_clock::duration> took = {std::chrono::hours(64)};
+  for (int round = 0; round < 5; ++round) {
+    EXPECT_TRUE(engine::goesRoundAgain(took)) << round;
+    took.push_back(took.back() / 2);
+  }
+  EXPECT_FALSE(engine::goesRoundAgain(took));
 }
 
 TEST(EngineMappings, OnlySharedWritableFilesCount) {

@@ -331,6 +331,35 @@ TEST_F(Passes, OfALargeFileThatAComparingPassSentOnlyChangedBlocksAreSent) {
   EXPECT_EQ(differences(to_, from_), "");
 }
 
+// The limit makes the first walk a long one. There is a second, as it brings what changed
+// meanwhile, and it is the last, as it is short, though changes go on.
+TEST_F(Passes, LongWalkIsFollowedByAnotherOne) {
+  tree_.add(fileAt("from/d/early", "1"));
+  std::ofstream(from_ + "/large") << noise(8 << 20);
+  ::setenv("QX_RSYNC_BWLIMIT", "2000", 1);
+  Transfer run(from_ + "/", to_);
+  run.start(pipeChannel());
+  for (int i = 0; i < 1000 && !fs::exists(to_ + "/d/early"); ++i) ::usleep(10000);
+  ASSERT_TRUE(fs::exists(to_ + "/d/early"));
+  std::ofstream(from_ + "/d/early") << "longer";
+  std::ofstream(from_ + "/d/late") << "late";
+  std::atomic<bool> stop{false};
+  std::thread writer([&] {
+    while (!stop) {
+      std::ofstream(from_ + "/d/always", std::ios::app) << "more";
+      ::usleep(20000);
+    }
+  });
+  const auto began = std::chrono::steady_clock::now();
+  run.expectBothEndWith(0);
+  const auto took = std::chrono::steady_clock::now() - began;
+  stop = true;
+  writer.join();
+  EXPECT_GT(took, std::chrono::seconds(2)) << "no walk was long";
+  EXPECT_EQ(test_support::readFile(to_ + "/d/early"), "longer");
+  EXPECT_EQ(test_support::readFile(to_ + "/d/late"), "late");
+}
+
 TEST_F(Passes, KilledClientLeavesTheEarlierFileAndTheNextOneNothingElse) {
   tree_.add(fileAt("from/d/large", "earlier"));
   const std::string exclusion = "--exclude=.*";
