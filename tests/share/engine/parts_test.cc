@@ -218,6 +218,24 @@ TEST_F(EngineChoice, AnyOtherIsStocks) {
         << served;
 }
 
+TEST_F(EngineChoice, ExclusionsThatDoNotFitIntoTheGreetingAreStocks) {
+  for (const size_t count : {10000UL, 240UL, 250UL}) {  // of 70, 4100 and 4100 bytes
+    const std::string name(count == 10000 ? 70 : engine::kLongestPattern, 'x');
+    std::vector<std::string> arguments = arguments_;
+    arguments.pop_back();
+    for (size_t i = 0; i < count; ++i) arguments.push_back("--exclude=" + name);
+    const auto task = qxrsync::engineTask(qxrsync::parseOptions(arguments));
+    EXPECT_EQ(bool(task), count != 250) << count;
+    if (!task) continue;
+    Buffer greeting;
+    engine::putHello(greeting, {true,
+                                std::string(engine::kLongestIdentity, '0'),
+                                task->patterns,
+                                {host::kMostKibPerSecond, true}});
+    EXPECT_LE(greeting.size(), engine::kLargestFrame) << count;
+  }
+}
+
 TEST_F(EngineChoice, IsWhatTheEnvironmentSays) {
   const qxrsync::Options options = qxrsync::parseOptions(arguments_);
   for (const char* value : {"", "own"}) {
