@@ -12,6 +12,7 @@
 
 #include "share/engine/listing.h"
 #include "share/engine/removal.h"
+#include "share/engine/temporary_name.h"
 
 namespace engine {
 
@@ -43,9 +44,12 @@ void Applier::apply(std::string_view records) {
 
 void Applier::abandon() {
   const std::scoped_lock lock(mutex_);
-  if (!abandoned_ && inFile_ && file_ && !patching_)
-    ::unlinkat(directory_.get(), fileName_.c_str(), 0);
+  if (!abandoned_ && inFile_ && file_) removeUnfinished();
   abandoned_ = true;
+}
+
+void Applier::removeUnfinished() {
+  if (!unfinished_.empty()) ::unlinkat(directory_.get(), unfinished_.c_str(), 0);
 }
 
 void Applier::needDirectory() const {
@@ -154,23 +158,26 @@ void Applier::removeUnnamed() {
     if (std::binary_search(named_.begin(), named_.end(), hashOf(there))) continue;
     struct stat status {};
     if (::fstatat(directory_.get(), there.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
-    if (!copy_.rules.excludes(joinPath(path_, there), S_ISDIR(status.st_mode)))
+    if (isTemporaryName(there) ||
+        !copy_.rules.excludes(joinPath(path_, there), S_ISDIR(status.st_mode)))
       placer_.remove(there);
   }
 }
 
 // A damaged file is asked for once more; then it is a problem.
-void Applier::damaged(const std::string& damagedName) {
-  const std::string path = joinPath(path_, damagedName);
+void Applier::damaged(const Entry& entry) {
+  const std::string path = joinPath(path_, entry.name);
   bool again = false;
   {
     const std::scoped_lock lock(copy_.mutex);
     again = copy_.askedAgain.insert(path).second;
   }
-  if (again)
-    wanted_.push_back(damagedName);
-  else
+  if (again) {
+    wanted_.emplace_back(entry.name);
+  } else {
     copy_.problems.add(path, "was damaged in transit twice");
+    placer_.tellApart(entry);
+  }
 }
 
 bool Applier::write(int file, std::string_view bytes, std::uint64_t offset,
@@ -180,7 +187,7 @@ bool Applier::write(int file, std::string_view bytes, std::uint64_t offset,
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) {
       const int error = errno;
-      ::unlinkat(directory_.get(), std::string(fileName).c_str(), 0);  // less than a part of it
+      removeUnfinished();
       errno = error;
       copy_.problems.addAtDestination(joinPath(path_, fileName), "cannot write it");
       return false;
@@ -199,8 +206,9 @@ void Applier::takeWhole(Decoder& from) {
   const std::string_view contents = from.bytes(length, "file");
   name(scratch_.name);
   if (!directory_) return;
-  if (digestOf(contents) != digest) return damaged(std::string(scratch_.name));
+  if (digestOf(contents) != digest) return damaged(scratch_);
   const Fd file = placer_.create(scratch_);
+  unfinished_ = scratch_.name;
   if (!file) return;
   if (write(file.get(), contents, 0, scratch_.name)) placer_.finish(file.get(), scratch_, true);
 }
@@ -217,7 +225,8 @@ void Applier::beginFile(Decoder& from, bool patch) {
   digester_.begin();
   fileFailed_ = !directory_;
   if (fileFailed_) return;
-  file_ = patch ? placer_.openExisting(fileName_) : placer_.create(fileEntry_);
+  unfinished_.clear();
+  file_ = patch ? placer_.openExisting(fileName_) : placer_.createBeside(fileEntry_, unfinished_);
   fileFailed_ = !file_;
   if (fileFailed_ && patch) wanted_.push_back(fileName_);
 }
@@ -253,10 +262,12 @@ void Applier::endFile(Decoder& from) {
   }
   if (whole) {
     placer_.finish(file.get(), fileEntry_, !patching_);
+    if (!patching_) placer_.takePlace(fileEntry_, unfinished_);
   } else {
-    ::unlinkat(directory_.get(), fileName_.c_str(), 0);
+    removeUnfinished();
+    placer_.tellApart(fileEntry_);
   }
-  if (good && !fileFailed_ && !intact) damaged(fileName_);
+  if (good && !fileFailed_ && !intact) damaged(fileEntry_);
 }
 
 bool Applier::agrees(const Entry& entry, const struct stat& status, bool hasLinks) {

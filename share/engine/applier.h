@@ -42,7 +42,7 @@ class Applier {
   void apply(std::string_view records);
 
   /// Stops for ever: what comes later is passed over, and a new file that is not
-  /// yet whole is removed. Any thread may call it.
+  /// yet whole is removed. What it was to replace stays. Any thread may call it.
   void abandon();
 
  private:
@@ -57,7 +57,8 @@ class Applier {
   bool agrees(const Entry& entry, const struct stat& status, bool hasLinks);
   void updateWhatDiffers(const Entry& entry, const struct stat& status);
   void link(Decoder& from);
-  void damaged(const std::string& name);
+  void damaged(const Entry& entry);
+  void removeUnfinished();
   void removeUnnamed();
   bool write(int file, std::string_view bytes, std::uint64_t offset, std::string_view name);
   void name(std::string_view name);
@@ -81,7 +82,8 @@ class Applier {
   bool fileFailed_ = false;
   Fd file_;
   Entry fileEntry_;
-  std::string fileName_;  ///< what fileEntry_ points to
+  std::string fileName_;    ///< what fileEntry_ points to
+  std::string unfinished_;  ///< what has this name is not whole yet; may be empty
   std::uint64_t fileEnd_ = 0;
   Digester digester_;
 };

@@ -13,6 +13,8 @@ inline constexpr unsigned kProtocolVersion = 1;
 inline constexpr size_t kLongestIdentity = 64;
 inline constexpr size_t kMostPatterns = 10000;
 inline constexpr size_t kLongestPattern = 4096;
+/// Of all patterns together: the greeting is one frame of at most 1 MiB.
+inline constexpr size_t kMostPatternBytes = 1000000;
 
 /// What the receiver says first.
 struct ReceiverHello {

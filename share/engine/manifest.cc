@@ -301,18 +301,31 @@ std::optional<Manifest::Directory> Manifest::directory(std::string_view path) co
       throw ProtocolError("a manifest is damaged");
     Decoder part(bytes.view());
     if (part.text(kLongestPath, "path") != path) continue;
-    if (!found) found.emplace();
-    found->own_ = takeKnown(part);
+    const Known own = takeKnown(part);
+    if (!found) {
+      found.emplace();
+      found->own_ = own;
+    }
     while (!part.atEnd()) {
       const std::string_view entry = part.text(kMost, "entry of a manifest");
       found->items_.push_back({hashOf(Decoder(entry).text(kLongestName, "name")), entry, false});
     }
     found->parts_.push_back(std::move(bytes));
   }
-  if (found)
-    std::sort(found->items_.begin(), found->items_.end(),
-              [](const auto& a, const auto& b) { return a.hash < b.hash; });
+  if (found) found->sort();
   return found;
+}
+
+// Of entries that are there several times the last one holds.
+void Manifest::Directory::sort() {
+  std::stable_sort(items_.begin(), items_.end(),
+                   [](const Item& a, const Item& b) { return a.hash < b.hash; });
+  const auto sameName = [](const Item& a, const Item& b) {
+    return a.hash == b.hash && Decoder(a.bytes).text(kLongestName, "name") ==
+                                   Decoder(b.bytes).text(kLongestName, "name");
+  };
+  const auto end = std::unique(items_.rbegin(), items_.rend(), sameName);
+  items_.erase(items_.begin(), end.base());
 }
 
 void Manifest::Part::forEachEntry(

@@ -80,6 +80,7 @@ class ManifestWriter {
   ManifestWriter& operator=(const ManifestWriter&) = delete;
 
   bool good() const { return good_; }
+  /// What a later part says of an entry holds.
   void add(const ManifestPart& part);
   /// A part of an earlier manifest, as it was there.
   void add(std::string_view path, std::string_view bytes);
@@ -130,6 +131,7 @@ class Manifest {
 
    private:
     friend class Manifest;
+    void sort();
     struct Item {
       std::uint64_t hash;
       std::string_view bytes;  ///< in one of the parts

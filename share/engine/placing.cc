@@ -1,6 +1,7 @@
 #include "share/engine/placing.h"
 
 #include <fcntl.h>
+#include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <cstring>
 
 #include "share/engine/removal.h"
+#include "share/engine/temporary_name.h"
 
 namespace engine {
 
@@ -19,6 +21,7 @@ constexpr mode_t kPermissions = 07777;
 constexpr mode_t kSpecialBits = 07000;
 constexpr mode_t kPrivate = 0600;
 constexpr mode_t kPrivateDirectory = 0700;
+constexpr unsigned kLanesAtMost = 4;
 
 struct Times {
   explicit Times(const Entry& entry)
@@ -47,8 +50,7 @@ bool Placer::remove(const std::string& name) {
   return removeEntry(directory_, name, joinPath(path_, name), rules_, problems_);
 }
 
-Fd Placer::create(const Entry& entry) {
-  const std::string name(entry.name);
+Fd Placer::createNamed(const std::string& name, const Entry& entry) {
   // Where the file will have the right owner anyway, it gets its mode at once.
   early_ = newOwner_ && newOwner_->uid == entry.uid && newOwner_->gid == entry.gid;
   const mode_t mode = early_ ? entry.mode & ~kSpecialBits & kPermissions : kPrivate;
@@ -58,13 +60,50 @@ Fd Placer::create(const Entry& entry) {
     if (!file && (errno != EEXIST || attempt > 0 || !remove(name))) break;
   }
   if (!file) {
-    failed(name, "cannot create the file");
+    failed(entry.name, "cannot create the file");
     return file;
   }
   struct stat status {};
   if (!newOwner_ && ::fstat(file.get(), &status) == 0)
     newOwner_ = Owner{status.st_uid, status.st_gid};
   return file;
+}
+
+Fd Placer::create(const Entry& entry) { return createNamed(std::string(entry.name), entry); }
+
+// Not more than its share of what is free, as other lanes have files under way.
+bool Placer::hasRoomBeside(const Entry& entry) const {
+  const std::string name(entry.name);
+  struct stat status {};
+  struct statvfs space {};
+  return ::fstatat(directory_, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+         !S_ISDIR(status.st_mode) && ::fstatvfs(directory_, &space) == 0 &&
+         entry.size <= space.f_bavail * space.f_frsize / kLanesAtMost;
+}
+
+Fd Placer::createBeside(const Entry& entry, std::string& name) {
+  name = hasRoomBeside(entry) ? temporaryName() : std::string(entry.name);
+  return createNamed(name, entry);
+}
+
+void Placer::takePlace(const Entry& entry, const std::string& name) {
+  const std::string wanted(entry.name);
+  if (name == wanted || ::renameat(directory_, name.c_str(), directory_, wanted.c_str()) == 0)
+    return;
+  const int error = errno;
+  ::unlinkat(directory_, name.c_str(), 0);
+  errno = error;
+  failed(wanted, "cannot put it in its place");
+}
+
+void Placer::tellApart(const Entry& entry) const {
+  const std::string name(entry.name);
+  struct stat status {};
+  if (::fstatat(directory_, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+      !S_ISREG(status.st_mode) || status.st_mtim.tv_sec != entry.seconds)
+    return;
+  const timespec times[] = {{0, UTIME_OMIT}, {entry.seconds == 0 ? 1 : 0, 0}};
+  ::utimensat(directory_, name.c_str(), times, AT_SYMLINK_NOFOLLOW);
 }
 
 Fd Placer::openExisting(const std::string& name) const {

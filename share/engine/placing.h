@@ -28,6 +28,13 @@ class Placer {
 
   /// A new, empty file in place of whatever has the name; open for writing.
   Fd create(const Entry& entry);
+  /// The same, but what has the name, if it is no directory and there is room for
+  /// both, stays until takePlace(). name: what the new one is called until then.
+  Fd createBeside(const Entry& entry, std::string& name);
+  /// Gives a file of createBeside the name of its entry.
+  void takePlace(const Entry& entry, const std::string& name);
+  /// A new file could not be brought whole: what has its name must not have its time.
+  void tellApart(const Entry& entry) const;
   /// The file of that name, as it is; not open if there is none.
   Fd openExisting(const std::string& name) const;
   /// Owner, mode, attributes and, last of all, times. isNew: made by create just now.
@@ -53,6 +60,8 @@ class Placer {
   };
   void problem(std::string_view name, const std::string& what);
   void failed(std::string_view name, const char* what);
+  Fd createNamed(const std::string& name, const Entry& entry);
+  bool hasRoomBeside(const Entry& entry) const;
   bool sameKind(const std::string& name, const struct stat& status, const Entry& entry) const;
   bool make(const std::string& name, const Entry& entry);
   void setByName(const std::string& name, const Entry& entry);

@@ -10,6 +10,7 @@
 #include "share/engine/beneath.h"
 #include "share/engine/listing.h"
 #include "share/engine/records.h"
+#include "share/engine/temporary_name.h"
 
 namespace engine {
 
@@ -28,7 +29,7 @@ bool removeContents(int directory, const std::string& path, const Rules& rules,
     const std::string below = joinPath(path, name);
     struct stat status {};
     if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
-    if (rules.excludes(below, S_ISDIR(status.st_mode)))
+    if (!isTemporaryName(name) && rules.excludes(below, S_ISDIR(status.st_mode)))
       all = false;
     else
       all = removeEntry(directory, name, below, rules, problems) && all;

@@ -17,6 +17,7 @@
 #include "share/engine/change_watch.h"
 #include "share/engine/manifest.h"
 #include "share/engine/mapped_files.h"
+#include "share/engine/rounds.h"
 #include "share/engine/walker.h"
 #include "share/rsync/failure.h"
 
@@ -30,8 +31,6 @@ using Clock = std::chrono::steady_clock;
 constexpr unsigned kFewestLanes = 2;
 constexpr unsigned kUsualMostLanes = 4;
 constexpr std::chrono::milliseconds kKnownInterval{500};
-constexpr std::chrono::seconds kLongRound{3};  // shorter ones need no further round
-constexpr int kMostRounds = 5;                 // after the first walk
 // How long changes are kept track of: until the next pass begins, which may take
 // long; and after that one, in case that there is yet another.
 constexpr std::chrono::hours kUntilNextPass{24};
@@ -97,7 +96,6 @@ class Sender {
   std::string identity_;  // of the last manifest that is complete
   std::unique_ptr<Visits> visits_;
   std::unique_ptr<Walk> walk_;
-  Clock::duration lastRound_{};
   unsigned lanes_ = lanesHere();
 
   std::atomic<std::uint64_t> offered_{0};  // records, but for those that were asked for
@@ -306,19 +304,15 @@ void Sender::walkOnce() {
   identity_ = after_->finish();
 }
 
-// While much was to be sent, much has changed: again, and again as long as it takes
-// clearly less time than before, so that little is left for the next pass, during
-// which services are down.
+// Once, or in rounds.
 void Sender::walk() {
   const bool mayRepeat = walk_->way != Way::kDifferences;
-  for (int round = 1;; ++round) {
+  std::vector<Clock::duration> took;
+  while (true) {
     const Clock::time_point began = Clock::now();
     walkOnce();
-    const Clock::duration took = Clock::now() - began;
-    const bool shrinks = round == 1 || took < lastRound_ * 7 / 10;
-    lastRound_ = took;
-    if (!mayRepeat || !shrinks || round > kMostRounds || took < kLongRound || identity_.empty())
-      return;
+    took.push_back(Clock::now() - began);
+    if (!mayRepeat || identity_.empty() || !goesRoundAgain(took)) return;
     before_ = Manifest::open(setup_.folder, rules_.patterns());
     if (!before_) return;
     walk_->way = Way::kDifferences;

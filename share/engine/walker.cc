@@ -78,7 +78,10 @@ void Walker::runWhole(int directory, const std::string& path) {
   ::fstat(directory, &own);
   if (walk_.before != nullptr) before_ = walk_.before->directory(path);
   const bool complete = listing_.read(directory);
-  if (!complete) fail({}, because("cannot read the directory"));
+  if (!complete) {
+    fail({}, because("cannot read the directory"));
+    walk_.unlisted = true;
+  }
   goesEverywhere_ = walk_.visits == nullptr || walk_.visits->goesEverywhere(own.st_dev, path);
   listing_.sortByInode();
   remembers_ = walk_.after != nullptr && complete;
@@ -134,9 +137,28 @@ void Walker::noteReplaced(const std::string& name, unsigned type, ino_t inode) {
   if (!S_ISDIR(before->mode) || type != DT_DIR) noteLost(name, *before);
 }
 
+// As it was asked for, removeGone() passes it over.
 void Walker::noteVanished(const std::string& name) {
   walk_.problems.addVanished(pathOf(name));
   if (const std::optional<Known> before = knownBefore(name)) noteLost(name, *before);
+  if (before_) putName(Record::kRemove, name);
+}
+
+// Since its directory was read. Another pass has to see what it is now.
+void Walker::noteReplacedMeanwhile(const std::string& name) {
+  walk_.problems.addVanished(pathOf(name));
+  walk_.incomplete.add(path_);
+  keep(name, knownBefore(name));
+}
+
+// What is there stays, and is asked for again by the next pass, which removes it if it is
+// gone by then.
+void Walker::keep(const std::string& name, const std::optional<Known>& before) {
+  Known known = before.value_or(Known{});
+  if (!before) known.mode = S_IFREG;
+  known.fresh = true;
+  remember(name, known);
+  putName(Record::kKeep, name);
 }
 
 void Walker::fail(const std::string& name, const std::string& what) {
@@ -145,7 +167,12 @@ void Walker::fail(const std::string& name, const std::string& what) {
 }
 
 void Walker::runSome(int directory, const Job& job) {
-  remembers_ = false;
+  // The manifest has, so far, what they were when they were listed; unless it could not be.
+  remembers_ = walk_.after != nullptr && !walk_.unlisted;
+  if (!remembers_) walk_.distrusted = true;
+  struct stat own {};
+  ::fstat(directory, &own);
+  if (remembers_) part_.begin(path_, own);
   flags_ = 0;
   begin();
   for (const std::string& name : job.names) {
@@ -162,6 +189,7 @@ void Walker::runSome(int directory, const Job& job) {
       addOther(directory, name);
   }
   endDirectory(directory);
+  if (remembers_) walk_.after->add(part_);
 }
 
 // Where only differences are sent, a directory is begun by the first of them.
@@ -279,7 +307,7 @@ void Walker::addFile(int directory, const std::string& name) {
     if (error == ENOENT) return noteVanished(name);
     if (error == ELOOP) return addOther(directory, name);
     fail(name, because("cannot open it"));
-    return putName(Record::kKeep, name);
+    return keep(name, before);
   }
   if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
     return addOther(directory, name);
@@ -297,8 +325,9 @@ void Walker::sendFile(int file, const struct stat& status, const std::string& na
   begin();
   const bool sameFile = before && S_ISREG(before->mode) && before->device == status.st_dev &&
                         before->inode == status.st_ino;
+  const bool patches = sameFile && !before->blocks.empty() && entry.size >= kLargeFile;
   Sent sent;
-  if (sameFile && !before->blocks.empty() && entry.size >= kLargeFile) {
+  if (patches) {
     sent = contents_.sendPatch(file, status, entry, before->blocks);
   } else if (sameFile && before->digest && sameApartFromChangeTime(*before, status) &&
              contents_.digest(file, status) == before->digest) {
@@ -312,7 +341,8 @@ void Walker::sendFile(int file, const struct stat& status, const std::string& na
   }
   if (!sent.good) {
     fail(name, because("cannot read it"));
-    return putName(Record::kKeep, name);
+    if (status.st_nlink > 1) walk_.distrusted = true;  // others may be taken for the same file
+    return keep(name, patches ? std::nullopt : before);
   }
   known.digest = sent.digest;
   known.blocks = std::move(sent.blocks);
@@ -323,10 +353,14 @@ bool Walker::readLink(int directory, const std::string& name, Entry& entry) {
   target_.resize(kLongestTarget + 1);
   const ssize_t size = ::readlinkat(directory, name.c_str(), target_.data(), target_.size());
   if (size <= 0 || static_cast<size_t>(size) > kLongestTarget) {
-    if (size < 0 && (errno == ENOENT || errno == EINVAL))
+    if (size < 0 && errno == ENOENT) {
       noteVanished(name);
-    else
+    } else if (size < 0 && errno == EINVAL) {
+      noteReplacedMeanwhile(name);
+    } else {
       fail(name, because("cannot read the symbolic link"));
+      keep(name, knownBefore(name));
+    }
     return false;
   }
   entry.target = std::string_view(target_).substr(0, static_cast<size_t>(size));
@@ -339,10 +373,9 @@ void Walker::addOther(int directory, const std::string& name) {
   if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
     if (errno == ENOENT) return noteVanished(name);
     fail(name, because("cannot look at it"));
-    return putName(Record::kKeep, name);
+    return keep(name, before);
   }
-  // Became something else since its directory was read: the next pass has it.
-  if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)) return noteVanished(name);
+  if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)) return noteReplacedMeanwhile(name);
   if (isFurtherName(status, name, before) || passOver(status, name, before)) return;
   const Known known = knownOf(status);
   Entry entry = entryOf(name, status);

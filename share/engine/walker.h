@@ -62,6 +62,7 @@ struct Walk {
   Visits* visits = nullptr;          ///< not there if every directory is visited
   Incomplete incomplete;
   std::atomic<std::uint64_t> directories{0};  ///< that were gone through
+  std::atomic<bool> unlisted{false};          ///< a directory's names could not all be read
   std::atomic<bool> distrusted{false};        ///< what is kept may not be what is there
   std::atomic<std::uint64_t> bytesKnown{0};   ///< of the files that were met
   std::atomic<std::uint64_t> bytesDone{0};    ///< of these, what was read or passed over
@@ -89,6 +90,8 @@ class Walker {
   void noteLost(const std::string& name, const Known& before);
   void noteReplaced(const std::string& name, unsigned type, ino_t inode);
   void noteVanished(const std::string& name);
+  void noteReplacedMeanwhile(const std::string& name);
+  void keep(const std::string& name, const std::optional<Known>& before);
   void fail(const std::string& name, const std::string& what);
   bool isUnchanged(const std::optional<Known>& before, const struct stat& status) const;
   bool isFurtherName(const struct stat& status, const std::string& name,

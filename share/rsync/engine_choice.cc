@@ -23,6 +23,13 @@ bool isUsualLetters(std::string_view argument) {
   return letters == "EHSa";
 }
 
+// What fits into the engine's greeting.
+bool areFew(const std::vector<std::string>& patterns) {
+  size_t bytes = 0;
+  for (const std::string& pattern : patterns) bytes += pattern.size();
+  return patterns.size() <= engine::kMostPatterns && bytes <= engine::kMostPatternBytes;
+}
+
 bool isPattern(std::string_view pattern) {
   return pattern.size() <= engine::kLongestPattern && engine::Rules::understands(pattern);
 }
@@ -54,8 +61,7 @@ std::optional<EngineTask> engineTask(const Options& options) {
       return std::nullopt;
     }
   }
-  const bool usual =
-      letters && numeric && deletes && names == 2 && task.patterns.size() <= engine::kMostPatterns;
+  const bool usual = letters && numeric && deletes && names == 2 && areFew(task.patterns);
   return usual ? std::optional(task) : std::nullopt;
 }
 

@@ -108,6 +108,45 @@ class HostileSender : public testing::Test {
     engine::putFixed32(to, static_cast<std::uint32_t>(contents.size()));
     to.append(contents);
   }
+  // A file of several records; good: it could be read to its end.
+  static void inPieces(Buffer& to, Record kind, const Entry& entry, const std::string& contents,
+                       bool good, std::optional<engine::Digest> digest = {}) {
+    record(to, kind);
+    engine::putEntry(to, entry);
+    if (!contents.empty()) {
+      record(to, Record::kData);
+      engine::putNumber(to, 0);
+      engine::putFixed32(to, static_cast<std::uint32_t>(contents.size()));
+      to.append(contents);
+    }
+    record(to, Record::kFileEnd);
+    engine::putNumber(to, good ? 1 : 0);
+    engine::putNumber(to, entry.size);
+    engine::putDigest(to, digest.value_or(engine::digestOf(contents)));
+  }
+  static Entry fileEntry(const std::string& name, std::uint64_t size) {
+    Entry entry;
+    entry.name = name;
+    entry.mode = S_IFREG | 0644;
+    entry.size = size;
+    entry.seconds = kThen;
+    return entry;
+  }
+  // A file of that name with that time, in d.
+  void makeEarlier(const std::string& name, const std::string& contents) {
+    fs::create_directory(at("d"));
+    tree_.add(fileAt("to/d/" + name, contents));
+    const timespec times[] = {{kThen, 0}, {kThen, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, at("d/" + name).c_str(), times, 0), 0);
+  }
+  time_t timeOf(const std::string& name) {
+    struct stat status {};
+    EXPECT_EQ(::stat(at(name).c_str(), &status), 0);
+    return status.st_mtim.tv_sec;
+  }
+  size_t entriesIn(const std::string& directory) {
+    return static_cast<size_t>(std::distance(fs::directory_iterator(at(directory)), {}));
+  }
   static void symbolicLink(Buffer& to, const std::string& name, const std::string& target) {
     record(to, Record::kOther);
     Entry entry;
@@ -142,6 +181,7 @@ class HostileSender : public testing::Test {
   }
   std::string at(const std::string& name) const { return tree_.path("to/" + name); }
 
+  static constexpr time_t kThen = 1000000000;
   NoProcessLeftBehind processes_;
   TempTree tree_{dirAt("to"), fileAt("outside/secret", "secret", 0600)};
   Channel channel_ = pipeChannel();
@@ -332,6 +372,81 @@ TEST_F(HostileSender, DamagedFileIsAskedForAgainAndThenAProblem) {
   expectEnd(23);
   EXPECT_NE(client_.err().find("'/d/x': was damaged in transit twice"), std::string::npos);
   EXPECT_FALSE(fs::exists(at("d/x")));
+}
+
+TEST_F(HostileSender, FileThatCannotBeReadToItsEndLeavesWhatWasThere) {
+  const std::string longest(255, 'n');
+  for (const std::string& name : {std::string("x"), longest}) makeEarlier(name, "earlier");
+  fs::create_hard_link(at("d/x"), at("d/same"));
+  fs::create_symlink("x", at("d/link"));
+  records([&](Buffer& to) {
+    beginDirectory(to, "d");
+    for (const std::string& name : {std::string("x"), longest, std::string("link")}) {
+      inPieces(to, Record::kFile, fileEntry(name, 100), "abc", false);
+      record(to, Record::kKeep);
+      engine::putText(to, name);
+    }
+    inPieces(to, Record::kFile, fileEntry("new", 100), "abc", false);
+    endDirectory(to);
+  });
+  expectEnd(0);  // the sender says what it could not read
+  EXPECT_EQ(readFile(at("d/x")), "earlier");
+  EXPECT_EQ(readFile(at("d/same")), "earlier");
+  EXPECT_EQ(readFile(at("d/" + longest)), "earlier");
+  EXPECT_TRUE(fs::is_symlink(at("d/link")));
+  EXPECT_NE(timeOf("d/x"), kThen) << "it would pass for the source's";
+  EXPECT_EQ(entriesIn("d"), 4U);
+}
+
+TEST_F(HostileSender, FileTakesThePlaceOfWhatWasThereWhenItIsWhole) {
+  const std::string longest(255, 'n');
+  for (const std::string& name : {std::string("x"), longest}) makeEarlier(name, "earlier");
+  fs::create_hard_link(at("d/x"), at("d/same"));
+  fs::create_directories(at("d/directory/below"));
+  records([&](Buffer& to) {
+    beginDirectory(to, "d");
+    for (const std::string& name : {std::string("x"), longest, std::string("directory")})
+      inPieces(to, Record::kFile, fileEntry(name, 3), "abc", true);
+    endDirectory(to);
+  });
+  expectEnd(0);
+  for (const std::string& name : {std::string("x"), longest, std::string("directory")}) {
+    EXPECT_EQ(readFile(at("d/" + name)), "abc");
+    EXPECT_EQ(timeOf("d/" + name), kThen);
+  }
+  EXPECT_EQ(readFile(at("d/same")), "earlier");
+  EXPECT_EQ(entriesIn("d"), 4U);
+}
+
+TEST_F(HostileSender, PatchThatCannotBeReadToItsEndLeavesTheFileWithAnotherTime) {
+  makeEarlier("x", "earlier");
+  makeEarlier("untouched", "earlier");
+  records([&](Buffer& to) {
+    beginDirectory(to, "d");
+    inPieces(to, Record::kPatch, fileEntry("x", 7), "abc", false);
+    inPieces(to, Record::kPatch, fileEntry("untouched", 7), "", false);
+    endDirectory(to);
+  });
+  expectEnd(0);
+  EXPECT_EQ(readFile(at("d/x")), "abclier");
+  EXPECT_NE(timeOf("d/x"), kThen);
+  EXPECT_NE(timeOf("d/untouched"), kThen);
+}
+
+TEST_F(HostileSender, DamagedFileLeavesWhatWasThere) {
+  makeEarlier("x", "earlier");
+  const auto put = [&](Buffer& to) {
+    beginDirectory(to, "d");
+    inPieces(to, Record::kFile, fileEntry("x", 7), "abcdefg", true, engine::Digest{1, 2});
+    endDirectory(to);
+  };
+  records(put);
+  expectFrame(Kind::kWant);
+  records(put);
+  expectEnd(23);
+  EXPECT_EQ(readFile(at("d/x")), "earlier");
+  EXPECT_NE(timeOf("d/x"), kThen);
+  EXPECT_EQ(entriesIn("d"), 1U);
 }
 
 TEST_F(HostileSender, MessageCannotReachTheTerminalRaw) {

@@ -3,15 +3,18 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "share/engine/compression.h"
 #include "share/engine/digest.h"
 #include "share/engine/hello.h"
 #include "share/engine/mapped_files.h"
 #include "share/engine/records.h"
+#include "share/engine/rounds.h"
 #include "share/rsync/engine_choice.h"
 #include "share/rsync/failure.h"
 
@@ -145,6 +148,28 @@ TEST(EngineCompression, LevelFollowsWhatIsWaitedFor) {
   EXPECT_EQ(CompressionControl::next(CompressionControl::kLowest, 0.1, 10e6), off);
 }
 
+TEST(EngineRounds, GoOnWhileTheyAreLongAndGetShorter) {
+  using std::chrono::seconds;
+  EXPECT_FALSE(engine::goesRoundAgain({}));
+  EXPECT_FALSE(engine::goesRoundAgain({std::chrono::milliseconds(2999)})) << "little has changed";
+  EXPECT_TRUE(engine::goesRoundAgain({seconds(3)}));
+  EXPECT_TRUE(engine::goesRoundAgain({seconds(3600)}));
+  EXPECT_TRUE(engine::goesRoundAgain({seconds(100), seconds(69)}));
+  EXPECT_FALSE(engine::goesRoundAgain({seconds(100), seconds(70)})) << "it does not get shorter";
+  EXPECT_FALSE(engine::goesRoundAgain({seconds(100), seconds(200)}));
+  EXPECT_TRUE(engine::goesRoundAgain({seconds(100), seconds(200), seconds(100)}));
+  EXPECT_FALSE(engine::goesRoundAgain({seconds(100), seconds(2)}));
+}
+
+TEST(EngineRounds, EndAfterTheFifth) {
+  std::vector<std::chrono::steady_clock::duration> took = {std::chrono::hours(64)};
+  for (int round = 0; round < 5; ++round) {
+    EXPECT_TRUE(engine::goesRoundAgain(took)) << round;
+    took.push_back(took.back() / 2);
+  }
+  EXPECT_FALSE(engine::goesRoundAgain(took));
+}
+
 TEST(EngineMappings, OnlySharedWritableFilesCount) {
   const auto found = engine::writableMappingsIn(
       "7f00-7f01 rw-s 00000000 fe:01 1234                       /no such/file\n"
@@ -191,6 +216,24 @@ TEST_F(EngineChoice, AnyOtherIsStocks) {
     EXPECT_FALSE(qxrsync::engineServes(qxrsync::parseOptions(
         {"--server", "--sender", "-ESHa", "--numeric-ids", "--delete", ".", served})))
         << served;
+}
+
+TEST_F(EngineChoice, ExclusionsThatDoNotFitIntoTheGreetingAreStocks) {
+  for (const size_t count : {10000UL, 240UL, 250UL}) {  // of 70, 4100 and 4100 bytes
+    const std::string name(count == 10000 ? 70 : engine::kLongestPattern, 'x');
+    std::vector<std::string> arguments = arguments_;
+    arguments.pop_back();
+    for (size_t i = 0; i < count; ++i) arguments.push_back("--exclude=" + name);
+    const auto task = qxrsync::engineTask(qxrsync::parseOptions(arguments));
+    EXPECT_EQ(bool(task), count != 250) << count;
+    if (!task) continue;
+    Buffer greeting;
+    engine::putHello(greeting, {true,
+                                std::string(engine::kLongestIdentity, '0'),
+                                task->patterns,
+                                {host::kMostKibPerSecond, true}});
+    EXPECT_LE(greeting.size(), engine::kLargestFrame) << count;
+  }
 }
 
 TEST_F(EngineChoice, IsWhatTheEnvironmentSays) {
