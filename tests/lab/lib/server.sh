@@ -70,6 +70,16 @@ server_identity() {
   ssh-keygen -A -f "$root" >/dev/null
   sed "s/^/$server,$(server_address "$server") /; s/ root@[^ ]*\$//" \
     "$root"/etc/ssh/ssh_host_*_key.pub >>/root/.ssh/known_hosts
+  without_timers "$root"
+}
+
+# Else the day's work would be done while its files are compared, at midnight.
+without_timers() {
+  local units=$1/etc/systemd/system name
+  [ ! -d "$units" ] || for name in apt-daily apt-daily-upgrade dpkg-db-backup e2scrub_all fstrim \
+    logrotate man-db systemd-tmpfiles-clean; do
+    ln -sf /dev/null "$units/$name.timer"
+  done
 }
 
 server_config() {
