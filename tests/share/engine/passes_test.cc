@@ -189,7 +189,7 @@ TEST_F(Passes, WhatVanishesWhileItsDirectoryIsReadGoesAtTheDestinationToo) {
     ASSERT_FALSE(vanishing.empty());
     ::usleep(100000);
     sentBytes(from_, to_);
-    std::ofstream(first) << noise(1 << 20);
+    std::ofstream(first) << noise(8 << 20);  // more than any pipe holds
     Transfer run(from_ + "/", to_);
     sentBytes(run, 23, 20000, [&] {
       for (const std::string& path : vanishing) fs::remove(path);
