@@ -15,15 +15,20 @@ constexpr std::chrono::milliseconds kLookInterval{200};
 constexpr double kFastLink = 300e6;
 constexpr double kMuchWaiting = 0.7;    // share of the time
 constexpr double kLittleWaiting = 0.3;  //
-constexpr int kLongestPause = 64;       // frames
+// Of the processors. With less to spare, the channel is slow because what carries it on, ssh
+// or the other end, has no processor: compressing would take more from it.
+constexpr double kSomeIdle = 0.25;
+constexpr double kHardlyIdle = 0.1;
+constexpr int kLongestPause = 64;  // frames
 
 }  // namespace
 
-int CompressionControl::next(int level, double waiting, double bytesPerSecond) {
-  if (level == kOff) return waiting > kMuchWaiting && bytesPerSecond < kFastLink ? kLowest : kOff;
-  if (waiting > kMuchWaiting) return std::min(level + 1, kHighest);
-  if (waiting < kLittleWaiting) return level > kLowest ? level - 1 : kOff;
-  return level;
+int CompressionControl::next(int level, const Look& look) {
+  const bool waits = look.waiting > kMuchWaiting && look.idle > kSomeIdle;
+  if (level == kOff) return waits && look.bytesPerSecond < kFastLink ? kLowest : kOff;
+  if (waits) return std::min(level + 1, kHighest);
+  const bool less = look.waiting < kLittleWaiting || look.idle < kHardlyIdle;
+  return !less ? level : level > kLowest ? level - 1 : kOff;
 }
 
 void CompressionControl::sent(const FrameWriter& writer) {
@@ -35,8 +40,8 @@ void CompressionControl::sent(const FrameWriter& writer) {
   const double seconds = std::chrono::duration<double>(now - looked_).count();
   const std::uint64_t blocked = writer.blocked();
   const std::uint64_t written = writer.written();
-  const double waiting = static_cast<double>(blocked - blockedThen_) / 1e9 / seconds;
-  level_ = next(level_, waiting, static_cast<double>(written - writtenThen_) / seconds);
+  level_ = next(level_, {static_cast<double>(blocked - blockedThen_) / 1e9 / seconds,
+                         static_cast<double>(written - writtenThen_) / seconds, idle_.next()});
   looked_ = now;
   blockedThen_ = blocked;
   writtenThen_ = written;

@@ -8,14 +8,15 @@
 #include <mutex>
 
 #include "share/engine/frame.h"
+#include "share/engine/idle_share.h"
 
 struct ZSTD_CCtx_s;
 struct ZSTD_DCtx_s;
 
 namespace engine {
 
-/// Decides how much to compress: as much as there is time for while the channel
-/// is waited for, and nothing when it is not. Any thread may use it.
+/// Decides how much to compress: as much as the processors have to spare while the
+/// channel is waited for, and nothing when it is not. Any thread may use it.
 class CompressionControl {
  public:
   static constexpr int kOff = -100;  ///< a level that there is not
@@ -29,10 +30,15 @@ class CompressionControl {
   /// To be called after each frame. Looks at the writer now and then.
   void sent(const FrameWriter& writer);
 
-  /// The pure half: the next level, when of the time since the last look this
-  /// share (0 to 1) was spent waiting for the channel, which took so many bytes a
-  /// second.
-  static int next(int level, double waiting, double bytesPerSecond);
+  /// What there was between two looks.
+  struct Look {
+    double waiting = 0;         ///< share of the time (0 to 1) spent waiting for the channel
+    double bytesPerSecond = 0;  ///< that the channel took
+    double idle = 1;            ///< share of the processors that nobody used
+  };
+
+  /// The pure half: the next level.
+  static int next(int level, const Look& look);
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -43,6 +49,7 @@ class CompressionControl {
   Clock::time_point looked_ = Clock::now();
   std::uint64_t blockedThen_ = 0;
   std::uint64_t writtenThen_ = 0;
+  IdleShare idle_;
 };
 
 /// Compresses frames. One thread uses it.

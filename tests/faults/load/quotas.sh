@@ -19,10 +19,11 @@ told() {
 step "Set them on the server"
 told | lab exec $server bash -c '
   mkdir /srv/owned && cd /srv/owned
-  while read -r kind id limits; do
-    : >$id && chown $id $id
-    setquota --$kind $id $limits /
-  done
+  perl -ane '"'"'
+    open(my $file, ">", $F[1]) or die "$F[1]: $!";
+    chown $F[1], $F[1], $file or die "$F[1]: $!";
+    print "@F[1 .. 5]\n"'"'"' >/tmp/limits
+  setquota -u -b / </tmp/limits
   sync'
 open_source
 began=$SECONDS

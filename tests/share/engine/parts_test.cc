@@ -138,14 +138,28 @@ TEST(EngineCompression, FramesSurviveAndWhatDoesNotShrinkIsSentAsItIs) {
 
 TEST(EngineCompression, LevelFollowsWhatIsWaitedFor) {
   const int off = CompressionControl::kOff;
-  EXPECT_EQ(CompressionControl::next(off, 0.9, 10e6), CompressionControl::kLowest);
-  EXPECT_EQ(CompressionControl::next(off, 0.9, 900e6), off) << "the link is fast";
-  EXPECT_EQ(CompressionControl::next(off, 0.2, 10e6), off) << "the disk is slow";
-  EXPECT_EQ(CompressionControl::next(1, 0.9, 10e6), 2);
-  EXPECT_EQ(CompressionControl::next(CompressionControl::kHighest, 0.9, 1e6),
-            CompressionControl::kHighest);
-  EXPECT_EQ(CompressionControl::next(1, 0.1, 10e6), 0);
-  EXPECT_EQ(CompressionControl::next(CompressionControl::kLowest, 0.1, 10e6), off);
+  const int lowest = CompressionControl::kLowest;
+  const int highest = CompressionControl::kHighest;
+  EXPECT_EQ(CompressionControl::next(off, {0.9, 10e6, 0.5}), lowest);
+  EXPECT_EQ(CompressionControl::next(off, {0.9, 900e6, 0.5}), off) << "the link is fast";
+  EXPECT_EQ(CompressionControl::next(off, {0.2, 10e6, 0.5}), off) << "the disk is slow";
+  EXPECT_EQ(CompressionControl::next(off, {0.9, 10e6, 0.2}), off) << "ssh has no processor";
+  EXPECT_EQ(CompressionControl::next(1, {0.9, 10e6, 0.5}), 2);
+  EXPECT_EQ(CompressionControl::next(1, {0.9, 10e6, 0.2}), 1);
+  EXPECT_EQ(CompressionControl::next(1, {0.9, 10e6, 0.05}), 0);
+  EXPECT_EQ(CompressionControl::next(highest, {0.9, 1e6, 0.5}), highest);
+  EXPECT_EQ(CompressionControl::next(1, {0.1, 10e6, 0.5}), 0);
+  EXPECT_EQ(CompressionControl::next(lowest, {0.1, 10e6, 0.5}), off);
+}
+
+TEST(EngineCompression, IdleShareIsOfTheTimeSinceTheLastLook) {
+  engine::IdleShare share;
+  EXPECT_EQ(share.next("cpu nonsense"), 1);
+  share.next("cpu  1000 0 1000 2000 500 0 0 0 0 0");
+  EXPECT_DOUBLE_EQ(share.next("cpu  1060 0 1015 2020 505 0 0 0 700 0"), 0.25);
+  EXPECT_EQ(share.next("cpu  1060 0 1015 2020 505 0 0 0 700 0"), 1) << "no time has passed";
+  EXPECT_EQ(share.next(""), 1);
+  EXPECT_LE(engine::IdleShare().next(), 1);
 }
 
 TEST(EngineRounds, GoOnWhileTheyAreLongAndGetShorter) {
