@@ -105,8 +105,9 @@ ino_t inodeOf(const std::string& path) {
 
 // Made anew, or changed in every block.
 void changeLargeFile(const std::string& path, std::mt19937& random) {
+  static const std::string contents = noise(5 << 20);
   if (random() % 2 == 0 || !fs::is_regular_file(fs::symlink_status(path))) fs::remove_all(path);
-  if (!fs::exists(path)) std::ofstream(path) << noise(5 << 20);
+  if (!fs::exists(path)) std::ofstream(path) << contents;
   std::ofstream file(path, std::ios::in | std::ios::out);
   for (int i = 0; i < 40; ++i) file.seekp(i << 17) << "changed " << random();
 }
