@@ -1,6 +1,5 @@
 #include "host/copy_pace.h"
 
-#include <linux/ioprio.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -10,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "host/io_priority.h"
 #include "host/text.h"
 
 namespace host {
@@ -75,9 +75,9 @@ CopyPace slowerOf(const CopyPace& one, const CopyPace& other) {
 }
 
 void stepBack(const CopyPace& pace) {
-  const int disks = pace.yields ? IOPRIO_PRIO_VALUE(IOPRIO_CLASS_IDLE, 0)
-                                : IOPRIO_PRIO_VALUE(IOPRIO_CLASS_BE, kLastOfItsClass);
-  syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, 0, disks);
+  const int disks =
+      pace.yields ? ioPriority(kIoClassIdle, 0) : ioPriority(kIoClassBestEffort, kLastOfItsClass);
+  syscall(SYS_ioprio_set, kIoPriorityOfProcess, 0, disks);
   if (pace.yields) setpriority(PRIO_PROCESS, 0, kNicest);
 }
 

@@ -2,7 +2,6 @@
 #include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <linux/ioprio.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -14,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "host/io_priority.h"
 #include "share/engine/beneath.h"
 #include "share_tests/engine/random_tree.h"
 #include "share_tests/transfer.h"
@@ -210,11 +210,12 @@ TEST_F(EngineSender, DisksServeEverybodyElseFirstUnasked) {
     ::usleep(10000);
     priorities.clear();
     for (const auto& task : fs::directory_iterator(tasks))
-      priorities.push_back(::syscall(SYS_ioprio_get, IOPRIO_WHO_PROCESS,
+      priorities.push_back(::syscall(SYS_ioprio_get, host::kIoPriorityOfProcess,
                                      std::stoi(task.path().filename().string())));
   }
   EXPECT_GE(priorities.size(), 5U);
-  for (const long priority : priorities) EXPECT_EQ(priority, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_BE, 7));
+  for (const long priority : priorities)
+    EXPECT_EQ(priority, host::ioPriority(host::kIoClassBestEffort, 7));
   ::unsetenv("QX_RSYNC_BWLIMIT");
   run.expectBothEndWith(0);
 }
