@@ -10,7 +10,7 @@ namespace engine {
 
 namespace {
 
-constexpr std::chrono::milliseconds kLookInterval{200};
+constexpr std::chrono::milliseconds kLookInterval{100};
 // Above this, bytes a second, compressing costs more than it saves.
 constexpr double kFastLink = 300e6;
 constexpr double kMuchWaiting = 0.7;    // share of the time
