@@ -96,6 +96,7 @@ class Receiver::Work {
   std::deque<std::unique_ptr<Lane>> lanes_;
   std::vector<Buffer> spare_;
   bool closing_ = false;
+  bool abandoned_ = false;
   std::exception_ptr error_;
 };
 
@@ -192,6 +193,8 @@ void Receiver::Work::waitForLanes() {
   };
   changed_.wait(lock, [&] { return error_ || idle(); });
   if (error_) std::rethrow_exception(error_);
+  // What was passed over must not be taken for done, by anybody.
+  if (abandoned_) throw qxrsync::Failure(qxrsync::kExitSignal, "the copy was given up");
 }
 
 void Receiver::Work::sendWant(const std::string& directory, const std::vector<std::string>& names) {
@@ -281,6 +284,7 @@ void Receiver::Work::abandon() {
   std::vector<Applier*> appliers;
   {
     const std::scoped_lock lock(mutex_);
+    abandoned_ = true;
     for (const auto& lane : lanes_) appliers.push_back(&lane->applier);
   }
   for (Applier* applier : appliers) applier->abandon();

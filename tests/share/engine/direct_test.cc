@@ -172,11 +172,13 @@ class Wire {
   }
   ~Wire() {
     ended_ = true;
+    const std::scoped_lock lock(threadMutex_);
     if (thread_.joinable()) thread_.join();
   }
 
   // To be called before the server hears of the place, which becomes this wire's.
   void leadTo(Rendezvous& place) {
+    const std::scoped_lock lock(threadMutex_);
     thread_ = std::thread([this, port = place.port] { carry(port); });
     place.port = port_;
   }
@@ -228,6 +230,7 @@ class Wire {
   std::string seen_;
   std::atomic<bool> tricked_ = false;
   std::atomic<bool> ended_ = false;
+  std::mutex threadMutex_;  // of what follows
   std::thread thread_;
 };
 
