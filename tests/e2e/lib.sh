@@ -124,6 +124,13 @@ has_files() { [ "$(find "$private/fs" 2>/dev/null | wc -l)" -gt 300 ]; }
 
 container_root() { printf '%s/fs' "$private"; }
 
+# check_is_the_server [OPTION...]: what differs between the container's files and the server's
+# is expected; options are the comparison's.
+check_is_the_server() {
+  check "all differences are expected" "$QX_TREEDIFF" --expect "$QX_E2E/expect/running-server" \
+    --expect "$QX_E2E/expect/debian-container" "$@" "$(lab view "$server")" "$(container_root)"
+}
+
 # --- What a failed migration leaves -------------------------------------------
 
 check_nothing_runs() {

@@ -25,10 +25,7 @@ everyday=(lockVPS:memory createDstSrv:disk getUsageDiskSpace:agent getFreeDiskSp
 
 # applies STAGE FAULT: whether there is anything to disturb.
 applies() {
-  case $2 in
-    server_rsync | node_rsync) [[ $1 = rSync || $1 = rSync2 ]] ;;
-    *) true ;;
-  esac
+  [[ $2 != *_rsync || $1 = rSync || $1 = rSync2 ]]
 }
 
 # cells_of full|some

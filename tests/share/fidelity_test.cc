@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <string>
 
+#include "share_tests/need_root.h"
 #include "share_tests/transfer.h"
 #include "share_tests/tree_picture.h"
 #include "support/temp_tree.h"
@@ -49,15 +50,6 @@ class Fidelity : public testing::Test {
         << attribute << " cannot be set on " << from_ << ": " << strerror(errno);
   }
 };
-
-void needRoot() {
-  if (::geteuid() != 0) GTEST_SKIP() << "NOT TESTED: this needs root";
-}
-#define NEED_ROOT()                         \
-  do {                                      \
-    needRoot();                             \
-    if (testing::Test::IsSkipped()) return; \
-  } while (false)
 
 }  // namespace
 

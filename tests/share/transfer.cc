@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <utility>
 
 namespace {
@@ -23,6 +25,12 @@ Pipe makePipe() {
 }  // namespace
 
 std::string builtRsync() { return QX_RSYNC; }
+
+std::string rsyncRunBy(const std::string& words, const std::string& path) {
+  std::ofstream(path) << "#!/bin/sh\nexec " << words << " " << builtRsync() << " \"$@\"\n";
+  EXPECT_EQ(::chmod(path.c_str(), 0700), 0);
+  return path;
+}
 
 Channel pipeChannel() {
   Pipe down = makePipe();

@@ -12,6 +12,12 @@
 // Path of the program as built.
 std::string builtRsync();
 
+// Makes a script at that path, which has these words run it. Returns the path.
+std::string rsyncRunBy(const std::string& words, const std::string& path);
+// The words for a root that may not read everything.
+inline constexpr char kMayNotReadEverything[] =
+    "setpriv --inh-caps=-all --bounding-set=-dac_override,-dac_read_search";
+
 struct ChannelEnd {
   Fd in;
   Fd out;

@@ -46,11 +46,7 @@ class Passes : public testing::Test {
 
   // The program, with something in its environment that the other end's has not.
   std::string programWith(const std::string& variables) {
-    const std::string path = tree_.path("with" + std::to_string(++wrappers_));
-    std::ofstream(path) << "#!/bin/sh\nexec env " << variables << " " << builtRsync()
-                        << " \"$@\"\n";
-    fs::permissions(path, fs::perms::owner_all);
-    return path;
+    return rsyncRunBy("env " + variables, tree_.path("with" + std::to_string(++wrappers_)));
   }
 
   int wrappers_ = 0;
@@ -290,10 +286,7 @@ TEST_F(Passes, TerminatedClientTidiesUp) {
 // As root may read everything, its server is one that may not.
 TEST_F(Passes, WhatCouldNotBeReadIsLookedAtByTheNextPass) {
   if (::geteuid() != 0) GTEST_SKIP() << "NOT TESTED: this needs root";
-  const std::string confined = tree_.path("confined");
-  std::ofstream(confined) << "#!/bin/sh\nexec setpriv --inh-caps=-all --bounding-set="
-                          << "-dac_override,-dac_read_search " << builtRsync() << " \"$@\"\n";
-  fs::permissions(confined, fs::perms::owner_all);
+  const std::string confined = rsyncRunBy(kMayNotReadEverything, tree_.path("confined"));
   const auto pass = [&](const std::string& server, int status,
                         const std::vector<std::string>& more) {
     ::usleep(100000);  // what is quite new is looked at again

@@ -16,6 +16,7 @@
 #include "host/io_priority.h"
 #include "share/engine/beneath.h"
 #include "share_tests/engine/random_tree.h"
+#include "share_tests/need_root.h"
 #include "share_tests/transfer.h"
 #include "share_tests/tree_picture.h"
 #include "support/child_test.h"
@@ -42,17 +43,9 @@ class EngineSender : public testing::Test {
   }
   ~EngineSender() override { ::unsetenv("QX_RSYNC_TRACK"); }
 
-  // As root is without the capabilities that let it read everything.
-  std::string programThatMayNotReadEverything() {
-    tree_.add(fileAt("server",
-                     "#!/bin/sh\nexec setpriv --bounding-set=-dac_override,-dac_read_search " +
-                         builtRsync() + " \"$@\"\n",
-                     0755));
-    return tree_.path("server");
-  }
   void expectNamedAndPartial(const std::string& problem) {
     Transfer run(from_ + "/", to_);
-    run.useServer(programThatMayNotReadEverything());
+    run.useServer(rsyncRunBy(kMayNotReadEverything, tree_.path("server")));
     run.start(pipeChannel());
     run.expectBothEndWith(23);
     EXPECT_THAT(run.client().err(), HasSubstr(problem));
@@ -66,15 +59,6 @@ class EngineSender : public testing::Test {
   const std::string from_ = tree_.path("from");
   const std::string to_ = tree_.path("to");
 };
-
-void needRoot() {
-  if (::geteuid() != 0) GTEST_SKIP() << "NOT TESTED: this needs root";
-}
-#define NEED_ROOT()                         \
-  do {                                      \
-    needRoot();                             \
-    if (testing::Test::IsSkipped()) return; \
-  } while (false)
 
 }  // namespace
 
