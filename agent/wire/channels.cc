@@ -14,7 +14,9 @@
 namespace agent {
 
 LocalChannelEnd::LocalChannelEnd(host::Fd input, host::Fd output, host::Fd attendant)
-    : input_(std::move(input)), output_(std::move(output)), attendant_(std::move(attendant)) {
+    : input_(std::move(input)), output_(std::move(output)), attendant_(std::move(attendant)) {}
+
+void LocalChannelEnd::use() {
   if (attendant_) fcntl(attendant_.get(), F_SETFD, 0);
 }
 
@@ -32,6 +34,7 @@ boost::intrusive_ptr<QXL::QXLChannelEndPrototype> ChannelTable::take(const std::
   if (found == ends_.end()) return nullptr;
   boost::intrusive_ptr<QXL::QXLChannelEndPrototype> end = std::move(found->second);
   ends_.erase(found);
+  if (auto* local = dynamic_cast<LocalChannelEnd*>(end.get())) local->use();
   return end;
 }
 

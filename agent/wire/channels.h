@@ -16,11 +16,14 @@ namespace agent {
 /// An end whose descriptors are in this process.
 class LocalChannelEnd : public QXL::QXLChannelEndPrototype {
  public:
-  /// attendant: a descriptor that is to stay open as long as anyone uses the end;
-  /// it is inherited by programs that are started with the end.
+  /// attendant: a descriptor that is to stay open as long as anyone uses the end.
   LocalChannelEnd(host::Fd input, host::Fd output, host::Fd attendant = host::Fd());
   int getInputFd() override { return input_.get(); }
   int getOutputFd() override { return output_.get(); }
+
+  /// From now on programs that are started inherit the attendant, as the one that uses the
+  /// end is to be among them.
+  void use();
 
  private:
   host::Fd input_;
@@ -66,7 +69,8 @@ class ChannelTable {
       : timeout_(timeout) {}
 
   void put(const std::string& token, boost::intrusive_ptr<QXL::QXLChannelEndPrototype> end);
-  /// Takes the end out; null when there is none under the token.
+  /// Takes the end out, to be used; null when there is none under the token. Until then no
+  /// program that is started gets anything of it: a service of the server's would keep it.
   boost::intrusive_ptr<QXL::QXLChannelEndPrototype> take(const std::string& token);
 
  private:

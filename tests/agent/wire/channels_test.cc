@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include "host/descriptors.h"
+
 namespace {
 
 TEST(Channels, WhatOneEndWritesTheOtherReads) {
@@ -49,6 +51,21 @@ TEST(Channels, ATableGivesAnEndOnce) {
   EXPECT_EQ(table.take("other"), nullptr);
   EXPECT_EQ(table.take("t"), pair.first);
   EXPECT_EQ(table.take("t"), nullptr);
+}
+
+// What the agent starts before, as a server's services, would keep it open.
+TEST(Channels, AttendantIsInheritedWhenTheEndIsTakenNotBefore) {
+  agent::ChannelTable table;
+  host::FdPair ends = host::makePipe();
+  host::FdPair attendants = host::makePipe();
+  const int attendant = attendants.first.get();
+  table.put("t", boost::intrusive_ptr<QXL::QXLChannelEndPrototype>(new agent::LocalChannelEnd(
+                     std::move(ends.first), std::move(ends.second), std::move(attendants.first))));
+  EXPECT_EQ(fcntl(attendant, F_GETFD), FD_CLOEXEC);
+  auto end = table.take("t");
+  EXPECT_EQ(fcntl(attendant, F_GETFD), 0);
+  end.reset();
+  EXPECT_EQ(fcntl(attendant, F_GETFD), -1);
 }
 
 TEST(Channels, TokensDiffer) {
