@@ -14,6 +14,7 @@ constexpr std::uint64_t kMostNames = 100000;  // in one frame
 Job takeWanted(std::string_view payload) {
   Decoder from(payload);
   Job job;
+  job.wanted = true;
   job.directory = takePath(from);
   const std::uint64_t count = from.number(kMostNames, "number of names");
   if (count == 0) throw ProtocolError("the list of wanted files is empty");

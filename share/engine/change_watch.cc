@@ -102,8 +102,8 @@ ChangesKnown ChangeWatch::known() const {
   }
   for (const MountBelow& mount : then_.mounts)
     if (!isAmong(now_.mounts, mount)) known.elsewhere.push_back(mount.path);
-  known.directories = then_.incomplete;
-  if (answer_) findPlaces(tree_, top_, tracked, answer_->objects, known);
+  for (const std::string& directory : then_.incomplete) addPlace(known.directories, directory, {});
+  if (answer_) findPlaces(tree_, top_, tracked, answer_->changes, known);
   return known;
 }
 

@@ -23,7 +23,8 @@ bool isSame(const struct stat& one, const Fd& other) {
 // False if it is not clear where the directory is. One that is not seen in the tree, as
 // it lies outside or something is mounted above it, is left out.
 bool addDirectory(const Tree& tree, const std::string& top, int directory,
-                  const struct stat& status, ChangesKnown& known) {
+                  const struct stat& status, const std::set<std::string>& names,
+                  ChangesKnown& known) {
   const std::string prefix = top == "/" ? top : top + "/";
   std::string before;
   for (int i = 0; i < kMostTries; ++i) {
@@ -36,19 +37,20 @@ bool addDirectory(const Tree& tree, const std::string& top, int directory,
     const Fd there = tree.openDirectory(below);
     if (!there && !saysMissing(errno)) return false;
     if (!there || !isSame(status, there)) continue;
-    known.directories.insert(below);
+    addPlace(known.directories, below, names);
     return true;
   }
   return false;
 }
 
 bool addObject(const Tree& tree, const std::string& top, const OpenMount& mount,
-               const ChangedObject& object, ChangesKnown& known) {
+               const ChangedObject& object, const std::set<std::string>& names,
+               ChangesKnown& known) {
   const Fd opened = openObject(mount, object);
   if (isRemoved(opened)) return true;  // its directory has changed as well
   struct stat status {};
   if (!opened || ::fstat(opened.get(), &status) != 0) return false;
-  if (object.directory) return addDirectory(tree, top, opened.get(), status, known);
+  if (object.directory) return addDirectory(tree, top, opened.get(), status, names, known);
   known.files.emplace(status.st_dev, status.st_ino);
   return true;
 }
@@ -56,7 +58,7 @@ bool addObject(const Tree& tree, const std::string& top, const OpenMount& mount,
 }  // namespace
 
 void findPlaces(const Tree& tree, const std::string& top, const std::vector<MountBelow>& mounts,
-                const std::vector<std::string>& objects, ChangesKnown& known) {
+                const std::vector<Changed>& changes, ChangesKnown& known) {
   std::vector<std::pair<OpenMount, dev_t>> opened;
   for (const MountBelow& mount : mounts) {
     if (auto one = openMount(absolutePath(top, mount.path)))
@@ -64,10 +66,10 @@ void findPlaces(const Tree& tree, const std::string& top, const std::vector<Moun
     else
       known.devices.erase(mount.device);
   }
-  for (const std::string& bytes : objects) {
-    const ChangedObject object = ChangedObject::from(bytes);
+  for (const Changed& change : changes) {
+    const ChangedObject object = ChangedObject::from(change.object);
     for (const auto& [mount, device] : opened)
-      if (mount.fsid == object.fsid && !addObject(tree, top, mount, object, known))
+      if (mount.fsid == object.fsid && !addObject(tree, top, mount, object, change.names, known))
         known.devices.erase(device);
   }
 }

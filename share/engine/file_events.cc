@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -19,14 +20,15 @@ namespace engine {
 
 namespace {
 
-constexpr unsigned kGroup = FAN_CLASS_NOTIF | FAN_REPORT_DIR_FID | FAN_REPORT_FID | FAN_CLOEXEC |
+constexpr unsigned kGroup = FAN_CLASS_NOTIF | FAN_REPORT_DFID_NAME | FAN_REPORT_FID | FAN_CLOEXEC |
                             FAN_NONBLOCK | FAN_UNLIMITED_QUEUE;
 // The closing tells of stores into shared memory, and of what older kernels write
 // without a word (io_uring).
 constexpr std::uint64_t kChanges = FAN_CREATE | FAN_DELETE | FAN_MOVED_FROM | FAN_MOVED_TO |
                                    FAN_MODIFY | FAN_ATTRIB | FAN_CLOSE_WRITE | FAN_ONDIR;
-constexpr size_t kFsid = 8;          // bytes
-constexpr size_t kHandleHeader = 8;  // bytes: length and type
+constexpr size_t kFsid = 8;                                       // bytes
+constexpr size_t kHandleHeader = 8;                               // bytes: length and type
+constexpr size_t kObjectAt = sizeof(fanotify_event_info_header);  // in a record
 constexpr size_t kLongestHandle = MAX_HANDLE_SZ;
 constexpr unsigned kMinorBits = 20;  // of a device number within the kernel
 constexpr unsigned kMinorMask = (1U << kMinorBits) - 1;
@@ -41,23 +43,34 @@ std::optional<Part> partAt(std::string_view bytes, size_t at) {
 
 // File system and handle in one record of an event; empty if there is none.
 std::string_view objectIn(std::string_view record) {
-  constexpr size_t kAt = sizeof(fanotify_event_info_header);
-  const auto length = partAt<std::uint32_t>(record, kAt + kFsid);
+  const auto length = partAt<std::uint32_t>(record, kObjectAt + kFsid);
   if (!length || *length > kLongestHandle) return {};
   const size_t size = kFsid + kHandleHeader + *length;
-  return record.size() - kAt < size ? std::string_view() : record.substr(kAt, size);
+  return record.size() - kObjectAt < size ? std::string_view() : record.substr(kObjectAt, size);
+}
+
+// The name behind them, up to the byte that ends it. Empty where the directory itself has
+// changed, which is called ".", and for what cannot be a name.
+std::string_view nameIn(std::string_view record, std::string_view object) {
+  const std::string_view rest = record.substr(kObjectAt + object.size());
+  const std::string_view name = rest.substr(0, rest.find('\0'));
+  const bool isOne = name.size() < rest.size() && name.size() <= NAME_MAX && name != "." &&
+                     name != ".." && name.find('/') == std::string_view::npos;
+  return isOne ? name : std::string_view();
 }
 
 // The first record that tells something: of a directory if there is one.
-bool readRecords(std::string_view records, const std::function<void(std::string_view)>& changed) {
+bool readRecords(std::string_view records, const OnChange& changed) {
   while (const auto header = partAt<fanotify_event_info_header>(records, 0)) {
     if (header->len < sizeof *header || header->len > records.size()) return false;
-    const bool directory = header->info_type == FAN_EVENT_INFO_TYPE_DFID ||
-                           header->info_type == FAN_EVENT_INFO_TYPE_DFID_NAME;
+    const bool named = header->info_type == FAN_EVENT_INFO_TYPE_DFID_NAME;
+    const bool directory = named || header->info_type == FAN_EVENT_INFO_TYPE_DFID;
     if (directory || header->info_type == FAN_EVENT_INFO_TYPE_FID) {
-      const std::string_view object = objectIn(records.substr(0, header->len));
+      const std::string_view record = records.substr(0, header->len);
+      const std::string_view object = objectIn(record);
       if (object.empty()) return false;
-      changed((directory ? "d" : "f") + std::string(object));
+      changed((directory ? "d" : "f") + std::string(object),
+              named ? nameIn(record, object) : std::string_view());
       return true;
     }
     records.remove_prefix(header->len);
@@ -102,7 +115,7 @@ std::vector<dev_t> watchedFileSystems(int events) {
       host::readFile("/proc/self/fdinfo/" + std::to_string(events)).value_or(""));
 }
 
-bool readEvents(std::string_view bytes, const std::function<void(std::string_view)>& changed) {
+bool readEvents(std::string_view bytes, const OnChange& changed) {
   bool complete = true;
   while (const auto event = partAt<fanotify_event_metadata>(bytes, 0)) {
     if (event->event_len < sizeof *event || event->event_len > bytes.size()) return false;

@@ -13,9 +13,9 @@
 namespace engine {
 
 // What the kernel tells of changes on whole file systems: fanotify(7) with
-// FAN_REPORT_DIR_FID and FAN_REPORT_FID, Linux 5.9. It tells the directory in which
-// something changed; where the kernel does not know it, as for a file that was opened
-// by its handle, the file.
+// FAN_REPORT_DFID_NAME and FAN_REPORT_FID, Linux 5.9. It tells the directory in which
+// something changed, and the name of what has; where the kernel does not know them, as for
+// a file that was opened by its handle, the file.
 
 /// One of those, in few bytes: whether it is a directory, the file system's id, and
 /// the handle, as in open_by_handle_at(2).
@@ -42,9 +42,13 @@ std::vector<dev_t> watchedFileSystems(int events);
 /// The pure half: those in the text of a /proc/PID/fdinfo/FD.
 std::vector<dev_t> watchedFileSystemsIn(std::string_view information);
 
-/// What one read(2) of the group gave. Calls `changed` with the bytes of each object.
-/// False if the kernel has dropped events, or says something that is not understood.
-bool readEvents(std::string_view bytes, const std::function<void(std::string_view)>& changed);
+/// The bytes of an object, and what has changed in it if it is a directory: the entry of
+/// this name, or, without one, any.
+using OnChange = std::function<void(std::string_view object, std::string_view name)>;
+
+/// What one read(2) of the group gave. Calls `changed` for each event. False if the kernel
+/// has dropped some, or says something that is not understood.
+bool readEvents(std::string_view bytes, const OnChange& changed);
 
 }  // namespace engine
 

@@ -160,8 +160,10 @@ void ManifestPart::add(std::string_view name, const Known& known) {
   entry_.clear();
   putText(entry_, name);
   putKnown(entry_, known);
-  putText(bytes_, entry_.view());
+  add(entry_.view());
 }
+
+void ManifestPart::add(std::string_view bytes) { putText(bytes_, bytes); }
 
 bool ManifestPart::large() const { return bytes_.size() > kLargestPart; }
 
@@ -386,6 +388,20 @@ std::vector<std::pair<std::string, Known>> Manifest::Directory::rest() const {
     const std::string name(from.text(kLongestName, "name"));
     names.emplace_back(name, takeKnown(from));
   }
+  return names;
+}
+
+std::vector<std::string_view> Manifest::Directory::restBytes() const {
+  std::vector<std::string_view> entries;
+  for (const Item& item : items_)
+    if (!item.asked) entries.push_back(item.bytes);
+  return entries;
+}
+
+std::vector<std::string> Manifest::Directory::names(size_t most) const {
+  std::vector<std::string> names;
+  for (size_t i = 0; i < std::min(most, items_.size()); ++i)
+    names.emplace_back(Decoder(items_[i].bytes).text(kLongestName, "name"));
   return names;
 }
 

@@ -55,6 +55,8 @@ class ManifestPart {
  public:
   void begin(std::string_view path, const struct stat& directory);
   void add(std::string_view name, const Known& known);
+  /// An entry of an earlier manifest, as Directory::restBytes() has it.
+  void add(std::string_view bytes);
   const Buffer& bytes() const { return bytes_; }
   const std::string& path() const { return path_; }
   bool large() const;
@@ -128,6 +130,10 @@ class Manifest {
     std::optional<Known> find(std::string_view name);
     /// The names that were not asked for.
     std::vector<std::pair<std::string, Known>> rest() const;
+    /// The entries with those, as they stand in the manifest. They end with this.
+    std::vector<std::string_view> restBytes() const;
+    /// At most so many names of it.
+    std::vector<std::string> names(size_t most) const;
 
    private:
     friend class Manifest;

@@ -151,7 +151,7 @@ void Sender::lane(unsigned number) {
     RecordStream stream(writer_, compression_, static_cast<std::uint8_t>(number));
     Walker walker(*walk_, stream);
     while (const std::optional<Job> job = queue_.take([&] { stream.flush(); })) {
-      stream.countIn(job->names.empty() ? &offered_ : nullptr);
+      stream.countIn(job->wanted ? nullptr : &offered_);
       walker.run(*job);
       queue_.done();
     }
@@ -268,9 +268,9 @@ void Sender::tellKnown() {
 // Until the other end has what was found.
 void Sender::visit() {
   if (visits_) {
-    for (auto places = visits_->next(tree_, rules_); !places.empty();
-         places = visits_->next(tree_, rules_)) {
-      for (std::string& place : places) queue_.add({std::move(place), {}});
+    for (auto jobs = visits_->next(tree_, rules_); !jobs.empty();
+         jobs = visits_->next(tree_, rules_)) {
+      for (Job& job : jobs) queue_.add(std::move(job));
       settle();
     }
   } else {
@@ -322,7 +322,7 @@ void Sender::walk() {
 
 void Sender::sendReport() {
   ChangesReport report = changes_.report();
-  report.directories = walk_->directories;
+  report.directories = visits_ ? visits_->count() : walk_->directories.load();
   Buffer frame = emptyFrame();
   putReport(frame, report);
   writer_.write(Kind::kChanges, 0, 0, frame);

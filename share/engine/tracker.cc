@@ -13,7 +13,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <unordered_set>
+#include <unordered_map>
 
 #include "host/fd.h"
 #include "share/engine/file_handles.h"
@@ -42,7 +42,8 @@ class Tracker {
   bool isWanted() const;
   bool readSome();
   void catchUp();
-  void add(std::string_view object);
+  void add(std::string_view object, std::string_view name);
+  void forgetNames();
   void forgetRemoved();
   bool serve();
   bool answer();
@@ -60,7 +61,8 @@ class Tracker {
   std::string note_;
   Clock::time_point ends_ = Clock::now() + kLongestLife;
   bool complete_ = true;
-  std::unordered_set<std::string> objects_;
+  std::unordered_map<std::string, std::set<std::string>> changes_;  ///< see Changed
+  size_t names_ = 0;                                                ///< in all of them
 };
 
 bool Tracker::listen() {
@@ -82,13 +84,27 @@ bool Tracker::isWanted() const {
          now.st_dev == socket_.st_dev && now.st_ino == socket_.st_ino;
 }
 
-void Tracker::add(std::string_view object) {
+void Tracker::add(std::string_view object, std::string_view name) {
   if (!complete_) return;
-  if (!objects_.emplace(object).second || objects_.size() <= setup_.mostPlaces) return;
+  const auto [at, isNew] = changes_.try_emplace(std::string(object));
+  std::set<std::string>& names = at->second;
+  if (!isNew && names.empty()) return;  // all of it anyway
+  names_ -= names.size();
+  if (!name.empty()) names.emplace(name);
+  if (name.empty() || names.size() > kMostChangedNames) names.clear();
+  names_ += names.size();
+  if (changes_.size() + names_ <= setup_.mostPlaces) return;
+  forgetNames();
+  if (changes_.size() <= setup_.mostPlaces) return;
   forgetRemoved();
-  if (objects_.size() <= setup_.mostPlaces / 2) return;  // or it would be soon again
+  if (changes_.size() <= setup_.mostPlaces / 2) return;  // or it would be soon again
   complete_ = false;
-  objects_ = {};
+  changes_ = {};
+}
+
+void Tracker::forgetNames() {
+  for (auto& change : changes_) change.second.clear();
+  names_ = 0;
 }
 
 // What has been removed since was in a directory that has changed as well. Every file that
@@ -97,8 +113,8 @@ void Tracker::forgetRemoved() {
   std::vector<OpenMount> mounts;
   for (const std::string& path : setup_.mounts)
     if (auto mount = openMount(path)) mounts.push_back(std::move(*mount));
-  std::erase_if(objects_, [&](const std::string& bytes) {
-    const ChangedObject object = ChangedObject::from(bytes);
+  std::erase_if(changes_, [&](const auto& change) {
+    const ChangedObject object = ChangedObject::from(change.first);
     return std::any_of(mounts.begin(), mounts.end(), [&](const OpenMount& mount) {
       return mount.fsid == object.fsid && isRemoved(openObject(mount, object));
     });
@@ -111,8 +127,9 @@ bool Tracker::readSome() {
   const ssize_t count = ::read(events_.get(), buffer.data(), buffer.size());
   if (count < 0 && errno == EINTR) return true;
   if (count < 0 && errno == EAGAIN) return false;
-  if (count <= 0 || !readEvents({buffer.data(), static_cast<size_t>(count)},
-                                [this](std::string_view object) { add(object); }))
+  if (count <= 0 ||
+      !readEvents({buffer.data(), static_cast<size_t>(count)},
+                  [this](std::string_view object, std::string_view name) { add(object, name); }))
     complete_ = false;
   return count > 0;
 }
@@ -130,8 +147,9 @@ bool Tracker::answer() {
   answer.complete = complete_;
   answer.note = note_;
   answer.devices = watchedFileSystems(events_.get());
-  answer.objects.assign(objects_.begin(), objects_.end());
-  objects_.clear();
+  for (auto& [object, names] : changes_) answer.changes.push_back({object, std::move(names)});
+  changes_.clear();
+  names_ = 0;
   complete_ = true;
   Buffer payload;
   putAnswer(payload, answer);

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,7 +25,7 @@ inline constexpr const char* kTrackOption = "--track-changes";
 
 struct TrackerSetup {
   std::string folder;               ///< where its socket is; is there
-  std::uint64_t mostPlaces = 0;     ///< it holds at most
+  std::uint64_t mostPlaces = 0;     ///< it holds at most: handles, and names of entries
   std::vector<std::string> mounts;  ///< one of each file system that is watched
 };
 
@@ -45,12 +46,25 @@ void putRequest(Buffer& to, const TrackerRequest& request);
 /// Throws ProtocolError.
 TrackerRequest takeRequest(std::string_view payload);
 
+/// A directory has more names than this only if all of it is meant.
+inline constexpr size_t kMostChangedNames = 4096;
+
+/// Where something has changed.
+struct Changed {
+  std::string object;           ///< as readEvents gives it
+  std::set<std::string> names;  ///< the entries of a directory; none: all of it
+
+  bool operator==(const Changed&) const = default;
+};
+
 /// What it answers to kTake, with a length as well.
 struct TrackerAnswer {
-  bool complete = false;             ///< nothing was lost
-  std::string note;                  ///< of the last kKeep
-  std::vector<dev_t> devices;        ///< file systems that are still watched
-  std::vector<std::string> objects;  ///< as readEvents gives them
+  bool complete = false;         ///< nothing was lost
+  std::string note;              ///< of the last kKeep
+  std::vector<dev_t> devices;    ///< file systems that are still watched
+  std::vector<Changed> changes;  ///< each object once
+
+  bool operator==(const TrackerAnswer&) const = default;
 };
 void putAnswer(Buffer& to, const TrackerAnswer& answer);
 /// Throws ProtocolError.

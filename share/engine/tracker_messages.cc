@@ -6,6 +6,7 @@
 
 #include "share/engine/hello.h"
 #include "share/engine/payload.h"
+#include "share/engine/records.h"
 #include "share/engine/tracker.h"
 
 namespace engine {
@@ -75,8 +76,12 @@ void putAnswer(Buffer& to, const TrackerAnswer& answer) {
   putText(to, answer.note);
   putNumber(to, answer.devices.size());
   for (const dev_t device : answer.devices) putNumber(to, device);
-  putNumber(to, answer.objects.size());
-  for (const std::string& object : answer.objects) putText(to, object);
+  putNumber(to, answer.changes.size());
+  for (const Changed& change : answer.changes) {
+    putText(to, change.object);
+    putNumber(to, change.names.size());
+    for (const std::string& name : change.names) putText(to, name);
+  }
 }
 
 TrackerAnswer takeAnswer(std::string_view payload) {
@@ -86,9 +91,14 @@ TrackerAnswer takeAnswer(std::string_view payload) {
   answer.note = from.text(kLongestNote, "note");
   const std::uint64_t devices = from.number(from.left(), "number of devices");
   for (std::uint64_t i = 0; i < devices; ++i) answer.devices.push_back(from.number());
-  const std::uint64_t objects = from.number(from.left(), "number of handles");
-  for (std::uint64_t i = 0; i < objects; ++i)
-    answer.objects.emplace_back(from.text(kLongestObject, "handle"));
+  const std::uint64_t changes = from.number(from.left(), "number of handles");
+  for (std::uint64_t i = 0; i < changes; ++i) {
+    Changed change;
+    change.object = from.text(kLongestObject, "handle");
+    const std::uint64_t names = from.number(kMostChangedNames, "number of names");
+    for (std::uint64_t j = 0; j < names; ++j) change.names.emplace(takeName(from));
+    answer.changes.push_back(std::move(change));
+  }
   expectEnd(from);
   return answer;
 }

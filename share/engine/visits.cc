@@ -11,9 +11,51 @@ bool Visits::goesEverywhere(dev_t device, std::string_view directory) const {
                      [&](const std::string& top) { return isAtOrBelow(directory, top); });
 }
 
+void addPlace(Places& places, const std::string& directory, const std::set<std::string>& names) {
+  const auto [at, isNew] = places.try_emplace(directory, names);
+  if (isNew || at->second.empty()) return;
+  if (names.empty())
+    at->second.clear();
+  else
+    at->second.insert(names.begin(), names.end());
+}
+
 bool Visits::claim(const std::string& directory) {
   const std::scoped_lock lock(mutex_);
-  return claimed_.insert(directory).second;
+  Claim& claim = claimed_[directory];
+  if (claim.whole) return false;
+  if (claim.round == round_ && !claim.names.empty()) {
+    later_.insert(directory);
+    return false;
+  }
+  claim.whole = true;
+  return true;
+}
+
+bool Visits::claimAll(const Job& job) {
+  const std::scoped_lock lock(mutex_);
+  Claim& claim = claimed_[job.directory];
+  for (const std::string& name : job.names) claim.names.erase(name);
+  return !std::exchange(claim.whole, true);
+}
+
+// Of the names that are to be looked at, none where it was all looked at, those that were
+// not so yet; all of it where there are none. False if there is nothing to do.
+bool Visits::claimNames(const std::string& directory, Job& job) {
+  const std::scoped_lock lock(mutex_);
+  Claim& claim = claimed_[directory];
+  if (claim.whole) return false;
+  if (job.names.empty()) return true;
+  std::erase_if(job.names,
+                [&](const std::string& name) { return !claim.names.insert(name).second; });
+  claim.round = round_;
+  return !job.names.empty();
+}
+
+std::set<std::string> Visits::seen(const std::string& directory) const {
+  const std::scoped_lock lock(mutex_);
+  const auto at = claimed_.find(directory);
+  return at == claimed_.end() ? std::set<std::string>() : at->second.names;
 }
 
 void Visits::noteLinked(const FileId& file) {
@@ -40,10 +82,10 @@ bool Visits::isGone(const std::unordered_set<std::string>& gone, std::string_vie
   return false;
 }
 
-// The directories of the manifest that hold names of the files that are looked for, and,
-// the first time, those of which nothing is known: of these the highest will do.
-std::set<std::string> Visits::search() {
-  std::set<std::string> found;
+// The names in the manifest of the files that are looked for, and, the first time, the
+// directories of which nothing is known: of these the highest will do.
+void Visits::search(Places& found) {
+  std::set<std::string> unknown;
   std::set<FileId> wanted;
   std::unordered_set<std::string> gone;
   {
@@ -53,52 +95,56 @@ std::set<std::string> Visits::search() {
     linked_.clear();
     gone.swap(newlyGone_);
   }
-  if (begun_ && wanted.empty() && gone.empty()) return found;
+  if (begun_ && wanted.empty() && gone.empty()) return;
   searched_.insert(wanted.begin(), wanted.end());
   std::set<FileId> lost;  // names of these have gone with their directories
   before_.forEachPart([&](const Manifest::Part& part) {
     const bool isLost = isGone(gone, part.path);
     const size_t slash = part.path.rfind('/');
     const std::string above(part.path.substr(0, slash == std::string_view::npos ? 0 : slash));
-    if (!begun_ && goesEverywhere(part.own.device, part.path) && found.count(above) == 0)
-      found.emplace(part.path);
+    if (!begun_ && goesEverywhere(part.own.device, part.path) && unknown.count(above) == 0)
+      unknown.emplace(part.path);
     if (!isLost && wanted.empty()) return;
-    part.forEachEntry([&](std::string_view, const Known& known) {
+    part.forEachEntry([&](std::string_view name, const Known& known) {
       const FileId file(known.device, known.inode);
       if (isLost && known.linked) lost.insert(file);
-      if (wanted.count(file) > 0) found.emplace(part.path);
+      if (wanted.count(file) > 0) addPlace(found, std::string(part.path), {std::string(name)});
     });
   });
+  for (const std::string& directory : unknown) addPlace(found, directory, {});
   begun_ = true;
   const std::scoped_lock lock(mutex_);
   linked_.merge(lost);
-  return found;
 }
 
-std::vector<std::string> Visits::next(const Tree& tree, const Rules& rules) {
-  std::set<std::string> places;
+std::vector<Job> Visits::next(const Tree& tree, const Rules& rules) {
+  Places places;
   if (!begun_) {
     linked_ = known_.files;
     places = known_.directories;
-    places.insert(known_.elsewhere.begin(), known_.elsewhere.end());
+    for (const std::string& directory : known_.elsewhere) addPlace(places, directory, {});
   }
-  std::vector<std::string> directories;
+  {
+    const std::scoped_lock lock(mutex_);
+    ++round_;
+    for (const std::string& directory : later_) addPlace(places, directory, {});
+    later_.clear();
+  }
+  std::vector<Job> jobs;
   do {
-    places.merge(search());
-    for (const std::string& place : places) {
-      {
-        const std::scoped_lock lock(mutex_);
-        if (claimed_.count(place) > 0) continue;
-      }
+    search(places);
+    for (const auto& [directory, names] : places) {
       // What is no longer there is told by what is above it.
-      if (isExcluded(rules, place)) continue;
-      if (tree.openDirectory(place) || !saysMissing(errno)) directories.push_back(place);
+      if (isExcluded(rules, directory)) continue;
+      if (!tree.openDirectory(directory) && saysMissing(errno)) continue;
+      Job job{directory, {names.begin(), names.end()}, false};
+      if (claimNames(directory, job)) jobs.push_back(std::move(job));
     }
     places.clear();
     const std::scoped_lock lock(mutex_);
     if (linked_.empty() && newlyGone_.empty()) break;
-  } while (directories.empty());
-  return directories;
+  } while (jobs.empty());
+  return jobs;
 }
 
 void Visits::takeOver(ManifestWriter& after) const {

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <utility>
 
+#include "share/engine/case_folding.h"
+
 namespace engine {
 
 namespace {
@@ -66,10 +68,12 @@ void Walker::run(const Job& job) {
   }
   begun_ = false;
   before_.reset();
-  if (job.names.empty())
+  if (job.wanted)
+    runWanted(directory.get(), job);
+  else if (job.names.empty())
     runWhole(directory.get(), job.directory);
   else
-    runSome(directory.get(), job);
+    runChanged(directory.get(), job);
 }
 
 void Walker::runWhole(int directory, const std::string& path) {
@@ -88,6 +92,7 @@ void Walker::runWhole(int directory, const std::string& path) {
   if (remembers_) part_.begin(path, own);
   flags_ = complete && !before_ ? kComplete : 0;
   if (!before_) begin();
+  passOverSeen();
   addAll(directory, walk_.way == Way::kComparing);
   if (before_ && complete) removeGone();
   if (begun_ || !unchanged(before_->own(), own)) endDirectory(directory);
@@ -97,27 +102,82 @@ void Walker::runWhole(int directory, const std::string& path) {
 void Walker::addAll(int directory, bool comparing) {
   for (const Listing::Item& item : listing_.items()) {
     const std::string name(listing_.name(item));
+    if (seen_.contains(name)) continue;
     const unsigned type = typeOf(directory, name, item.type);
     if (walk_.rules.excludes(pathOf(name), type == DT_DIR)) continue;
-    if (walk_.visits != nullptr) noteReplaced(name, type, item.inode);
-    if (type == DT_DIR)
-      addSubdirectory(directory, name);
-    else if (type != DT_REG)
-      addOther(directory, name);
-    else if (comparing)
-      listFile(directory, name);
-    else
-      addFile(directory, name);
+    addEntry(directory, name, type, item.inode, comparing);
   }
+}
+
+void Walker::addEntry(int directory, const std::string& name, unsigned type, ino_t inode,
+                      bool comparing) {
+  if (walk_.visits != nullptr) noteReplaced(name, type, inode);
+  if (type == DT_DIR)
+    addSubdirectory(directory, name);
+  else if (type != DT_REG)
+    addOther(directory, name);
+  else if (comparing)
+    listFile(directory, name);
+  else
+    addFile(directory, name);
+}
+
+// The other entries of a directory that is the one that it was are as they were.
+void Walker::runChanged(int directory, const Job& job) {
+  struct stat own {};
+  ::fstat(directory, &own);
+  before_ = walk_.before->directory(path_);
+  const bool isSame =
+      before_ && before_->own().device == own.st_dev && before_->own().inode == own.st_ino;
+  if (!isSame || walk_.visits->goesEverywhere(own.st_dev, path_) ||
+      mayHaveAliases(directory, job)) {
+    before_.reset();
+    if (walk_.visits->claimAll(job)) runWhole(directory, job.directory);
+    return;
+  }
+  goesEverywhere_ = false;
+  remembers_ = walk_.after != nullptr;
+  if (remembers_) part_.begin(path_, own);
+  flags_ = 0;
+  for (const std::string& name : job.names) addChanged(directory, name);
+  rememberOthers();
+  if (begun_ || !unchanged(before_->own(), own)) endDirectory(directory);
+  if (remembers_) walk_.after->add(part_);
+}
+
+// The kernel tells of an entry by the name that it was reached by.
+bool Walker::mayHaveAliases(int directory, const Job& job) const {
+  constexpr size_t kOthersToTry = 16;
+  std::vector<std::string> names = job.names;
+  const std::vector<std::string> others = before_->names(kOthersToTry);
+  names.insert(names.end(), others.begin(), others.end());
+  return mayFoldCase(directory, names);
+}
+
+void Walker::addChanged(int directory, const std::string& name) {
+  struct stat status {};
+  if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+      !walk_.rules.excludes(pathOf(name), S_ISDIR(status.st_mode)))
+    return addEntry(directory, name, IFTODT(status.st_mode), status.st_ino, false);
+  if (const std::optional<Known> before = knownBefore(name)) remove(name, *before);
 }
 
 // What was there when the manifest was made.
 void Walker::removeGone() {
-  for (const auto& [name, before] : before_->rest()) {
-    if (walk_.rules.excludes(pathOf(name), S_ISDIR(before.mode))) continue;
-    putName(Record::kRemove, name);
-    noteLost(name, before);
-  }
+  for (const auto& [name, before] : before_->rest()) remove(name, before);
+}
+
+void Walker::remove(const std::string& name, const Known& before) {
+  if (walk_.rules.excludes(pathOf(name), S_ISDIR(before.mode))) return;
+  putName(Record::kRemove, name);
+  noteLost(name, before);
+}
+
+// What was sent of them is not to be sent again, and they are not gone.
+void Walker::passOverSeen() {
+  seen_.clear();
+  if (walk_.visits != nullptr) seen_ = walk_.visits->seen(path_);
+  for (const std::string& name : seen_) knownBefore(name);
 }
 
 // Further names of what is no longer here may be in directories where nothing happened,
@@ -166,7 +226,7 @@ void Walker::fail(const std::string& name, const std::string& what) {
   walk_.incomplete.add(path_);
 }
 
-void Walker::runSome(int directory, const Job& job) {
+void Walker::runWanted(int directory, const Job& job) {
   // The manifest has, so far, what they were when they were listed; unless it could not be.
   remembers_ = walk_.after != nullptr && !walk_.unlisted;
   if (!remembers_) walk_.distrusted = true;
@@ -227,6 +287,18 @@ std::optional<Known> Walker::knownBefore(const std::string& name) {
 void Walker::remember(const std::string& name, const Known& known) {
   if (!remembers_) return;
   part_.add(name, known);
+  addPartIfLarge();
+}
+
+void Walker::rememberOthers() {
+  if (!remembers_) return;
+  for (const std::string_view entry : before_->restBytes()) {
+    part_.add(entry);
+    addPartIfLarge();
+  }
+}
+
+void Walker::addPartIfLarge() {
   if (!part_.large()) return;
   walk_.after->add(part_);
   part_.beginAgain();

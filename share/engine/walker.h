@@ -9,6 +9,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "share/engine/attributes.h"
 #include "share/engine/beneath.h"
@@ -78,8 +79,12 @@ class Walker {
 
  private:
   void runWhole(int directory, const std::string& path);
-  void runSome(int directory, const Job& job);
+  void runChanged(int directory, const Job& job);
+  void runWanted(int directory, const Job& job);
   void addAll(int directory, bool comparing);
+  void addEntry(int directory, const std::string& name, unsigned type, ino_t inode, bool comparing);
+  void addChanged(int directory, const std::string& name);
+  bool mayHaveAliases(int directory, const Job& job) const;
   void addSubdirectory(int directory, const std::string& name);
   void addFile(int directory, const std::string& name);
   void sendFile(int file, const struct stat& status, const std::string& name,
@@ -87,6 +92,8 @@ class Walker {
   void addOther(int directory, const std::string& name);
   void listFile(int directory, const std::string& name);
   void removeGone();
+  void remove(const std::string& name, const Known& before);
+  void passOverSeen();
   void noteLost(const std::string& name, const Known& before);
   void noteReplaced(const std::string& name, unsigned type, ino_t inode);
   void noteVanished(const std::string& name);
@@ -100,6 +107,8 @@ class Walker {
                 const std::optional<Known>& before);
   std::optional<Known> knownBefore(const std::string& name);
   void remember(const std::string& name, const Known& known);
+  void rememberOthers();
+  void addPartIfLarge();
   void putName(Record record, const std::string& name);
   void begin();
   void endDirectory(int directory);
@@ -118,6 +127,7 @@ class Walker {
   bool begun_ = false;  ///< something of it was sent
   bool remembers_ = false;
   bool goesEverywhere_ = true;  ///< also into subdirectories that are as they were
+  std::set<std::string> seen_;  ///< entries that were looked at before
   std::optional<Manifest::Directory> before_;
   ManifestPart part_;
 };

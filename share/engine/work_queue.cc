@@ -7,10 +7,10 @@ namespace engine {
 void WorkQueue::add(Job job) {
   {
     const std::scoped_lock lock(mutex_);
-    if (job.names.empty())
-      found_.push_back(std::move(job));
-    else
+    if (job.wanted)
       wanted_.push_back(std::move(job));
+    else
+      found_.push_back(std::move(job));
   }
   changed_.notify_all();
 }

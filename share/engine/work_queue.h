@@ -16,6 +16,7 @@ namespace engine {
 struct Job {
   std::string directory;
   std::vector<std::string> names;
+  bool wanted = false;  ///< the other end has asked for them
 };
 
 /// What is still to be done at the sender. What was wanted by the other end comes

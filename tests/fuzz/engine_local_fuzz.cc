@@ -101,8 +101,9 @@ void manifestParts(std::string_view bytes) {
 }
 
 void events(std::string_view bytes) {
-  engine::readEvents(bytes, [](std::string_view object) {
+  engine::readEvents(bytes, [](std::string_view object, std::string_view name) {
     require(engine::ChangedObject::from(object).fsid.size() == 8);  // or the tracker would end
+    require(name.size() <= 255 && name.find('/') == std::string_view::npos && name != "..");
   });
 }
 
@@ -117,7 +118,7 @@ void answer(std::string_view bytes) {
   const engine::TrackerAnswer taken = engine::takeAnswer(bytes);
   Buffer again;
   putAnswer(again, taken);
-  require(again.view() == bytes);
+  require(engine::takeAnswer(again.view()) == taken);
 }
 
 void moment(std::string_view bytes) {

@@ -187,6 +187,8 @@ TEST_F(Passes, WhatVanishesWhileItsDirectoryIsReadGoesAtTheDestinationToo) {
     ::usleep(100000);
     sentBytes(from_, to_);
     std::ofstream(first) << noise(8 << 20);  // more than any pipe holds
+    // Where changes are tracked, too, all of the directory is to be looked at.
+    ASSERT_EQ(::chmod(from_.c_str(), *tracked == '0' ? 0711 : 0710), 0);
     Transfer run(from_ + "/", to_);
     sentBytes(run, 23, 20000, [&] {
       for (const std::string& path : vanishing) fs::remove(path);
