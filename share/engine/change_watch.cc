@@ -73,8 +73,10 @@ void ChangeWatch::take() {
   answer_.reset();
   if (!tracking_) return;
   then_ = std::move(now_);
-  now_ = {mountsBelow(top_, rules_), openForWriting(), {}};
+  now_ = {mountsBelow(top_, rules_), {}, {}};
   answer_ = tracking_.take();
+  // Later: what was opened before then is told, or still open now.
+  now_.written = openForWriting();
   // An earlier process did the walk before this one.
   if (answer_ && !std::exchange(hasTaken_, true) && !answer_->note.empty())
     then_ = takeMoment(answer_->note);

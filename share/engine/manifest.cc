@@ -160,10 +160,8 @@ void ManifestPart::add(std::string_view name, const Known& known) {
   entry_.clear();
   putText(entry_, name);
   putKnown(entry_, known);
-  add(entry_.view());
+  putText(bytes_, entry_.view());
 }
-
-void ManifestPart::add(std::string_view bytes) { putText(bytes_, bytes); }
 
 bool ManifestPart::large() const { return bytes_.size() > kLargestPart; }
 
@@ -339,6 +337,17 @@ void Manifest::Part::forEachEntry(
   }
 }
 
+std::string Manifest::Part::bytesWithout(const std::set<std::string>& names) const {
+  Buffer left;
+  left.append(bytes.substr(0, bytes.size() - entries.size()));
+  for (Decoder part(entries); !part.atEnd();) {
+    const std::string_view entry = part.text(kMost, "entry of a manifest");
+    if (!names.contains(std::string(Decoder(entry).text(kLongestName, "name"))))
+      putText(left, entry);
+  }
+  return std::string(left.view());
+}
+
 void Manifest::forEachPart(const std::function<void(const Part&)>& use) const {
   constexpr size_t kHeader = 4;
   Buffer bytes;
@@ -389,13 +398,6 @@ std::vector<std::pair<std::string, Known>> Manifest::Directory::rest() const {
     names.emplace_back(name, takeKnown(from));
   }
   return names;
-}
-
-std::vector<std::string_view> Manifest::Directory::restBytes() const {
-  std::vector<std::string_view> entries;
-  for (const Item& item : items_)
-    if (!item.asked) entries.push_back(item.bytes);
-  return entries;
 }
 
 std::vector<std::string> Manifest::Directory::names(size_t most) const {

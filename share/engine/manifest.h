@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -55,8 +56,6 @@ class ManifestPart {
  public:
   void begin(std::string_view path, const struct stat& directory);
   void add(std::string_view name, const Known& known);
-  /// An entry of an earlier manifest, as Directory::restBytes() has it.
-  void add(std::string_view bytes);
   const Buffer& bytes() const { return bytes_; }
   const std::string& path() const { return path_; }
   bool large() const;
@@ -130,8 +129,6 @@ class Manifest {
     std::optional<Known> find(std::string_view name);
     /// The names that were not asked for.
     std::vector<std::pair<std::string, Known>> rest() const;
-    /// The entries with those, as they stand in the manifest. They end with this.
-    std::vector<std::string_view> restBytes() const;
     /// At most so many names of it.
     std::vector<std::string> names(size_t most) const;
 
@@ -159,6 +156,8 @@ class Manifest {
     std::string_view entries;  ///<
 
     void forEachEntry(const std::function<void(std::string_view name, const Known&)>& use) const;
+    /// All of it but the entries of these names.
+    std::string bytesWithout(const std::set<std::string>& names) const;
   };
   /// Calls `use` with every part, from front to back; it is there until the call ends.
   /// Throws ProtocolError if the file is damaged.

@@ -94,10 +94,11 @@ void Tracker::add(std::string_view object, std::string_view name) {
   if (name.empty() || names.size() > kMostChangedNames) names.clear();
   names_ += names.size();
   if (changes_.size() + names_ <= setup_.mostPlaces) return;
-  forgetNames();
-  if (changes_.size() <= setup_.mostPlaces) return;
+  // Not by so little that it would be soon again.
   forgetRemoved();
-  if (changes_.size() <= setup_.mostPlaces / 2) return;  // or it would be soon again
+  if (changes_.size() + names_ <= setup_.mostPlaces / 2) return;
+  forgetNames();
+  if (changes_.size() <= setup_.mostPlaces - setup_.mostPlaces / 4) return;
   complete_ = false;
   changes_ = {};
 }
@@ -115,9 +116,11 @@ void Tracker::forgetRemoved() {
     if (auto mount = openMount(path)) mounts.push_back(std::move(*mount));
   std::erase_if(changes_, [&](const auto& change) {
     const ChangedObject object = ChangedObject::from(change.first);
-    return std::any_of(mounts.begin(), mounts.end(), [&](const OpenMount& mount) {
+    const bool removed = std::any_of(mounts.begin(), mounts.end(), [&](const OpenMount& mount) {
       return mount.fsid == object.fsid && isRemoved(openObject(mount, object));
     });
+    if (removed) names_ -= change.second.size();
+    return removed;
   });
 }
 

@@ -117,12 +117,22 @@ void Visits::search(Places& found) {
   linked_.merge(lost);
 }
 
+// Something was mounted or unmounted there, a file perhaps.
+void Visits::addUnknown(const Tree& tree, const std::string& path, Places& places) {
+  if (tree.openDirectory(path) || errno != ENOTDIR) return addPlace(places, path, {});
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos)
+    addPlace(places, "", {path});
+  else
+    addPlace(places, path.substr(0, slash), {path.substr(slash + 1)});
+}
+
 std::vector<Job> Visits::next(const Tree& tree, const Rules& rules) {
   Places places;
   if (!begun_) {
     linked_ = known_.files;
     places = known_.directories;
-    for (const std::string& directory : known_.elsewhere) addPlace(places, directory, {});
+    for (const std::string& path : known_.elsewhere) addUnknown(tree, path, places);
   }
   {
     const std::scoped_lock lock(mutex_);
@@ -150,8 +160,12 @@ std::vector<Job> Visits::next(const Tree& tree, const Rules& rules) {
 void Visits::takeOver(ManifestWriter& after) const {
   const std::scoped_lock lock(mutex_);
   before_.forEachPart([&](const Manifest::Part& part) {
-    if (claimed_.count(std::string(part.path)) == 0 && !isGone(gone_, part.path))
+    if (isGone(gone_, part.path)) return;
+    const auto claim = claimed_.find(std::string(part.path));
+    if (claim == claimed_.end())
       after.add(part.path, part.bytes);
+    else if (!claim->second.whole)
+      after.add(part.path, part.bytesWithout(claim->second.names));
   });
 }
 

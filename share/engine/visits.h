@@ -63,7 +63,7 @@ class Visits {
   /// A directory is no longer there.
   void noteGone(const std::string& directory);
 
-  /// Puts what is known of all other directories into the manifest.
+  /// Puts what is known of everything else into the manifest.
   void takeOver(ManifestWriter& after) const;
   std::uint64_t count() const;  ///< of directories that were visited
 
@@ -74,6 +74,7 @@ class Visits {
     unsigned round = 0;           ///< in which the last of them were handed out
   };
 
+  static void addUnknown(const Tree& tree, const std::string& path, Places& places);
   void search(Places& found);
   bool claimNames(const std::string& directory, Job& job);
   bool isGone(const std::unordered_set<std::string>& gone, std::string_view path) const;

@@ -122,7 +122,8 @@ void Walker::addEntry(int directory, const std::string& name, unsigned type, ino
     addFile(directory, name);
 }
 
-// The other entries of a directory that is the one that it was are as they were.
+// The other entries of a directory that is the one that it was are as they were; what is
+// known of them is taken over in the end.
 void Walker::runChanged(int directory, const Job& job) {
   struct stat own {};
   ::fstat(directory, &own);
@@ -140,7 +141,6 @@ void Walker::runChanged(int directory, const Job& job) {
   if (remembers_) part_.begin(path_, own);
   flags_ = 0;
   for (const std::string& name : job.names) addChanged(directory, name);
-  rememberOthers();
   if (begun_ || !unchanged(before_->own(), own)) endDirectory(directory);
   if (remembers_) walk_.after->add(part_);
 }
@@ -156,8 +156,12 @@ bool Walker::mayHaveAliases(int directory, const Job& job) const {
 
 void Walker::addChanged(int directory, const std::string& name) {
   struct stat status {};
-  if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-      !walk_.rules.excludes(pathOf(name), S_ISDIR(status.st_mode)))
+  const bool isThere = ::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  if (!isThere && errno != ENOENT) {
+    fail(name, because("cannot look at it"));
+    return keep(name, knownBefore(name));
+  }
+  if (isThere && !walk_.rules.excludes(pathOf(name), S_ISDIR(status.st_mode)))
     return addEntry(directory, name, IFTODT(status.st_mode), status.st_ino, false);
   if (const std::optional<Known> before = knownBefore(name)) remove(name, *before);
 }
@@ -287,18 +291,6 @@ std::optional<Known> Walker::knownBefore(const std::string& name) {
 void Walker::remember(const std::string& name, const Known& known) {
   if (!remembers_) return;
   part_.add(name, known);
-  addPartIfLarge();
-}
-
-void Walker::rememberOthers() {
-  if (!remembers_) return;
-  for (const std::string_view entry : before_->restBytes()) {
-    part_.add(entry);
-    addPartIfLarge();
-  }
-}
-
-void Walker::addPartIfLarge() {
   if (!part_.large()) return;
   walk_.after->add(part_);
   part_.beginAgain();

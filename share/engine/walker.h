@@ -107,8 +107,6 @@ class Walker {
                 const std::optional<Known>& before);
   std::optional<Known> knownBefore(const std::string& name);
   void remember(const std::string& name, const Known& known);
-  void rememberOthers();
-  void addPartIfLarge();
   void putName(Record record, const std::string& name);
   void begin();
   void endDirectory(int directory);

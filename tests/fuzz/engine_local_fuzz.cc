@@ -60,6 +60,7 @@ void readManifest() {
     manifest->forEachPart([&](const Manifest::Part& part) {
       paths.emplace_back(part.path);
       part.forEachEntry([](std::string_view, const engine::Known&) {});
+      require(part.bytesWithout({"name"}).size() <= part.bytes.size());
     });
   } catch (const ProtocolError&) {
   }
@@ -68,6 +69,7 @@ void readManifest() {
       auto directory = manifest->directory(path);
       if (!directory) continue;
       directory->find("name");
+      require(directory->names(3).size() <= 3);
       for (const auto& [name, known] : directory->rest()) require(name.size() <= 255);
     } catch (const ProtocolError&) {
     }
@@ -103,7 +105,8 @@ void manifestParts(std::string_view bytes) {
 void events(std::string_view bytes) {
   engine::readEvents(bytes, [](std::string_view object, std::string_view name) {
     require(engine::ChangedObject::from(object).fsid.size() == 8);  // or the tracker would end
-    require(name.size() <= 255 && name.find('/') == std::string_view::npos && name != "..");
+    require(name.size() <= 255 && name.find('/') == std::string_view::npos && name != "." &&
+            name != "..");
   });
 }
 

@@ -7,6 +7,7 @@
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -29,6 +30,7 @@
 #include "share_tests/transfer.h"
 #include "share_tests/tree_picture.h"
 #include "support/child_test.h"
+#include "support/failing_call.h"
 #include "support/temp_tree.h"
 
 using engine::ChangesReport;
@@ -247,7 +249,9 @@ TEST(Tracking, EntriesThatHaveNotChangedAreNotLookedAt) {
     bool shown = false;
     for (int i = 0; i < kTries && !shown && !testing::Test::HasFailure(); ++i) {
       Source source(Source::kExt4OfWholeSeconds);
-      for (const char* name : {"d3/other", "d4/other"}) write(source.at(name), "contents");
+      for (const char* name : {"d3/other", "d4/other", "d5/other"})
+        write(source.at(name), "contents");
+      fs::create_hard_link(source.at("d5/file"), source.at("d5/File"));
       source.pass();
       const auto changed = [&](const std::string& name) {
         struct stat status {};
@@ -256,11 +260,14 @@ TEST(Tracking, EntriesThatHaveNotChangedAreNotLookedAt) {
       };
       const auto named = changed("d3/other");
       const auto whole = changed("d4/other");
+      const auto folded = changed("d5/other");
       write(source.at("d3/file"), "more");
+      write(source.at("d5/file"), "more");  // as if another name reached the same entry
       ASSERT_EQ(::chmod(source.at("d4").c_str(), 0700), 0);
-      source.expectTracked(2);
+      source.expectTracked(3);
       shown = changed("d4/other") != whole;
       EXPECT_EQ(changed("d3/other"), named);
+      EXPECT_EQ(changed("d5/other") != folded, shown);
     }
     EXPECT_TRUE(shown) << "every first pass took longer than two seconds";
   });
@@ -287,6 +294,62 @@ TEST(Tracking, WhatIsKnownOfTheOtherEntriesStays) {
     fs::remove(source.at("d3/renamed"));
     source.pass();
     EXPECT_EQ(source.visited(), kDirectories + 1);
+  });
+}
+
+// The walk comes to the directory twice: for a name that was told, and for another name of
+// a file that was changed elsewhere.
+TEST(Tracking, WhatWasLearntOfAnEntryStaysWhenItsDirectoryIsComeBackTo) {
+  inOwnNamespace([] {
+    Source source;
+    const auto rewrite = [&](const std::string& text) {
+      std::fstream(source.at("d1/file")) << text;  // in place
+    };
+    fs::create_hard_link(source.at("d2/file"), source.at("d1/linked"));
+    source.pass();
+    struct stat first {};
+    ASSERT_EQ(::stat(source.at("d1/file").c_str(), &first), 0);
+    rewrite("CONTENTS");
+    write(source.at("d2/file"), "more");
+    source.expectTracked(2);
+    rewrite("contents");
+    const timespec times[2] = {first.st_atim, first.st_mtim};
+    ASSERT_EQ(::utimensat(AT_FDCWD, source.at("d1/file").c_str(), times, 0), 0);
+    source.expectTracked(1);
+  });
+}
+
+TEST(Tracking, EntryThatCannotBeLookedAtStays) {
+  inOwnNamespace([] {
+    Source source;
+    fs::create_directory(source.at("d1/99"));
+    for (const char* name : {"d1/99/1", "d1/99/2"}) write(source.at(name), "contents");
+    source.pass();
+    write(source.at("d1/99/1"), "more");
+    settle();
+    const Channel channel = pipeChannel();
+    ProgramRun client({builtRsync(), "-ESHa", "--numeric-ids", "--delete", "--fdin",
+                       std::to_string(channel.client.in.get()), "--fdout",
+                       std::to_string(channel.client.out.get()), "0.0.0.0:/", source.copyOf("")});
+    client.inherit(channel.client.in.get());
+    client.inherit(channel.client.out.get());
+    client.start();
+    test_support::runInChild([&] {
+      test_support::failSystemCall(SYS_newfstatat, EACCES,
+                                   test_support::CallArgument{3, AT_SYMLINK_NOFOLLOW});
+      ProgramRun server({builtRsync(), "--server", "--sender", "-ESHa", "--numeric-ids", "--delete",
+                         ".", source.at("")});
+      server.setInput(channel.server.in.get());
+      server.setOutput(channel.server.out.get());
+      server.start();
+      EXPECT_EQ(server.exitStatus(), 23) << server.err();
+    });
+    EXPECT_EQ(client.exitStatus(), 23);
+    EXPECT_NE(client.err().find("'/d1/99/1': cannot look at it: Permission denied"),
+              std::string::npos)
+        << client.err();
+    EXPECT_EQ(test_support::readFile(source.copyOf("d1/99/1")), "contents");
+    source.expectTracked(1);
   });
 }
 
@@ -675,6 +738,25 @@ TEST(Tracking, WhatWasMountedOrUnmountedSinceIsGoneThrough) {
   });
 }
 
+TEST(Tracking, FileThatSomethingWasMountedOverIsThat) {
+  inOwnNamespace([] {
+    Source source;
+    write(source.at("top"), "contents");
+    write(source.elsewhere() + "/other", "something else");
+    source.pass();
+    for (const char* name : {"d1/file", "top"})
+      ASSERT_EQ(::mount((source.elsewhere() + "/other").c_str(), source.at(name).c_str(), nullptr,
+                        MS_BIND, nullptr),
+                0);
+    source.pass();
+    EXPECT_TRUE(source.says("on /: tracked;")) << source.said();
+    EXPECT_EQ(test_support::readFile(source.copyOf("d1/file")), "something else");
+    for (const char* name : {"d1/file", "top"}) ASSERT_EQ(::umount(source.at(name).c_str()), 0);
+    source.pass();
+    EXPECT_EQ(test_support::readFile(source.copyOf("d1/file")), "contents");
+  });
+}
+
 TEST(Tracking, FileSystemThatCannotBeWatchedIsGoneThrough) {
   inOwnNamespace([] {
     Source source;
@@ -702,11 +784,12 @@ TEST(Tracking, WhatIsExcludedIsNotVisited) {
   inOwnNamespace([] {
     Source source;
     fs::create_directories(source.at("d1/not/this"));
-    const std::vector<std::string> exclusions = {"--exclude=/d1/not"};
+    const std::vector<std::string> exclusions = {"--exclude=/d1/not", "--exclude=/d2/left"};
     settle();
     transfer(source.at(""), source.copyOf(""), exclusions);
     write(source.at("d1/not/this/file"), "text");
     write(source.at("d2/file"), "more");
+    write(source.at("d2/left"), "out");
     settle();
     Transfer run(source.at(""), source.copyOf(""), exclusions);
     run.start(pipeChannel());
@@ -714,6 +797,7 @@ TEST(Tracking, WhatIsExcludedIsNotVisited) {
     const std::string said = told(source.report());
     EXPECT_NE(said.find("on /: tracked; 1 directory visited"), std::string::npos) << said;
     EXPECT_FALSE(fs::exists(source.copyOf("d1/not")));
+    EXPECT_FALSE(fs::exists(source.copyOf("d2/left")));
     EXPECT_EQ(fs::file_size(source.copyOf("d2/file")), fs::file_size(source.at("d2/file")));
   });
 }
